@@ -1,0 +1,21 @@
+# Flags of all targets of ours, and the one way a folder declares its library.
+
+if(VA_SANITIZE)
+    add_compile_options(-fsanitize=${VA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${VA_SANITIZE})
+endif()
+
+add_library(va_warnings INTERFACE)
+target_compile_options(va_warnings INTERFACE
+    -Wall -Wextra -Wpedantic -Wconversion -Wshadow
+    $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
+    $<$<BOOL:${VA_WERROR}>:-Werror>)
+
+# va_library(name SOURCES ... LINKS ...): a folder's static library. LINKS is all the folder may use.
+function(va_library name)
+    cmake_parse_arguments(arg "" "" "SOURCES;LINKS" ${ARGN})
+    add_library(${name} STATIC ${arg_SOURCES})
+    target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
+    target_link_libraries(${name} PUBLIC ${arg_LINKS} Threads::Threads
+                                  PRIVATE $<BUILD_INTERFACE:va_warnings>)
+endfunction()
