@@ -1,0 +1,403 @@
+#include "event/event.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <mutex>
+#include <new>
+
+#include <sys/select.h>
+
+std::atomic<int> end_loop{0};
+
+namespace
+{
+
+static_assert(std::atomic<int>::is_always_lock_free, "written by a signal handler");
+
+// A timer this close to its due time is served now rather than after another wait.
+constexpr int early_ms = 4;
+
+// How late a timer may be for time_diff to show it as late; beyond, the difference wraps.
+constexpr std::int64_t max_late_us = 2'147'000'000;
+
+constexpr int no_timeout = -1;
+constexpr int no_interval = -1;
+
+// Innermost lock of the process: nothing else is locked while it is held.
+std::mutex event_mutex;
+event *tmp_fd_event_list;   // the three pending lists, guarded by event_mutex
+event *tmp_time_event_list; // newest first, like the loop's own
+event *tmp_always_event_list;
+
+event *fd_event_list; // the loop thread's lists
+event *time_event_list;
+event *always_event_list;
+timeval cycle_start; // the clock as the current cycle read it; loop thread only
+
+bool has_flag(const event *event, std::uint32_t flag)
+{
+    return (event->flags & flag) != 0;
+}
+
+// In one step, so that a bit another thread changes meanwhile is kept.
+void change_flags(event *event, std::uint32_t set, std::uint32_t clear)
+{
+    std::uint32_t flags = event->flags;
+    while (!event->flags.compare_exchange_weak(flags, (flags | set) & ~clear)) {
+    }
+}
+
+void push(event **pending, event *event)
+{
+    const std::scoped_lock lock(event_mutex);
+    event->prev = nullptr;
+    event->next = *pending;
+    if (*pending)
+        (*pending)->prev = event;
+    *pending = event;
+}
+
+event *new_event_of(std::int32_t type, unsigned flags, event_callback callback, void *arg)
+{
+    event *event = new_event(callback, arg);
+    if (event) {
+        event->type = type;
+        event->flags = flags;
+    }
+    return event;
+}
+
+void splice(event **pending, event **list)
+{
+    if (!*pending)
+        return;
+    event *last = *pending;
+    while (last->next)
+        last = last->next;
+    last->next = *list;
+    if (*list)
+        (*list)->prev = last;
+    *list = *pending;
+    *pending = nullptr;
+}
+
+void take_in_pending()
+{
+    const std::scoped_lock lock(event_mutex);
+    splice(&tmp_fd_event_list, &fd_event_list);
+    splice(&tmp_time_event_list, &time_event_list);
+    splice(&tmp_always_event_list, &always_event_list);
+}
+
+// Arms the events this cycle may dispatch. Returns whether `event` is one of them.
+bool arm(event *event)
+{
+    if (has_flag(event, EVENT_ENABLED)) {
+        event->flags |= EVENT_ARMED;
+        return true;
+    }
+    event->flags &= ~EVENT_ARMED;
+    return false;
+}
+
+std::int64_t microseconds(const timeval &time)
+{
+    return std::int64_t{time.tv_sec} * 1'000'000 + time.tv_usec;
+}
+
+// A due time that the clock has left far behind would seem hours ahead, and one that a clock set
+// back has left ahead really is; either would silence the timer.
+void follow_clock(event *timer, const timeval &now, bool set_back)
+{
+    const std::int64_t remaining = microseconds(timer->when) - microseconds(now);
+    if (remaining < -max_late_us) {
+        timer->when = now;
+    } else if (set_back && timer->interval >= 0 &&
+               remaining > std::int64_t{timer->interval} * 1000) {
+        timer->when = now;
+        time_add(&timer->when, timer->interval);
+    }
+}
+
+int remaining_ms(const event *timer, const timeval &now)
+{
+    const int ms = -time_diff(&timer->when, &now);
+    return ms <= early_ms ? 0 : ms;
+}
+
+// Milliseconds until the first due time, or no_timeout. One reading of the clock serves the step
+// check and the timeout, so that no step slips in between.
+int arm_timers()
+{
+    timeval now;
+    time_now(&now);
+    const bool set_back = microseconds(now) < microseconds(cycle_start);
+    cycle_start = now;
+    int timeout = no_timeout;
+    for (event *timer = time_event_list; timer; timer = timer->next) {
+        follow_clock(timer, now, set_back);
+        if (!arm(timer))
+            continue;
+        const int remaining = remaining_ms(timer, now);
+        timeout = timeout == no_timeout ? remaining : std::min(timeout, remaining);
+    }
+    return timeout;
+}
+
+// Whether there is one for this cycle.
+bool arm_always()
+{
+    bool any = false;
+    for (event *always = always_event_list; always; always = always->next)
+        any |= arm(always);
+    return any;
+}
+
+struct DescriptorSets {
+    fd_set read;
+    fd_set write;
+    int ready; // select's result
+
+    bool has(const event *event) const
+    {
+        return FD_ISSET(event->fd, event->write ? &write : &read);
+    }
+};
+
+int arm_descriptors(DescriptorSets &sets)
+{
+    FD_ZERO(&sets.read);
+    FD_ZERO(&sets.write);
+    int count = 0;
+    for (event *event = fd_event_list; event; event = event->next) {
+        if (!arm(event))
+            continue;
+        FD_SET(event->fd, event->write ? &sets.write : &sets.read);
+        count = std::max(count, event->fd + 1);
+    }
+    return count;
+}
+
+void wait_ready(DescriptorSets &sets, int timeout)
+{
+    const int count = arm_descriptors(sets);
+    timeval limit{timeout / 1000, suseconds_t{timeout % 1000} * 1000};
+    sets.ready =
+        select(count, &sets.read, &sets.write, nullptr, timeout == no_timeout ? nullptr : &limit);
+}
+
+void dispatch(event *event)
+{
+    event_info info{event, event->type, 0};
+    event->callback(&info, event->arg);
+}
+
+bool is_due(const event *timer)
+{
+    timeval now;
+    time_now(&now);
+    return remaining_ms(timer, now) == 0;
+}
+
+void dispatch_timers()
+{
+    for (event *timer = time_event_list; timer && !end_loop; timer = timer->next) {
+        if (!has_flag(timer, EVENT_ARMED) || !is_due(timer))
+            continue;
+        // Before the callback, so that it may set another interval, or another due time. Not with
+        // resched_event(), which would enable a timer that was disabled since it was armed.
+        if (has_flag(timer, EVENT_ONESHOT))
+            timer->flags |= EVENT_REMOVED;
+        else
+            time_add(&timer->when, timer->interval);
+        dispatch(timer);
+    }
+}
+
+template <class Ready>
+void dispatch_list(event *list, Ready ready)
+{
+    for (event *event = list; event && !end_loop; event = event->next) {
+        if (!has_flag(event, EVENT_ARMED) || !ready(event))
+            continue;
+        if (has_flag(event, EVENT_ONESHOT))
+            event->flags |= EVENT_REMOVED;
+        dispatch(event);
+    }
+}
+
+void run_cycle()
+{
+    take_in_pending();
+    const int timer_timeout = arm_timers();
+    const bool always_due = arm_always();
+    DescriptorSets sets;
+    wait_ready(sets, always_due ? 0 : timer_timeout);
+    dispatch_timers();
+    dispatch_list(always_event_list, [](const event *) { return true; });
+    if (sets.ready > 0)
+        dispatch_list(fd_event_list, [&](const event *event) { return sets.has(event); });
+    strip_events(&time_event_list);
+    strip_events(&fd_event_list);
+    strip_events(&always_event_list);
+}
+
+} // namespace
+
+int event_loop(int once)
+{
+    end_loop = 0;
+    do {
+        run_cycle();
+    } while (!once && !end_loop);
+    return once | end_loop;
+}
+
+void exit_event_loop()
+{
+    end_loop = 1;
+}
+
+event *add_fd_event(int fd, int write, unsigned flags, event_callback callback, void *arg)
+{
+    if (fd < 0 || fd >= FD_SETSIZE)
+        return nullptr;
+    event *event = new_event_of(EVENT_FD, flags | EVENT_ENABLED, callback, arg);
+    if (!event)
+        return nullptr;
+    event->fd = fd;
+    event->write = write;
+    push(&tmp_fd_event_list, event);
+    return event;
+}
+
+event *add_timer_event(int interval, unsigned flags, event_callback callback, void *arg)
+{
+    event *event = new_event_of(EVENT_TIMER, flags, callback, arg);
+    if (!event)
+        return nullptr;
+    event->interval = interval;
+    time_now(&event->when); // with EVENT_ENABLED in `flags` the interval counts from here
+    resched_event(event, nullptr);
+    push(&tmp_time_event_list, event);
+    return event;
+}
+
+event *add_alarm_event(const timeval *when, unsigned flags, event_callback callback, void *arg)
+{
+    event *event = new_event_of(EVENT_TIMER, flags | EVENT_ONESHOT, callback, arg);
+    if (!event)
+        return nullptr;
+    resched_event(event, when);
+    push(&tmp_time_event_list, event);
+    return event;
+}
+
+event *add_always_event(unsigned flags, event_callback callback, void *arg)
+{
+    event *event = new_event_of(EVENT_ALWAYS, flags | EVENT_ENABLED, callback, arg);
+    if (event)
+        push(&tmp_always_event_list, event);
+    return event;
+}
+
+void remove_event(event *event)
+{
+    if (event)
+        change_flags(event, EVENT_REMOVED, EVENT_ENABLED | EVENT_ARMED);
+}
+
+void set_event_enabled(event *event, int on)
+{
+    if (on)
+        event->flags |= EVENT_ENABLED;
+    else
+        event->flags &= ~EVENT_ENABLED;
+}
+
+int get_event_enabled(const event *event)
+{
+    return has_flag(event, EVENT_ENABLED);
+}
+
+void resched_event(event *event, const timeval *when)
+{
+    if (when)
+        event->when = *when;
+    else if (get_event_enabled(event))
+        time_add(&event->when, event->interval);
+    else
+        time_future(&event->when, event->interval);
+    change_flags(event, EVENT_ENABLED, EVENT_REMOVED);
+}
+
+void set_event_interval(event *event, int ms)
+{
+    event->interval = ms;
+    if (get_event_enabled(event))
+        resched_event(event, nullptr);
+}
+
+void strip_events(event **head)
+{
+    event *next = nullptr;
+    for (event *event = *head; event; event = next) {
+        next = event->next;
+        if (!has_flag(event, EVENT_REMOVED))
+            continue;
+        if (event->next)
+            event->next->prev = event->prev;
+        if (event->prev)
+            event->prev->next = event->next;
+        else
+            *head = event->next;
+        delete event;
+    }
+}
+
+event *new_event(event_callback callback, void *arg)
+{
+    auto *created = new (std::nothrow) event{};
+    if (created) {
+        created->callback = callback;
+        created->arg = arg;
+        created->interval = no_interval;
+    }
+    return created;
+}
+
+int time_now(timeval *now)
+{
+    return gettimeofday(now, nullptr);
+}
+
+void time_add(timeval *time, int ms)
+{
+    time->tv_usec += suseconds_t{ms % 1000} * 1000;
+    time->tv_sec += ms / 1000;
+    if (time->tv_usec > 999'999) {
+        time->tv_sec += 1;
+        time->tv_usec -= 1'000'000;
+    }
+}
+
+void time_future(timeval *time, int ms)
+{
+    time_now(time);
+    time_add(time, ms);
+}
+
+int time_diff(const timeval *from, const timeval *to)
+{
+    const auto wrapped = [](auto value) { return static_cast<std::uint32_t>(value); };
+    const std::uint32_t seconds = wrapped(to->tv_sec) - wrapped(from->tv_sec);
+    const std::uint32_t rest = wrapped(to->tv_usec) - wrapped(from->tv_usec);
+    return static_cast<std::int32_t>(seconds * 1'000'000 + rest + 500) / 1000;
+}
+
+int time_ago(const timeval *time)
+{
+    timeval now;
+    time_now(&now);
+    return time_diff(time, &now);
+}
