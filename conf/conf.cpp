@@ -1,0 +1,60 @@
+#include "conf/conf.h"
+
+#include "conf/store.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <limits>
+
+#include <strings.h>
+
+namespace
+{
+
+// The number at the start of `text` and where it ends (`text` itself when there is none).
+std::int32_t parse_number(const char *text, const char **end)
+{
+    char *stop = nullptr;
+    const long value = std::strtol(text, &stop, 10);
+    *end = stop;
+    return static_cast<std::int32_t>(std::clamp<long>(
+        value, std::numeric_limits<std::int32_t>::min(), std::numeric_limits<std::int32_t>::max()));
+}
+
+} // namespace
+
+int isEnabled(const char *text)
+{
+    static constexpr const char *words[] = {"Enabled", "Enable", "yes", "on", "1"};
+    return std::ranges::any_of(words,
+                               [=](const char *word) { return strcasecmp(text, word) == 0; });
+}
+
+int int_chk_range(std::int32_t value, std::int32_t min, std::int32_t max)
+{
+    return min <= value && value <= max;
+}
+
+std::int32_t parse_number(const char *text)
+{
+    const char *end = nullptr;
+    return parse_number(text, &end);
+}
+
+int parse_pair(const char *text, std::int32_t &first, std::int32_t &second)
+{
+    const char *end = nullptr;
+    std::int32_t value = parse_number(text, &end);
+    if (end == text)
+        return 0;
+    first = value;
+    if (*end != 'x')
+        return 1;
+    const char *rest = end + 1;
+    value = parse_number(rest, &end);
+    if (end == rest)
+        return 1;
+    second = value;
+    return 2;
+}

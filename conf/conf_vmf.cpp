@@ -1,0 +1,240 @@
+#include "conf/conf_vmf.h"
+
+#include "conf/shapes.h"
+#include "conf/store.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <span>
+
+namespace
+{
+
+// What areas and lines have in common, but for the name of one field.
+struct LimitKeys {
+    const char *slow_speed;
+    const char *fast_speed;
+    const char *min_size;
+    const char *max_size;
+};
+
+template <class Source>
+void read_limits(Source &source, RecordReader &store, const LimitKeys &keys, int n)
+{
+    source.slowSpeed = store.number("1", keys.slow_speed, n);
+    source.fastSpeed = store.number("100", keys.fast_speed, n);
+    const ConfSize min = read_size(store, "1x1", keys.min_size, n, {1, 1});
+    const ConfSize max = read_size(store, "1920x1080", keys.max_size, n, {1920, 1080});
+    source.minInspectionWidth = min.width;
+    source.minInspectionHeight = min.height;
+    source.maxInspectionWidth = max.width;
+    source.maxInspectionHeight = max.height;
+}
+
+template <class Source>
+ODVmfFilterConf make_filter(const Source &source, std::int32_t event, std::int32_t direction)
+{
+    ODVmfFilterConf filter = {};
+    if (!source.valid)
+        return filter;
+    filter.event = event;
+    filter.pointNum = source.pointNum;
+    std::copy_n(source.points, std::min(source.pointNum, CONF_POLYGON_POINTS), filter.points);
+    filter.objMinSizeX = source.minInspectionWidth;
+    filter.objMaxSizeX = source.maxInspectionWidth;
+    filter.objMinSizeY = source.minInspectionHeight;
+    filter.objMaxSizeY = source.maxInspectionHeight;
+    filter.slowSpeed = source.slowSpeed;
+    filter.fastSpeed = source.fastSpeed;
+    filter.movingDirection = direction;
+    return filter;
+}
+
+std::int32_t area_event(std::int32_t type)
+{
+    switch (type) {
+    case 1:
+        return CONF_EVENT_AREA_1;
+    case 2:
+        return CONF_EVENT_AREA_2;
+    default:
+        return CONF_EVENT_AREA_0;
+    }
+}
+
+void read_filters(ODVmfParamConf &conf)
+{
+    static_assert(CONF_OD_AREAS == CONF_CROSS_LINES);
+    CrossLineConf lines[CONF_CROSS_LINES];
+    ObjectDetectionConf areas[CONF_OD_AREAS];
+    for (int n = 0; n < CONF_OD_AREAS; ++n) {
+        conf_getCrossLineConf(&lines[n], n);
+        conf_getObjectDetectionConf(&areas[n], n);
+    }
+
+    const auto add = [&conf](const auto &source, auto convert) {
+        if (source.valid && conf.filterNum < CONF_VMF_FILTERS)
+            convert(&conf.filters[conf.filterNum++], &source);
+    };
+    for (const CrossLineConf &line : lines)
+        add(line, conf_convCrossLineConf2ODVmfFilterConf);
+    for (const ObjectDetectionConf &area : areas)
+        add(area, conf_convObjectDetectionConf2ODVmfFilterConf);
+    conf.valid = conf.filterNum > 0;
+}
+
+void read_nd_areas(ODVmfParamConf &conf, RecordReader &store)
+{
+    static constexpr EdgeKeys keys = {
+        "VideoAnalytics.OD.VmfParam.NdArea%d.Left", "VideoAnalytics.OD.VmfParam.NdArea%d.Right",
+        "VideoAnalytics.OD.VmfParam.NdArea%d.Top", "VideoAnalytics.OD.VmfParam.NdArea%d.Bottom"};
+    constexpr std::int32_t max_nd_coordinate = 10000; // one more than other windows have
+
+    for (int n = 0; n < CONF_VMF_ND_AREAS; ++n) {
+        ODVmfNdAreaConf &area = conf.ndAreas[conf.ndAreaNum];
+        area.pointNum = store_corners(read_edges(store, keys, n), max_nd_coordinate, area.points);
+        if (area.pointNum)
+            ++conf.ndAreaNum;
+    }
+}
+
+// Passes the numbers of a comma-separated list on until `take` returns false.
+template <class Take>
+void for_each_number(const char *text, Take take)
+{
+    while (text && take(parse_number(text))) {
+        text = std::strchr(text, ',');
+        if (text)
+            ++text;
+    }
+}
+
+// Both list readers return how many items were accepted and clear comboValid at a bad one.
+int read_combo_ids(ODVmfParamConf &conf, RecordReader &store)
+{
+    const std::span ids(conf.comboFilterIds);
+    std::size_t count = 0;
+    std::ranges::fill(ids, -1);
+    for_each_number(store.text("", "VideoAnalytics.OD.VmfParam.ComboFilter.FilterID"),
+                    [&](std::int32_t id) {
+                        const auto taken = ids.first(count);
+                        const bool fits = int_chk_range(id, 0, CONF_VMF_FILTERS - 1);
+                        const bool repeated = std::ranges::find(taken, id) != taken.end();
+                        if (fits)
+                            ids[count] = id;
+                        if (!fits || repeated) {
+                            conf.comboValid = 0;
+                            return false;
+                        }
+                        return ++count < ids.size();
+                    });
+    return static_cast<int>(count);
+}
+
+int read_combo_intervals(ODVmfParamConf &conf, RecordReader &store)
+{
+    constexpr std::int32_t max_interval = 600000;
+    const std::span intervals(conf.comboIntervals);
+    std::size_t count = 0;
+    for_each_number(store.text("0", "VideoAnalytics.OD.VmfParam.ComboFilter.Interval"),
+                    [&](std::int32_t interval) {
+                        if (!int_chk_range(interval, 0, max_interval)) {
+                            conf.comboValid = 0;
+                            return false;
+                        }
+                        intervals[count] = interval;
+                        return ++count < intervals.size();
+                    });
+    return static_cast<int>(count);
+}
+
+void read_combo(ODVmfParamConf &conf, RecordReader &store)
+{
+    conf.comboValid = 1;
+    const int ids = read_combo_ids(conf, store);
+    const int intervals = read_combo_intervals(conf, store);
+    if (intervals != ids - 1)
+        conf.comboValid = 0;
+}
+
+} // namespace
+
+int conf_getObjectDetectionConf(ObjectDetectionConf *conf, int n)
+{
+    static constexpr EdgeKeys edge_keys = {"ObjectDetection.O%d.Left", "ObjectDetection.O%d.Right",
+                                           "ObjectDetection.O%d.Top", "ObjectDetection.O%d.Bottom"};
+    static constexpr LimitKeys limit_keys = {
+        "ObjectDetection.O%d.SlowSpeed", "ObjectDetection.O%d.FastSpeed",
+        "ObjectDetection.O%d.MinInspectionSize", "ObjectDetection.O%d.MaxInspectionSize"};
+    RecordReader store;
+    *conf = {};
+    const Edges edges = read_edges(store, edge_keys, n);
+    const std::int32_t type = store.number("-1", "ObjectDetection.O%d.Type", n);
+    read_limits(*conf, store, limit_keys, n);
+    conf->pointNum = store_corners(edges, max_coordinate, conf->points);
+    if (!conf->pointNum)
+        return 0;
+    conf->valid = 1;
+    conf->type = type;
+    return 0;
+}
+
+int conf_getCrossLineConf(CrossLineConf *conf, int n)
+{
+    static constexpr LimitKeys limit_keys = {"CrossLine.C%d.SlowSpeed", "CrossLine.C%d.FastSpeed",
+                                             "CrossLine.C%d.MinInspectionSize",
+                                             "CrossLine.C%d.MaxInspectionSize"};
+    RecordReader store;
+    *conf = {};
+    ConfPoint start;
+    ConfPoint end;
+    start.x = store.number("-1", "CrossLine.C%d.StartX", n);
+    start.y = store.number("-1", "CrossLine.C%d.StartY", n);
+    end.x = store.number("-1", "CrossLine.C%d.EndX", n);
+    end.y = store.number("-1", "CrossLine.C%d.EndY", n);
+    const std::int32_t direction = store.number("-1", "CrossLine.C%d.Direction", n);
+    read_limits(*conf, store, limit_keys, n);
+    if (!all_in_range({start.x, start.y, end.x, end.y}, 0, max_coordinate))
+        return 0;
+    conf->valid = 1;
+    conf->points[conf->pointNum++] = start;
+    conf->points[conf->pointNum++] = end;
+    conf->direction = direction;
+    std::printf("cross line start (%d,%d), end (%d,%d)\n", start.x, start.y, end.x, end.y);
+    return 0;
+}
+
+int conf_convObjectDetectionConf2ODVmfFilterConf(ODVmfFilterConf *filter,
+                                                 const ObjectDetectionConf *area)
+{
+    *filter = make_filter(*area, area_event(area->type), 0);
+    return 0;
+}
+
+int conf_convCrossLineConf2ODVmfFilterConf(ODVmfFilterConf *filter, const CrossLineConf *line)
+{
+    *filter = make_filter(*line, CONF_EVENT_CROSS_LINE, line->direction);
+    return 0;
+}
+
+int conf_getODVmfParamConf(ODVmfParamConf *conf)
+{
+    *conf = {};
+    read_filters(*conf);
+    RecordReader store;
+    conf->alarmTime = store.number("30", "VideoAnalytics.OD.VmfParam.AlarmTimes");
+    read_nd_areas(*conf, store);
+    read_combo(*conf, store);
+    return 0;
+}
+
+int conf_compareODVmfFilterConf(const ODVmfFilterConf *a, const ODVmfFilterConf *b)
+{
+    return compare_records(a, b);
+}
+
+int conf_compareODVmfParamConf(const ODVmfParamConf *a, const ODVmfParamConf *b)
+{
+    return compare_records(a, b);
+}

@@ -1,0 +1,53 @@
+#pragma once
+
+#include "conf/conf.h"
+#include "platform/nvram.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
+
+// What the readers share: typed access to the store and the byte-wise comparison. Private to conf/.
+
+// The decimal number at the start of `text`, or 0; see conf.h.
+std::int32_t parse_number(const char *text);
+
+// Up to two decimal numbers joined by "x"; returns how many were found. Only those are stored.
+int parse_pair(const char *text, std::int32_t &first, std::int32_t &second);
+
+// Reads keys one after another into one buffer. `index` fills the "%d" of a key that has one.
+template <std::size_t Size>
+class StoreReader
+{
+public:
+    const char *text(const char *default_text, const char *key, int index = 0)
+    {
+        buffer_[0] = '\0';
+        nvram_get_with_buffer(buffer_, Size, default_text, key, index);
+        return buffer_;
+    }
+
+    std::int32_t number(const char *default_text, const char *key, int index = 0)
+    {
+        return parse_number(text(default_text, key, index));
+    }
+
+    std::int32_t flag(const char *default_text, const char *key, int index = 0)
+    {
+        return isEnabled(text(default_text, key, index));
+    }
+
+private:
+    char buffer_[Size];
+};
+
+using RecordReader = StoreReader<1024>;
+using KeyReader = StoreReader<128>;
+
+template <class Record>
+int compare_records(const Record *a, const Record *b)
+{
+    static_assert(std::has_unique_object_representations_v<Record>, "padding would be compared");
+    return std::memcmp(a, b, sizeof(Record));
+}
