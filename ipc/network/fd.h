@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cerrno>
+#include <utility>
+
+#include <unistd.h>
+
+// Owns one descriptor and closes it. Closing keeps errno, so a failure can be reported afterwards.
+class Fd
+{
+public:
+    Fd() = default;
+    explicit Fd(int fd) : fd_(fd) {}
+    Fd(Fd &&other) noexcept : fd_(other.release()) {}
+    Fd &operator=(Fd &&other) noexcept
+    {
+        reset(other.release());
+        return *this;
+    }
+    ~Fd() { reset(); }
+
+    explicit operator bool() const { return fd_ >= 0; }
+    int get() const { return fd_; }
+    [[nodiscard]] int release() { return std::exchange(fd_, none); }
+    void reset(int fd = none)
+    {
+        const int error = errno;
+        if (fd_ >= 0)
+            close(fd_);
+        fd_ = fd;
+        errno = error;
+    }
+
+private:
+    static constexpr int none = -1;
+    int fd_ = none;
+};

@@ -1,0 +1,316 @@
+#include "ipc/network/sck_svr.h"
+
+#include "event/event.h"
+#include "ipc/network/fd.h"
+#include "ipc/network/socket.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <new>
+#include <span>
+#include <utility>
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr int listen_backlog = 5;
+constexpr std::uint32_t header_size = sizeof(std::uint32_t); // the length in front of a payload
+
+using Bytes = std::span<const std::uint8_t>;
+
+Bytes bytes_of(const void *data, std::uint32_t length)
+{
+    return {static_cast<const std::uint8_t *>(data), length};
+}
+
+// Positions do not overflow however large the ring.
+std::uint32_t advance(const sck_buf_t &ring, std::uint32_t position, std::uint32_t count)
+{
+    const std::uint32_t to_end = ring.size - position;
+    return count < to_end ? position + count : count - to_end;
+}
+
+bool has_room(const sck_buf_t &ring, std::uint32_t length)
+{
+    const std::uint32_t room = ring.size - 1 - ring.count;
+    return room >= header_size && length <= room - header_size;
+}
+
+void put(sck_buf_t &ring, Bytes bytes)
+{
+    const Bytes front = bytes.first(std::min<std::size_t>(bytes.size(), ring.size - ring.writePos));
+    const Bytes wrapped = bytes.subspan(front.size());
+    std::ranges::copy(front, ring.data.get() + ring.writePos);
+    std::ranges::copy(wrapped, ring.data.get());
+    const auto count = static_cast<std::uint32_t>(bytes.size());
+    ring.writePos = advance(ring, ring.writePos, count);
+    ring.count += count;
+}
+
+void put_frame(sck_buf_t &ring, Bytes payload)
+{
+    const auto length = static_cast<std::uint32_t>(payload.size());
+    put(ring, bytes_of(&length, header_size));
+    put(ring, payload);
+}
+
+// The queued bytes up to the array's end; a queue that wraps goes on at its start.
+Bytes first_run(const sck_buf_t &ring)
+{
+    return bytes_of(ring.data.get() + ring.readPos, std::min(ring.count, ring.size - ring.readPos));
+}
+
+void take_out(sck_buf_t &ring, std::uint32_t count)
+{
+    ring.readPos = advance(ring, ring.readPos, count);
+    ring.count -= count;
+}
+
+// Returns how many clients had no room.
+int queue_for_all(sck_svr_t *server, Bytes payload)
+{
+    int refused = 0;
+    const std::scoped_lock lock(server->lock);
+    for (sck_clt_t *client = server->clients; client; client = client->next) {
+        if (!has_room(client->send, static_cast<std::uint32_t>(payload.size()))) {
+            ++refused;
+            continue;
+        }
+        put_frame(client->send, payload);
+        set_event_enabled(client->writeEvent, 1);
+    }
+    return refused;
+}
+
+void link_client(sck_clt_t *client)
+{
+    sck_svr_t *server = client->server;
+    client->next = server->clients;
+    if (client->next)
+        client->next->prev = client;
+    server->clients = client;
+}
+
+void unlink_client(sck_clt_t *client)
+{
+    if (client->next)
+        client->next->prev = client->prev;
+    if (client->prev)
+        client->prev->next = client->next;
+    else
+        client->server->clients = client->next;
+}
+
+// Ends the connection and hands out the record, to be freed without the lock, which is held here.
+[[nodiscard]] std::unique_ptr<sck_clt_t> disconnect(sck_clt_t *client, const char *reporter)
+{
+    std::printf("%s: client disconnect.\n", reporter);
+    close(client->socket);
+    remove_event(client->writeEvent);
+    remove_event(client->readEvent);
+    unlink_client(client);
+    return std::unique_ptr<sck_clt_t>(client);
+}
+
+// One write. Returns whether the connection still stands.
+bool drain(sck_clt_t *client)
+{
+    const Bytes run = first_run(client->send);
+    if (run.empty())
+        return true;
+    const ssize_t written = send(client->socket, run.data(), run.size(), MSG_NOSIGNAL);
+    if (written > 0) {
+        take_out(client->send, static_cast<std::uint32_t>(written));
+        return true;
+    }
+    const bool try_again = written < 0 && errno == EAGAIN;
+    std::printf("write error. ret = %d, len=%d\n", static_cast<int>(written),
+                static_cast<int>(run.size()));
+    return try_again;
+}
+
+std::int32_t sck_clt_event_write(event_info *, void *arg)
+{
+    auto *const client = static_cast<sck_clt_t *>(arg);
+    sck_svr_t *const server = client->server;
+    std::unique_ptr<sck_clt_t> gone; // outlives the lock
+    const std::scoped_lock lock(server->lock);
+    if (!drain(client))
+        gone = disconnect(client, server->path.get());
+    else if (client->send.count == 0)
+        set_event_enabled(client->writeEvent, 0);
+    return 0;
+}
+
+std::int32_t sck_clt_event_read(event_info *, void *arg)
+{
+    auto *const client = static_cast<sck_clt_t *>(arg);
+    sck_svr_t *const server = client->server;
+    sck_buf_t &ring = client->recv;
+    if (ring.writePos >= ring.readPos) {
+        const ssize_t got =
+            read(client->socket, ring.data.get() + ring.writePos, ring.size - ring.writePos);
+        if (got <= 0) {
+            std::unique_ptr<sck_clt_t> gone; // outlives the lock
+            const std::scoped_lock lock(server->lock);
+            gone = disconnect(client, __func__);
+            return 0;
+        }
+        ring.writePos = advance(ring, ring.writePos, static_cast<std::uint32_t>(got));
+    }
+    server->recvHandler(client, server->recvArg);
+    return 0;
+}
+
+// A client that is not on the list yet; null when memory is short or the loop cannot serve it. The
+// connection stays the caller's.
+std::unique_ptr<sck_clt_t> new_client(sck_svr_t *server, int connection)
+{
+    std::unique_ptr<sck_clt_t> client(new (std::nothrow) sck_clt_t{});
+    if (!client || sck_buf_init(&client->send, server->size) == -1 ||
+        sck_buf_init(&client->recv, server->size) == -1)
+        return nullptr;
+    client->socket = connection;
+    client->server = server;
+    client->readEvent =
+        add_fd_event(connection, 0, EVENT_ENABLED, sck_clt_event_read, client.get());
+    client->writeEvent =
+        add_fd_event(connection, 1, EVENT_ENABLED, sck_clt_event_write, client.get());
+    if (!client->readEvent || !client->writeEvent) {
+        remove_event(client->readEvent);
+        remove_event(client->writeEvent);
+        return nullptr;
+    }
+    set_event_enabled(client->writeEvent, 0); // nothing is queued
+    return client;
+}
+
+std::int32_t sck_svr_event_accept(event_info *, void *arg)
+{
+    auto *const server = static_cast<sck_svr_t *>(arg);
+    Fd connection = accept_connection(server->socket);
+    if (!connection) {
+        const int error = errno;
+        std::puts("ERR## accept fail.");
+        server->spare.drop_connection_if_exhausted(server->socket, error);
+        return 0;
+    }
+    std::printf("%s: accept client. previous clients=%d\n", server->path.get(),
+                sck_svr_get_client_count(server));
+    std::unique_ptr<sck_clt_t> client = new_client(server, connection.get());
+    if (!client) {
+        std::printf("%s: can't serve client.\n", server->path.get());
+        return 0;
+    }
+    static_cast<void>(connection.release());
+    const std::scoped_lock lock(server->lock);
+    link_client(client.release());
+    return 0;
+}
+
+std::unique_ptr<char[]> copy_of(const char *text)
+{
+    const std::size_t size = std::strlen(text) + 1;
+    std::unique_ptr<char[]> copy(new (std::nothrow) char[size]);
+    if (copy)
+        std::memcpy(copy.get(), text, size);
+    return copy;
+}
+
+} // namespace
+
+int sck_svr_init(sck_svr_t **slot, const char *path, std::uint32_t size)
+{
+    if (!path) {
+        std::printf("%s: error\n", __func__);
+        return -1;
+    }
+    if (size <= header_size)
+        return -1;
+    std::unique_ptr<sck_svr_t> server(new (std::nothrow) sck_svr_t{});
+    if (!server)
+        return -1;
+    server->path = copy_of(path);
+    int listener = -1;
+    if (!server->path || unix_domain_socket_init(&listener, path, listen_backlog) == -1)
+        return -1;
+    Fd socket(listener);
+    server->size = size;
+    server->recvHandler = sck_clt_ignore_read;
+    server->socket = socket.get();
+    server->spare.hold();
+    server->acceptEvent =
+        add_fd_event(server->socket, 0, EVENT_ENABLED, sck_svr_event_accept, server.get());
+    if (!server->acceptEvent)
+        return -1;
+    static_cast<void>(socket.release());
+    *slot = server.release();
+    return 0;
+}
+
+int sck_svr_write(sck_svr_t *server, const void *data, std::uint32_t length)
+{
+    if (!server)
+        return -1;
+    if (length == 0)
+        return 0;
+    // Printed without the lock: standard output may block, and must not hold up the loop with it.
+    for (int refused = queue_for_all(server, bytes_of(data, length)); refused > 0; --refused)
+        std::printf("Can't write data to client.sck_path=%s\n", server->path.get());
+    return 0;
+}
+
+int sck_svr_get_client_count(sck_svr_t *server)
+{
+    if (!server)
+        return -1;
+    int count = 0;
+    const std::scoped_lock lock(server->lock);
+    for (const sck_clt_t *client = server->clients; client; client = client->next)
+        ++count;
+    return count;
+}
+
+int sck_svr_set_recv_callback(sck_svr_t *server, sck_recv_handler handler, void *arg)
+{
+    if (!server)
+        return -1;
+    server->recvHandler = handler;
+    server->recvArg = arg;
+    return 0;
+}
+
+void sck_svr_release(sck_svr_t **slot)
+{
+    const std::unique_ptr<sck_svr_t> server(std::exchange(*slot, nullptr));
+    if (!server)
+        return;
+    close(server->socket);
+    remove_event(server->acceptEvent);
+    while (const std::unique_ptr<sck_clt_t> client{server->clients}) {
+        server->clients = client->next;
+        remove_event(client->readEvent);
+        remove_event(client->writeEvent);
+        close(client->socket);
+    }
+}
+
+int sck_buf_init(sck_buf_t *buffer, std::uint32_t size)
+{
+    *buffer = {std::unique_ptr<std::uint8_t[]>(new (std::nothrow) std::uint8_t[size]()), size, 0, 0,
+               0};
+    return buffer->data ? 0 : -1;
+}
+
+int sck_clt_ignore_read(sck_clt_t *client, void *)
+{
+    client->recv.count = 0;
+    client->recv.readPos = 0;
+    client->recv.writePos = 0;
+    return 0;
+}

@@ -1,0 +1,103 @@
+#pragma once
+
+#include "ipc/network/accept.h"
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+
+// Result broadcast server: one stream of records for any number of local clients.
+//
+// A client connects to the server's Unix-domain stream socket and reads frames, back to back: a
+// 4-byte payload length in host byte order, never 0, then the payload. The first one is the first
+// record queued after it was accepted.
+//
+// Every client has a send buffer of its own. A record that does not fit in it whole is dropped for
+// this client alone, and leaves no trace in its stream; a client that never reads just misses
+// records, and delays neither the producer nor the others. A client is removed when it closes, or
+// when a write to it fails. Writing to one that has gone raises no SIGPIPE.
+//
+// The event loop accepts and serves the clients on its thread; sck_svr_write() only fills their
+// buffers. Queuing does not wake the loop: keep a periodic timer running to bound the delay.
+
+struct event;
+struct sck_clt_t;
+struct sck_svr_t;
+
+// Called on the loop thread, without the lock, after every read from a client; the result is
+// ignored. It must not block, nor release the server.
+//
+// The array client->recv.data holds `count` bytes that an earlier call kept, from offset 0, and
+// behind them the new ones, up to `writePos`, or up to the array's end when `writePos` is 0. The
+// handler owns the buffer's fields during the call. Before it returns it moves what it keeps to the
+// start of the array and sets readPos to 0, count and writePos to the length kept, which must be
+// below `size`: a record that can outgrow the buffer has to be given up. (While writePos is below
+// readPos nothing is read, and the handler is called over and over.)
+using sck_recv_handler = int (*)(sck_clt_t *client, void *arg);
+
+// A byte ring. In a send buffer count = (writePos - readPos) mod size, at most size - 1.
+struct sck_buf_t {
+    std::unique_ptr<std::uint8_t[]> data; // `size` bytes
+    std::uint32_t size;
+    std::uint32_t count;    // bytes queued
+    std::uint32_t readPos;  // next byte out, 0..size-1
+    std::uint32_t writePos; // where the next byte goes in, 0..size-1
+};
+
+// One connected client, owned by its server's list. The lock guards next, prev and send; the rest
+// belongs to the loop thread.
+struct sck_clt_t {
+    sck_clt_t *next; // older
+    sck_clt_t *prev; // newer
+    std::int32_t socket;
+    sck_buf_t send;    // frames not written yet
+    sck_buf_t recv;    // see sck_recv_handler
+    event *writeEvent; // enabled while `send` holds bytes
+    event *readEvent;
+    sck_svr_t *server;
+};
+
+struct sck_svr_t {
+    std::int32_t socket; // listening
+    std::uint32_t size;  // of each buffer of each client
+    sck_clt_t *clients;  // newest first; guarded by the lock
+    event *acceptEvent;
+    std::unique_ptr<char[]> path;
+    sck_recv_handler recvHandler;
+    void *recvArg;
+    std::mutex lock; // clients, their send buffers and write events
+
+    SpareFd spare; // for connections beyond the descriptor limit
+};
+
+static_assert(sizeof(void *) != 4 || (sizeof(sck_buf_t) == 20 && sizeof(sck_clt_t) == 64));
+
+// Starts a server at `path` (at most 107 bytes, copied; a file there is removed) and stores it in
+// *slot. `size` is the capacity of each client's buffers, above 4; the largest payload that can be
+// delivered is size - 5 bytes. Returns 0, or -1 with *slot untouched: path null, size too small,
+// memory short, or no socket or event to be had.
+int sck_svr_init(sck_svr_t **slot, const char *path, std::uint32_t size);
+
+// Queues one record for every client with room for all of it, and prints a line per client without.
+// The data stays the caller's. Copies only: no socket call, no allocation. Any thread. Returns 0
+// whoever received it (and for length 0, which queues nothing), -1 when `server` is null.
+int sck_svr_write(sck_svr_t *server, const void *data, std::uint32_t length);
+
+// Number of connected clients, -1 when `server` is null. Any thread, but no receive buffer handler
+// is kept from running meanwhile.
+int sck_svr_get_client_count(sck_svr_t *server);
+
+// Loop thread, or before the loop runs. Replaces the handler and its argument, which is not owned.
+// Returns 0, or -1 when `server` is null.
+int sck_svr_set_recv_callback(sck_svr_t *server, sck_recv_handler handler, void *arg);
+
+// Closes the listener and every client, drops what is queued and sets *slot to null; an empty slot
+// is left alone. The socket file stays. Loop thread, or while the loop does not run, and no other
+// thread may use the server any more.
+void sck_svr_release(sck_svr_t **slot);
+
+// Gives `buffer` an empty array of `size` zeros. Returns 0, or -1 when memory is short.
+int sck_buf_init(sck_buf_t *buffer, std::uint32_t size);
+
+// The default receive handler: throws away what was read. Returns 0.
+int sck_clt_ignore_read(sck_clt_t *client, void *arg);
