@@ -1,0 +1,283 @@
+#include "ipc/msg/msg.h"
+
+#include "event/event.h"
+#include "ipc/network/fd.h"
+#include "ipc/network/socket.h"
+#include "util/util.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <new>
+#include <string_view>
+#include <utility>
+
+#include <strings.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr int listen_backlog = 10;
+constexpr int buffer_capacity = MSG_BUFFER_SIZE - 1;
+constexpr char frame_mark = '$';
+constexpr char line_end = '\n';
+constexpr std::string_view arguments_mark = "::";
+constexpr std::string_view reply = "OK\n";
+constexpr int incomplete = 0; // as an item's size
+
+struct FrameHeader {
+    char mark;
+    char free;
+    std::uint8_t length[2]; // of the body, little-endian
+};
+static_assert(sizeof(FrameHeader) == 4 && offsetof(FrameHeader, length) == 2);
+
+constexpr int frame_header_size = sizeof(FrameHeader);
+
+bool serve(msg_handle *handle, Fd fd, event_callback callback)
+{
+    event *added = add_fd_event(fd.get(), 0, EVENT_ENABLED, callback, handle);
+    if (!added)
+        return false;
+    handle->events[fd.release()] = added;
+    return true;
+}
+
+void stop_serving(msg_handle *handle, int fd)
+{
+    close(fd);
+    remove_event(std::exchange(handle->events[fd], nullptr));
+}
+
+int frame_size(const char *frame, int available)
+{
+    if (available < frame_header_size)
+        return incomplete;
+    const int size = frame_header_size + buf2short(frame + offsetof(FrameHeader, length));
+    return size <= available ? size : incomplete;
+}
+
+int line_size(const char *line)
+{
+    const char *end = std::strchr(line, line_end);
+    return end ? static_cast<int>(end - line) + 1 : incomplete;
+}
+
+// A zero byte stands behind the `available` bytes.
+int item_size(const char *item, int available)
+{
+    return *item == frame_mark ? frame_size(item, available) : line_size(item);
+}
+
+bool has_name(const msg_command &command, std::string_view name)
+{
+    return std::strlen(command.name) == name.size() &&
+           strncasecmp(command.name, name.data(), name.size()) == 0;
+}
+
+void handle_line(msg_handle *handle, const char *line, int length)
+{
+    const std::string_view text(line, static_cast<std::size_t>(length));
+    const std::string_view name = text.substr(0, text.find(arguments_mark));
+    bool matched = false;
+    for (int i = 0; i < handle->count; ++i) {
+        msg_command &command = *handle->commands[i];
+        if (!has_name(command, name))
+            continue;
+        matched = true;
+        if (!std::exchange(command.handled, 1))
+            command.callback(command.arg, line, length);
+    }
+    if (!matched && handle->others)
+        handle->others->callback(handle->others->arg, line, length);
+}
+
+void handle_item(msg_handle *handle, char *item, int size)
+{
+    if (*item != frame_mark) {
+        item[size - 1] = '\0';
+        handle_line(handle, item, size - 1);
+    } else if (handle->extend) {
+        handle->extend->callback(handle->extend->arg, item, size);
+    }
+}
+
+void begin_batch(msg_handle *handle, int received)
+{
+    for (int i = 0; i < handle->count; ++i)
+        handle->commands[i]->handled = 0;
+    handle->used += received;
+    handle->buffer[handle->used] = '\0';
+}
+
+void answer_and_close(msg_handle *handle, int fd)
+{
+    send(fd, reply.data(), reply.size(), MSG_NOSIGNAL); // a client may have gone already
+    stop_serving(handle, fd);
+}
+
+void handle_items(msg_handle *handle, int fd)
+{
+    bool to_answer = handle->mode == MSG_SOCKET;
+    int done = 0;
+    while (done < handle->used) {
+        char *const item = handle->buffer + done;
+        const int size = item_size(item, handle->used - done);
+        if (size == incomplete)
+            break;
+        handle_item(handle, item, size);
+        if (std::exchange(to_answer, false))
+            answer_and_close(handle, fd);
+        done += size;
+    }
+    handle->used -= done;
+    std::memmove(handle->buffer, handle->buffer + done, static_cast<std::size_t>(handle->used));
+}
+
+std::int32_t msg_read(event_info *info, void *arg)
+{
+    auto *const handle = static_cast<msg_handle *>(arg);
+    const int fd = info->event->fd;
+    const auto room = static_cast<std::size_t>(buffer_capacity - handle->used);
+    const auto received = static_cast<int>(read(fd, handle->buffer + handle->used, room));
+    if (received <= 0) {
+        std::printf("%s(): error ************************************!\n", __func__);
+        stop_serving(handle, fd);
+        return 0;
+    }
+    begin_batch(handle, received);
+    handle_items(handle, fd);
+    return 0;
+}
+
+std::int32_t socket_accept(event_info *info, void *arg)
+{
+    auto *const handle = static_cast<msg_handle *>(arg);
+    const int listener = info->event->fd;
+    int connection = -1;
+    const int result = unix_domain_socket_accept(listener, &connection);
+    if (result == -1)
+        handle->spare.drop_connection_if_exhausted(listener, errno);
+    else if (result == 1 && !serve(handle, Fd(connection), msg_read))
+        std::printf("%s(): can't serve client.\n", __func__);
+    return 0;
+}
+
+int start_socket(msg_handle *handle)
+{
+    int listener = -1;
+    if (unix_domain_socket_init(&listener, handle->path, listen_backlog) == -1)
+        return -1;
+    handle->spare.hold();
+    return serve(handle, Fd(listener), socket_accept) ? 0 : -1;
+}
+
+int start_fifo(msg_handle *handle)
+{
+    handle->mode = MSG_FIFO;
+    Fd fifo(pipe_open(handle->path));
+    if (!fifo) {
+        std::puts("msg_start: fail !");
+        return -1;
+    }
+    return serve(handle, std::move(fifo), msg_read) ? 0 : -1;
+}
+
+std::unique_ptr<msg_command> new_command(std::string_view name, msg_callback callback, void *arg)
+{
+    std::unique_ptr<msg_command> command(new (std::nothrow) msg_command{});
+    if (command) {
+        std::ranges::copy(name, command->name);
+        command->callback = callback;
+        command->arg = arg;
+    }
+    return command;
+}
+
+} // namespace
+
+int msg_init(msg_handle **slot, msg_conf conf)
+{
+    if (!slot)
+        return -1;
+    std::unique_ptr<msg_handle> handle(new (std::nothrow) msg_handle{});
+    if (!handle) {
+        std::printf("%s:Can't alloc memory!\n", __func__);
+        return -1;
+    }
+    std::memcpy(handle->path, conf.path, MSG_PATH_SIZE - 1);
+    handle->mode = conf.mode;
+    *slot = handle.release();
+    return 0;
+}
+
+int msg_register(msg_handle *handle, const char *name, msg_callback callback, void *arg)
+{
+    if (!handle)
+        return -1;
+    if (handle->count == MSG_MAX_COMMANDS) {
+        std::printf("%s(): Can't register. Reach max config number %d!\n", __func__,
+                    MSG_MAX_COMMANDS);
+        return -1;
+    }
+    if (std::strlen(name) >= MSG_NAME_SIZE)
+        return -1;
+    auto command = new_command(name, callback, arg);
+    if (!command)
+        return -1;
+    handle->commands[handle->count++] = std::move(command);
+    return 0;
+}
+
+int msg_registerExtend(msg_handle *handle, msg_callback callback, void *arg)
+{
+    if (!handle)
+        return -1;
+    if (handle->extend) {
+        std::printf("%s: Already register before !\n", __func__);
+        return -1;
+    }
+    handle->extend.reset(new (std::nothrow) msg_extend{callback, arg});
+    if (!handle->extend) {
+        std::printf("%s: Can't alloc memory !\n", __func__);
+        return -1;
+    }
+    return 0;
+}
+
+int msg_registerOthers(msg_handle *handle, msg_callback callback, void *arg)
+{
+    if (!handle)
+        return -1;
+    if (handle->others) {
+        std::printf("%s(): Can't register. Already set before !\n", __func__);
+        return -1;
+    }
+    handle->others = new_command("", callback, arg);
+    return handle->others ? 0 : -1;
+}
+
+int msg_start(msg_handle *handle)
+{
+    if (!handle)
+        return -1;
+    return handle->mode == MSG_SOCKET ? start_socket(handle) : start_fifo(handle);
+}
+
+int msg_release(msg_handle **slot)
+{
+    if (!slot)
+        return -1;
+    const std::unique_ptr<msg_handle> handle(std::exchange(*slot, nullptr));
+    if (!handle)
+        return 0;
+    for (int fd = 0; fd < FD_SETSIZE; ++fd) {
+        if (handle->events[fd])
+            stop_serving(handle.get(), fd);
+    }
+    return 0;
+}
