@@ -1,0 +1,196 @@
+#include "platform/sim/chip.h"
+#include "platform/sim/entries.h"
+#include "platform/sim/text.h"
+
+#include <string>
+
+namespace
+{
+
+constexpr int handle_of_fd = 0x4644;
+constexpr std::uint16_t area_count = 2;
+constexpr std::size_t mask_columns = 16;
+constexpr std::uint32_t certain_score = 100;
+
+// The face entry of the stand-in.
+struct FaceEntry {
+    std::uint32_t id;
+    std::int32_t x; // pixels
+    std::int32_t y;
+    std::int32_t width;
+    std::int32_t height;
+    std::uint32_t score;
+    std::uint32_t angle;
+};
+static_assert(sizeof(FaceEntry) == NE3_VAL_FD_FACE_SIZE);
+
+FdResult result_of(std::vector<unsigned char> faces, int count)
+{
+    FdResult result{};
+    result.faces = std::move(faces);
+    result.record.faceNum = count;
+    return result;
+}
+
+std::optional<FdResult> scripted_faces(Playback &playback)
+{
+    const auto tick = playback.take_fd_tick();
+    if (!tick)
+        return {};
+    std::vector<FaceEntry> faces;
+    for (const ScriptedFace &face : playback.scene().faces) {
+        if (face.shown.holds(tick->time))
+            faces.push_back({face.id, face.corner.x, face.corner.y, face.size.width,
+                             face.size.height, certain_score, 0});
+    }
+    if (faces.empty())
+        return {};
+    return result_of(bytes_of(faces), static_cast<int>(faces.size()));
+}
+
+bool copy_blocks(const FaceDetection::Areas &areas, SimFdControl &control)
+{
+    return areas.mask.copy_attached(control.ctrl.mask, control.mask) &&
+           areas.windows.copy_attached(control.ctrl.windows, control.windows);
+}
+
+void print_mask(Text &text, const ne3_val_fd_mask &mask)
+{
+    constexpr std::size_t bits = 8;
+    constexpr std::size_t rows = sizeof mask.cells * bits / mask_columns;
+    for (std::size_t row = 0; row < rows; ++row) {
+        std::string cells;
+        for (std::size_t i = row * mask_columns; i < (row + 1) * mask_columns; ++i)
+            cells += mask.cells[i / bits] >> i % bits & 1 ? '1' : '0';
+        text.line("fd mask").add(cells);
+    }
+}
+
+void print_windows(Text &text, const ne3_val_fd_window_list &list, std::uint32_t window_bits)
+{
+    for (std::size_t i = 0; i < NE3_VAL_FD_WINDOWS; ++i) {
+        const ne3_val_fd_window &window = list.windows[i];
+        if (window_bits >> i & 1)
+            text.line("fd window " + std::to_string(i))
+                .point(window.x0, window.y0)
+                .point(window.x1, window.y1);
+    }
+}
+
+void print_control(const SimFdControl &control)
+{
+    const ne3_val_fd_ctrl &ctrl = control.ctrl;
+    Text text;
+    text.line("fd control")
+        .field("flip", ctrl.flip)
+        .field("maskEnable", ctrl.maskEnable)
+        .field("almMtd", ctrl.almMtd)
+        .field("sizeChkMtd", ctrl.sizeChkMtd)
+        .field("faceTotal", ctrl.faceTotal)
+        .field("thresRatio", ctrl.thresRatio)
+        .field("angle", ctrl.angle)
+        .field("angleMtd", ctrl.angleMtd)
+        .field("minDetectionSize", ctrl.minDetectionSize)
+        .field("maxDetectionSize", ctrl.maxDetectionSize)
+        .bits("windowBits", ctrl.windowBits);
+    if (control.mask)
+        print_mask(text, *control.mask);
+    if (control.windows)
+        print_windows(text, *control.windows, ctrl.windowBits);
+    text.print();
+}
+
+} // namespace
+
+int ne3_val_fd_open(const ne3_val_open_prm *prm)
+{
+    return library_call(__func__, [=](Memory &chip) {
+        auto areas = std::make_unique<FaceDetection::Areas>();
+        if (chip.fd.open(chip.library_is_open()) == -1)
+            return -1;
+        chip.fd.areas = std::move(areas);
+        chip.fd.prm = *prm;
+        return handle_of_fd;
+    });
+}
+
+int ne3_val_fd_start(int handle)
+{
+    return library_call(__func__, [=](Memory &chip) {
+        return chip.fd.is_open() && handle != handle_of_fd ? refuse(EINVAL) : chip.fd.start();
+    });
+}
+
+int ne3_val_fd_stop()
+{
+    return library_call(__func__, [](Memory &chip) { return chip.fd.stop(); });
+}
+
+int ne3_val_fd_close()
+{
+    return library_call(__func__, [](Memory &chip) { return chip.fd.close(); });
+}
+
+int ne3_val_fd_get_ctrl(ne3_val_fd_ctrl *ctrl)
+{
+    return library_call(__func__, [=](Memory &chip) { return chip.fd.get_ctrl(ctrl); });
+}
+
+int ne3_val_fd_set_ctrl(const ne3_val_fd_ctrl *ctrl)
+{
+    return library_call(__func__, [=](Memory &chip) {
+        if (!chip.fd.is_open())
+            return refuse(EPERM);
+        SimFdControl control{*ctrl, {}, {}};
+        if (!copy_blocks(*chip.fd.areas, control))
+            return refuse(EINVAL);
+        print_control(control);
+        chip.fd.accepted = control;
+        return 0;
+    });
+}
+
+int ne3_val_fd_get_area_data_mem(std::uint16_t *count, ne3_val_fd_area_data **areas)
+{
+    return library_call(__func__, [=](Memory &chip) {
+        if (!chip.fd.is_open())
+            return refuse(EPERM);
+        *count = area_count;
+        *areas = &chip.fd.areas->data;
+        return 0;
+    });
+}
+
+int ne3_val_fd_get_data(int prm, ne3_val_fd_result *result)
+{
+    return read_call(__func__, prm, &Memory::fd, [=](Memory &chip) {
+        auto next = next_result(chip.fd.pushed, [&] { return scripted_faces(chip.playback); });
+        if (!next)
+            return false;
+        chip.fd.current = *std::move(next);
+        *result = chip.fd.current.record;
+        result->faces = address_of(chip.fd.current.faces);
+        return true;
+    });
+}
+
+int ne3_val_fd_cancel_data()
+{
+    return library_call(__func__, [](Memory &chip) { return chip.fd.cancel_data(); });
+}
+
+void sim_push_fd(const std::vector<unsigned char> &faces, int count)
+{
+    LockedChip()->fd.pushed.push_back(result_of(faces, count));
+    wake_reads();
+}
+
+std::optional<SimFdControl> sim_fd_control()
+{
+    return LockedChip()->fd.accepted;
+}
+
+void sim_set_fd_defaults(const ne3_val_fd_ctrl &ctrl)
+{
+    LockedChip()->fd.defaults = ctrl;
+}

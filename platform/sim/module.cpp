@@ -1,0 +1,43 @@
+#include "platform/sim/module.h"
+
+#include "platform/sim/chip.h"
+#include "platform/sim/text.h"
+
+int Module::open(bool library_is_open)
+{
+    return library_is_open ? step(State::closed, State::open, "opened") : refuse(EPERM);
+}
+
+void Module::force_close()
+{
+    step(state_, State::closed, "closed");
+}
+
+int Module::cancel_data()
+{
+    if (!is_open())
+        return refuse(EPERM);
+    if (!pending)
+        return refuse(EAGAIN);
+    pending->cancelled = true;
+    pending = nullptr;
+    wake_reads();
+    return 0;
+}
+
+int Module::step(State from, State to, const char *what)
+{
+    if (state_ != from)
+        return refuse(EPERM);
+    if (state_ == to)
+        return 0;
+    Text().line(name_).add(what).print();
+    state_ = to;
+    wake_reads();
+    return 0;
+}
+
+void report_foreign_pointer(const char *block)
+{
+    Text().line(block).add("refused: the pointer is not the library's").print();
+}

@@ -1,0 +1,128 @@
+#include "platform/sim/chip.h"
+
+namespace
+{
+
+using State = Loader::State;
+
+// Fails unless the loader stands between `first` and `last`.
+int step(Loader &loader, State first, State last, State to)
+{
+    if (loader.state < first || loader.state > last)
+        return refuse(EPERM);
+    loader.state = to;
+    return 0;
+}
+
+int step(Loader &loader, State from, State to)
+{
+    return step(loader, from, from, to);
+}
+
+// The areas keep their content when they are asked for again, for another transfer.
+int map_areas(Loader &loader, vanaMemInfo *info)
+{
+    if (step(loader, State::device_open, State::transferred, State::mapped) == -1)
+        return -1;
+    if (!loader.areas)
+        loader.areas.emplace();
+    *info = {
+        .pProgramAddress = loader.areas->program.data(),
+        .pWorkAddress = loader.areas->work.data(),
+        .pVectorAddress = loader.areas->vector.data(),
+        .programPhysAddress = SIM_PROGRAM_ADDRESS,
+        .workPhysAddress = SIM_WORK_ADDRESS,
+        .vectorAddress = SIM_VECTOR_ADDRESS,
+        .programSize = SIM_PROGRAM_SIZE,
+        .workSize = SIM_WORK_SIZE,
+        .vectorSize = SIM_VECTOR_SIZE,
+    };
+    return 0;
+}
+
+LoaderAreas::Bytes area(LoaderAreas::Bytes LoaderAreas::*which)
+{
+    const LockedChip chip;
+    const auto &areas = chip->loader.areas;
+    return areas ? (*areas).*which : LoaderAreas::Bytes();
+}
+
+} // namespace
+
+int ne3_cl_library_init()
+{
+    return library_call(__func__, [](Memory &chip) {
+        return step(chip.loader, State::closed, State::initialised);
+    });
+}
+
+int ne3_cl_sys_open_device()
+{
+    return library_call(__func__, [](Memory &chip) {
+        return step(chip.loader, State::initialised, State::device_open);
+    });
+}
+
+int ne3_cl_cpu3_get_memory_info(vanaMemInfo *info)
+{
+    return library_call(__func__, [=](Memory &chip) { return map_areas(chip.loader, info); });
+}
+
+int ne3_cl_cpu3_xfer_complete()
+{
+    return library_call(__func__, [](Memory &chip) {
+        return step(chip.loader, State::mapped, State::transferred);
+    });
+}
+
+int ne3_cl_cpu3_boot()
+{
+    return library_call(__func__, [](Memory &chip) {
+        return step(chip.loader, State::transferred, State::running);
+    });
+}
+
+int ne3_cl_cpu3_xfer_cancel()
+{
+    return library_call(__func__, [](Memory &chip) {
+        return step(chip.loader, State::mapped, State::transferred, State::mapped);
+    });
+}
+
+int ne3_cl_cpu3_shutdown()
+{
+    return library_call(
+        __func__, [](Memory &chip) { return step(chip.loader, State::running, State::mapped); });
+}
+
+int ne3_cl_sys_close_device()
+{
+    return library_call(__func__, [](Memory &chip) {
+        if (step(chip.loader, State::device_open, State::running, State::initialised) == -1)
+            return -1;
+        chip.loader.areas.reset();
+        return 0;
+    });
+}
+
+int ne3_cl_library_exit()
+{
+    return library_call(__func__, [](Memory &chip) {
+        return step(chip.loader, State::initialised, State::closed);
+    });
+}
+
+std::vector<unsigned char> sim_program_area()
+{
+    return area(&LoaderAreas::program);
+}
+
+std::vector<unsigned char> sim_work_area()
+{
+    return area(&LoaderAreas::work);
+}
+
+std::vector<unsigned char> sim_vector_area()
+{
+    return area(&LoaderAreas::vector);
+}

@@ -1,0 +1,93 @@
+#include "platform/sim/scene.h"
+
+#include <utility>
+
+namespace
+{
+
+constexpr std::int64_t fd_interval_ms = 200;
+
+std::int32_t between(std::int32_t from, std::int32_t to, std::int64_t part, std::int64_t whole)
+{
+    return static_cast<std::int32_t>(from + (std::int64_t{to} - from) * part / whole);
+}
+
+SceneObject object_at(const ScriptedObject &script, std::int64_t time)
+{
+    const std::int64_t passed = time - script.shown.begin;
+    const std::int64_t length = script.shown.end - script.shown.begin;
+    SceneObject object = script.object;
+    object.centre = {between(object.centre.x, script.to.x, passed, length),
+                     between(object.centre.y, script.to.y, passed, length)};
+    return object;
+}
+
+} // namespace
+
+Playback::Playback(Scene scene) : scene_(std::move(scene))
+{
+    restart();
+}
+
+void Playback::restart()
+{
+    start_ = std::chrono::steady_clock::now();
+    alarms_taken_.assign(scene_.alarms.size(), 0);
+    od_ = {};
+    fd_ = {};
+}
+
+std::int64_t Playback::elapsed() const
+{
+    const auto passed = std::chrono::steady_clock::now() - start_;
+    return std::chrono::duration_cast<std::chrono::milliseconds>(passed).count();
+}
+
+std::int64_t Playback::count_due(const ScriptedAlarm &alarm, std::int64_t now) const
+{
+    if (now < alarm.first)
+        return 0;
+    const std::int64_t step = alarm.every ? alarm.every : scene_.period;
+    return step ? (now - alarm.first) / step + 1 : 1;
+}
+
+std::optional<std::array<std::uint32_t, 4>> Playback::take_alarm()
+{
+    const std::int64_t now = elapsed();
+    for (std::size_t i = 0; i < alarms_taken_.size(); ++i) {
+        const std::int64_t due = count_due(scene_.alarms[i], now);
+        if (due > alarms_taken_[i]) {
+            alarms_taken_[i] = due;
+            return scene_.alarms[i].words;
+        }
+    }
+    return {};
+}
+
+std::optional<Tick> Playback::take_fd_tick()
+{
+    return take_tick(fd_, fd_interval_ms);
+}
+
+std::optional<Tick> Playback::take_tick(Cursor &cursor, std::int64_t interval) const
+{
+    const std::int64_t number = elapsed() / interval;
+    if (number < cursor.next)
+        return {};
+    cursor.next = number + 1;
+    const std::int64_t time = number * interval;
+    const std::int64_t round = scene_.period ? time / scene_.period : 0;
+    const bool new_round = round != cursor.round;
+    cursor.round = round;
+    return Tick{number, time - round * scene_.period, new_round};
+}
+
+std::vector<SceneObject> Playback::objects_at(std::int64_t time) const
+{
+    std::vector<SceneObject> objects;
+    for (const ScriptedObject &script : scene_.objects) {
+        if (script.shown.holds(time))
+            objects.push_back(object_at(script, time));
+    }
+    return objects;
+}

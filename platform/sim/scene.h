@@ -1,0 +1,115 @@
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+// A scene file as read, and its playing. Times are milliseconds from the scene's start.
+
+struct Interval {
+    std::int64_t begin;
+    std::int64_t end; // the first moment after it
+
+    bool holds(std::int64_t time) const { return begin <= time && time < end; }
+};
+
+struct Size {
+    std::int32_t width; // pixels
+    std::int32_t height;
+};
+
+struct Point {
+    std::int32_t x; // pixels
+    std::int32_t y;
+};
+
+struct ScriptedAlarm {
+    std::int64_t first;
+    std::int64_t every; // 0: once a period
+    std::array<std::uint32_t, 4> words;
+};
+
+enum class ObjectKind : std::uint32_t { moving = 3, stationary = 19 };
+
+struct SceneObject {
+    std::uint32_t id;
+    ObjectKind kind;
+    Size size;
+    Point centre;
+};
+
+struct ScriptedObject {
+    SceneObject object; // where it begins
+    Point to;
+    Interval shown;
+};
+
+struct ScriptedFace {
+    std::uint32_t id;
+    Point corner; // top left
+    Size size;
+    Interval shown;
+};
+
+struct PlannedFailure {
+    std::string function;
+    int nth;
+    int error;
+};
+
+struct Scene {
+    Size frame{1920, 1080};
+    std::int64_t period = 0; // 0: the scene does not repeat
+    std::int64_t od_interval = 200;
+    std::vector<ScriptedAlarm> alarms;
+    std::vector<ScriptedObject> objects;
+    std::vector<ScriptedFace> faces;
+    std::vector<PlannedFailure> failures;
+};
+
+// Reads a scene file; nothing when it cannot be read. `clean` tells whether every line was
+// understood; the others are reported on standard error and left out.
+std::optional<Scene> read_scene(const std::string &path, bool &clean);
+
+// The moment a result of a module falls due.
+struct Tick {
+    std::int64_t number; // counted from the scene's start
+    std::int64_t time;   // within the period
+    bool new_round;      // the first one taken since the scene began or repeated
+};
+
+// A scene being played. Everything is handed out once; what fell due while nobody asked is passed
+// over, but for the newest of its kind.
+class Playback
+{
+public:
+    explicit Playback(Scene scene = {});
+
+    const Scene &scene() const { return scene_; }
+    void restart();
+
+    std::optional<std::array<std::uint32_t, 4>> take_alarm();
+    std::optional<Tick> take_od_tick() { return take_tick(od_, scene_.od_interval); }
+    std::optional<Tick> take_fd_tick();
+
+    std::vector<SceneObject> objects_at(std::int64_t time) const;
+
+private:
+    struct Cursor {
+        std::int64_t next = 0;
+        std::int64_t round = -1;
+    };
+
+    std::int64_t elapsed() const;
+    std::int64_t count_due(const ScriptedAlarm &alarm, std::int64_t now) const;
+    std::optional<Tick> take_tick(Cursor &cursor, std::int64_t interval) const;
+
+    Scene scene_;
+    std::chrono::steady_clock::time_point start_;
+    std::vector<std::int64_t> alarms_taken_; // per alarm of the scene
+    Cursor od_;
+    Cursor fd_;
+};

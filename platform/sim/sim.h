@@ -1,0 +1,99 @@
+#pragma once
+
+#include "platform/ne3_cl.h"
+#include "platform/ne3_val.h"
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+// The software stand-in for the chip, its loader and the store: what tests and scene files script
+// and look at. Any thread.
+//
+// State is kept per module (closed, open, started), for the loader and for the library; the loader
+// and the library know nothing of each other. A call in the wrong state fails with -1 and EPERM,
+// before its arguments are looked at; teardown calls are no exception. Then arguments other than
+// the daemon's constants, a handle that the open did not return and a block pointer that is not the
+// library's area of that block fail with EINVAL, lack of memory with ENOMEM. Closing the library
+// closes the modules, closing the loader's device stops the co-processor.
+//
+// A read waits up to 10 ms for a result and returns 1 when there was none. cancel_data succeeds
+// only while a read of its module waits, and ends it; else it fails with EAGAIN. A read whose
+// module is stopped meanwhile fails with EPERM.
+//
+// A line beginning "sim: " on standard error tells each step of a module and each control record
+// with its blocks as accepted, and why something was refused.
+
+// Everything as at process start: modules closed, no results, no planned failure, empty log, the
+// scene of VA_SIM_SCENE to be loaded by the next call. Lent memory is gone.
+void sim_reset();
+
+// The nth call (from 1) of `function` counted from now fails with `error` in errno, without effect
+// and whatever the state.
+void sim_fail(const std::string &function, int nth, int error);
+
+// Every call since the last sim_reset(), in order, by function name ("ne3_val_ta_open"), failed
+// ones too; get_data calls that returned without a result are left out. The last SIM_CALLS_KEPT of
+// them.
+inline constexpr std::size_t SIM_CALLS_KEPT = 65536;
+std::vector<std::string> sim_calls();
+
+// What get_data will return next, in this order, whether or not the module is open yet; passed
+// through as it is, before anything a scene holds. The entries are copied; without any the result's
+// address is null.
+void sim_push_ta(const ne3_val_ta_result &result);
+void sim_push_fd(const std::vector<unsigned char> &faces,
+                 int count); // count as reported, whatever `faces` holds
+void sim_push_od(const std::vector<unsigned char> &objects, int count, std::uint32_t vmfAlarms);
+
+// The last control record accepted by set_ctrl, with copies of the blocks it points at; nothing
+// before the first since the module was opened. It outlives the closing of the module.
+struct SimFdControl {
+    ne3_val_fd_ctrl ctrl;
+    std::optional<ne3_val_fd_mask> mask;
+    std::optional<ne3_val_fd_window_list> windows;
+};
+struct SimOdControl {
+    ne3_val_od_ctrl ctrl;
+    std::optional<ne3_val_od_masks> nonDetMasks;
+    std::optional<ne3_val_od_obj_init> doInit;
+    std::optional<ne3_val_od_obj_set> doSet;
+    std::optional<ne3_val_od_obj_init> soInit;
+    std::optional<ne3_val_od_obj_set> soSet;
+    std::optional<ne3_val_od_vmf> vmf;
+    std::optional<ne3_val_od_masks> detMasks;
+};
+std::optional<ne3_val_ta_ctrl> sim_ta_control();
+std::optional<ne3_val_dis_ctrl> sim_dis_control();
+std::optional<SimFdControl> sim_fd_control();
+std::optional<SimOdControl> sim_od_control();
+
+// The open parameters last accepted by a module's open ("ta", "fd").
+std::optional<ne3_val_open_prm> sim_open_prm(const std::string &module);
+std::optional<ne3_val_od_open_prm> sim_od_open_prm();
+
+// What get_ctrl hands out before the first set_ctrl; all zero unless set here.
+void sim_set_ta_defaults(const ne3_val_ta_ctrl &ctrl);
+void sim_set_dis_defaults(const ne3_val_dis_ctrl &ctrl);
+void sim_set_fd_defaults(const ne3_val_fd_ctrl &ctrl);
+void sim_set_od_defaults(const ne3_val_od_ctrl &ctrl);
+
+// The co-processor's memory areas, zeroed when they are mapped first; copies, empty while the areas
+// are not mapped.
+inline constexpr std::uint32_t SIM_PROGRAM_ADDRESS = 0x80000000;
+inline constexpr std::uint32_t SIM_WORK_ADDRESS = 0x81000000;
+inline constexpr std::uint32_t SIM_VECTOR_ADDRESS = 0x82000000;
+inline constexpr std::uint32_t SIM_PROGRAM_SIZE = 64 * 1024;
+inline constexpr std::uint32_t SIM_WORK_SIZE = 32 * 1024;
+inline constexpr std::uint32_t SIM_VECTOR_SIZE = 4 * 1024;
+std::vector<unsigned char> sim_program_area();
+std::vector<unsigned char> sim_work_area();
+std::vector<unsigned char> sim_vector_area();
+
+// Follows a scene file (see docs/scene.md) from now on, in the place of the one before; its `fail`
+// lines take effect at once, and its time starts again whenever the library is opened. The
+// environment variable VA_SIM_SCENE names one that is loaded by the first call of anything here.
+// Returns false, with a line on standard error, when the file cannot be read (nothing changes then)
+// or a line in it is not understood (the others count).
+bool sim_play_scene(const std::string &path);
