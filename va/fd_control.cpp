@@ -1,0 +1,125 @@
+#include "va/fd_control.h"
+
+#include "conf/conf.h"
+#include "va/va_fd.h"
+
+#include <algorithm>
+
+namespace
+{
+
+constexpr int mask_columns = 16;
+constexpr int bits_per_byte = 8;
+constexpr std::int32_t full_scale = 10000; // of window coordinates
+
+constexpr int mask_rows(bool wide)
+{
+    return wide ? 9 : 12;
+}
+
+constexpr std::int32_t unset = -1;
+
+template <class Field>
+void store_if_set(Field &field, std::int32_t setting)
+{
+    if (setting != unset)
+        field = static_cast<Field>(setting);
+}
+
+bool face_sizes_usable(const ne3_val_fd_ctrl &ctrl)
+{
+    constexpr std::int32_t smallest = 120;
+    constexpr std::int32_t largest = 960;
+    return int_chk_range(ctrl.minDetectionSize, smallest, largest) &&
+           int_chk_range(ctrl.maxDetectionSize, smallest, largest) &&
+           ctrl.minDetectionSize <= ctrl.maxDetectionSize;
+}
+
+// The cells of a grid `cells` wide that lie left of a coordinate, or that a length covers.
+int grid_cells(int cells, std::int32_t ten_thousandths)
+{
+    return cells * ten_thousandths / full_scale;
+}
+
+void mark(const VaFdWindow &window, int rows, ne3_val_fd_mask &mask)
+{
+    const int top = grid_cells(rows, window.y);
+    const int bottom = top + grid_cells(rows, window.height);
+    const int left = grid_cells(mask_columns, window.x);
+    const int right = left + grid_cells(mask_columns, window.width);
+    for (int row = top; row < bottom; ++row) {
+        for (int column = left; column < right; ++column) {
+            const int cell = row * mask_columns + column;
+            std::uint8_t &byte = mask.cells[cell / bits_per_byte];
+            byte = static_cast<std::uint8_t>(byte | 1 << cell % bits_per_byte);
+        }
+    }
+}
+
+} // namespace
+
+std::uint8_t fd_threshold_ratio(std::uint8_t sensitivity)
+{
+    constexpr int largest = 64;
+    const auto ratio = static_cast<std::uint8_t>((50 - sensitivity) / 2 + 29);
+    return ratio > largest ? largest : ratio; // a negative ratio has wrapped and is too large
+}
+
+void fd_apply_settings(const FDCtrlConf &conf, ne3_val_fd_ctrl &ctrl)
+{
+    store_if_set(ctrl.flip, conf.flip);
+    store_if_set(ctrl.almMtd, conf.almMtd);
+    store_if_set(ctrl.sizeChkMtd, conf.sizeChkMtd);
+    store_if_set(ctrl.faceTotal, conf.faceTotal);
+    store_if_set(ctrl.angleMtd, conf.angleMtd);
+    store_if_set(ctrl.angle, conf.angle);
+    store_if_set(ctrl.minDetectionSize, conf.minDetectionSize);
+    store_if_set(ctrl.maxDetectionSize, conf.maxDetectionSize);
+    if (ctrl.sizeChkMtd == 1 && !face_sizes_usable(ctrl))
+        ctrl.sizeChkMtd = 0;
+    if (conf.sensitivity != unset)
+        ctrl.thresRatio = fd_threshold_ratio(static_cast<std::uint8_t>(conf.sensitivity));
+}
+
+bool fd_any_enabled(std::span<const VaFdWindow> windows)
+{
+    return std::ranges::any_of(windows,
+                               [](const VaFdWindow &window) { return window.enabled != 0; });
+}
+
+ne3_val_fd_mask fd_watch_mask(std::span<const VaFdWindow> windows, bool wide)
+{
+    ne3_val_fd_mask mask{};
+    for (const VaFdWindow &window : windows) {
+        if (window.enabled)
+            mark(window, mask_rows(wide), mask);
+    }
+    return mask;
+}
+
+std::size_t fd_watch_mask_size(bool wide)
+{
+    return static_cast<std::size_t>(mask_columns * mask_rows(wide) / bits_per_byte);
+}
+
+FdDetection fd_detection(std::span<const VaFdWindow, VA_FD_DETECT_WINDOWS> windows,
+                         std::int32_t width, std::int32_t height)
+{
+    FdDetection detection{};
+    for (std::size_t k = 0; k < windows.size(); ++k) {
+        const VaFdWindow &window = windows[k];
+        if (!window.enabled)
+            continue;
+        std::int32_t x0 = width * window.x / full_scale;
+        std::int32_t y0 = height * window.y / full_scale;
+        std::int32_t x1 = width * (window.x + window.width) / full_scale;
+        std::int32_t y1 = height * (window.y + window.height) / full_scale;
+        if (va_fd_watchframe_checkRange(&x0, &y0, &x1, &y1, width, height) != 0)
+            continue;
+        detection.list.windows[k] = {static_cast<std::uint16_t>(x0), static_cast<std::uint16_t>(y0),
+                                     static_cast<std::uint16_t>(x1),
+                                     static_cast<std::uint16_t>(y1)};
+        detection.bits |= 1U << k;
+    }
+    return detection;
+}

@@ -1,0 +1,58 @@
+#include "va/options.h"
+#include "va/paths.h"
+#include "va/process.h"
+#include "va/va.h"
+#include "va/va_proc.h"
+
+#include <csignal>
+#include <cstdio>
+
+#include <pthread.h>
+#include <syslog.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr int loop_wait_ms = 100; // bound on the loop's wait
+
+// The thread is never joined: va_stop() waits for its flag. Without a thread the daemon serves its
+// sockets all the same.
+void start_processing_thread(VaContext *context)
+{
+    if (pthread_create(&context->thread, nullptr, va_proc, context) == 0)
+        pthread_detach(context->thread);
+    else
+        context->threadEnded = 1;
+}
+
+void run(VaContext *context)
+{
+    start_processing_thread(context);
+    add_timer_event(loop_wait_ms, EVENT_ENABLED, null_timer, nullptr);
+    add_always_event(EVENT_ONESHOT, stop_if_requested, nullptr);
+    event_loop(0);
+    va_stop(context);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    // Static, since the processing thread may still set its flag while the process exits.
+    static VaContext context{};
+
+    open_standard_descriptors();
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
+    openlog("VA", LOG_CONS | LOG_PERROR, LOG_USER);
+    std::signal(SIGINT, sig1_handler);
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGTERM, sig1_handler);
+    create_pid_file();
+    va_parse_arg(argc, argv);
+    if (va_init(&context) == 0)
+        run(&context);
+    unlink(va_pid_path);
+    syslog(LOG_ERR, "Application quit.");
+    return 0;
+}

@@ -1,0 +1,16 @@
+#pragma once
+
+// Where the daemon meets the file system; fixed when the build is configured (VA_RUN_DIR and
+// VA_FIRMWARE_DIR).
+
+extern const char va_run_dir[];
+extern const char va_pid_path[];
+extern const char va_kill_command[]; // signals the process that the PID file names
+extern const char va_ctrl_path[];    // control FIFO
+extern const char va_od_path[];      // result sockets
+extern const char va_vmf_path[];
+extern const char va_fd_path[];
+extern const char va_ta_path[];
+
+extern const char va_firmware_path[];        // co-processor program
+extern const char va_work_data_1080p_path[]; // work data of the 1920 x 1080 sensors

@@ -1,0 +1,84 @@
+#pragma once
+
+#include "conf/conf_analytics.h"
+#include "conf/conf_fd.h"
+#include "conf/conf_od.h"
+#include "conf/conf_sensor.h"
+#include "conf/conf_vmf.h"
+#include "ipc/msg/msg.h"
+#include "ipc/network/sck_svr.h"
+
+#include <atomic>
+#include <cstdint>
+
+#include <pthread.h>
+
+// The analytics back end of the daemon, as one record and its beginning and end.
+
+inline constexpr int VA_OD_WINDOWS = 4;
+inline constexpr int VA_MOTION_WINDOWS = 30;
+inline constexpr int VA_PRIVACY_MASKS = 20;
+inline constexpr int VA_FD_WATCH_WINDOWS = 20;
+inline constexpr int VA_FD_DETECT_WINDOWS = 10;
+
+// A face-detection window in use; what FDWindowConf holds but for its kind.
+struct VaFdWindow {
+    std::int32_t enabled;
+    std::int32_t id; // slot number
+    std::int32_t x;  // ten-thousandths of the frame
+    std::int32_t y;
+    std::int32_t width;
+    std::int32_t height;
+};
+
+// Zero-filled before va_init(). Written by the main thread until the processing thread starts, then
+// by the processing thread alone, but for the atomic flags. A server handle is null when the server
+// was not created; its results then go nowhere.
+struct VaContext {
+    SensorConfig sensorConf;
+
+    std::int32_t odEnable; // flag: object detection runs
+    ODCtrlConf odCtrl;
+    ODMaskConf odMask[VA_OD_WINDOWS];
+    ODDetMaskConf odDetMask[VA_OD_WINDOWS];
+    ODDoParamInitConf odDoParamInit;
+    ODDoParamSetConf odDoParamSet;
+    ODSoParamInitConf odSoParamInit;
+    ODSoParamSetConf odSoParamSet;
+    MotionConfig motion[VA_MOTION_WINDOWS];          // zero until the first reconfiguration
+    PrivacyMaskConfig privacyMask[VA_PRIVACY_MASKS]; // likewise
+    ODVmfParamConf odVmfParam;
+    sck_svr_t *odServer;
+    sck_svr_t *vmfServer;
+    std::int32_t odOpened; // flag: the module was opened, or tried to be
+
+    std::int32_t fdEnable; // flag: face detection runs
+    FDCtrlConf fdCtrl;
+    VaFdWindow fdWatchWindows[VA_FD_WATCH_WINDOWS];
+    VaFdWindow fdDetectWindows[VA_FD_DETECT_WINDOWS];
+    sck_svr_t *fdServer;
+
+    TACtrlConf taCtrl;
+    std::int32_t taEnable; // flag: the tamper alarm runs
+    sck_svr_t *taServer;
+
+    std::int32_t disEnable; // flag: image stabilisation runs
+    DISCtrlConf disCtrl;
+
+    msg_handle *msg;
+    pthread_t thread;                      // the processing thread
+    std::atomic<std::int32_t> threadEnded; // set once, by the processing thread
+    std::atomic<std::int32_t> reconfig; // set by the main thread, cleared by the processing thread
+    std::int32_t wideAspect;            // flag: the sensor frame is 16:9
+};
+
+// Main thread, once: makes the run directory, looks the sensor up, boots the co-processor (one
+// retry after a full teardown), opens the library, reads the settings of the modules selected by
+// va_parse_arg(), and creates their result servers and the control-message server, which the event
+// loop serves from then on. Returns 0, or -1 after a message; nothing is released then.
+int va_init(VaContext *context);
+
+// Main thread, after the event loop: ends the pending reads, waiting for the processing thread, and
+// tears the modules, the library and the co-processor down. Returns 0. The servers end with the
+// process.
+int va_stop(VaContext *context);

@@ -1,0 +1,186 @@
+#include "va/va_fd.h"
+
+#include "va/cancel.h"
+#include "va/fd_control.h"
+#include "va/options.h"
+#include "va/relay.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <span>
+
+#include <syslog.h>
+
+namespace
+{
+
+constexpr int configured_windows = 30;
+
+struct WatchFrame {
+    std::int32_t width;
+    std::int32_t height;
+    std::int32_t minX;
+    std::int32_t minY;
+    std::int32_t maxX;
+    std::int32_t maxY;
+};
+
+constexpr WatchFrame watch_frames[] = {
+    {2736, 2200, 88, 140, 2648, 2060}, //
+    {2248, 2048, 4, 184, 2244, 1864},  //
+    {2048, 1536, 64, 48, 1984, 1488},  //
+    {1920, 1440, 0, 0, 1920, 1440},    //
+    {1280, 1024, 0, 32, 1280, 992},    //
+    {1280, 960, 0, 0, 1280, 960},      //
+    {800, 600, 0, 0, 800, 600},        //
+    {720, 480, 0, 0, 720, 480},        //
+    {720, 576, 0, 0, 720, 576},        //
+    {1920, 1080, 0, 0, 1920, 1080},    //
+    {1280, 720, 0, 0, 1280, 720},      //
+};
+
+// Fills slots in order until none is left.
+class Slots
+{
+public:
+    explicit Slots(std::span<VaFdWindow> slots) : slots_(slots)
+    {
+        for (VaFdWindow &slot : slots_)
+            slot.enabled = 0;
+    }
+
+    void take(const FDWindowConf &window)
+    {
+        if (used_ == slots_.size())
+            return;
+        slots_[used_] = {window.enabled, static_cast<std::int32_t>(used_),
+                         window.x,       window.y,
+                         window.width,   window.height};
+        ++used_;
+    }
+
+private:
+    std::span<VaFdWindow> slots_;
+    std::size_t used_ = 0;
+};
+
+int log_failure(const char *format)
+{
+    syslog(LOG_ERR, format, static_cast<unsigned>(errno));
+    return -1;
+}
+
+void set_watch_mask(const VaContext &context, ne3_val_fd_mask *memory, ne3_val_fd_ctrl &ctrl)
+{
+    ctrl.maskEnable = 0;
+    ctrl.mask = nullptr;
+    if (!fd_any_enabled(context.fdWatchWindows))
+        return;
+    const ne3_val_fd_mask mask = fd_watch_mask(context.fdWatchWindows, context.wideAspect != 0);
+    std::memcpy(memory, &mask, fd_watch_mask_size(context.wideAspect != 0));
+    ctrl.mask = memory;
+    ctrl.maskEnable = 1;
+}
+
+void set_detection_windows(const VaContext &context, ne3_val_fd_window_list *memory,
+                           ne3_val_fd_ctrl &ctrl)
+{
+    ctrl.windows = nullptr;
+    const FdDetection detection =
+        fd_detection(context.fdDetectWindows, context.sensorConf.width, context.sensorConf.height);
+    if (detection.bits == 0)
+        return;
+    std::memcpy(memory, &detection.list, sizeof detection.list);
+    ctrl.windowBits = detection.bits;
+    ctrl.windows = memory;
+}
+
+} // namespace
+
+int va_fd_getConf(VaContext *context)
+{
+    conf_getFDCtrlConf(&context->fdCtrl);
+    Slots watch(context->fdWatchWindows);
+    Slots detect(context->fdDetectWindows);
+    for (int number = 0; number < configured_windows; ++number) {
+        FDWindowConf window;
+        conf_getFDWindowConf(&window, number);
+        if (window.enabled)
+            (window.detected ? detect : watch).take(window);
+    }
+    context->fdEnable = gm_bFdEna;
+    return 0;
+}
+
+int va_fd_init(VaContext *context)
+{
+    std::puts("init fd.");
+    const ne3_val_open_prm fdOpenPrm{1, 1, 0};
+    const int handle = ne3_val_fd_open(&fdOpenPrm);
+    if (handle == -1) {
+        syslog(LOG_ERR, "fd_open failed.\n");
+        return -1;
+    }
+    if (ne3_val_fd_start(handle) == -1) {
+        syslog(LOG_ERR, "start failed.\n");
+        return -1;
+    }
+    return va_fd_set_ctrl(context) == 0 ? 0 : -1;
+}
+
+int va_fd_set_ctrl(VaContext *context)
+{
+    ne3_val_fd_ctrl fdCtrlPrm{};
+    if (ne3_val_fd_get_ctrl(&fdCtrlPrm) == -1)
+        return log_failure("ne3_val_fd_get_ctrl fail. errno = %X");
+    std::printf("==> old fd thresRatio = %d\n", fdCtrlPrm.thresRatio);
+    std::uint16_t count = 0;
+    ne3_val_fd_area_data *fdAreaDataMem = nullptr;
+    if (ne3_val_fd_get_area_data_mem(&count, &fdAreaDataMem) == -1)
+        return log_failure("fd_get_area_data_mem failed. errno = %X");
+    fd_apply_settings(context->fdCtrl, fdCtrlPrm);
+    std::printf("==>fd thresRatio=%d\n", fdCtrlPrm.thresRatio);
+    set_watch_mask(*context, static_cast<ne3_val_fd_mask *>(fdAreaDataMem->mask.address),
+                   fdCtrlPrm);
+    set_detection_windows(
+        *context, static_cast<ne3_val_fd_window_list *>(fdAreaDataMem->windows.address), fdCtrlPrm);
+    if (ne3_val_fd_set_ctrl(&fdCtrlPrm) == -1)
+        return log_failure("ne3_val_fd_set_ctrl fail. errno = %X");
+    return 0;
+}
+
+int va_fd_watchframe_checkRange(std::int32_t *x0, std::int32_t *y0, std::int32_t *x1,
+                                std::int32_t *y1, std::int32_t width, std::int32_t height)
+{
+    const auto frame = std::ranges::find_if(watch_frames, [=](const WatchFrame &row) {
+        return row.width == width && row.height == height;
+    });
+    if (frame == std::end(watch_frames)) {
+        std::printf("%s: input resolution is incorrect(%dx%d).\n", "va_fd_watchframe_checkRange",
+                    width, height);
+        return -1;
+    }
+    *x0 = std::max(*x0, frame->minX);
+    *y0 = std::max(*y0, frame->minY);
+    *x1 = std::min(*x1, frame->maxX);
+    *y1 = std::min(*y1, frame->maxY);
+    return 0;
+}
+
+int va_fd_updateConfig(VaContext *)
+{
+    return 0;
+}
+
+int va_fd_processData(VaContext *context, const ne3_val_fd_result *result)
+{
+    relay_entries(context->fdServer, result->faces, result->faceNum, NE3_VAL_FD_FACE_SIZE);
+    return 0;
+}
+
+int va_fd_cancel(VaContext *context)
+{
+    return va_cancel(context, ne3_val_fd_cancel_data);
+}

@@ -1,0 +1,121 @@
+#include "va/va_proc.h"
+
+#include "platform/ne3_val.h"
+#include "va/process.h"
+#include "va/va_dis.h"
+#include "va/va_fd.h"
+#include "va/va_od.h"
+#include "va/va_ta.h"
+
+#include <cerrno>
+#include <cstdio>
+
+#include <syslog.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr useconds_t idle_us = 100'000;
+constexpr int read_prm = 1; // the library's; always 1
+
+enum class Poll { nothing, result, end };
+
+// The library's result records, reused by every pass.
+struct Results {
+    ne3_val_od_result od;
+    ne3_val_ta_result ta;
+    ne3_val_fd_result fd;
+};
+
+bool start_modules(VaContext *context)
+{
+    return (!context->odEnable || va_od_init(context) == 0) &&
+           (!context->fdEnable || va_fd_init(context) == 0) &&
+           (!context->taEnable || va_ta_init(context) == 0) &&
+           (!context->disEnable || va_dis_init(context) == 0);
+}
+
+void reconfigure(VaContext *context)
+{
+    // Cleared first: a request that arrives during the update counts for the next pass.
+    if (context->reconfig.exchange(0) == 0)
+        return;
+    if (context->odEnable)
+        va_od_updateConfig(context);
+    if (context->taEnable)
+        va_ta_updateConfig(context);
+}
+
+template <class Result>
+Poll poll_module(VaContext *context, int (*get_data)(int, Result *), Result &result,
+                 int (*relay)(VaContext *, const Result *), const char *failure)
+{
+    switch (get_data(read_prm, &result)) {
+    case 0:
+        relay(context, &result);
+        return Poll::result;
+    case -1:
+        if (errno != NE3_VAL_ERR_CANCEL)
+            syslog(LOG_ERR, "%s", failure);
+        return Poll::end;
+    default:
+        return Poll::nothing;
+    }
+}
+
+// Each enabled module once.
+Poll poll_modules(VaContext *context, Results &results)
+{
+    Poll pass = Poll::nothing;
+    const auto note = [&](Poll poll) {
+        if (poll != Poll::nothing)
+            pass = poll;
+        return poll != Poll::end;
+    };
+    if (context->odEnable && !note(poll_module(context, ne3_val_od_get_data, results.od,
+                                               va_od_processData, "ne3_val_od_get_data failed.\n")))
+        return Poll::end;
+    if (context->taEnable && !note(poll_module(context, ne3_val_ta_get_data, results.ta,
+                                               va_ta_processData, "ne3_val_ta_get_data failed.\n")))
+        return Poll::end;
+    if (context->fdEnable)
+        note(poll_module(context, ne3_val_fd_get_data, results.fd, va_fd_processData,
+                         "ne3_val_fd_get_data failed.\n"));
+    return pass;
+}
+
+void run(VaContext *context)
+{
+    Results results{};
+    while (!terminate) {
+        reconfigure(context);
+        switch (poll_modules(context, results)) {
+        case Poll::end:
+            return;
+        case Poll::nothing:
+            usleep(idle_us);
+            break;
+        case Poll::result:
+            break;
+        }
+    }
+}
+
+} // namespace
+
+void *va_proc(void *argument)
+{
+    auto *context = static_cast<VaContext *>(argument);
+    if (start_modules(context))
+        run(context);
+    std::printf("%s: end\n", "va_proc");
+    context->threadEnded = 1;
+    return nullptr;
+}
+
+int va_msg_reconfig(void *argument, const char *, int)
+{
+    static_cast<VaContext *>(argument)->reconfig = 1;
+    return 0;
+}

@@ -1,0 +1,224 @@
+#include "va/vana.h"
+
+#include "platform/ne3_val.h"
+#include "util/util.h"
+#include "va/firmware.h"
+#include "va/paths.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+
+#include <strings.h>
+#include <syslog.h>
+
+namespace
+{
+
+constexpr VanaConfigFile config_files[] = {
+    {"imx122", va_work_data_1080p_path},
+    {"imx140", va_work_data_1080p_path},
+    {"imx140la", va_work_data_1080p_path},
+};
+
+struct CloseFile {
+    void operator()(std::FILE *file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
+File open_file(const char *path)
+{
+    return File(std::fopen(path, "rbe"));
+}
+
+struct Area {
+    void *address;
+    std::uint32_t physical;
+    std::uint32_t size;
+};
+
+bool read_whole(const File &file, void *destination, std::size_t length)
+{
+    return std::fread(destination, length, 1, file.get()) == 1;
+}
+
+// Reads the next `length` bytes to where the co-processor sees `load_address`. An image that is not
+// wholly inside the area is refused like one that cannot be read.
+bool read_image(const File &file, const Area &area, std::uint32_t load_address,
+                std::uint32_t length)
+{
+    if (load_address < area.physical)
+        return false;
+    const std::uint32_t offset = load_address - area.physical;
+    if (offset > area.size || length > area.size - offset)
+        return false;
+    return read_whole(file, static_cast<std::uint8_t *>(area.address) + offset, length);
+}
+
+bool load_firmware(const File &file, const vanaMemInfo &info)
+{
+    FirmwareHeader header;
+    if (!read_whole(file, &header, sizeof header)) {
+        syslog(LOG_ERR, "%s: error read.", "va_vana_boot");
+        return false;
+    }
+    const Area vector{info.pVectorAddress, info.vectorAddress, info.vectorSize};
+    const Area program{info.pProgramAddress, info.programPhysAddress, info.programSize};
+    if (!read_image(file, vector, vector.physical, buf2long(header.vectorSize)) ||
+        !read_image(file, program, buf2long(header.programAddress), buf2long(header.programSize))) {
+        syslog(LOG_ERR, "%s: vanafw read program failed.", "va_vana_boot");
+        return false;
+    }
+    return true;
+}
+
+bool load_work_data(const File &file, const vanaMemInfo &info)
+{
+    WorkDataHeader header;
+    const Area work{info.pWorkAddress, info.workPhysAddress, info.workSize};
+    if (!read_whole(file, &header, sizeof header) ||
+        !read_image(file, work, buf2long(header.workAddress), buf2long(header.workSize))) {
+        syslog(LOG_ERR, "%s: vana config read program failed.", "va_vana_boot");
+        return false;
+    }
+    return true;
+}
+
+// Null when the sensor is not supported.
+const char *work_data_path(const char *sensor)
+{
+    const auto row = std::ranges::find_if(vanaConfigFiles, [=](const VanaConfigFile &file) {
+        return strcasecmp(file.sensor, sensor) == 0;
+    });
+    return row == vanaConfigFiles.end() ? nullptr : row->path;
+}
+
+int load_images(const char *work_data, const vanaMemInfo &info)
+{
+    const File firmware = open_file(va_firmware_path);
+    if (!firmware)
+        return -1;
+    const File work = open_file(work_data);
+    if (!work)
+        return -1;
+    return load_firmware(firmware, info) && load_work_data(work, info) ? 0 : -1;
+}
+
+// Logs what failed and the loader's code in errno, each line ended by `end`. Returns -1.
+int log_failure(const char *what, const char *end)
+{
+    const auto code = static_cast<unsigned>(errno);
+    syslog(LOG_ERR, "%s%s", what, end);
+    syslog(LOG_ERR, "errno : 0x%08X%s", code, end);
+    return -1;
+}
+
+int cancel_transfer()
+{
+    return ne3_cl_cpu3_xfer_cancel() == -1 ? log_failure("vanafw transfer cancel failed.", "\n")
+                                           : 0;
+}
+
+int start_cpu()
+{
+    if (ne3_cl_cpu3_xfer_complete() == -1) {
+        log_failure("vanafw transfer failed.", "\n");
+    } else if (ne3_cl_cpu3_boot() == -1) {
+        log_failure("vanafw boot failed.", "\n");
+    } else {
+        return 0;
+    }
+    cancel_transfer();
+    return -1;
+}
+
+} // namespace
+
+const std::span<const VanaConfigFile> vanaConfigFiles(config_files);
+
+int va_cl_init()
+{
+    if (ne3_cl_library_init() != 0) {
+        std::printf("ne3_cl_library_init fail, errno = %X .\n", static_cast<unsigned>(errno));
+        return -1;
+    }
+    if (ne3_cl_sys_open_device() != 0) {
+        std::printf("ne3_cl_sys_open_device fail, errno = %X .\n", static_cast<unsigned>(errno));
+        return -1;
+    }
+    return 0;
+}
+
+int va_vana_boot(VaContext *context)
+{
+    const char *sensor = context->sensorConf.sensor;
+    const char *work_data = work_data_path(sensor);
+    if (!work_data) {
+        syslog(LOG_ERR, "%s: Sensor %s is not supported", "va_vana_boot", sensor);
+        return -1;
+    }
+    vanaMemInfo info{};
+    if (ne3_cl_cpu3_get_memory_info(&info) == -1)
+        return log_failure("Failed to get vana memory info.", "");
+    dump_vana_meminfo(&info);
+    return load_images(work_data, info) == 0 ? start_cpu() : -1;
+}
+
+void dump_vana_meminfo(const vanaMemInfo *info)
+{
+    const auto number = [](std::uint32_t value) { return static_cast<unsigned long>(value); };
+    std::printf("programPhysAddress: 0x%lx\n", number(info->programPhysAddress));
+    std::printf("workPhysAddress:    0x%lx\n", number(info->workPhysAddress));
+    std::printf("vectorAddress:    0x%lx\n", number(info->vectorAddress));
+    std::printf("pProgramAddress:    %p\n", info->pProgramAddress);
+    std::printf("programSize:        %lu\n", number(info->programSize));
+    std::printf("pWorkAddress:       %p\n", info->pWorkAddress);
+    std::printf("workSize:           %lu\n", number(info->workSize));
+    std::printf("pVectorAddress:        %p\n", info->pVectorAddress);
+    std::printf("vectorSize:           %lu\n", number(info->vectorSize));
+}
+
+int va_vana_init(VaContext *)
+{
+    if (ne3_val_init() == -1) {
+        syslog(LOG_ERR, "%s: ne3_val_init fail.", "va_vana_init");
+        return -1;
+    }
+    if (ne3_val_open() == -1) {
+        syslog(LOG_ERR, "%s: ne3_val_open fail.", "va_vana_init");
+        return -1;
+    }
+    return 0;
+}
+
+int va_vana_quit(VaContext *context)
+{
+    ne3_val_od_stop();
+    ne3_val_od_close();
+    ne3_val_fd_stop();
+    ne3_val_fd_close();
+    ne3_val_ta_stop();
+    ne3_val_ta_close();
+    ne3_val_dis_stop();
+    ne3_val_dis_close();
+    ne3_val_close();
+    ne3_val_exit();
+    va_vana_shutdown(context);
+    return 0;
+}
+
+int va_vana_shutdown(VaContext *)
+{
+    if (ne3_cl_cpu3_shutdown() == -1)
+        return log_failure("vanafw shutdown failed.", "\n");
+    return cancel_transfer();
+}
+
+int va_cl_stop()
+{
+    ne3_cl_sys_close_device();
+    ne3_cl_library_exit();
+    return 0;
+}
