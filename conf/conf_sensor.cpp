@@ -46,7 +46,8 @@ const NamedSize *find_size(const NamedSize *list, const char *name)
 const NamedSize *find_stream_size(const char *sensor, const char *mode, std::int32_t any_standard,
                                   std::int32_t ntsc, const char *name)
 {
-    for (const SensorResolutions *row = sensor_resolution_table; row->sensor; ++row) {
+    for (const SensorResolutions *row = sensor_resolution_table; row->sensor && row->profileMode;
+         ++row) {
         if (!same_name(row->sensor, sensor) || !same_name(row->profileMode, mode) ||
             !fits_standard(any_standard, row->ntsc, ntsc))
             continue;

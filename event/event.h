@@ -135,8 +135,9 @@ void strip_events(event **head);
 event *new_event(event_callback callback, void *arg);
 
 // Time helpers. Milliseconds; differences wrap beyond 35 minutes.
-int time_now(timeval *now);                            // gettimeofday's result
-void time_add(timeval *time, int ms);                  // ms >= 0
-void time_future(timeval *time, int ms);               // now + ms
-int time_diff(const timeval *from, const timeval *to); // rounded to the nearest ms, halves up
-int time_ago(const timeval *time);                     // positive for a past time
+int time_now(timeval *now);              // gettimeofday's result
+void time_add(timeval *time, int ms);    // ms >= 0
+void time_future(timeval *time, int ms); // now + ms
+int time_diff(const timeval *from,
+              const timeval *to);  // to the nearest ms, halves up; negative: cut
+int time_ago(const timeval *time); // positive for a past time

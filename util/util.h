@@ -32,8 +32,7 @@ int pipe_printf(const char *path, const char *format, ...) __attribute__((format
 
 // Makes every missing directory of `path`, the last component included, mode 0777 less the umask.
 // `path` may have any length (past the 4095 characters of a system path nothing is made). Always
-// returns 0: a directory that could not be made shows when it is
-// used.
+// returns 0: a directory that could not be made shows when it is used.
 int dir_create(const char *path);
 
 // Little-endian, whatever the host.

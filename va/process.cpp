@@ -88,7 +88,7 @@ int create_pid_file()
     while (access(va_pid_path, F_OK) == 0) {
         if (stop_old_process() || access(va_pid_path, F_OK) != 0)
             continue;
-        syslog(LOG_ERR, "%s is stale: its process does not exist. Removing it.", va_pid_path);
+        syslog(LOG_ERR, "%s is stale: it names no other process. Removing it.", va_pid_path);
         unlink(va_pid_path);
     }
     const int result = file_printf(va_pid_path, "%d", getpid());

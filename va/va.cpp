@@ -16,7 +16,7 @@
 namespace
 {
 
-// Bytes a client may have outstanding: some hundred alarms, or one result of up to 1638 objects.
+// Bytes a client may have outstanding: some fifty alarms, or one result of up to 1638 objects.
 constexpr std::uint32_t client_buffer_size = 1024;
 constexpr std::uint32_t od_client_buffer_size = 65536;
 

@@ -67,7 +67,7 @@ struct VaContext {
 
     msg_handle *msg;
     pthread_t thread;                      // the processing thread
-    std::atomic<std::int32_t> threadEnded; // set once, by the processing thread
+    std::atomic<std::int32_t> threadEnded; // set once, when the processing thread has ended
     std::atomic<std::int32_t> reconfig; // set by the main thread, cleared by the processing thread
     std::int32_t wideAspect;            // flag: the sensor frame is 16:9
 };

@@ -78,11 +78,11 @@ ne3_val_od_obj_set *set_dynamic(const ODDoParamSetConf &conf, const OdFrame &fra
     const auto [block, acceptable] = od_dynamic_set(conf, frame);
     std::printf("od do: subth=%ld,min_dim=%dx%d,max_dim=%dx%d\n", static_cast<long>(block.value),
                 block.minSizeX, block.minSizeY, block.maxSizeX, block.maxSizeY);
-    if (!acceptable) {
-        syslog(LOG_ERR, "Err: od dynamic object parameters are incorrect.");
-        return nullptr;
-    }
-    return attach(area, block);
+    auto *attached = attach(area, block);
+    if (acceptable)
+        return attached;
+    syslog(LOG_ERR, "Err: od dynamic object parameters are incorrect.");
+    return nullptr;
 }
 
 ne3_val_od_obj_init *set_static_init(const ODSoParamInitConf &conf, const ne3_val_area_mem &area)
@@ -127,7 +127,7 @@ void print_filter(int number, const ne3_val_od_filter &filter)
 void print_vmf(const ne3_val_od_vmf &block)
 {
     std::printf("od: setup vmf filter, num=%d, alarmTime=%d.\n", block.filterNum, block.alarmTime);
-    for (int n = 0; n < block.filterNum; ++n)
+    for (int n = 0; n < std::min<int>(block.filterNum, NE3_VAL_OD_FILTERS); ++n)
         print_filter(n, block.filters[n]);
     for (std::uint32_t i = 0; i < block.ndAreaNum; ++i) {
         const ne3_val_od_polygon &area = block.ndAreas[i];

@@ -180,11 +180,11 @@ int start_fifo(msg_handle *handle)
 {
     handle->mode = MSG_FIFO;
     Fd fifo(pipe_open(handle->path));
-    if (!fifo) {
+    if (!fifo || !serve(handle, std::move(fifo), msg_read)) {
         std::puts("msg_start: fail !");
         return -1;
     }
-    return serve(handle, std::move(fifo), msg_read) ? 0 : -1;
+    return 0;
 }
 
 std::unique_ptr<msg_command> new_command(std::string_view name, msg_callback callback, void *arg)

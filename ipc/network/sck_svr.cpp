@@ -230,7 +230,7 @@ int sck_svr_init(sck_svr_t **slot, const char *path, std::uint32_t size)
         std::printf("%s: error\n", __func__);
         return -1;
     }
-    if (size <= header_size)
+    if (!slot || size <= header_size)
         return -1;
     std::unique_ptr<sck_svr_t> server(new (std::nothrow) sck_svr_t{});
     if (!server)
@@ -287,6 +287,8 @@ int sck_svr_set_recv_callback(sck_svr_t *server, sck_recv_handler handler, void 
 
 void sck_svr_release(sck_svr_t **slot)
 {
+    if (!slot)
+        return;
     const std::unique_ptr<sck_svr_t> server(std::exchange(*slot, nullptr));
     if (!server)
         return;

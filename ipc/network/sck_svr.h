@@ -83,8 +83,7 @@ int sck_svr_init(sck_svr_t **slot, const char *path, std::uint32_t size);
 // whoever received it (and for length 0, which queues nothing), -1 when `server` is null.
 int sck_svr_write(sck_svr_t *server, const void *data, std::uint32_t length);
 
-// Number of connected clients, -1 when `server` is null. Any thread, but no receive buffer handler
-// is kept from running meanwhile.
+// Number of connected clients, -1 when `server` is null. Any thread.
 int sck_svr_get_client_count(sck_svr_t *server);
 
 // Loop thread, or before the loop runs. Replaces the handler and its argument, which is not owned.

@@ -87,8 +87,11 @@ int wait_ready(int fd, Direction direction, timeval timeout)
     fd_set *const readable = direction == Direction::read ? &set : nullptr;
     fd_set *const writable = direction == Direction::write ? &set : nullptr;
     const int ready = select(fd + 1, readable, writable, nullptr, &timeout);
-    if (ready < 0)
+    if (ready < 0) {
+        const int error = errno;
         std::perror("select");
+        errno = error;
+    }
     return ready;
 }
 

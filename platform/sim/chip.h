@@ -88,8 +88,9 @@ struct ObjectDetection : ControlledModule<ne3_val_od_ctrl, SimOdControl> {
     std::optional<ne3_val_od_open_prm> prm;
     std::unique_ptr<Areas> areas; // since the module was opened last
     std::deque<OdResult> pushed;
-    OdResult current; // what the last get_data handed out
-    Centres centres;  // of the objects of the scene's last result
+    OdResult current;          // what the last get_data handed out
+    Centres centres;           // of the objects of the scene's last result
+    std::uint32_t results = 0; // handed out from the scene
 };
 
 struct Memory {

@@ -27,8 +27,8 @@ Size in_cells(Size size, Size frame)
 
 bool within(Size size, Size min, Size max)
 {
-    return min.width <= size.width && size.width <= max.width && //
-           min.height <= size.height && size.height <= max.height;
+    const auto fits = [](int value, int low, int high) { return low <= value && value <= high; };
+    return fits(size.width, min.width, max.width) && fits(size.height, min.height, max.height);
 }
 
 // Which side of the line from `a` to `b` a point is on, as seen in the picture: negative on the

@@ -41,7 +41,8 @@ const char *store_path()
 // Returns how many bytes were read: 0 for anything that is not a readable file.
 std::size_t read_file(const char *path, char *buffer, std::size_t size)
 {
-    const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    constexpr int of_any_size = O_LARGEFILE; // else a 32-bit process is refused 2 GiB and more
+    const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | of_any_size);
     if (fd == -1)
         return 0;
     std::size_t length = 0;

@@ -22,12 +22,12 @@ struct ObjectEntry {
     std::int32_t height;
     std::int32_t centre_x;
     std::int32_t centre_y;
-    std::uint32_t frame;
+    std::uint32_t result;   // number of the result, counted from 0
     std::uint32_t reserved; // 0
 };
 static_assert(sizeof(ObjectEntry) == NE3_VAL_OD_OBJECT_SIZE);
 
-ObjectEntry entry_of(const SceneObject &object, std::int64_t frame)
+ObjectEntry entry_of(const SceneObject &object, std::uint32_t result)
 {
     return {
         .id = object.id,
@@ -38,7 +38,7 @@ ObjectEntry entry_of(const SceneObject &object, std::int64_t frame)
         .height = object.size.height,
         .centre_x = object.centre.x,
         .centre_y = object.centre.y,
-        .frame = static_cast<std::uint32_t>(frame),
+        .result = result,
         .reserved = 0,
     };
 }
@@ -52,11 +52,11 @@ OdResult result_of(std::vector<unsigned char> objects, int count, std::uint32_t 
     return result;
 }
 
-OdResult result_of(const Detection &detection, std::int64_t frame)
+OdResult result_of(const Detection &detection, std::uint32_t number)
 {
     std::vector<ObjectEntry> entries;
     for (const SceneObject &object : detection.objects)
-        entries.push_back(entry_of(object, frame));
+        entries.push_back(entry_of(object, number));
     return result_of(bytes_of(entries), static_cast<int>(entries.size()), detection.alarms);
 }
 
@@ -72,7 +72,7 @@ std::optional<OdResult> scripted_objects(Memory &chip)
     chip.od.centres = centres_of(detection.objects);
     if (detection.objects.empty())
         return {}; // and so without an alarm
-    return result_of(detection, tick->number);
+    return result_of(detection, chip.od.results++);
 }
 
 bool copy_blocks(const ObjectDetection::Areas &areas, SimOdControl &control)

@@ -79,7 +79,7 @@ std::optional<Tick> Playback::take_tick(Cursor &cursor, std::int64_t interval) c
     const std::int64_t round = scene_.period ? time / scene_.period : 0;
     const bool new_round = round != cursor.round;
     cursor.round = round;
-    return Tick{number, time - round * scene_.period, new_round};
+    return Tick{time - round * scene_.period, new_round};
 }
 
 std::vector<SceneObject> Playback::objects_at(std::int64_t time) const

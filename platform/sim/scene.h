@@ -76,9 +76,8 @@ std::optional<Scene> read_scene(const std::string &path, bool &clean);
 
 // The moment a result of a module falls due.
 struct Tick {
-    std::int64_t number; // counted from the scene's start
-    std::int64_t time;   // within the period
-    bool new_round;      // the first one taken since the scene began or repeated
+    std::int64_t time; // within the period
+    bool new_round;    // the first one taken since the scene began or repeated
 };
 
 // A scene being played. Everything is handed out once; what fell due while nobody asked is passed

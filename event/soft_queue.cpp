@@ -1,0 +1,192 @@
+#include "event/soft_queue.h"
+
+#include <limits>
+#include <new>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr int no_descriptor = -1;
+
+// The functions on queues and lists are called under the queue's mutex.
+
+sq_node *take_head(sq_node **list)
+{
+    sq_node *node = *list;
+    if (node->next == node) {
+        *list = nullptr;
+    } else {
+        node->next->prev = node->prev;
+        node->prev->next = node->next;
+        *list = node->next;
+    }
+    return node;
+}
+
+void append(sq_node **list, sq_node *node)
+{
+    if (!*list) {
+        node->next = node;
+        node->prev = node;
+        *list = node;
+        return;
+    }
+    sq_node *head = *list;
+    node->next = head;
+    node->prev = head->prev;
+    head->prev->next = node;
+    head->prev = node;
+}
+
+// The oldest item, or 0 when there is none.
+std::uintptr_t take_item(soft_queue &queue)
+{
+    if (!queue.pending)
+        return 0;
+    sq_node *node = take_head(&queue.pending);
+    append(&queue.free_nodes, node);
+    return node->item;
+}
+
+void close_pipe(soft_queue &queue)
+{
+    remove_event(queue.pipe_event);
+    queue.pipe_event = nullptr;
+    close(queue.pipe_read);
+    close(queue.pipe_write);
+    queue.pipe_read = no_descriptor;
+    queue.pipe_write = no_descriptor;
+}
+
+// Non-blocking, since the bytes are written and read under the mutex that the other side needs.
+bool open_pipe(soft_queue &queue)
+{
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) == -1)
+        return false;
+    queue.pipe_read = ends[0];
+    queue.pipe_write = ends[1];
+    queue.pipe_event = add_fd_event(queue.pipe_read, 0, 0, sq_run, &queue);
+    if (!queue.pipe_event)
+        close_pipe(queue);
+    return queue.pipe_event;
+}
+
+bool write_wake_byte(const soft_queue &queue)
+{
+    const char byte = 0;
+    return write(queue.pipe_write, &byte, sizeof byte) == sizeof byte;
+}
+
+bool read_wake_byte(const soft_queue &queue)
+{
+    char byte;
+    return read(queue.pipe_read, &byte, sizeof byte) == sizeof byte;
+}
+
+void push_event(soft_queue &queue, event *event)
+{
+    event->next = queue.events;
+    if (queue.events)
+        queue.events->prev = event;
+    queue.events = event;
+}
+
+} // namespace
+
+soft_queue *new_soft_queue(int slots)
+{
+    constexpr std::size_t max_slots = std::numeric_limits<std::ptrdiff_t>::max() / sizeof(sq_node);
+    const std::size_t count = slots < 1 ? 0 : static_cast<std::size_t>(slots);
+    if (count > max_slots)
+        return nullptr;
+    std::unique_ptr<soft_queue> queue(new (std::nothrow) soft_queue{});
+    if (!queue)
+        return nullptr;
+    queue->pipe_read = no_descriptor;
+    queue->pipe_write = no_descriptor;
+    queue->slots.reset(new (std::nothrow) sq_node[count]);
+    if (!queue->slots)
+        return nullptr;
+    for (std::size_t i = 0; i < count; ++i)
+        append(&queue->free_nodes, &queue->slots[i]);
+    return queue.release();
+}
+
+int soft_queue_add(soft_queue *queue, std::uintptr_t item)
+{
+    const std::scoped_lock lock(queue->mutex);
+    if (!queue->free_nodes)
+        return -1;
+    // Before the item, so that none is queued without its byte; the reader waits for the mutex.
+    if (queue->pipe_event && !write_wake_byte(*queue))
+        return -1;
+    sq_node *node = take_head(&queue->free_nodes);
+    node->item = item;
+    append(&queue->pending, node);
+    if (!queue->pipe_event)
+        queue->cond.notify_one();
+    return 0;
+}
+
+std::uintptr_t get_next_event(soft_queue *queue)
+{
+    std::unique_lock lock(queue->mutex);
+    if (!queue->pending)
+        queue->cond.wait(lock);
+    return take_item(*queue);
+}
+
+event *add_softqueue_event(soft_queue *queue, unsigned flags, event_callback callback, void *arg)
+{
+    std::unique_ptr<event> created(new_event(callback, arg));
+    if (!created)
+        return nullptr;
+    created->queue = queue;
+    created->type = EVENT_SOFTQUEUE;
+    created->flags = flags | EVENT_ENABLED;
+    const std::scoped_lock lock(queue->mutex);
+    if (!queue->pipe_event && !open_pipe(*queue))
+        return nullptr;
+    push_event(*queue, created.get());
+    return created.release();
+}
+
+std::int32_t sq_run(event_info *, void *queue_arg)
+{
+    auto *queue = static_cast<soft_queue *>(queue_arg);
+    std::unique_lock lock(queue->mutex);
+    if (!read_wake_byte(*queue)) {
+        close_pipe(*queue);
+        return 0;
+    }
+    event_info info{nullptr, EVENT_SOFTQUEUE, take_item(*queue)};
+    for (event *event = queue->events; event && !end_loop; event = event->next) {
+        if (!get_event_enabled(event))
+            continue;
+        if (event->flags & EVENT_ONESHOT)
+            event->flags |= EVENT_REMOVED;
+        info.event = event;
+        lock.unlock();
+        event->callback(&info, event->arg);
+        lock.lock();
+    }
+    strip_events(&queue->events);
+    return 0;
+}
+
+void free_soft_queue(soft_queue **queue)
+{
+    if (!queue || !*queue)
+        return;
+    std::unique_ptr<soft_queue> freed(*queue);
+    *queue = nullptr;
+    if (freed->pipe_event)
+        close_pipe(*freed);
+    for (event *event = freed->events; event; event = event->next)
+        remove_event(event);
+    strip_events(&freed->events);
+}

@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Checks the layout of the sources, what clang-tidy finds in them, and the scripts.
+set -euo pipefail
+# shellcheck source=scripts/setup.sh
+source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
+
+preset=clang # whose compile commands clang-tidy can read as they are
+product=(va conf ipc event util platform tools)
+
+(($# == 0)) || die "usage: scripts/check-style.sh"
+
+require clang-format clang-tidy shellcheck
+[[ -f build/$preset/compile_commands.json ]] || configure "$preset"
+
+say "clang-format"
+find . -path ./build -prune -o \( -name '*.h' -o -name '*.cpp' \) -print0 |
+    xargs --null clang-format --dry-run -Werror
+
+say "clang-tidy"
+find "${product[@]}" -name '*.cpp' -print0 |
+    xargs --null --max-args=1 --max-procs="$jobs" clang-tidy -p "build/$preset" --quiet
+
+say "shellcheck"
+shellcheck --external-sources scripts/*.sh .ci/run
+
+say "no findings"

@@ -1,0 +1,109 @@
+#!/usr/bin/env bash
+# Runs `va` on the software stand-in with the demonstration scene, and va_dump beside it.
+# Arguments go to `va`. Ctrl-C ends both. VA_PRESET=asan, for instance, runs that build.
+set -euo pipefail
+# shellcheck source=scripts/setup.sh
+source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
+
+preset=${VA_PRESET:-host}
+bin=build/$preset/bin
+store=$root/build/$preset/demo/nvram.conf
+
+write_store() {
+    cat >"$1" <<'END'
+# The camera's settings: key=value, everything after the first = is the value.
+# After an edit send "reconfig" for object detection and tamper alarm; the rest is read at start.
+Properties.ImageSource.Sensor=imx122
+Properties.Image.ProfileMode=2 MEGA
+
+EventDetection.VumeruOD=yes
+EventDetection.FaceDetection=yes
+EventDetection.CameraTampering=yes
+ImageSource.I0.Sensor.DIS=yes
+
+# A line down the middle of the picture and an area at its right: objects that cross or enter them
+# raise an alarm (stream vmf). Places are ten-thousandths of width and height.
+CrossLine.C0.StartX=5000
+CrossLine.C0.StartY=0
+CrossLine.C0.EndX=5000
+CrossLine.C0.EndY=9999
+ObjectDetection.O0.Left=8000
+ObjectDetection.O0.Right=9999
+ObjectDetection.O0.Top=0
+ObjectDetection.O0.Bottom=9999
+ObjectDetection.O0.Type=1
+
+# Uncomment, and nothing is detected in the left half.
+#VMDWindow.NonDetect.V0.Left=0
+#VMDWindow.NonDetect.V0.Right=5000
+#VMDWindow.NonDetect.V0.Top=0
+#VMDWindow.NonDetect.V0.Bottom=9999
+END
+}
+
+# `va` makes the directory too, but only after its PID file would have gone there.
+make_run_dir() {
+    if [[ -e $1 && ! -O $1 ]]; then
+        say "$1 belongs to user $(stat --format=%U "$1")" >&2
+        ((EUID == 0)) || die "have it removed, or configure with -DVA_RUN_DIR=another directory"
+    fi
+    mkdir -p "$1"
+}
+
+configure "$preset"
+build "$preset" va va_dump make_firmware
+"$bin/make_firmware"
+[[ -f $store ]] || write_store "$store"
+run_dir=$(cached "$preset" VA_RUN_DIR)
+make_run_dir "$run_dir"
+
+# Job control gives each process a group of its own, so that Ctrl-C reaches only this script,
+# which then ends both in order.
+set -m
+children=()
+stop_requests=0
+sigterm=15
+
+# shellcheck disable=SC2317
+stop() {
+    stop_requests=$((stop_requests + 1))
+    stop_children
+}
+
+stop_children() {
+    ((${#children[@]} == 0)) || kill -TERM "${children[@]}" 2>/dev/null || true
+}
+
+# end_of PID: waits for its end, also when a signal interrupts the wait; the result is its status.
+end_of() {
+    local status seen
+    while :; do
+        seen=$stop_requests
+        status=0
+        wait "$1" || status=$?
+        ((seen != stop_requests)) || return "$status"
+    done
+}
+
+trap stop INT TERM HUP
+
+say "settings     $store"
+say "apply edits  echo reconfig > $run_dir/ctrl"
+say "results      sockets od, vmf, fd, ta in $run_dir"
+say "end          Ctrl-C"
+
+"$bin/va_dump" &
+dump=$!
+children+=("$dump")
+NVRAM_FILE=$store VA_SIM_SCENE=$root/platform/sim/demo.scene "$bin/va" "$@" &
+va=$!
+children+=("$va")
+((stop_requests == 0)) || stop_children
+
+status=0
+end_of "$va" || status=$?
+stop_children
+end_of "$dump" || true
+# A stop request in its first moments finds `va` without its handler.
+((stop_requests == 0 || status != 128 + sigterm)) || status=0
+exit "$status"

@@ -1,0 +1,87 @@
+# shellcheck shell=bash
+# Sourced by the other scripts: where the tree is, what must be installed, how a preset is built.
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+jobs=$(nproc)
+export CMAKE_BUILD_PARALLEL_LEVEL=${CMAKE_BUILD_PARALLEL_LEVEL:-$jobs}
+export CTEST_PARALLEL_LEVEL=${CTEST_PARALLEL_LEVEL:-$jobs}
+
+base_packages=(g++ cmake ninja-build googletest)
+
+say() {
+    printf '%s: %s\n' "${0##*/}" "$*"
+}
+
+die() {
+    say "$@" >&2
+    exit 1
+}
+
+is_installed() {
+    [[ $(dpkg-query --show --showformat='${db:Status-Status}' "$1" 2>/dev/null) == installed ]]
+}
+
+# as_root COMMAND...: as root, or through sudo when it needs no password or can ask for one.
+as_root() {
+    if ((EUID == 0)); then
+        "$@"
+    elif [[ -t 0 ]]; then
+        sudo "$@"
+    else
+        sudo --non-interactive "$@"
+    fi
+}
+
+apt_install() {
+    as_root apt-get update &&
+        as_root env DEBIAN_FRONTEND=noninteractive apt-get install --yes --no-install-recommends "$@"
+}
+
+# require PACKAGE...: installs the Debian packages that are missing.
+require() {
+    local package missing=()
+    command -v dpkg-query >/dev/null || {
+        say "not a Debian system; needed here: $*"
+        return
+    }
+    for package in "$@"; do
+        is_installed "$package" || missing+=("$package")
+    done
+    ((${#missing[@]})) || return 0
+    say "installing ${missing[*]}"
+    apt_install "${missing[@]}" ||
+        die "could not install; run as root: apt-get update && apt-get install ${missing[*]}"
+}
+
+require_for_preset() {
+    case $1 in
+    x86-32) require "${base_packages[@]}" g++-multilib ;;
+    clang) require "${base_packages[@]}" clang ;;
+    bench) require "${base_packages[@]}" libbenchmark-dev ;;
+    *) require "${base_packages[@]}" ;;
+    esac
+}
+
+# configure PRESET [CMAKE-OPTION...]
+configure() {
+    require_for_preset "$1"
+    cmake --preset "$@"
+}
+
+# build PRESET [TARGET...]
+build() {
+    local preset=$1
+    shift
+    if (($#)); then
+        cmake --build --preset "$preset" --target "$@"
+    else
+        cmake --build --preset "$preset"
+    fi
+}
+
+# cached PRESET NAME: a setting of the configured build.
+cached() {
+    sed -n "s/^$2:[^=]*=//p" "$root/build/$1/CMakeCache.txt"
+}
+
+cd "$root" || exit

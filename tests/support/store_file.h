@@ -1,0 +1,71 @@
+#pragma once
+
+#include "tests/support/temp_dir.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <initializer_list>
+#include <string>
+
+#include <gtest/gtest.h>
+
+// A settings file of its own, which the store serves while the object lives. Make it before threads
+// start.
+class StoreFile
+{
+public:
+    explicit StoreFile(const std::string &content = "")
+    {
+        write(content);
+        serve(path());
+    }
+    ~StoreFile() { unsetenv("NVRAM_FILE"); }
+    StoreFile(const StoreFile &) = delete;
+    StoreFile &operator=(const StoreFile &) = delete;
+
+    // Makes the store look at something else.
+    static void serve(const std::string &path) { setenv("NVRAM_FILE", path.c_str(), 1); }
+
+    std::string path() const { return directory_.file("nvram.conf"); }
+    void write(const std::string &content) { std::ofstream(path(), std::ios::binary) << content; }
+
+    // Readers see the old content or the new, nothing between.
+    void replace(const std::string &content)
+    {
+        std::ofstream(path() + ".new", std::ios::binary) << content;
+        std::filesystem::rename(path() + ".new", path());
+    }
+
+private:
+    TempDir directory_;
+};
+
+// Settings whose keys have the beginning in common.
+inline std::string lines(const std::string &prefix, std::initializer_list<std::string> settings)
+{
+    std::string text;
+    for (const std::string &setting : settings)
+        text += prefix + setting + "\n";
+    return text;
+}
+
+template <class Record>
+bool same_bytes(const Record &a, const Record &b)
+{
+    return std::memcmp(&a, &b, sizeof(Record)) == 0;
+}
+
+// What `reader` makes of the settings; it must succeed and write every byte of the record.
+template <class Record, class... Index>
+Record read_record(int (*reader)(Record *, Index...), Index... index)
+{
+    Record records[2];
+    std::memset(&records[0], 0xa5, sizeof(Record));
+    std::memset(&records[1], 0x5a, sizeof(Record));
+    for (Record &record : records)
+        EXPECT_EQ(reader(&record, index...), 0);
+    EXPECT_TRUE(same_bytes(records[0], records[1])) << "a byte was not written";
+    return records[0];
+}

@@ -1,0 +1,184 @@
+#include "util/sequence_pool.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <new>
+#include <span>
+
+namespace
+{
+
+constexpr unsigned page_size = seqpool_page_size;
+constexpr unsigned max_pages = seqpool_max_pages;
+
+// The functions without a lock of their own are called under the pool's mutex.
+
+void set_page_count(seqpool &pool, unsigned count)
+{
+    pool.pageNum = static_cast<std::int32_t>(count);
+    pool.totalSize = static_cast<std::int32_t>(count * page_size);
+}
+
+void clear(seqpool &pool)
+{
+    pool.readPos = 0;
+    pool.writePos = 0;
+}
+
+int stored(const seqpool &pool)
+{
+    const int ahead = pool.writePos - pool.readPos;
+    return ahead < 0 ? ahead + pool.totalSize : ahead;
+}
+
+// One byte stays free, so that full and empty differ.
+int room(const seqpool &pool)
+{
+    return pool.totalSize == 0 ? 0 : pool.totalSize - 1 - stored(pool);
+}
+
+// Makes the pool own the first `count` pages and no others. Returns how many of them it got.
+unsigned fit_pages(seqpool &pool, unsigned count)
+{
+    for (unsigned i = count; i < max_pages; ++i)
+        pool.pages[i].reset();
+    for (unsigned i = 0; i < count; ++i) {
+        if (!pool.pages[i])
+            pool.pages[i].reset(new (std::nothrow) std::uint8_t[page_size]);
+        if (!pool.pages[i])
+            return i;
+    }
+    return count;
+}
+
+// Hands the `length` bytes from `position` on to `take`, page by page. Returns the offset after
+// them.
+template <class Take>
+std::int32_t for_each_chunk(seqpool &pool, std::int32_t position, unsigned length, Take take)
+{
+    auto offset = static_cast<unsigned>(position);
+    while (length > 0) {
+        const unsigned in_page = offset % page_size;
+        const unsigned size = std::min(page_size - in_page, length);
+        take(std::span(pool.pages[offset / page_size].get() + in_page, size));
+        length -= size;
+        offset = (offset + size) % static_cast<unsigned>(pool.totalSize);
+    }
+    return static_cast<std::int32_t>(offset);
+}
+
+} // namespace
+
+int seqpool_init(seqpool **out, unsigned size)
+{
+    std::unique_ptr<seqpool> pool(new (std::nothrow) seqpool{});
+    if (!pool) {
+        std::puts("Can't allocate memory.");
+        return -1;
+    }
+    const unsigned count = size / page_size;
+    pool->pageSize = page_size;
+    set_page_count(*pool, count);
+    std::printf("totalSize = %d\n", pool->totalSize);
+    std::printf("pageSize = %d\n", pool->pageSize);
+    std::printf("pageNum = %d\n", pool->pageNum);
+    if (count > max_pages) {
+        std::puts("Exceed max seqpool block number.");
+        return -1;
+    }
+    if (fit_pages(*pool, count) < count) {
+        std::puts("Can't allocate memory.");
+        return -1;
+    }
+    *out = pool.release();
+    return 0;
+}
+
+int seqpool_setSize(seqpool *pool, unsigned size)
+{
+    if (!pool)
+        return 0;
+    const unsigned count = size / page_size;
+    if (count > max_pages) {
+        std::puts("Exceed max seqpool block number.");
+        return -1;
+    }
+    const std::scoped_lock lock(pool->mutex);
+    clear(*pool);
+    const unsigned held = fit_pages(*pool, count);
+    set_page_count(*pool, held);
+    if (held < count) {
+        std::printf("%s: can't allocate memory.\n", "seqpool_setSize");
+        return -1;
+    }
+    return 0;
+}
+
+int seqpool_writeData(seqpool *pool, const void *source, unsigned length)
+{
+    if (!pool)
+        return -1;
+    const std::scoped_lock lock(pool->mutex);
+    if (static_cast<unsigned>(room(*pool)) < length)
+        return -1;
+    const auto *from = static_cast<const std::uint8_t *>(source);
+    pool->writePos =
+        for_each_chunk(*pool, pool->writePos, length, [&](std::span<std::uint8_t> chunk) {
+            std::memcpy(chunk.data(), from, chunk.size());
+            from += chunk.size();
+        });
+    return 0;
+}
+
+int seqpool_readData(seqpool *pool, void *destination, unsigned length)
+{
+    if (!pool)
+        return -1;
+    const std::scoped_lock lock(pool->mutex);
+    if (static_cast<unsigned>(stored(*pool)) < length)
+        return -1;
+    auto *to = static_cast<std::uint8_t *>(destination);
+    pool->readPos =
+        for_each_chunk(*pool, pool->readPos, length, [&](std::span<std::uint8_t> chunk) {
+            if (!to)
+                return;
+            std::memcpy(to, chunk.data(), chunk.size());
+            to += chunk.size();
+        });
+    return 0;
+}
+
+int seqpool_askAvailSize(seqpool *pool)
+{
+    if (!pool)
+        return 0;
+    const std::scoped_lock lock(pool->mutex);
+    return room(*pool);
+}
+
+int seqpool_askDataSize(seqpool *pool)
+{
+    if (!pool)
+        return 0;
+    const std::scoped_lock lock(pool->mutex);
+    return stored(*pool);
+}
+
+int seqpool_clearData(seqpool *pool)
+{
+    if (!pool)
+        return -1;
+    const std::scoped_lock lock(pool->mutex);
+    clear(*pool);
+    return 0;
+}
+
+int seqpool_destroy(seqpool **pool)
+{
+    if (pool) {
+        delete *pool;
+        *pool = nullptr;
+    }
+    return 0;
+}
