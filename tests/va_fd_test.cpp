@@ -114,13 +114,15 @@ TEST_F(VaFdTest, SendsTheSettingsThatAreSet)
 
 TEST_F(VaFdTest, ChecksFaceSizesOnlyWhenAsked)
 {
+    // clang-format off
     const struct {
         int method, min, max, sent;
-    } cases[] = {{1, 120, 960, 1}, {1, 960, 960, 1},  {1, 119, 960, 0}, {1, 120, 961, 0},
-                 {1, 121, 120, 0}, {0, 1, 1, 0},      {2, 1, 1, 2},     {257, 1, 1, 0},
-                 {1, -1, 960, 0},  {1, 65656, 960, 1}};
+    } cases[] = {{1, 120, 960, 1}, {1, 960, 960, 1}, {1, 119, 960, 0}, {1, 120, 961, 0},
+                 {1, 121, 120, 0}, {0, 1, 1, 0}, {2, 1, 1, 2}, {257, 1, 1, 0}, {1, -1, 960, 0},
+                 {1, 65656, 960, 1}};
+    // clang-format on
     for (const auto &test : cases) {
-        FDCtrlConf conf{0, -1, test.method, test.min, test.max, -1, -1, -1, -1};
+        const FDCtrlConf conf{0, -1, test.method, test.min, test.max, -1, -1, -1, -1};
         ne3_val_fd_ctrl ctrl{};
         fd_apply_settings(conf, ctrl);
         EXPECT_EQ(test.sent, ctrl.sizeChkMtd) << test.method << " " << test.min;

@@ -234,61 +234,40 @@ TEST_F(VaOdTest, FallsBackWhereSettingsCannotBeUsed)
 {
     const string static_log = "VA: va_od_set_ctrl,903: Incorrect odSoParamSetConf parameters.\n";
     const string dynamic_log = "VA: Err: od dynamic object parameters are incorrect.\n";
-    const ne3_val_od_obj_set dynamic_default{40, 160, 90, 2, 2};
-    const ne3_val_od_obj_set static_default{5000, 160, 90, 2, 2};
+    using Set = std::optional<ne3_val_od_obj_set>;
+    const Set none;
+    const Set dynamic_default{{40, 160, 90, 2, 2}};
+    const string max_x = "VideoAnalytics.OD.SOParam.MaxSizeX=";
+    const string max_y = "VideoAnalytics.OD.SOParam.MaxSizeY=";
+    const string min =
+        "VideoAnalytics.OD.SOParam.MinSizeX=2\nVideoAnalytics.OD.SOParam.MinSizeY=2\n";
+    const string max_size = "VMDWindow.MaxDetectionSize=";
+    const OdFrame p720{1280, 720, 30, true};
+    const Set whole{{5000, 160, 90, 2, 2}};
+    // clang-format off
     const struct {
         const char *what;
         OdFrame frame;
         string settings;
-        std::optional<ne3_val_od_obj_set> doSet;
-        std::optional<ne3_val_od_obj_set> soSet;
+        Set doSet;
+        Set soSet;
         string log;
     } cases[] = {
-        {"defaults", hd, "", dynamic_default, static_default, static_log},
-        {"default maximum on a smaller frame",
-         {1280, 720, 30, true},
-         "",
-         {},
-         static_default,
-         dynamic_log + static_log},
-        {"height lowered to the grid", hd, "VMDWindow.MaxDetectionSize=1920x4000\n",
-         dynamic_default, static_default, static_log},
-        {"highest threshold", hd, "VMDWindow.Sensitivity=0\n",
-         ne3_val_od_obj_set{50, 160, 90, 2, 2}, static_default, static_log},
-        {"lowest threshold", hd, "VMDWindow.Sensitivity=127\n",
-         ne3_val_od_obj_set{0, 160, 90, 2, 2}, static_default, static_log},
-        {"negative threshold",
-         hd,
-         "VMDWindow.Sensitivity=128\n",
-         {},
-         static_default,
-         dynamic_log + static_log},
-        {"minimum above maximum",
-         hd,
-         "VMDWindow.MinDetectionSize=200x1\nVMDWindow.MaxDetectionSize=200x100\n",
-         {},
-         static_default,
-         dynamic_log + static_log},
-        {"invalid records",
-         hd,
-         "VMDWindow.Sensitivity=256\nObjectDetection.SODetectionTime=4\n",
-         {},
-         {},
-         ""},
-        {"static minimum at the maximum", hd,
-         "VideoAnalytics.OD.SOParam.MaxSizeX=3\nVideoAnalytics.OD.SOParam.MinSizeX=3\n"
-         "VideoAnalytics.OD.SOParam.MinSizeY=2\n",
-         dynamic_default, static_default, static_log},
-        {"smallest static sizes", hd,
-         "VideoAnalytics.OD.SOParam.MaxSizeX=3\nVideoAnalytics.OD.SOParam.MinSizeX=2\n"
-         "VideoAnalytics.OD.SOParam.MaxSizeY=3\nVideoAnalytics.OD.SOParam.MinSizeY=2\n",
-         dynamic_default, ne3_val_od_obj_set{5000, 160, 3, 2, 2}, ""},
-        {"static grid 4:3", sxga,
-         "VideoAnalytics.OD.SOParam.MinSizeX=2\n"
-         "VideoAnalytics.OD.SOParam.MinSizeY=2\n"
-         "VMDWindow.MaxDetectionSize=1280x1024\n",
-         ne3_val_od_obj_set{40, 160, 120, 2, 2}, ne3_val_od_obj_set{5000, 160, 120, 2, 2}, ""},
+        {"defaults", hd, "", dynamic_default, whole, static_log},
+        {"default maximum on a smaller frame", p720, "", none, whole, dynamic_log + static_log},
+        {"height lowered to the grid", hd, max_size + "1920x4000\n", dynamic_default, whole, static_log},
+        {"threshold 0", hd, "VMDWindow.Sensitivity=127\n", Set{{0, 160, 90, 2, 2}}, whole, static_log},
+        {"threshold -1", hd, "VMDWindow.Sensitivity=128\n", none, whole, dynamic_log + static_log},
+        {"minimum above maximum", hd, "VMDWindow.MinDetectionSize=200x1\n" + max_size + "200x100\n", none,
+         whole, dynamic_log + static_log},
+        {"invalid records", hd, "VMDWindow.Sensitivity=256\nObjectDetection.SODetectionTime=4\n", none, none, ""},
+        {"static minimum at the maximum", hd, max_x + "2\n" + min, dynamic_default, whole, static_log},
+        {"smallest static sizes", hd, max_x + "3\n" + max_y + "3\n" + min, dynamic_default,
+         Set{{5000, 160, 3, 2, 2}}, ""},
+        {"static grid 4:3", sxga, min + max_size + "1280x1024\n", Set{{40, 160, 120, 2, 2}},
+         Set{{5000, 160, 120, 2, 2}}, ""},
     };
+    // clang-format on
     const auto expect_set = [](const std::optional<ne3_val_od_obj_set> &wanted,
                                const std::optional<ne3_val_od_obj_set> &block) {
         ASSERT_EQ(wanted.has_value(), block.has_value());
@@ -402,30 +381,14 @@ TEST_F(VaOdTest, ReportsEachRefusedCall)
     }
 }
 
-TEST_F(VaOdTest, ReadsNothingWhenItIsOff)
-{
-    gm_bOdEna = 0;
-    const VaContext untouched{};
-    va_od_getConf(&context);
-    EXPECT_EQ(0, conf_compareODCtrlConf(&untouched.odCtrl, &context.odCtrl));
-    EXPECT_EQ(0, conf_compareODVmfParamConf(&untouched.odVmfParam, &context.odVmfParam));
-}
-
 TEST_F(VaOdTest, SurvivesHostileSettings)
 {
     const string digits(400, '9');
-    const std::vector<string> values{digits,
-                                     "-" + digits,
-                                     "%n%s",
-                                     string("\0", 1),
-                                     "1x",
-                                     "x1",
-                                     "-1x-1",
-                                     string(100, ','),
-                                     string(2000, 'A'),
-                                     "2147483647",
-                                     "-2147483648",
-                                     "2147483647x-2147483648"};
+    // clang-format off
+    const std::vector<string> values{
+        digits, "-" + digits, "%n%s", string("\0", 1), "1x", "x1", "-1x-1", string(100, ','),
+        string(2000, 'A'), "2147483647x-2147483648"};
+    // clang-format on
     const string keys = every_block;
     for (const string &value : values) {
         string settings;
@@ -450,12 +413,13 @@ TEST_F(VaOdTest, SortsAlarmsByEventCode)
 {
     LocalStream vmf("vmf", 1024);
     context.vmfServer = vmf.server;
+    // clang-format off
     const RelayCase cases[] = {
-        {{1, 3, 3}, 1, {0, 1, 0, 0}},    {{1, 3, 3}, 6, {0, 0, 0, 3}}, {{1, 3, 3}, 4, {0, 0, 0, 2}},
-        {{1, 3, 3}, 7, {0, 1, 0, 3}},    {{0, 2, 0}, 5, {3, 0, 0, 0}}, {{0, 2, 0}, 2, {0, 0, 1, 0}},
-        {{1, 1, 1}, 4, {0, 4, 0, 0}},    {{}, 7, {0, 0, 0, 0}},        {{1}, 2, {0, 0, 0, 0}},
-        {{1}, 0xfffffff8, {0, 0, 0, 0}},
+        {{1, 3, 3}, 1, {0, 1, 0, 0}}, {{1, 3, 3}, 6, {0, 0, 0, 3}}, {{1, 3, 3}, 4, {0, 0, 0, 2}},
+        {{0, 2, 0}, 5, {3, 0, 0, 0}}, {{0, 2, 0}, 2, {0, 0, 1, 0}}, {{1, 1, 1}, 4, {0, 4, 0, 0}},
+        {{}, 7, {0, 0, 0, 0}}, {{1}, 2, {0, 0, 0, 0}}, {{1}, 0xfffffff8, {0, 0, 0, 0}},
     };
+    // clang-format on
     for (const RelayCase &test : cases) {
         context.odVmfParam = {};
         for (const int event : test.events)
@@ -509,16 +473,6 @@ TEST_F(VaOdTest, RelaysObjectsUnchanged)
             wanted.emplace_back(objects.data(), test.length);
         EXPECT_TRUE(wanted == od.records());
     }
-}
-
-TEST_F(VaOdTest, NamesKinds)
-{
-    EXPECT_STREQ("Static", ODString(19));
-    EXPECT_STREQ("Dynamic", ODString(3));
-    EXPECT_STREQ("Dynamic", ODString(0));
-    EXPECT_STREQ("Desertion", StaticObjectString(0));
-    EXPECT_STREQ("Theft", StaticObjectString(1));
-    EXPECT_STREQ("Undefined", StaticObjectString(static_cast<std::uint32_t>(-1)));
 }
 
 } // namespace

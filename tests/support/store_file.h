@@ -19,14 +19,9 @@ public:
     explicit StoreFile(const std::string &content = "")
     {
         write(content);
-        serve(path());
+        setenv("NVRAM_FILE", path().c_str(), 1);
     }
     ~StoreFile() { unsetenv("NVRAM_FILE"); }
-    StoreFile(const StoreFile &) = delete;
-    StoreFile &operator=(const StoreFile &) = delete;
-
-    // Makes the store look at something else.
-    static void serve(const std::string &path) { setenv("NVRAM_FILE", path.c_str(), 1); }
 
     std::string path() const { return directory_.file("nvram.conf"); }
     void write(const std::string &content) { std::ofstream(path(), std::ios::binary) << content; }
