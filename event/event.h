@@ -134,10 +134,10 @@ void strip_events(event **head);
 // memory is short.
 event *new_event(event_callback callback, void *arg);
 
-// Time helpers. Milliseconds; differences wrap beyond 35 minutes.
+// Time helpers. Milliseconds; differences wrap beyond 35 minutes, are rounded to the nearest when
+// positive (halves up) and cut when negative.
 int time_now(timeval *now);              // gettimeofday's result
 void time_add(timeval *time, int ms);    // ms >= 0
 void time_future(timeval *time, int ms); // now + ms
-int time_diff(const timeval *from,
-              const timeval *to);  // to the nearest ms, halves up; negative: cut
+int time_diff(const timeval *from, const timeval *to);
 int time_ago(const timeval *time); // positive for a past time

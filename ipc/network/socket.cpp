@@ -215,7 +215,7 @@ int full_read(int fd, void *buffer, int length)
             std::printf("external: connection closed reading %d bytes, fd=%d\n", missing, fd);
         else if (result < 0)
             std::printf("external: error reading %d bytes: %s, fd=%d\n", missing,
-                        std::strerror(errno), fd); // NOLINT(concurrency-mt-unsafe): libc's is safe
+                        std::strerror(errno), fd);
         if (result <= 0)
             return result;
         got += result;
