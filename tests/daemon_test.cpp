@@ -3,8 +3,8 @@
 #include "tests/support/wait.h"
 
 #include <csignal>
-#include <cstring>
 #include <set>
+#include <utility>
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -126,8 +126,7 @@ TEST_F(DaemonTest, ReplacesARunningInstance)
     Daemon fresh(files, {"-t"}, "fresh");
     EXPECT_TRUE(old.wait_for_exit());
     ASSERT_TRUE(fresh.wait_for_log("sim: ta control"));
-    EXPECT_NE(string::npos,
-              fresh.log().find("VA: ==> Warning: Old process is not stop. Waiting now.\n"));
+    EXPECT_TRUE(fresh.wait_for_log("VA: ==> Warning: Old process is not stop. Waiting now.\n"));
     EXPECT_EQ(std::to_string(fresh.pid()), files.read("run/pid"));
     expect_stop(fresh);
 }
@@ -196,25 +195,18 @@ TEST_F(DaemonTest, BootsAgainAfterAFailure)
 TEST_F(DaemonTest, EndsWhenItCannotStart)
 {
     const struct {
-        const char *what;
-        const char *scene;
-        const char *store;
-        const char *output;
-        const char *log;
+        string scene, store, output, log;
     } cases[] = {
-        {"boot", "fail ne3_cl_cpu3_boot 1 5\nfail ne3_cl_cpu3_boot 2 5\n", "", "",
-         "VA: va_init: fail.\n"},
-        {"loader", "fail ne3_cl_library_init 1 0x1f\n", "",
-         "ne3_cl_library_init fail, errno = 1F .\n", ""},
-        {"library", "fail ne3_val_open 1 5\n", "", "", "VA: va_vana_init: ne3_val_open fail.\n"},
-        {"sensor", "", "Properties.ImageSource.Sensor=nosuch\n", "",
-         "Unknow sensor type [nosuch]!\n"},
-        {"not bootable", "",
-         "Properties.ImageSource.Sensor=ov9712\nProperties.Image.ProfileMode=720P\n", "",
-         "VA: va_vana_boot: Sensor ov9712 is not supported\n"},
+        // clang-format off
+        {"fail ne3_cl_cpu3_boot 1 5\nfail ne3_cl_cpu3_boot 2 5\n", "", "", "VA: va_init: fail.\n"},
+        {"fail ne3_cl_library_init 1 0x1f\n", "", "ne3_cl_library_init fail, errno = 1F .\n", ""},
+        {"fail ne3_val_open 1 5\n", "", "", "VA: va_vana_init: ne3_val_open fail.\n"},
+        {"", "Properties.ImageSource.Sensor=nosuch\n", "", "Unknow sensor type [nosuch]!\n"},
+        {"", "Properties.ImageSource.Sensor=ov9712\nProperties.Image.ProfileMode=720P\n", "", "VA: va_vana_boot: Sensor ov9712 is not supported\n"},
+        // clang-format on
     };
     for (const auto &test : cases) {
-        SCOPED_TRACE(test.what);
+        SCOPED_TRACE(test.scene + test.store);
         files.write("scene", test.scene);
         files.store(test.store);
         Daemon daemon(files, {"-t"});
@@ -229,19 +221,16 @@ TEST_F(DaemonTest, EndsWhenItCannotStart)
 
 TEST_F(DaemonTest, GoesOnServingWithoutAnalytics)
 {
-    const struct {
-        const char *scene;
-        const char *log;
-    } cases[] = {
+    const std::pair<const char *, const char *> cases[] = {
         {"fail ne3_val_ta_open 1 5\n", "VA: ta_open failed.\n"},
         {"fail ne3_val_ta_start 1 5\n", "VA: start failed.\n"},
         {"fail ne3_val_ta_get_data 3 5\n", "VA: ne3_val_ta_get_data failed.\n"},
     };
-    for (const auto &test : cases) {
-        files.write("scene", test.scene);
+    for (const auto &[scene, log] : cases) {
+        files.write("scene", scene);
         Daemon daemon(files, {"-td"});
         EXPECT_TRUE(daemon.wait_for_output("va_proc: end\n"));
-        EXPECT_TRUE(daemon.wait_for_log(test.log));
+        EXPECT_TRUE(daemon.wait_for_log(log));
         const Client client(files.file("run/ta"));
         EXPECT_TRUE(daemon.wait_for_output("run/ta: accept client. previous clients=0\n"));
         expect_stop(daemon);
@@ -251,36 +240,26 @@ TEST_F(DaemonTest, GoesOnServingWithoutAnalytics)
 // What is in the way of the daemon's files costs that file, not the daemon.
 TEST_F(DaemonTest, LivesWithABadRunDirectory)
 {
-    const auto streams = [&] {
+    const auto expect_service = [&](const char *complaint) {
+        Daemon daemon(files, {"-t"});
         string record;
-        return Client(files.file("run/ta")).next(record);
+        EXPECT_TRUE(Client(files.file("run/ta")).next(record));
+        EXPECT_TRUE(daemon.wait_for_output(complaint));
+        expect_stop(daemon);
     };
     files.write("scene", "every 50 ta 1 2 3 4\n");
     files.write("run/ctrl", "not a FIFO");
-    {
-        Daemon daemon(files, {"-t"});
-        EXPECT_TRUE(
-            daemon.wait_for_output("msg_read(): error ************************************!\n"));
-        EXPECT_TRUE(streams());
-        expect_stop(daemon);
-    }
+    expect_service("msg_read(): error ************************************!\n");
     std::filesystem::remove_all(files.file("run")); // made by the daemon, too late for the PID file
-    {
-        Daemon daemon(files, {"-t"});
-        EXPECT_TRUE(streams());
-        EXPECT_TRUE(daemon.wait_for_output("Can't open run/pid .\n"));
-        expect_stop(daemon);
-    }
+    expect_service("Can't open run/pid .\n");
     std::filesystem::remove_all(files.file("run"));
     files.write("run", "not a directory");
-    {
-        Daemon daemon(files, {"-t"});
-        EXPECT_TRUE(daemon.wait_for_log("sim: ta control"));
-        EXPECT_TRUE(daemon.wait_for_log("Can't bind socket !\n"));
-        EXPECT_TRUE(daemon.wait_for_log("create pipe run/ctrl fail!"));
-        EXPECT_TRUE(daemon.wait_for_output("msg_start: fail !\n"));
-        expect_stop(daemon);
-    }
+    Daemon daemon(files, {"-t"});
+    EXPECT_TRUE(daemon.wait_for_log("sim: ta control"));
+    EXPECT_TRUE(daemon.wait_for_log("Can't bind socket !\n"));
+    EXPECT_TRUE(daemon.wait_for_log("create pipe run/ctrl fail!"));
+    EXPECT_TRUE(daemon.wait_for_output("msg_start: fail !\n"));
+    expect_stop(daemon);
 }
 
 } // namespace

@@ -61,7 +61,10 @@ protected:
         msg_registerOthers(handle_, note_line, handler("?"));
         EXPECT_EQ(msg_start(handle_), 0);
     }
-    Handler *handler(const std::string &tag) { return &handlers_.emplace_back(tag, &calls_); }
+    Handler *handler(const std::string &tag)
+    {
+        return &handlers_.emplace_back(Handler{tag, &calls_});
+    }
 
     // What is called for `bytes`, written at once.
     Calls call(const std::string &bytes)
@@ -290,19 +293,19 @@ TEST_F(Msg, ConnectionsBeyondTheDescriptorsAreClosed)
         std::string output;
     };
     start(MSG_SOCKET);
-    for (const auto &[limit, left, output] :
+    for (const Case &shortage :
          {Case{100, 1, "unix_domain_socket_accept() accept fail\n"},
           Case{FD_SETSIZE + 8, 2, "socket_accept(): can't serve client.\n"}}) {
         std::string standard_output;
         std::string error_output = stderr_of([&] {
             standard_output = stdout_of([&] {
-                const FewDescriptors few(limit, left);
+                const FewDescriptors few(shortage.limit, shortage.left);
                 LoopClient refused(path_);
                 EXPECT_TRUE(refused.receive().ended());
                 cycle();
             });
         });
-        EXPECT_EQ(error_output + standard_output, output);
+        EXPECT_EQ(error_output + standard_output, shortage.output);
     }
     LoopClient late(path_);
     late.send("other\n");

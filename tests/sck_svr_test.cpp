@@ -304,9 +304,9 @@ TEST_F(SckSvr, ClientBeyondTheDescriptorsIsClosedAndTheOthersAreServed)
     };
     LoopClient served(path_);
     std::string stream;
-    for (const auto &[limit, left, output] : cases) {
+    for (const Case &shortage : cases) {
         EXPECT_EQ(stdout_of([&] {
-                      const FewDescriptors few(limit, left);
+                      const FewDescriptors few(shortage.limit, shortage.left);
                       for (int i = 0; i < 2; ++i) {
                           LoopClient refused(path_);
                           write("x");
@@ -315,7 +315,7 @@ TEST_F(SckSvr, ClientBeyondTheDescriptorsIsClosedAndTheOthersAreServed)
                           cycle();
                       }
                   }),
-                  output + output);
+                  shortage.output + shortage.output);
     }
     LoopClient late(path_);
     EXPECT_EQ(sck_svr_get_client_count(server_), 2);

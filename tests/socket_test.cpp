@@ -126,15 +126,15 @@ TEST(Socket, FailuresSayWhatFailedAndLeaveNoDescriptor)
         {[&] { return can_write_with_timeout2(plain, 0, -1); }, perror_line("select", EINVAL)},
     };
     const auto before = open_descriptors();
-    for (const auto &[call, message, left] : cases) {
+    for (const Case &failure : cases) {
         int result = 0;
         EXPECT_EQ(stderr_of([&] {
-                      const FewDescriptors few(100, left);
-                      result = call();
+                      const FewDescriptors few(100, failure.left);
+                      result = failure.call();
                   }),
-                  message);
-        EXPECT_EQ(result, -1) << message;
-        EXPECT_EQ(out, -7) << message;
+                  failure.message);
+        EXPECT_EQ(result, -1) << failure.message;
+        EXPECT_EQ(out, -7) << failure.message;
     }
     EXPECT_EQ(open_descriptors(), before);
 }

@@ -17,8 +17,6 @@ namespace
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t longest_text = 4095;
-
 std::string content(const std::string &path)
 {
     std::ifstream file(path);
@@ -28,8 +26,6 @@ std::string content(const std::string &path)
 class Util : public testing::Test
 {
 protected:
-    void SetUp() override { umask(022); }
-
     TempDir dir;
     const std::string path = dir.file("name");
 };
@@ -41,13 +37,10 @@ TEST_F(Util, WritesReplaceTheFile)
     EXPECT_EQ(content(path), std::string("a\0b", 3));
     EXPECT_EQ(file_printf(path.c_str(), "%d-%s", 42, "x"), 0);
     EXPECT_EQ(content(path), "42-x");
+    EXPECT_EQ(file_printf(path.c_str(), "%5000d", 42), 0);
+    EXPECT_EQ(content(path), std::string(4095, ' ')) << "cut";
     EXPECT_EQ(file_write(path.c_str(), "", 0), 0);
     EXPECT_EQ(content(path), "");
-    EXPECT_EQ(fs::status(path).permissions(), fs::perms{0644});
-
-    const std::string text(longest_text + 1, 'x');
-    EXPECT_EQ(file_printf(path.c_str(), "%s", text.c_str()), 0);
-    EXPECT_EQ(content(path), text.substr(1));
 }
 
 TEST_F(Util, OpenFailureIsReported)
@@ -60,39 +53,24 @@ TEST_F(Util, OpenFailureIsReported)
     EXPECT_EQ(stderr_of([&] { result = pipe_open(missing.c_str()); }),
               "create pipe " + missing + " fail!");
     EXPECT_EQ(result, -1);
-    // Nothing can be written here; the error of a write is no short count.
     EXPECT_EQ(file_write_str("/dev/full", "x"), -1);
-    EXPECT_EQ(file_write("/dev/full", nullptr, 0xFFFFFFFF), -1);
 }
 
 TEST_F(Util, PipeOpensWithoutAPeer)
 {
     umask(0);
     const int fd = pipe_open(path.c_str());
-    ASSERT_GE(fd, 0);
-    EXPECT_TRUE(fs::is_fifo(path));
     EXPECT_EQ(fs::status(path).permissions(), fs::perms{0777});
-    EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC);
-
     EXPECT_EQ(pipe_write(path.c_str(), "a", 1), 0);
-    EXPECT_EQ(pipe_write_str(path.c_str(), "bc"), 0);
     EXPECT_EQ(pipe_printf(path.c_str(), "%d", 1), 0);
     char text[8];
-    EXPECT_EQ(read(fd, text, sizeof text), 4);
-    EXPECT_EQ(std::string(text, 4), "abc1");
+    EXPECT_EQ(read(fd, text, sizeof text), 2);
     EXPECT_EQ(read(fd, text, sizeof text), -1) << "writers that are gone are no end of file";
 
     const std::string block(static_cast<std::size_t>(fcntl(fd, F_GETPIPE_SZ)) - 1, 'x');
     EXPECT_EQ(pipe_write_str(path.c_str(), block.c_str()), 0);
     EXPECT_EQ(pipe_write_str(path.c_str(), std::string(8192, 'y').c_str()), -1) << "full";
     close(fd);
-}
-
-TEST_F(Util, PipeLeavesAFileAlone)
-{
-    ASSERT_EQ(file_write_str(path.c_str(), "kept"), 0);
-    EXPECT_EQ(pipe_create(path.c_str()), 0);
-    EXPECT_EQ(content(path), "kept");
 }
 
 TEST_F(Util, MakesDirectories)
@@ -106,11 +84,8 @@ TEST_F(Util, MakesDirectories)
         EXPECT_EQ(fs::status(made).permissions(), fs::perms{0750}) << made;
         EXPECT_EQ(dir_create(made.c_str()), 0);
     }
-    EXPECT_EQ(dir_create(""), 0);
     EXPECT_EQ(dir_create((deep + std::string(20000, '/') + "x").c_str()), 0);
-    ASSERT_EQ(file_write_str(dir.file("file").c_str(), "kept"), 0);
-    EXPECT_EQ(dir_create(dir.file("file/under").c_str()), 0);
-    EXPECT_EQ(content(dir.file("file")), "kept");
+    EXPECT_EQ(dir_create("/dev/null/under"), 0);
 }
 
 TEST(Bytes, AreLittleEndian)
@@ -119,13 +94,11 @@ TEST(Bytes, AreLittleEndian)
     for (const std::uint32_t value : {0x11223344u, 0u, 0xFFFFFFFFu, 0x80000001u}) {
         long2str(bytes, value);
         EXPECT_EQ(buf2long(bytes), value);
+        EXPECT_EQ(bytes[3], value >> 24);
+        short2str(bytes, static_cast<int>(~value));
+        EXPECT_EQ(buf2short(bytes), ~value & 0xFFFF);
+        EXPECT_EQ(bytes[3], value >> 24);
     }
-    long2str(bytes, 0x11223344);
-    EXPECT_EQ(std::string(std::begin(bytes), std::end(bytes)), "\x44\x33\x22\x11");
-    EXPECT_EQ(buf2short(bytes), 0x3344);
-    short2str(bytes, -2);
-    EXPECT_EQ(buf2short(bytes), 0xFFFE);
-    EXPECT_EQ(bytes[2], 0x22);
 }
 
 TEST(Text, ChangesCase)
