@@ -2,6 +2,7 @@
 #include "tests/support/firmware.h"
 #include "tests/support/wait.h"
 
+#include <algorithm>
 #include <csignal>
 #include <set>
 #include <utility>
@@ -104,6 +105,36 @@ TEST_F(DaemonTest, SelectsModules)
         wanted.insert("ctrl");
         EXPECT_TRUE(wait_until([&] { return made() == wanted; }));
         EXPECT_EQ(test.arguments.empty(), daemon.output().find("od=") != string::npos);
+        expect_stop(daemon);
+    }
+}
+
+// Opened in a fixed order; one that cannot be opened keeps the later ones closed, and costs no
+// socket.
+TEST_F(DaemonTest, OpensModulesInOrder)
+{
+    files.store("EventDetection.CameraTampering=yes\nEventDetection.FaceDetection=yes\n"
+                "ImageSource.I0.Sensor.DIS=yes\n");
+    const std::vector<string> steps{"init od.\n", "init fd.\n", "init ta\n", "==>va_dis_set_ctrl"};
+    const struct {
+        const char *scene;
+        std::size_t started; // steps taken
+    } cases[] = {{"", 4}, {"fail ne3_val_fd_open 1 5\n", 2}};
+    for (const auto &test : cases) {
+        files.write("scene", test.scene);
+        Daemon daemon(files);
+        ASSERT_TRUE(daemon.wait_for_output(test.started == 4 ? steps.back() : "va_proc: end\n"));
+        const string output = daemon.output();
+        std::size_t at = 0;
+        for (std::size_t i = 0; i < steps.size(); ++i) {
+            const std::size_t found = output.find(steps[i], at);
+            EXPECT_EQ(i < test.started, found != string::npos) << steps[i];
+            at = std::min(found, output.size());
+        }
+        for (const string stream : {"od", "vmf", "fd", "ta"}) {
+            const Client client(files.file("run/" + stream));
+            EXPECT_TRUE(daemon.wait_for_output("run/" + stream + ": accept client."));
+        }
         expect_stop(daemon);
     }
 }
