@@ -30,11 +30,9 @@ namespace
 {
 
 constexpr unsigned page = seqpool_page_size;
-constexpr int command_size = 9;
-const char *const command = "reconfig\n";
+const std::string command = "reconfig\n";
 
-int send_limit = INT_MAX; // bytes a send takes at most; below 0 it fails
-
+int send_limit = INT_MAX;           // bytes a send takes at most; below 0 it fails
 thread_local int unlocks_left = -1; // of this thread, before after_unlock runs
 std::function<void()> after_unlock;
 
@@ -101,8 +99,8 @@ struct Server {
         msg_conf conf{};
         path.copy(conf.path, sizeof conf.path - 1);
         conf.mode = MSG_SOCKET;
-        EXPECT_EQ(msg_init(&handle, conf), 0);
         const auto count = [](void *arg, const char *, int) { return ++*static_cast<int *>(arg); };
+        EXPECT_EQ(msg_init(&handle, conf), 0);
         EXPECT_EQ(msg_register(handle, "reconfig", count, &calls), 0);
         EXPECT_EQ(msg_start(handle), 0);
     }
@@ -118,6 +116,16 @@ struct Server {
     msg_handle *handle = nullptr;
 };
 
+// The loop in a thread of its own.
+struct LoopThread {
+    ~LoopThread() { stop = true; }
+    std::atomic<bool> stop{false};
+    std::jthread thread{[this] {
+        while (!stop)
+            cycle();
+    }};
+};
+
 struct MsgcmdTest : testing::Test {
     ~MsgcmdTest() override
     {
@@ -129,25 +137,29 @@ struct MsgcmdTest : testing::Test {
     void make_client(unsigned size = 16 * page)
     {
         stdout_of([&] { ASSERT_EQ(msgcmd_init(&client, path.c_str(), size), 0); });
-        msgcmd_setcb(
-            client,
-            [](int count, const void *data, void *arg) {
-                auto *const test = static_cast<MsgcmdTest *>(arg);
-                test->read.append(static_cast<const char *>(data),
-                                  count > 0 ? static_cast<std::size_t>(count) : 0);
-                test->on_read(count);
-            },
-            [](int count, void *arg) { static_cast<MsgcmdTest *>(arg)->writes.push_back(count); },
-            this);
+        const auto read_cb = [](int count, const void *data, void *arg) {
+            auto *const test = static_cast<MsgcmdTest *>(arg);
+            if (count > 0)
+                test->read.append(static_cast<const char *>(data), static_cast<unsigned>(count));
+            test->on_read(count);
+        };
+        const auto write_cb = [](int count, void *arg) {
+            static_cast<MsgcmdTest *>(arg)->writes.push_back(count);
+        };
+        msgcmd_setcb(client, read_cb, write_cb, this);
     }
     int write(const std::string &bytes) const
     {
         return msgcmd_noblock_write(client, bytes.data(), static_cast<unsigned>(bytes.size()));
     }
-    std::string closed_line() const { return path + ": close or error.\n"; }
+    std::string printed_by_write(const std::string &bytes, int result) const
+    {
+        return stdout_of([&] { EXPECT_EQ(write(bytes), result); });
+    }
 
     TempDir dir;
     std::string path = dir.file("control");
+    std::string closed_line = path + ": close or error.\n";
     msgcmd *client = nullptr;
     std::vector<int> writes;
     std::string read;
@@ -190,8 +202,7 @@ TEST_F(MsgcmdTest, QueuedBytesGoOutInChunksOnePerCycle)
 {
     Peer peer(path);
     make_client();
-    const std::string bytes = text(3000);
-    EXPECT_EQ(write(bytes), 0);
+    EXPECT_EQ(write(text(3000)), 0);
     std::vector<int> expected;
     for (const int chunk : {1024, 1024, 952}) {
         EXPECT_EQ(get_event_enabled(client->write_event), 1);
@@ -201,9 +212,14 @@ TEST_F(MsgcmdTest, QueuedBytesGoOutInChunksOnePerCycle)
     }
     EXPECT_EQ(get_event_enabled(client->write_event), 0);
     peer.accept();
-    EXPECT_EQ(peer.received(), bytes);
-    cycle();
-    EXPECT_EQ(writes, expected);
+    EXPECT_EQ(peer.received(), text(3000));
+
+    EXPECT_EQ(write(text(1500)), 0);
+    send_limit = 10;
+    const std::string lost = "data lose when write to " + path + "\n";
+    EXPECT_EQ(stdout_of([] { cycle(), cycle(), cycle(); }), lost + lost);
+    EXPECT_EQ(writes, (std::vector{1024, 1024, 952, 10, 10}));
+    EXPECT_EQ(peer.received(), text(1500).substr(0, 10) + text(1500).substr(1024, 10));
 }
 
 TEST_F(MsgcmdTest, WhatDoesNotFitIsRefusedWhole)
@@ -212,25 +228,25 @@ TEST_F(MsgcmdTest, WhatDoesNotFitIsRefusedWhole)
     const std::string refused =
         "msgcmd_noblock_write: buffer size is not enough. data will be losed.\n";
     make_client(2 * page - 1);
-    EXPECT_EQ(stdout_of([&] { EXPECT_EQ(write(text(page)), -1); }), refused);
+    EXPECT_EQ(printed_by_write(text(page), -1), refused);
     EXPECT_EQ(stdout_of([] { cycle(); }), ""); // an empty queue ends no connection
-    EXPECT_EQ(write(text(page - 1)), 0);
-    EXPECT_EQ(stdout_of([&] { EXPECT_EQ(write("x"), -1); }), refused);
+    EXPECT_EQ(printed_by_write(text(page - 1), 0), "");
+    EXPECT_EQ(printed_by_write("x", -1), refused);
     peer.accept();
     std::string received;
-    EXPECT_TRUE(cycle_until([&] { return (received += peer.received()).size() == page - 1; }));
+    EXPECT_TRUE(cycle_until([&] { return (received += peer.received()).size() >= page - 1; }));
     EXPECT_EQ(received, text(page - 1));
 
     msgcmd_release(&client);
     make_client(page - 1);
-    EXPECT_EQ(stdout_of([&] { EXPECT_EQ(write("x"), -1); }), refused);
+    EXPECT_EQ(printed_by_write("x", -1), refused);
 }
 
 TEST_F(MsgcmdTest, ConnectsAgainForEveryItem)
 {
     const auto before = open_descriptors();
     make_client();
-    EXPECT_EQ(write(command), -1);
+    EXPECT_EQ(printed_by_write(command, -1), "");
     EXPECT_EQ(open_descriptors(), before);
     const Server server(path);
     int ended = 0;
@@ -244,20 +260,20 @@ TEST_F(MsgcmdTest, ConnectsAgainForEveryItem)
     };
     EXPECT_EQ(write(command), 0);
     EXPECT_EQ(stdout_of([&] { EXPECT_TRUE(cycle_until([&] { return ended == 3; })); }),
-              closed_line() + closed_line() + closed_line());
+              closed_line + closed_line + closed_line);
     EXPECT_EQ(server.calls, 3);
     EXPECT_EQ(read, "OK\nOK\nOK\n");
     EXPECT_EQ(client, nullptr);
 }
 
-TEST_F(MsgcmdTest, WhatIsQueuedWhenTheConnectionFailsIsDropped)
+TEST_F(MsgcmdTest, WhatIsQueuedWhenTheConnectionEndsIsDropped)
 {
     Peer peer(path);
     make_client();
     EXPECT_EQ(write("old"), 0);
     peer.accept();
     peer.connection.reset();
-    EXPECT_EQ(stdout_of([] { cycle(); }), closed_line());
+    EXPECT_EQ(stdout_of([] { cycle(); }), closed_line);
     EXPECT_EQ(writes, std::vector{-1});
     EXPECT_EQ(client->fd, -1);
     EXPECT_EQ(write("dropped"), 0);
@@ -270,25 +286,11 @@ TEST_F(MsgcmdTest, WhatIsQueuedWhenTheConnectionFailsIsDropped)
     EXPECT_EQ(writes, (std::vector{-1, 3}));
 }
 
-TEST_F(MsgcmdTest, TheRestOfAChunkTakenInPartIsLost)
-{
-    Peer peer(path);
-    make_client();
-    const std::string bytes = text(1500);
-    EXPECT_EQ(write(bytes), 0);
-    send_limit = 10;
-    const std::string lost = "data lose when write to " + path + "\n";
-    EXPECT_EQ(stdout_of([] { cycle(), cycle(), cycle(); }), lost + lost);
-    EXPECT_EQ(writes, (std::vector{10, 10}));
-    peer.accept();
-    EXPECT_EQ(peer.received(), bytes.substr(0, 10) + bytes.substr(1024, 10));
-}
-
 TEST_F(MsgcmdTest, APeerThatReadsByteByByteGetsEverything)
 {
     Peer peer(path);
     make_client(100 * page);
-    const std::string bytes = text(99 * page);
+    const std::string bytes = text(99 * page); // more than a socket takes
     EXPECT_EQ(write(bytes), 0);
     peer.accept();
     std::string received;
@@ -296,7 +298,7 @@ TEST_F(MsgcmdTest, APeerThatReadsByteByByteGetsEverything)
         EXPECT_TRUE(wait_until([&] {
             for (std::string byte; !(byte = peer.received(1)).empty();)
                 received += byte;
-            return received.size() == bytes.size();
+            return received.size() >= bytes.size();
         }));
     });
     EXPECT_TRUE(cycle_until([&] { return seqpool_askDataSize(client->pool) == 0; }));
@@ -328,16 +330,6 @@ TEST_F(MsgcmdTest, NoByteFromAnotherThreadIsLeftBehind)
     }
 }
 
-// The loop in a thread of its own.
-struct LoopThread {
-    ~LoopThread() { stop = true; }
-    std::atomic<bool> stop{false};
-    std::jthread thread{[this] {
-        while (!stop)
-            cycle();
-    }};
-};
-
 TEST_F(MsgcmdTest, AnotherThreadSendsWhileTheLoopRuns)
 {
     Peer peer(path);
@@ -347,7 +339,7 @@ TEST_F(MsgcmdTest, AnotherThreadSendsWhileTheLoopRuns)
     peer.accept();
     const LoopThread loop;
     std::string expected = "first";
-    for (int i = 0; i < 20'000; ++i) {
+    for (int i = 0; i < 10'000; ++i) {
         ASSERT_EQ(can_read_with_timeout(peer.connection.get(), 20, 0), 1) << i;
         ASSERT_EQ(peer.received(64), expected);
         for (int pause = i % 1000; pause > 0; --pause)
@@ -360,17 +352,14 @@ TEST_F(MsgcmdTest, AnotherThreadSendsWhileTheLoopRuns)
 TEST_F(MsgcmdTest, AnotherThreadSendsWhileTheServerCloses)
 {
     const Server server(path);
-    make_client(page);
+    make_client();
     std::atomic<int> ended{0};
     on_read = [&](int count) { ended += count == 0; };
-    {
-        const LoopThread loop;
-        for (int i = 1; i <= 200; ++i) {
-            ASSERT_EQ(write(command), 0);
-            ASSERT_TRUE(wait_until([&] { return ended == i; }));
-        }
+    const LoopThread loop;
+    for (int i = 1; i <= 200; ++i) {
+        ASSERT_EQ(write(command), 0);
+        ASSERT_TRUE(wait_until([&] { return ended == i; }));
     }
-    EXPECT_EQ(server.calls, 200);
 }
 
 TEST_F(MsgcmdTest, AFailedInitLeavesNothing)
@@ -378,7 +367,6 @@ TEST_F(MsgcmdTest, AFailedInitLeavesNothing)
     const auto make = [&] {
         msgcmd *made = nullptr;
         const int result = msgcmd_init(&made, path.c_str(), 2 * page);
-        EXPECT_EQ(made != nullptr, result == 0);
         msgcmd_release(&made);
         return result == 0;
     };
@@ -403,17 +391,11 @@ TEST_F(MsgcmdTest, ASendWithoutAnEventQueuesNothing)
     peer.accept();
     EXPECT_EQ(peer.received(), "x");
     msgcmd_close(client);
-    {
-        const FewDescriptors too_high(FD_SETSIZE + 1, 1);
-        const int next = dup(peer.listener.get());
-        close(next);
-        if (next != FD_SETSIZE)
-            GTEST_SKIP() << "no descriptor of 1024 to be had";
-        EXPECT_EQ(write("x"), -1);
-        EXPECT_EQ(client->fd, -1);
-    }
-    EXPECT_EQ(msgcmd_noblock_write(client, nullptr, 0), 0);
+    const FewDescriptors too_high(FD_SETSIZE + 1, 1);
+    EXPECT_EQ(write("x"), -1);
     EXPECT_EQ(client->fd, -1);
+
+    EXPECT_EQ(write(""), 0);
     EXPECT_EQ(msgcmd_noblock_write(nullptr, "x", 1), -1);
     msgcmd_setcb(nullptr, nullptr, nullptr, nullptr);
     msgcmd_close(nullptr);

@@ -16,11 +16,10 @@
 // bytes, which the event loop (event/event.h) writes whenever the socket can take them.
 //
 // The loop's thread runs the callbacks. msgcmd_noblock_write() and msgcmd_setcb() may be called
-// from any thread, by several at a time, and from the callbacks. From another thread than the
-// loop's, what is queued goes out from the loop's next cycle on, which it does not wake the loop
-// for: keep a periodic timer running. Connecting waits while the server's backlog is full; so do
-// the other calls on this client then, the loop's thread among them. Writing to a server that has
-// gone raises no SIGPIPE.
+// from any thread, by several at a time, and from the callbacks. Sending does not wake the loop:
+// what another thread queues goes out from the next cycle on, so keep a periodic timer running to
+// bound the delay. Connecting waits while the server's backlog is full; other calls on this client,
+// on the loop's thread too, then wait with it. Writing to a server that has gone raises no SIGPIPE.
 
 struct event;
 struct seqpool;
