@@ -67,6 +67,9 @@ Daemon::Daemon(const DaemonFiles &files, std::vector<std::string> arguments,
         argv.push_back(argument.data());
     argv.push_back(nullptr);
     const std::string err = output + ".err";
+    // What an earlier daemon printed must not pass for this one's.
+    for (const std::string &file : {output, err})
+        std::filesystem::remove(files.file(file));
     pid_ = fork();
     if (pid_ != 0)
         return;
