@@ -63,7 +63,9 @@ TEST(SequencePool, IsMadeOfWholePages)
           std::tuple(0xFFFFFFFF, 1048575, false)}) {
         seqpool *pool = nullptr;
         const int total = static_cast<int>(static_cast<unsigned>(pages) * page);
-        EXPECT_EQ(stdout_of([&] { EXPECT_EQ(seqpool_init(&pool, size), made ? 0 : -1); }),
+        EXPECT_EQ(stdout_of([&, size = size, made = made] {
+                      EXPECT_EQ(seqpool_init(&pool, size), made ? 0 : -1);
+                  }),
                   "totalSize = " + std::to_string(total) +
                       "\npageSize = 4096\npageNum = " + std::to_string(pages) + "\n" +
                       (made ? "" : "Exceed max seqpool block number.\n"));
