@@ -30,6 +30,7 @@ namespace
 {
 
 constexpr unsigned page = seqpool_page_size;
+constexpr int backlog = 100;
 const std::string command = "reconfig\n";
 
 int send_limit = INT_MAX;           // bytes a send takes at most; below 0 it fails
@@ -71,7 +72,7 @@ struct Peer {
     explicit Peer(const std::string &path)
     {
         int fd = -1;
-        EXPECT_EQ(unix_domain_socket_init(&fd, path.c_str(), 5), 0);
+        EXPECT_EQ(unix_domain_socket_init(&fd, path.c_str(), backlog), 0);
         listener = Fd(fd);
     }
     void accept()
@@ -229,7 +230,6 @@ TEST_F(MsgcmdTest, WhatDoesNotFitIsRefusedWhole)
         "msgcmd_noblock_write: buffer size is not enough. data will be losed.\n";
     make_client(2 * page - 1);
     EXPECT_EQ(printed_by_write(text(page), -1), refused);
-    EXPECT_EQ(stdout_of([] { cycle(); }), ""); // an empty queue ends no connection
     EXPECT_EQ(printed_by_write(text(page - 1), 0), "");
     EXPECT_EQ(printed_by_write("x", -1), refused);
     peer.accept();
@@ -306,27 +306,53 @@ TEST_F(MsgcmdTest, APeerThatReadsByteByByteGetsEverything)
     EXPECT_EQ(received, bytes);
 }
 
-// Another thread sends at every point of a cycle where the loop has just let go of a lock.
+// Runs `first`, and `second` in another thread once `first` has let go of its n-th mutex, or after
+// it when there is none. Returns whether there was.
+template <class First, class Second>
+bool interleave(int n, First first, Second second)
+{
+    std::future<void> other;
+    after_unlock = [&] {
+        other = std::async(std::launch::async, second);
+        other.wait_for(std::chrono::milliseconds(20)); // it may need another lock of `first`
+    };
+    unlocks_left = n;
+    first();
+    const bool reached = std::exchange(unlocks_left, -1) < 0;
+    if (reached)
+        other.get();
+    else
+        second();
+    return reached;
+}
+
 TEST_F(MsgcmdTest, NoByteFromAnotherThreadIsLeftBehind)
 {
     Peer peer(path);
     make_client();
-    bool within_cycle = true;
-    for (int n = 0; within_cycle; ++n) {
+    bool more = true;
+    for (int n = 0; more; ++n) {
         EXPECT_EQ(write("a"), 0);
-        std::future<int> sender;
-        after_unlock = [&] {
-            sender = std::async(std::launch::async, [&] { return write("b"); });
-            sender.wait_for(std::chrono::milliseconds(20)); // it may need a lock the loop holds
-        };
-        unlocks_left = n;
-        cycle();
-        within_cycle = std::exchange(unlocks_left, -1) < 0;
-        EXPECT_EQ(within_cycle ? sender.get() : write("b"), 0);
+        more = interleave(n, cycle, [&] { EXPECT_EQ(write("b"), 0); });
         cycle(), cycle();
         if (n == 0)
             peer.accept();
         ASSERT_EQ(peer.received(), "ab") << "sent after unlock " << n;
+    }
+}
+
+TEST_F(MsgcmdTest, ACycleDuringARefusedSendEndsNoConnection)
+{
+    const Peer peer(path);
+    make_client(page);
+    bool more = true;
+    for (int n = 0; more; ++n) {
+        more = interleave(
+            n, [&] { EXPECT_EQ(write(text(page)), -1); }, cycle);
+        cycle();
+        ASSERT_GE(client->fd, 0) << "cycle after unlock " << n;
+        EXPECT_EQ(get_event_enabled(client->write_event), 0);
+        msgcmd_close(client);
     }
 }
 

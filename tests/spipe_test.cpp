@@ -229,17 +229,16 @@ TEST_F(SpipeTest, AFailedInitLeavesNothing)
         int max_clients;
         const char *reason;
     };
-    for (const auto &[name, max_clients, reason] :
-         {Case{path, 0, ""}, Case{path, INT_MIN, ""}, Case{path, INT_MAX, ""},
-          Case{std::string(108, 'p'), 1, ""}, Case{no_end, 1, ""},
-          Case{dir.file("none/pipe"), 1, "Can't bind socket !\n"}}) {
+    for (const Case &refused : {Case{path, 0, ""}, Case{path, INT_MIN, ""}, Case{path, INT_MAX, ""},
+                                Case{std::string(108, 'p'), 1, ""}, Case{no_end, 1, ""},
+                                Case{dir.file("none/pipe"), 1, "Can't bind socket !\n"}}) {
         spipe_server other{};
         spipe_server *server = &other;
         std::string out;
-        const auto fail = [&] { EXPECT_EQ(init(&server, name, max_clients), -1); };
+        const auto fail = [&] { EXPECT_EQ(init(&server, refused.path, refused.max_clients), -1); };
         EXPECT_EQ(stderr_of([&] { out = stdout_of(fail); }),
-                  std::string(reason) + "spipe_s_init: init fail.\n");
-        EXPECT_EQ(out, "spipe_s_init: path=" + name.substr(0, SPIPE_PATH_SIZE - 1) + "\n");
+                  std::string(refused.reason) + "spipe_s_init: init fail.\n");
+        EXPECT_EQ(out, "spipe_s_init: path=" + refused.path.substr(0, SPIPE_PATH_SIZE - 1) + "\n");
         EXPECT_EQ(server, nullptr);
     }
     EXPECT_EQ(spipe_c_isConnect(Client(no_end).client), 0);
