@@ -99,7 +99,7 @@ protected:
         EXPECT_TRUE(wait_until([&] { return ne3_val_od_get_data(1, &result) == 0; }));
         alarms |= result.vmfAlarms;
         std::string ids;
-        for (int i = 0; i < result.objectNum; ++i)
+        for (std::size_t i = 0; i < static_cast<std::size_t>(result.objectNum); ++i)
             ids += std::to_string(
                 static_cast<const char *>(result.objects)[i * NE3_VAL_OD_OBJECT_SIZE]);
         return ids;
