@@ -3,13 +3,13 @@
 #include "event/event.h"
 #include "ipc/network/fd.h"
 #include "ipc/network/socket.h"
+#include "util/owned_text.h"
 #include "util/sequence_pool.h"
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdio>
-#include <cstring>
 #include <new>
 #include <utility>
 
@@ -142,15 +142,6 @@ Outcome queue(msgcmd *client, const void *data, unsigned length)
     return Outcome::Queued;
 }
 
-std::unique_ptr<char[]> copy_of(const char *text)
-{
-    const std::size_t size = std::strlen(text) + 1;
-    std::unique_ptr<char[]> copy(new (std::nothrow) char[size]);
-    if (copy)
-        std::memcpy(copy.get(), text, size);
-    return copy;
-}
-
 } // namespace
 
 int msgcmd_block_write(const char *path, const void *data, unsigned length)
@@ -178,7 +169,7 @@ int msgcmd_init(msgcmd **out, const char *path, unsigned size)
     *out = nullptr;
     std::unique_ptr<msgcmd> client(new (std::nothrow) msgcmd{});
     if (client)
-        client->path = copy_of(path);
+        client->path = copy_text(path);
     if (!client || !client->path) {
         std::printf("%s: Can't alloc memory!\n", __func__);
         return -1;

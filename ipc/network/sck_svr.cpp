@@ -3,11 +3,11 @@
 #include "event/event.h"
 #include "ipc/network/fd.h"
 #include "ipc/network/socket.h"
+#include "util/owned_text.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <new>
 #include <span>
 #include <utility>
@@ -213,15 +213,6 @@ std::int32_t sck_svr_event_accept(event_info *, void *arg)
     return 0;
 }
 
-std::unique_ptr<char[]> copy_of(const char *text)
-{
-    const std::size_t size = std::strlen(text) + 1;
-    std::unique_ptr<char[]> copy(new (std::nothrow) char[size]);
-    if (copy)
-        std::memcpy(copy.get(), text, size);
-    return copy;
-}
-
 } // namespace
 
 int sck_svr_init(sck_svr_t **slot, const char *path, std::uint32_t size)
@@ -235,7 +226,7 @@ int sck_svr_init(sck_svr_t **slot, const char *path, std::uint32_t size)
     std::unique_ptr<sck_svr_t> server(new (std::nothrow) sck_svr_t{});
     if (!server)
         return -1;
-    server->path = copy_of(path);
+    server->path = copy_text(path);
     int listener = -1;
     if (!server->path || unix_domain_socket_init(&listener, path, listen_backlog) == -1)
         return -1;

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <cstring>
+#include <memory>
+#include <new>
+
+// A copy of `text`; null when memory is short.
+inline std::unique_ptr<char[]> copy_text(const char *text)
+{
+    const std::size_t size = std::strlen(text) + 1;
+    std::unique_ptr<char[]> copy(new (std::nothrow) char[size]);
+    if (copy)
+        std::memcpy(copy.get(), text, size);
+    return copy;
+}
