@@ -1,6 +1,7 @@
 #include "va/process.h"
 
 #include "util/util.h"
+#include "va/open_file.h"
 #include "va/paths.h"
 
 #include <cerrno>
@@ -8,7 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
-#include <memory>
 #include <string_view>
 
 #include <fcntl.h>
@@ -23,14 +23,10 @@ namespace
 
 bool pid_file_written = false;
 
-struct CloseFile {
-    void operator()(std::FILE *file) const { std::fclose(file); }
-};
-
 // The process that the PID file names; 0 when it names none.
 pid_t recorded_process()
 {
-    const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(va_pid_path, "re"));
+    const File file = open_file(va_pid_path);
     char text[32] = "";
     if (!file || !std::fgets(text, sizeof text, file.get()))
         return 0;

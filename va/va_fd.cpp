@@ -2,11 +2,11 @@
 
 #include "va/cancel.h"
 #include "va/fd_control.h"
+#include "va/log_failure.h"
 #include "va/options.h"
 #include "va/relay.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <span>
@@ -65,12 +65,6 @@ private:
     std::span<VaFdWindow> slots_;
     std::size_t used_ = 0;
 };
-
-int log_failure(const char *format)
-{
-    syslog(LOG_ERR, format, static_cast<unsigned>(errno));
-    return -1;
-}
 
 void set_watch_mask(const VaContext &context, ne3_val_fd_mask *memory, ne3_val_fd_ctrl &ctrl)
 {

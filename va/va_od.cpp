@@ -1,13 +1,13 @@
 #include "va/va_od.h"
 
 #include "va/cancel.h"
+#include "va/log_failure.h"
 #include "va/od_control.h"
 #include "va/options.h"
 #include "va/refresh.h"
 #include "va/relay.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -22,12 +22,6 @@ OdFrame frame_of(const VaContext &context)
 {
     const SensorConfig &sensor = context.sensorConf;
     return {sensor.width, sensor.height, sensor.fps, context.wideAspect != 0};
-}
-
-int log_failure(const char *format)
-{
-    syslog(LOG_ERR, format, static_cast<unsigned>(errno));
-    return -1;
 }
 
 // Writes a block into the library's memory, from where it takes effect.
@@ -59,13 +53,20 @@ ne3_val_od_masks *set_masks(const Window (&windows)[Count], const OdFrame &frame
     return block.maskNum > 0 ? attach(area, block) : nullptr;
 }
 
-ne3_val_od_obj_init *set_dynamic_init(const ODDoParamInitConf &conf, const ne3_val_area_mem &area)
+struct InitLines {
+    const char *begin;
+    const char *count;
+};
+
+template <class Init>
+ne3_val_od_obj_init *set_init(const Init &conf, const ne3_val_area_mem &area,
+                              const InitLines &lines)
 {
     if (!conf.valid)
         return nullptr;
-    std::printf("od: set odDoParamInit");
+    std::fputs(lines.begin, stdout);
     auto *attached = attach(area, ne3_val_od_obj_init{static_cast<std::uint32_t>(conf.maxObjNum)});
-    std::printf("doMaxObjNum = %d\n", conf.maxObjNum);
+    std::printf(lines.count, conf.maxObjNum);
     return attached;
 }
 
@@ -83,16 +84,6 @@ ne3_val_od_obj_set *set_dynamic(const ODDoParamSetConf &conf, const OdFrame &fra
         return attached;
     syslog(LOG_ERR, "Err: od dynamic object parameters are incorrect.");
     return nullptr;
-}
-
-ne3_val_od_obj_init *set_static_init(const ODSoParamInitConf &conf, const ne3_val_area_mem &area)
-{
-    if (!conf.valid)
-        return nullptr;
-    std::printf("od: set odSoParamInit");
-    auto *attached = attach(area, ne3_val_od_obj_init{static_cast<std::uint32_t>(conf.maxObjNum)});
-    std::printf("soMaxObjNum = %d\n", conf.maxObjNum);
-    return attached;
 }
 
 ne3_val_od_obj_set *set_static(const ODSoParamSetConf &conf, const OdFrame &frame,
@@ -233,9 +224,11 @@ int va_od_set_ctrl(VaContext *context)
                                  {"od set mask %d.\n", "mask pos %d,%d.\n"});
     ctrl.detMasks = set_masks(context->odDetMask, frame, areas->detMasks,
                               {"od set det mask %d.\n", "detect pos %d,%d.\n"});
-    ctrl.doInit = set_dynamic_init(context->odDoParamInit, areas->doInit);
+    ctrl.doInit = set_init(context->odDoParamInit, areas->doInit,
+                           {"od: set odDoParamInit", "doMaxObjNum = %d\n"});
     ctrl.doSet = set_dynamic(context->odDoParamSet, frame, areas->doSet);
-    ctrl.soInit = set_static_init(context->odSoParamInit, areas->soInit);
+    ctrl.soInit = set_init(context->odSoParamInit, areas->soInit,
+                           {"od: set odSoParamInit", "soMaxObjNum = %d\n"});
     ctrl.soSet = set_static(context->odSoParamSet, frame, areas->soSet);
     ctrl.vmf = set_vmf(context->odVmfParam, frame, areas->vmf);
     if (ne3_val_od_set_ctrl(&ctrl) == -1)

@@ -3,13 +3,13 @@
 #include "platform/ne3_val.h"
 #include "util/util.h"
 #include "va/firmware.h"
+#include "va/open_file.h"
 #include "va/paths.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
-#include <memory>
 
 #include <strings.h>
 #include <syslog.h>
@@ -22,16 +22,6 @@ constexpr VanaConfigFile config_files[] = {
     {"imx140", va_work_data_1080p_path},
     {"imx140la", va_work_data_1080p_path},
 };
-
-struct CloseFile {
-    void operator()(std::FILE *file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, CloseFile>;
-
-File open_file(const char *path)
-{
-    return File(std::fopen(path, "rbe"));
-}
 
 struct Area {
     void *address;
