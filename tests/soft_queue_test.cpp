@@ -6,6 +6,7 @@
 #include <string>
 #include <thread>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 namespace
@@ -99,6 +100,25 @@ TEST_F(SoftQueue, ChangesWhileDispatching)
     soft_queue_add(queue, 1);
     EXPECT_EQ(calls(), "");
     EXPECT_EQ(calls(), "b2");
+}
+
+TEST_F(SoftQueue, FullPipeRefusesItems)
+{
+    renew(100'000);
+    std::uintptr_t received = 0;
+    Action count = [&](event_info *info) { EXPECT_EQ(info->data, ++received); };
+    add_softqueue_event(queue, 0, run, &count);
+    fcntl(queue->pipe_write, F_SETPIPE_SZ, 4096);
+    std::uintptr_t added = 0;
+    while (soft_queue_add(queue, added + 1) == 0)
+        ++added;
+    EXPECT_EQ(added, static_cast<std::uintptr_t>(fcntl(queue->pipe_write, F_GETPIPE_SZ)));
+    for (std::uintptr_t item = 0; item < added; ++item)
+        cycle();
+    EXPECT_EQ(received, added);
+    EXPECT_EQ(soft_queue_add(queue, added + 1), 0);
+    cycle();
+    EXPECT_EQ(received, added + 1) << "no item stays behind";
 }
 
 TEST_F(SoftQueue, FailuresLeaveNothingBehind)
