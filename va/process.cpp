@@ -84,8 +84,11 @@ int create_pid_file()
     while (access(va_pid_path, F_OK) == 0) {
         if (stop_old_process() || access(va_pid_path, F_OK) != 0)
             continue;
-        syslog(LOG_ERR, "%s is stale: it names no other process. Removing it.", va_pid_path);
-        unlink(va_pid_path);
+        const bool removed = unlink(va_pid_path) == 0;
+        syslog(LOG_ERR, "%s is stale: it names no other process. %s", va_pid_path,
+               removed ? "Removed it." : "It cannot be removed.");
+        if (!removed)
+            break;
     }
     const int result = file_printf(va_pid_path, "%d", getpid());
     pid_file_written = result == 0;

@@ -19,8 +19,8 @@ void open_standard_descriptors();
 
 // Waits, signalling it every second, until the instance that the PID file names is gone, then
 // writes this process's own. A file whose process does not exist any more, or that names none, is
-// removed. Returns file_printf()'s result: without the run directory there is no PID file. Exits
-// with status 0 when `terminate` is set meanwhile.
+// removed, or written over where that fails. Returns file_printf()'s result: without the run
+// directory there is no PID file. Exits with status 0 when `terminate` is set meanwhile.
 int create_pid_file();
 
 // Removes the PID file if create_pid_file() wrote it.
