@@ -190,8 +190,9 @@ int va_od_getConf(VaContext *context)
 
 int va_od_init(VaContext *context)
 {
-    static constexpr ne3_val_od_open_prm iniPrm{4, 1, 0, 1};
+    static ne3_val_od_open_prm iniPrm;
     context->odOpened = 1;
+    iniPrm = {4, 1, 0, 1};
     std::puts("init od.");
     const int handle = ne3_val_od_open_ex(&iniPrm, 1);
     if (handle == -1) {
