@@ -7,10 +7,11 @@
 #include <fcntl.h>
 #include <sys/socket.h>
 
-// The next connection, non-blocking and close-on-exec; empty, with errno set, on failure.
-inline Fd accept_connection(int listener)
+// The next connection, close-on-exec, and non-blocking unless `flags` say otherwise; empty, with
+// errno set, on failure.
+inline Fd accept_connection(int listener, int flags = SOCK_NONBLOCK)
 {
-    return Fd(accept4(listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    return Fd(accept4(listener, nullptr, nullptr, flags | SOCK_CLOEXEC));
 }
 
 // A connection that cannot be accepted because descriptors ran out stays pending and keeps its

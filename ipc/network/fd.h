@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <utility>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 // Owns one descriptor and closes it. Closing keeps errno, so a failure can be reported afterwards.
@@ -35,3 +36,9 @@ private:
     static constexpr int none = -1;
     int fd_ = none;
 };
+
+// The same file, not as descriptor 0, for those to whom 0 reads as none; empty when that fails.
+inline Fd above_zero(Fd fd)
+{
+    return fd.get() == 0 ? Fd(fcntl(fd.get(), F_DUPFD_CLOEXEC, 1)) : std::move(fd);
+}

@@ -166,7 +166,8 @@ int server_socket_accept(int listener)
         return fail("server_socket_accept: select fail.");
     if (ready == 0)
         return 0;
-    Fd fd = accept_connection(listener);
+    constexpr int blocking = 0;
+    Fd fd = above_zero(accept_connection(listener, blocking));
     if (!fd)
         return fail("server_socket_accept: accept fail.");
     return fd.release();

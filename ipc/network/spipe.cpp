@@ -11,7 +11,6 @@
 #include <span>
 #include <utility>
 
-#include <fcntl.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -33,8 +32,7 @@ void copy_path(char (&to)[SPIPE_PATH_SIZE], const char (&from)[SPIPE_PATH_SIZE])
 // A descriptor that can be waited on and does not read as none; empty when it cannot be had.
 Fd usable(Fd fd)
 {
-    if (fd.get() == no_fd)
-        fd = Fd(fcntl(fd.get(), F_DUPFD_CLOEXEC, no_fd + 1));
+    fd = above_zero(std::move(fd));
     if (fd.get() >= FD_SETSIZE)
         fd.reset();
     return fd;
