@@ -129,7 +129,7 @@ int remaining_ms(const event *timer, const timeval &now)
 // check and the timeout, so that no step slips in between.
 int arm_timers()
 {
-    timeval now;
+    timeval now{};
     time_now(&now);
     const bool set_back = microseconds(now) < microseconds(cycle_start);
     cycle_start = now;
@@ -194,7 +194,7 @@ void dispatch(event *event)
 
 bool is_due(const event *timer)
 {
-    timeval now;
+    timeval now{};
     time_now(&now);
     return remaining_ms(timer, now) == 0;
 }
@@ -397,7 +397,7 @@ int time_diff(const timeval *from, const timeval *to)
 
 int time_ago(const timeval *time)
 {
-    timeval now;
+    timeval now{};
     time_now(&now);
     return time_diff(time, &now);
 }
