@@ -1,5 +1,4 @@
 #include "tests/support/daemon.h"
-#include "tests/support/wait.h"
 
 #include <cstring>
 #include <fstream>
@@ -13,35 +12,31 @@ namespace
 using std::string;
 using Words = std::vector<std::uint32_t>;
 
-constexpr std::size_t object_words = 10; // of the stand-in: number first, result number in word 8
+// An object of the stand-in: its number is the first word.
+constexpr std::size_t object_words = 10;
 constexpr std::size_t result_number = 8;
 
-Words words_of(const string &record)
+// Empty at the end of the stream.
+Words next_record(const Client &client)
 {
+    const string record = client.next().value_or("");
     Words words(record.size() / sizeof(std::uint32_t));
     std::memcpy(words.data(), record.data(), words.size() * sizeof(std::uint32_t));
     return words;
 }
 
-// Reads on until a record is as wanted.
-bool comes(const Client &client, const std::function<bool(const Words &)> &wanted)
+// Reads on until a record is as wanted, of which every `step`th word is looked at.
+bool comes(const Client &client, const Words &wanted, std::size_t step)
 {
-    string record;
-    for (int count = 0; count < 2000 && client.next(record); ++count) {
-        if (wanted(words_of(record)))
+    for (int count = 0; count < 2000; ++count) {
+        const Words record = next_record(client);
+        Words found;
+        for (std::size_t i = 0; i < record.size(); i += step)
+            found.push_back(record[i]);
+        if (found == wanted)
             return true;
     }
     return false;
-}
-
-std::function<bool(const Words &)> objects(const Words &numbers)
-{
-    return [=](const Words &record) {
-        Words found;
-        for (std::size_t i = 0; i < record.size(); i += object_words)
-            found.push_back(record[i]);
-        return found == numbers;
-    };
 }
 
 TEST(DaemonOdTest, ShowsTheEffectOfEachChange)
@@ -55,24 +50,24 @@ TEST(DaemonOdTest, ShowsTheEffectOfEachChange)
     const Client vmf(files.file("run/vmf"));
     const auto reconfigure = [&](const string &settings) {
         files.store(settings);
-        files.write("run/ctrl", "reconfig\n");
+        files.reconfigure();
     };
-    EXPECT_TRUE(comes(od, objects({7, 8})));
+    EXPECT_TRUE(comes(od, {7, 8}, object_words));
 
     reconfigure("VMDWindow.NonDetect.V2.Left=0\nVMDWindow.NonDetect.V2.Right=4000\n"
                 "VMDWindow.NonDetect.V2.Top=0\nVMDWindow.NonDetect.V2.Bottom=9999\n");
-    EXPECT_TRUE(comes(od, objects({8})));
+    EXPECT_TRUE(comes(od, {8}, object_words));
 
     reconfigure("VMDWindow.MaxDetectionSize=200x200\n");
-    EXPECT_TRUE(comes(od, objects({7})));
+    EXPECT_TRUE(comes(od, {7}, object_words));
 
     // The line is the first filter whatever the numbers, the area the only one of its code.
     reconfigure("ObjectDetection.O0.Left=1000\nObjectDetection.O0.Right=4000\n"
                 "ObjectDetection.O0.Top=1000\nObjectDetection.O0.Bottom=9000\n"
                 "ObjectDetection.O0.Type=1\nCrossLine.C2.StartX=6250\nCrossLine.C2.StartY=0\n"
                 "CrossLine.C2.EndX=6250\nCrossLine.C2.EndY=9999\n");
-    EXPECT_TRUE(comes(vmf, [](const Words &masks) { return masks == Words{0, 0, 0, 1}; }));
-    EXPECT_TRUE(comes(vmf, [](const Words &masks) { return masks == Words{0, 1, 0, 1}; }));
+    EXPECT_TRUE(comes(vmf, {0, 0, 0, 1}, 1));
+    EXPECT_TRUE(comes(vmf, {0, 1, 0, 1}, 1));
 }
 
 TEST(DaemonOdTest, LosesNoRecordInAReconfigurationStorm)
@@ -82,27 +77,21 @@ TEST(DaemonOdTest, LosesNoRecordInAReconfigurationStorm)
                          "object 7 dynamic 192x108 from 480,540 to 980,540 between 0 1000\n");
     const Daemon daemon(files, {"-o"});
     const Client od(files.file("run/od"));
-    string record;
-    ASSERT_TRUE(od.next(record));
-    std::uint32_t last = words_of(record).at(result_number);
+    std::uint32_t last = next_record(od).at(result_number);
+    const auto expect_next = [&] { EXPECT_EQ(++last, next_record(od).at(result_number)); };
     std::ofstream control(files.file("run/ctrl"));
     for (int line = 0; line < 1000; ++line) {
         if (line % 50 == 0)
             files.store("VideoAnalytics.OD.DiffImgNum=" + std::to_string(1 + line / 50 % 15));
         control << "reconfig\n" << std::flush;
-        ASSERT_TRUE(control.good());
-        if (line % 10 != 0)
-            continue;
-        ASSERT_TRUE(od.next(record));
-        EXPECT_EQ(last + 1, words_of(record).at(result_number));
-        ++last;
+        if (line % 10 == 0)
+            expect_next();
     }
     // The storm was seen, and left the stream whole.
+    ASSERT_TRUE(control.good());
     ASSERT_TRUE(daemon.wait_for_log("diffImgNum=5"));
-    for (int count = 0; count < 100; ++count) {
-        ASSERT_TRUE(od.next(record));
-        EXPECT_EQ(++last, words_of(record).at(result_number));
-    }
+    for (int count = 0; count < 100; ++count)
+        expect_next();
 }
 
 } // namespace

@@ -1,8 +1,6 @@
 #include "event/event.h"
 #include "ipc/msg/msg.h"
 #include "ipc/msg/msgcmd.h"
-#include "ipc/network/fd.h"
-#include "ipc/network/socket.h"
 #include "tests/support/capture.h"
 #include "tests/support/event_failing_new.h"
 #include "tests/support/ipc_loop.h"
@@ -15,26 +13,18 @@
 #include <functional>
 #include <future>
 #include <numeric>
-#include <string>
 #include <thread>
-#include <utility>
-#include <vector>
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 namespace
 {
 
 constexpr unsigned page = seqpool_page_size;
-constexpr int backlog = 100;
-const std::string command = "reconfig\n";
-
-int send_limit = INT_MAX;           // bytes a send takes at most; below 0 it fails
-thread_local int unlocks_left = -1; // of this thread, before after_unlock runs
+std::atomic<int> send_limit{INT_MAX}; // bytes a send takes at most
+thread_local int unlocks_left = -1;   // of this thread, before after_unlock runs
 std::function<void()> after_unlock;
 
 } // namespace
@@ -42,8 +32,6 @@ std::function<void()> after_unlock;
 // A Unix-domain socket always takes a chunk as small as the client's whole.
 ssize_t send(int fd, const void *data, size_t size, int flags)
 {
-    if (send_limit < 0)
-        return -1;
     return sendto(fd, data, std::min(size, static_cast<size_t>(send_limit)), flags, nullptr, 0);
 }
 
@@ -60,19 +48,12 @@ int pthread_mutex_unlock(pthread_mutex_t *mutex) noexcept
 namespace
 {
 
-std::string text(std::size_t size)
-{
-    std::string bytes(size, '\0');
-    std::iota(bytes.begin(), bytes.end(), '\0');
-    return bytes;
-}
-
 // A bare listener, and its side of one connection.
 struct Peer {
     explicit Peer(const std::string &path)
     {
         int fd = -1;
-        EXPECT_EQ(unix_domain_socket_init(&fd, path.c_str(), backlog), 0);
+        EXPECT_EQ(unix_domain_socket_init(&fd, path.c_str(), 100), 0);
         listener = Fd(fd);
     }
     void accept()
@@ -81,235 +62,30 @@ struct Peer {
         EXPECT_EQ(unix_domain_socket_accept(listener.get(), &fd), 1);
         connection = Fd(fd);
     }
-    std::string received(std::size_t limit = 1 << 16) const
-    {
-        std::string bytes(limit, '\0');
-        const ssize_t got = recv(connection.get(), bytes.data(), limit, MSG_DONTWAIT);
-        bytes.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
-        return bytes;
-    }
-
     Fd listener;
     Fd connection;
 };
 
-// A control-message server in socket mode, in this thread's loop.
+// A control-message server in the loop.
 struct Server {
     explicit Server(const std::string &path)
     {
-        msg_conf conf{};
+        msg_conf conf{"", MSG_SOCKET};
         path.copy(conf.path, sizeof conf.path - 1);
-        conf.mode = MSG_SOCKET;
         const auto count = [](void *arg, const char *, int) { return ++*static_cast<int *>(arg); };
-        EXPECT_EQ(msg_init(&handle, conf), 0);
-        EXPECT_EQ(msg_register(handle, "reconfig", count, &calls), 0);
+        msg_init(&handle, conf);
+        msg_register(handle, "reconfig", count, &calls);
         EXPECT_EQ(msg_start(handle), 0);
     }
-    ~Server()
-    {
-        msg_release(&handle);
-        cycle();
-    }
-    Server(const Server &) = delete;
-    Server &operator=(const Server &) = delete;
+    ~Server() { msg_release(&handle); }
 
     int calls = 0;
     msg_handle *handle = nullptr;
 };
 
-// The loop in a thread of its own.
-struct LoopThread {
-    ~LoopThread() { stop = true; }
-    std::atomic<bool> stop{false};
-    std::jthread thread{[this] {
-        while (!stop)
-            cycle();
-    }};
-};
-
-struct MsgcmdTest : testing::Test {
-    ~MsgcmdTest() override
-    {
-        send_limit = INT_MAX;
-        msgcmd_release(&client);
-        cycle();
-    }
-
-    void make_client(unsigned size = 16 * page)
-    {
-        stdout_of([&] { ASSERT_EQ(msgcmd_init(&client, path.c_str(), size), 0); });
-        const auto read_cb = [](int count, const void *data, void *arg) {
-            auto *const test = static_cast<MsgcmdTest *>(arg);
-            if (count > 0)
-                test->read.append(static_cast<const char *>(data), static_cast<unsigned>(count));
-            test->on_read(count);
-        };
-        const auto write_cb = [](int count, void *arg) {
-            static_cast<MsgcmdTest *>(arg)->writes.push_back(count);
-        };
-        msgcmd_setcb(client, read_cb, write_cb, this);
-    }
-    int write(const std::string &bytes) const
-    {
-        return msgcmd_noblock_write(client, bytes.data(), static_cast<unsigned>(bytes.size()));
-    }
-    std::string printed_by_write(const std::string &bytes, int result) const
-    {
-        return stdout_of([&] { EXPECT_EQ(write(bytes), result); });
-    }
-
-    TempDir dir;
-    std::string path = dir.file("control");
-    std::string closed_line = path + ": close or error.\n";
-    msgcmd *client = nullptr;
-    std::vector<int> writes;
-    std::string read;
-    std::function<void(int)> on_read = [](int) {};
-};
-
-TEST_F(MsgcmdTest, BlockingSend)
-{
-    const auto before = open_descriptors();
-    const auto send_blocking = [&](const std::string &bytes, int result) {
-        return stdout_of([&] {
-            const auto length = static_cast<unsigned>(bytes.size());
-            EXPECT_EQ(msgcmd_block_write(path.c_str(), bytes.data(), length), result);
-        });
-    };
-    EXPECT_EQ(send_blocking("", 0), "");
-    EXPECT_EQ(send_blocking("x", -1), "");
-    {
-        const Server server(path);
-        EXPECT_EQ(send_blocking(command, 0), "");
-        EXPECT_TRUE(cycle_until([&] { return server.calls == 1; }));
-    }
-    Peer peer(path);
-    std::jthread reads_one_byte([&] {
-        EXPECT_TRUE(wait_until([&] { return can_read(peer.listener.get()) == 1; }));
-        peer.accept();
-        EXPECT_TRUE(wait_until([&] { return !peer.received(1).empty(); }));
-        peer.connection.reset();
-    });
-    EXPECT_EQ(send_blocking(text(1 << 22), 0), "msgcmd_block_write: data lose.\n");
-    reads_one_byte.join();
-    for (send_limit = 0; send_limit >= -1; --send_limit)
-        EXPECT_EQ(send_blocking("x", -1),
-                  "msgcmd_block_write: fail. ret = " + std::to_string(send_limit) + "\n");
-    peer.listener.reset();
-    EXPECT_EQ(open_descriptors(), before);
-}
-
-TEST_F(MsgcmdTest, QueuedBytesGoOutInChunksOnePerCycle)
-{
-    Peer peer(path);
-    make_client();
-    EXPECT_EQ(write(text(3000)), 0);
-    std::vector<int> expected;
-    for (const int chunk : {1024, 1024, 952}) {
-        EXPECT_EQ(get_event_enabled(client->write_event), 1);
-        cycle();
-        expected.push_back(chunk);
-        EXPECT_EQ(writes, expected);
-    }
-    EXPECT_EQ(get_event_enabled(client->write_event), 0);
-    peer.accept();
-    EXPECT_EQ(peer.received(), text(3000));
-
-    EXPECT_EQ(write(text(1500)), 0);
-    send_limit = 10;
-    const std::string lost = "data lose when write to " + path + "\n";
-    EXPECT_EQ(stdout_of([] { cycle(), cycle(), cycle(); }), lost + lost);
-    EXPECT_EQ(writes, (std::vector{1024, 1024, 952, 10, 10}));
-    EXPECT_EQ(peer.received(), text(1500).substr(0, 10) + text(1500).substr(1024, 10));
-}
-
-TEST_F(MsgcmdTest, WhatDoesNotFitIsRefusedWhole)
-{
-    Peer peer(path);
-    const std::string refused =
-        "msgcmd_noblock_write: buffer size is not enough. data will be losed.\n";
-    make_client(2 * page - 1);
-    EXPECT_EQ(printed_by_write(text(page), -1), refused);
-    EXPECT_EQ(printed_by_write(text(page - 1), 0), "");
-    EXPECT_EQ(printed_by_write("x", -1), refused);
-    peer.accept();
-    std::string received;
-    EXPECT_TRUE(cycle_until([&] { return (received += peer.received()).size() >= page - 1; }));
-    EXPECT_EQ(received, text(page - 1));
-
-    msgcmd_release(&client);
-    make_client(page - 1);
-    EXPECT_EQ(printed_by_write("x", -1), refused);
-}
-
-TEST_F(MsgcmdTest, ConnectsAgainForEveryItem)
-{
-    const auto before = open_descriptors();
-    make_client();
-    EXPECT_EQ(printed_by_write(command, -1), "");
-    EXPECT_EQ(open_descriptors(), before);
-    const Server server(path);
-    int ended = 0;
-    on_read = [&](int count) {
-        if (count != 0)
-            return;
-        if (++ended == 3)
-            msgcmd_release(&client);
-        else
-            write(command);
-    };
-    EXPECT_EQ(write(command), 0);
-    EXPECT_EQ(stdout_of([&] { EXPECT_TRUE(cycle_until([&] { return ended == 3; })); }),
-              closed_line + closed_line + closed_line);
-    EXPECT_EQ(server.calls, 3);
-    EXPECT_EQ(read, "OK\nOK\nOK\n");
-    EXPECT_EQ(client, nullptr);
-}
-
-TEST_F(MsgcmdTest, WhatIsQueuedWhenTheConnectionEndsIsDropped)
-{
-    Peer peer(path);
-    make_client();
-    EXPECT_EQ(write("old"), 0);
-    peer.accept();
-    peer.connection.reset();
-    EXPECT_EQ(stdout_of([] { cycle(); }), closed_line);
-    EXPECT_EQ(writes, std::vector{-1});
-    EXPECT_EQ(client->fd, -1);
-    EXPECT_EQ(write("dropped"), 0);
-    msgcmd_close(client);
-    EXPECT_EQ(write("new"), 0);
-    cycle();
-    peer.accept(); // the closed connection
-    peer.accept();
-    EXPECT_EQ(peer.received(), "new");
-    EXPECT_EQ(writes, (std::vector{-1, 3}));
-}
-
-TEST_F(MsgcmdTest, APeerThatReadsByteByByteGetsEverything)
-{
-    Peer peer(path);
-    make_client(100 * page);
-    const std::string bytes = text(99 * page); // more than a socket takes
-    EXPECT_EQ(write(bytes), 0);
-    peer.accept();
-    std::string received;
-    std::jthread reader([&] {
-        EXPECT_TRUE(wait_until([&] {
-            for (std::string byte; !(byte = peer.received(1)).empty();)
-                received += byte;
-            return received.size() >= bytes.size();
-        }));
-    });
-    EXPECT_TRUE(cycle_until([&] { return seqpool_askDataSize(client->pool) == 0; }));
-    reader.join();
-    EXPECT_EQ(received, bytes);
-}
-
-// Runs `first`, and `second` in another thread once `first` has let go of its n-th mutex, or after
-// it when there is none. Returns whether there was.
-template <class First, class Second>
-bool interleave(int n, First first, Second second)
+// Runs `first`, and `second` in another thread once `first` has let go of its n-th mutex. Returns
+// whether it has so many.
+bool interleave(int n, const std::function<void()> &first, const std::function<void()> &second)
 {
     std::future<void> other;
     after_unlock = [&] {
@@ -318,114 +94,167 @@ bool interleave(int n, First first, Second second)
     };
     unlocks_left = n;
     first();
-    const bool reached = std::exchange(unlocks_left, -1) < 0;
-    if (reached)
-        other.get();
-    else
-        second();
-    return reached;
+    return std::exchange(unlocks_left, -1) < 0;
 }
 
-TEST_F(MsgcmdTest, NoByteFromAnotherThreadIsLeftBehind)
+struct Msgcmd : testing::Test {
+    ~Msgcmd() override
+    {
+        send_limit = INT_MAX;
+        msgcmd_release(&client);
+    }
+    void make_client(unsigned size)
+    {
+        stdout_of([&] { ASSERT_EQ(msgcmd_init(&client, path.c_str(), size), 0); });
+        const auto read_cb = [](int count, const void *data, void *arg) {
+            auto *const test = static_cast<Msgcmd *>(arg);
+            test->log.append(static_cast<const char *>(data),
+                             static_cast<unsigned>(std::max(count, 0)));
+            if (count == 0)
+                test->on_end();
+        };
+        const auto write_cb = [](int count, void *arg) {
+            static_cast<Msgcmd *>(arg)->log += std::to_string(count) + " ";
+        };
+        msgcmd_setcb(client, read_cb, write_cb, this);
+    }
+    int write(const std::string &bytes) const
+    {
+        return msgcmd_noblock_write(client, bytes.data(), static_cast<unsigned>(bytes.size()));
+    }
+    std::string block_write(const std::string &bytes, int result) const
+    {
+        const auto length = static_cast<unsigned>(bytes.size());
+        return stdout_of(
+            [&] { EXPECT_EQ(msgcmd_block_write(path.c_str(), bytes.data(), length), result); });
+    }
+
+    TempDir dir;
+    std::string path = dir.file("control");
+    msgcmd *client = nullptr;
+    std::string log; // the counts of the writes, and what was read
+    std::function<void()> on_end;
+};
+
+TEST_F(Msgcmd, QueuedBytesGoOutInChunksOrAreLostWithTheirConnection)
 {
     Peer peer(path);
-    make_client();
-    bool more = true;
-    for (int n = 0; more; ++n) {
-        EXPECT_EQ(write("a"), 0);
-        more = interleave(n, cycle, [&] { EXPECT_EQ(write("b"), 0); });
-        cycle(), cycle();
-        if (n == 0)
-            peer.accept();
-        ASSERT_EQ(peer.received(), "ab") << "sent after unlock " << n;
-    }
-}
-
-TEST_F(MsgcmdTest, ACycleDuringARefusedSendEndsNoConnection)
-{
-    const Peer peer(path);
-    make_client(page);
-    bool more = true;
-    for (int n = 0; more; ++n) {
-        more = interleave(
-            n, [&] { EXPECT_EQ(write(text(page)), -1); }, cycle);
-        cycle();
-        ASSERT_GE(client->fd, 0) << "cycle after unlock " << n;
-        EXPECT_EQ(get_event_enabled(client->write_event), 0);
-        msgcmd_close(client);
-    }
-}
-
-TEST_F(MsgcmdTest, AnotherThreadSendsWhileTheLoopRuns)
-{
-    Peer peer(path);
-    make_client();
-    msgcmd_setcb(client, nullptr, nullptr, nullptr);
-    EXPECT_EQ(write("first"), 0);
+    make_client(20 * page - 1); // for 19 pages less a byte, more than a socket takes
+    std::string bytes(19 * page - 1, '\0');
+    std::iota(bytes.begin(), bytes.end(), '\0');
+    EXPECT_EQ(write(bytes), 0);
+    EXPECT_EQ(stdout_of([&] { EXPECT_EQ(write("x"), -1); }),
+              "msgcmd_noblock_write: buffer size is not enough. data will be losed.\n");
     peer.accept();
-    const LoopThread loop;
-    std::string expected = "first";
-    for (int i = 0; i < 10'000; ++i) {
-        ASSERT_EQ(can_read_with_timeout(peer.connection.get(), 20, 0), 1) << i;
-        ASSERT_EQ(peer.received(64), expected);
-        for (int pause = i % 1000; pause > 0; --pause)
-            std::atomic_signal_fence(std::memory_order_seq_cst);
-        expected = std::to_string(i);
-        ASSERT_EQ(write(expected), 0);
+    std::string received;
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        cycle();
+        received += arrived(peer.connection, 1);
     }
+    EXPECT_TRUE(received == bytes);
+    EXPECT_EQ(get_event_enabled(client->write_event), 0);
+    EXPECT_TRUE(log.starts_with("1024 1024 ") && log.ends_with("1024 1023 "));
+
+    write(std::string(1024, 'c') + std::string(20, 'd'));
+    send_limit = 10;
+    const std::string lost = "data lose when write to " + path + "\n";
+    EXPECT_EQ(stdout_of([] { cycle(), cycle(), cycle(); }), lost + lost);
+    EXPECT_EQ(arrived(peer.connection), "ccccccccccdddddddddd");
+
+    EXPECT_EQ(block_write("more than ten", 0), "msgcmd_block_write: data lose.\n");
+    send_limit = 0;
+    EXPECT_EQ(block_write("x", -1), "msgcmd_block_write: fail. ret = 0\n");
+    send_limit = INT_MAX;
+
+    EXPECT_EQ(write("dropped"), 0);
+    peer.connection.reset();
+    EXPECT_EQ(stdout_of(cycle), path + ": close or error.\n");
+    EXPECT_TRUE(log.ends_with(" 1023 10 10 -1 "));
+    EXPECT_EQ(write("dropped"), 0);
+    msgcmd_close(client);
+    EXPECT_EQ(write("new"), 0);
+    cycle();
+    for (int connection = 0; connection < 4; ++connection)
+        peer.accept(); // two blocking ones, the closed one, the new one
+    EXPECT_EQ(arrived(peer.connection), "new");
 }
 
-TEST_F(MsgcmdTest, AnotherThreadSendsWhileTheServerCloses)
+TEST_F(Msgcmd, ConnectsAgainForEveryItem)
 {
-    const Server server(path);
-    make_client();
+    make_client(2 * page);
+    const auto before = open_descriptors();
+    EXPECT_EQ(write("reconfig\n"), -1);
+    EXPECT_EQ(block_write("reconfig\n", -1), "");
+    EXPECT_EQ(open_descriptors(), before);
     std::atomic<int> ended{0};
-    on_read = [&](int count) { ended += count == 0; };
-    const LoopThread loop;
-    for (int i = 1; i <= 200; ++i) {
-        ASSERT_EQ(write(command), 0);
-        ASSERT_TRUE(wait_until([&] { return ended == i; }));
+    on_end = [&] {
+        if (ended == 199)
+            msgcmd_release(&client);
+        ++ended;
+    };
+    const Server server(path);
+    const auto send_all = [&] {
+        const std::jthread loop([](const std::stop_token &stop) {
+            while (!stop.stop_requested())
+                cycle();
+        });
+        for (int i = 1; i <= 200; ++i) {
+            ASSERT_EQ(write("reconfig\n"), 0);
+            ASSERT_TRUE(wait_until([&] { return ended == i; }));
+        }
+    };
+    EXPECT_TRUE(stdout_of(send_all).ends_with(path + ": close or error.\n"));
+    EXPECT_TRUE(log.ends_with("9 OK\n9 OK\n9 OK\n"));
+    EXPECT_EQ(block_write("reconfig\n", 0), "");
+    EXPECT_TRUE(cycle_until([&] { return server.calls == 201; }));
+    EXPECT_EQ(open_descriptors(), before + 2); // the server's listener and its spare
+}
+
+TEST_F(Msgcmd, AnotherThreadMayComeInBetween)
+{
+    Peer peer(path);
+    make_client(page);
+    EXPECT_EQ(write("a"), 0);
+    peer.accept();
+    for (int n = 0; interleave(n, cycle, [&] { EXPECT_EQ(write("b"), 0); }); ++n) {
+        cycle(), cycle();
+        ASSERT_EQ(arrived(peer.connection), "ab") << "sent after unlock " << n;
+        write("a");
+    }
+    cycle();
+    const auto refuse = [&] { EXPECT_EQ(write(std::string(page, 'x')), -1); };
+    for (int n = 0; msgcmd_close(client), interleave(n, refuse, cycle); ++n) {
+        cycle();
+        ASSERT_GE(client->fd, 0) << "cycle after unlock " << n; // the connection stays
     }
 }
 
-TEST_F(MsgcmdTest, AFailedInitLeavesNothing)
+TEST_F(Msgcmd, MemoryAndDescriptorsRunOut)
 {
     const auto make = [&] {
-        msgcmd *made = nullptr;
-        const int result = msgcmd_init(&made, path.c_str(), 2 * page);
-        msgcmd_release(&made);
+        const int result = msgcmd_init(&client, path.c_str(), 2 * page);
+        msgcmd_release(&client);
         return result == 0;
     };
-    const std::string out = stdout_of([&] {
-        EXPECT_EQ(fail_each_allocation(make), 5); // client, path, queue, two pages
-    });
+    const std::string out = stdout_of([&] { EXPECT_EQ(fail_each_allocation(make), 5); });
     const std::string no_client = "msgcmd_init: Can't alloc memory!\n";
-    EXPECT_EQ(out.find(no_client + no_client + "Can't allocate memory.\n"), 0);
+    EXPECT_TRUE(out.starts_with(no_client + no_client + "Can't allocate memory.\n"));
     msgcmd other{};
-    msgcmd *failed = &other;
-    stdout_of([&] { EXPECT_EQ(msgcmd_init(&failed, path.c_str(), 4097 * page), -1); });
-    EXPECT_EQ(failed, nullptr);
-}
+    client = &other;
+    EXPECT_EQ(msgcmd_init(&client, path.c_str(), 4097 * page), -1);
+    EXPECT_EQ(client, nullptr);
 
-TEST_F(MsgcmdTest, ASendWithoutAnEventQueuesNothing)
-{
     Peer peer(path);
-    make_client();
+    make_client(2 * page);
     EXPECT_EQ(fail_each_allocation([&] { return write("x") == 0; }), 2); // read and write event
     cycle();
     peer.accept();
     peer.accept();
-    EXPECT_EQ(peer.received(), "x");
+    EXPECT_EQ(arrived(peer.connection), "x");
     msgcmd_close(client);
     const FewDescriptors too_high(FD_SETSIZE + 1, 1);
     EXPECT_EQ(write("x"), -1);
     EXPECT_EQ(client->fd, -1);
-
-    EXPECT_EQ(write(""), 0);
-    EXPECT_EQ(msgcmd_noblock_write(nullptr, "x", 1), -1);
-    msgcmd_setcb(nullptr, nullptr, nullptr, nullptr);
-    msgcmd_close(nullptr);
-    msgcmd_release(nullptr);
 }
 
 } // namespace

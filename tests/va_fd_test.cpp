@@ -1,10 +1,9 @@
-#include "tests/support/local_stream.h"
+#include "tests/support/store_file.h"
 #include "tests/support/va_fixture.h"
 #include "va/fd_control.h"
-#include "va/options.h"
 #include "va/va_fd.h"
 
-#include <climits>
+#include <array>
 #include <cstring>
 
 namespace
@@ -15,44 +14,23 @@ using std::string;
 class VaFdTest : public VaTest
 {
 protected:
-    VaFdTest()
+    // Reads the settings and starts the module on a fresh stand-in.
+    SimFdControl start(const string &settings, const ne3_val_fd_ctrl &old = {})
     {
         open_library();
-        use(1920, 1080);
-    }
-
-    static void open_library()
-    {
-        sim_reset();
-        ne3_val_init();
-        ne3_val_open();
-    }
-
-    void use(int width, int height)
-    {
-        context.sensorConf.width = width;
-        context.sensorConf.height = height;
-        context.wideAspect = 100 * width / height == 177;
-    }
-
-    // Reads the settings and starts the module. What starting prints.
-    string start(const string &settings)
-    {
+        sim_set_fd_defaults(old);
         files.store(settings);
         va_fd_getConf(&context);
-        return stdout_of([&] { EXPECT_EQ(0, va_fd_init(&context)); });
+        EXPECT_EQ(0, run([&] { return va_fd_init(&context); }));
+        return sim_fd_control().value_or(SimFdControl{});
     }
-
-    VaContext context{};
 };
 
-string window(int number, int left, int right, int top, int bottom, bool detected)
+string face_window(int number, int left, int right, int top, int bottom, bool detected)
 {
     const string key = "FaceDetection.F" + std::to_string(number) + ".";
-    return key + "Left=" + std::to_string(left) + "\n" + key + "Right=" + std::to_string(right) +
-           "\n" + key + "Top=" + std::to_string(top) + "\n" + key +
-           "Bottom=" + std::to_string(bottom) + "\n" + key +
-           "WindowType=" + (detected ? "Detected" : "watch") + "\n";
+    return window(key, left, right, top, bottom) +
+           lines(key, {detected ? "WindowType=Detected" : "WindowType=watch"});
 }
 
 TEST_F(VaFdTest, MapsEverySensitivity)
@@ -62,51 +40,34 @@ TEST_F(VaFdTest, MapsEverySensitivity)
         const int wanted = s < 110 ? (s <= 50 ? 29 + (50 - s) / 2 : 29 - (s - 50) / 2) : 64;
         EXPECT_EQ(wanted, fd_threshold_ratio(static_cast<std::uint8_t>(s))) << s;
     }
-    const struct {
-        const char *setting;
-        int ratio;
-    } cases[] = {{"", 33},
-                 {"FaceDetection.Sensitivity=75\n", 17},
-                 {"FaceDetection.Sensitivity=0\n", 54},
-                 {"FaceDetection.Sensitivity=100\n", 4},
-                 {"FaceDetection.Sensitivity=356\n", 4}};
-    for (const auto &test : cases) {
-        open_library();
-        ne3_val_fd_ctrl old{};
-        old.thresRatio = 33;
-        sim_set_fd_defaults(old);
-        EXPECT_EQ("init fd.\n==> old fd thresRatio = 33\n==>fd thresRatio=" +
-                      std::to_string(test.ratio) + "\n",
-                  start(test.setting));
-        EXPECT_EQ(test.ratio, sim_fd_control()->ctrl.thresRatio);
-    }
+    EXPECT_EQ(4, start("FaceDetection.Sensitivity=356\n").ctrl.thresRatio);
+    EXPECT_EQ("init fd.\n==> old fd thresRatio = 0\n==>fd thresRatio=4\n", output);
 }
 
 TEST_F(VaFdTest, SendsTheSettingsThatAreSet)
 {
-    ne3_val_fd_ctrl old;
-    std::memset(&old, 0x55, sizeof old);
-    old.mask = nullptr;
-    old.windows = nullptr;
-    sim_set_fd_defaults(old);
-    start("Properties.FaceDetection.Flip=on\nFaceDetection.MaxDetectionSize=959\n"
-          "VideoAnalytics.FD.FaceTotal=300\n");
-    ne3_val_fd_ctrl wanted = old;
+    ne3_val_fd_ctrl wanted;
+    std::memset(&wanted, 0x55, sizeof wanted);
+    wanted.mask = nullptr;
+    wanted.windows = nullptr;
+    const ne3_val_fd_ctrl sent =
+        start("Properties.FaceDetection.Flip=on\nFaceDetection.MaxDetectionSize=959\n"
+              "VideoAnalytics.FD.FaceTotal=300\n",
+              wanted)
+            .ctrl;
     wanted.flip = 1;
     wanted.maskEnable = 0;
     wanted.sizeChkMtd = 1;
     wanted.minDetectionSize = 120;
     wanted.maxDetectionSize = 959;
     wanted.faceTotal = 44;
-    const ne3_val_fd_ctrl sent = sim_fd_control()->ctrl;
     EXPECT_EQ(0, std::memcmp(&wanted, &sent, offsetof(ne3_val_fd_ctrl, mask)));
-    EXPECT_EQ(0x55555555U, sent.windowBits);
-    EXPECT_TRUE(!sent.mask && !sent.windows);
+    EXPECT_TRUE(sent.windowBits == 0x55555555 && !sent.mask && !sent.windows);
+    EXPECT_EQ("init fd.\n==> old fd thresRatio = 85\n==>fd thresRatio=85\n", output);
     EXPECT_TRUE(sim_open_prm("fd")->prm0 == 1 && sim_open_prm("fd")->prm1 == 1);
 
-    context.fdCtrl = {0, 1, 2, 3, 4, 5, 6, 7, 8};
     ne3_val_fd_ctrl all{};
-    fd_apply_settings(context.fdCtrl, all);
+    fd_apply_settings({0, 1, 2, 3, 4, 5, 6, 7, 8}, all);
     EXPECT_TRUE(all.almMtd == 1 && all.sizeChkMtd == 2 && all.minDetectionSize == 3 &&
                 all.maxDetectionSize == 4 && all.faceTotal == 6 && all.angleMtd == 7 &&
                 all.angle == 8);
@@ -140,13 +101,11 @@ bool covers(const VaFdWindow &window, int rows, int row, int column)
 
 TEST_F(VaFdTest, MarksTheWatchedCells)
 {
-    const std::vector<std::vector<VaFdWindow>> lists = {
+    const std::vector<VaFdWindow> lists[] = {
         {{1, 0, 0, 0, 9999, 9999}},
-        {{1, 0, 5000, 5000, 4999, 4999}, {0, 1, 0, 0, 9999, 9999}},
-        {{1, 0, 0, 0, 624, 9999}, {1, 1, 0, 0, 9999, 833}},
-        {{1, 0, 0, 0, 625, 1112}, {1, 1, 9374, 8888, 625, 1111}},
+        {{1, 0, 5000, 5000, 4999, 4999}, {0, 1, 0, 0, 9999, 9999}, {1, 2, 0, 0, 624, 9999}},
+        {{1, 0, 0, 0, 625, 1112}, {1, 1, 9374, 8888, 625, 1111}, {1, 2, 0, 0, 9999, 833}},
         {{1, 0, 100, 7000, 3000, 2500}, {1, 1, 3333, 0, 1, 9999}, {1, 2, 2500, 2500, 5000, 834}},
-        {},
     };
     for (const bool wide : {true, false}) {
         const int rows = wide ? 9 : 12;
@@ -161,14 +120,11 @@ TEST_F(VaFdTest, MarksTheWatchedCells)
             }
         }
     }
-    start(window(4, 0, 9999, 9999, 0, false));
-    const auto control = sim_fd_control();
-    ASSERT_TRUE(control->mask);
-    EXPECT_EQ(1, control->ctrl.maskEnable);
-    for (int row = 0; row < 8; ++row)
-        EXPECT_TRUE(control->mask->cells[2 * row] == 0xff &&
-                    control->mask->cells[2 * row + 1] == 0x7f);
-    EXPECT_EQ(0, control->mask->cells[16] | control->mask->cells[17]);
+    const SimFdControl sent = start(face_window(4, 0, 9999, 9999, 0, false));
+    ASSERT_TRUE(sent.mask);
+    EXPECT_EQ(1, sent.ctrl.maskEnable);
+    for (int i = 0; i < 18; ++i)
+        EXPECT_EQ(i >= 16 ? 0 : i % 2 == 0 ? 0xff : 0x7f, sent.mask->cells[i]);
 }
 
 TEST_F(VaFdTest, ClampsWindowsToTheFrame)
@@ -182,32 +138,28 @@ TEST_F(VaFdTest, ClampsWindowsToTheFrame)
                   {720, 576, 0, 0, 720, 576},        {1920, 1080, 0, 0, 1920, 1080},
                   {1280, 720, 0, 0, 1280, 720}};
     for (const auto &frame : frames) {
-        std::int32_t x0 = -1;
-        std::int32_t y0 = -1;
-        std::int32_t x1 = 9999;
-        std::int32_t y1 = 9999;
-        EXPECT_EQ(0, va_fd_watchframe_checkRange(&x0, &y0, &x1, &y1, frame.width, frame.height));
-        EXPECT_TRUE(x0 == frame.min_x && y0 == frame.min_y && x1 == frame.max_x &&
-                    y1 == frame.max_y)
-            << frame.width;
-        x0 = x1 = frame.min_x + 1;
-        y0 = y1 = frame.min_y + 1;
-        va_fd_watchframe_checkRange(&x0, &y0, &x1, &y1, frame.width, frame.height);
-        EXPECT_TRUE(x0 == frame.min_x + 1 && y1 == frame.min_y + 1);
+        const auto [width, height, min_x, min_y, max_x, max_y] = frame;
+        std::array<std::int32_t, 4> box = {-1, min_y + 1, 9999, 9999};
+        EXPECT_EQ(0,
+                  va_fd_watchframe_checkRange(&box[0], &box[1], &box[2], &box[3], width, height));
+        EXPECT_EQ((std::array{min_x, min_y + 1, max_x, max_y}), box);
+        box = {min_x + 1, -1, min_x + 2, min_y + 1};
+        va_fd_watchframe_checkRange(&box[0], &box[1], &box[2], &box[3], width, height);
+        EXPECT_EQ((std::array{min_x + 1, min_y, min_x + 2, min_y + 1}), box);
     }
     std::int32_t same = 5;
-    EXPECT_EQ(
-        "va_fd_watchframe_checkRange: input resolution is incorrect(1600x1200).\n", stdout_of([&] {
-            EXPECT_EQ(-1, va_fd_watchframe_checkRange(&same, &same, &same, &same, 1600, 1200));
-        }));
+    EXPECT_EQ(-1, run([&] {
+        return va_fd_watchframe_checkRange(&same, &same, &same, &same, 1600, 1200);
+    }));
+    EXPECT_EQ("va_fd_watchframe_checkRange: input resolution is incorrect(1600x1200).\n", output);
     EXPECT_EQ(5, same);
 }
 
 TEST_F(VaFdTest, SendsDetectionWindowsInPixels)
 {
-    const string settings = window(3, 0, 9999, 0, 9999, true) +
-                            window(5, 6000, 4000, 1000, 2000, true) +
-                            window(6, 0, 9999, 0, 9999, false);
+    const string settings = face_window(3, 0, 9999, 0, 9999, true) +
+                            face_window(5, 6000, 4000, 1000, 2000, true) +
+                            face_window(6, 0, 9999, 0, 9999, false);
     const ne3_val_fd_window_list hd{{{0, 0, 1919, 1079}, {768, 108, 1152, 216}}};
     const ne3_val_fd_window_list sxga{{{0, 32, 1279, 992}, {512, 102, 768, 204}}};
     const struct {
@@ -215,15 +167,12 @@ TEST_F(VaFdTest, SendsDetectionWindowsInPixels)
         const ne3_val_fd_window_list *list; // null: the frame is not known
     } cases[] = {{1920, 1080, &hd}, {1280, 1024, &sxga}, {1600, 1200, nullptr}};
     for (const auto &test : cases) {
-        open_library();
-        use(test.width, test.height);
-        const string output = start(settings);
-        const auto control = sim_fd_control();
-        EXPECT_EQ(1, control->ctrl.maskEnable);
-        ASSERT_EQ(test.list != nullptr, control->windows.has_value());
-        EXPECT_EQ(test.list ? 3U : 0U, control->ctrl.windowBits);
-        EXPECT_TRUE(!test.list ||
-                    std::memcmp(test.list, &*control->windows, sizeof *test.list) == 0);
+        use_sensor(test.width, test.height);
+        const SimFdControl sent = start(settings);
+        EXPECT_EQ(1, sent.ctrl.maskEnable);
+        EXPECT_EQ(test.list ? 3U : 0U, sent.ctrl.windowBits);
+        ASSERT_EQ(test.list != nullptr, sent.windows.has_value());
+        EXPECT_TRUE(!test.list || std::memcmp(test.list, &*sent.windows, sizeof *test.list) == 0);
         const string line = "input resolution is incorrect(1600x1200).\n";
         EXPECT_EQ(!test.list, output.find(line, output.find(line) + 1) != string::npos);
     }
@@ -231,84 +180,25 @@ TEST_F(VaFdTest, SendsDetectionWindowsInPixels)
 
 TEST_F(VaFdTest, TakesTheFirstWindowsByNumber)
 {
-    string settings;
-    for (int number = 0; number < 25; ++number) // and 37 is beyond the numbers that are read
-        settings += window(number == 24 ? 37 : number, number, 9999, 0, 9999, false);
-    for (int number = 24; number < 30; ++number)
-        settings += window(number, number, 9999, 0, 9999, true);
-    files.store(settings);
-    va_fd_getConf(&context);
-    for (int slot = 0; slot < 20; ++slot)
-        EXPECT_TRUE(context.fdWatchWindows[slot].enabled &&
-                    context.fdWatchWindows[slot].id == slot &&
-                    context.fdWatchWindows[slot].x == slot);
-    for (int slot = 0; slot < 10; ++slot)
-        EXPECT_EQ(slot < 6, context.fdDetectWindows[slot].enabled);
-    EXPECT_EQ(24, context.fdDetectWindows[0].x);
-    EXPECT_EQ(0, context.fdDetectWindows[0].id);
-
-    settings.clear();
-    for (int number = 0; number < 12; ++number)
-        settings += window(number, number, 9999, 0, 9999, true);
-    files.store(settings);
-    va_fd_getConf(&context);
-    EXPECT_EQ(9, context.fdDetectWindows[9].x);
-    EXPECT_EQ(0, context.fdWatchWindows[0].enabled);
-}
-
-TEST_F(VaFdTest, ReportsEachRefusedCall)
-{
-    const struct {
-        const char *function;
-        const char *log;
-    } cases[] = {
-        {"ne3_val_fd_open", "VA: fd_open failed.\n"},
-        {"ne3_val_fd_start", "VA: start failed.\n"},
-        {"ne3_val_fd_get_ctrl", "VA: ne3_val_fd_get_ctrl fail. errno = A1\n"},
-        {"ne3_val_fd_get_area_data_mem", "VA: fd_get_area_data_mem failed. errno = A1\n"},
-        {"ne3_val_fd_set_ctrl", "VA: ne3_val_fd_set_ctrl fail. errno = A1\n"},
-    };
-    for (const auto &test : cases) {
-        open_library();
-        sim_fail(test.function, 1, 0xa1);
-        stdout_of(
-            [&] { EXPECT_EQ(test.log, log_of([&] { EXPECT_EQ(-1, va_fd_init(&context)); })); });
-        EXPECT_EQ(test.function, sim_calls().back());
+    for (const int watched : {25, 18}) { // of the 30 windows that are read
+        string settings;
+        for (int number = 0; number <= 30; ++number)
+            settings += face_window(number, number, 9999, 0, 9999, number >= watched);
+        start(settings);
+        for (int slot = 0; slot < 20; ++slot) {
+            const VaFdWindow &watch = context.fdWatchWindows[slot];
+            ASSERT_EQ(slot < watched, watch.enabled);
+            EXPECT_TRUE(!watch.enabled || (watch.id == slot && watch.x == slot));
+        }
+        for (int slot = 0; slot < 10; ++slot) {
+            const VaFdWindow &detect = context.fdDetectWindows[slot];
+            ASSERT_EQ(slot < 30 - watched, detect.enabled);
+            EXPECT_TRUE(!detect.enabled || (detect.id == slot && detect.x == watched + slot));
+        }
     }
     const std::size_t calls = sim_calls().size();
     EXPECT_EQ(0, va_fd_updateConfig(&context));
     EXPECT_EQ(calls, sim_calls().size());
-}
-
-TEST_F(VaFdTest, RelaysFacesUnchanged)
-{
-    LocalStream fd("fd", 1024);
-    context.fdServer = fd.server;
-    std::vector<char> faces(37 * 28);
-    for (std::size_t i = 0; i < faces.size(); ++i)
-        faces[i] = static_cast<char>(i * 3);
-    const string refused = "Can't write data to client.sck_path=fd\n";
-    const struct {
-        int count;
-        const char *array;
-        string output;
-        std::size_t length; // of the record, 0: none
-    } cases[] = {{0, faces.data(), "", 0},
-                 {36, faces.data(), "", 1008},
-                 {37, faces.data(), refused, 0},
-                 {-1, faces.data(), "", 0},
-                 {1, nullptr, "", 0},
-                 {INT_MAX, faces.data(), refused, 0}};
-    for (const auto &test : cases) {
-        ne3_val_fd_result result{};
-        result.faces = test.array;
-        result.faceNum = test.count;
-        EXPECT_EQ(test.output, stdout_of([&] { va_fd_processData(&context, &result); }));
-        std::vector<string> wanted;
-        if (test.length)
-            wanted.emplace_back(faces.data(), test.length);
-        EXPECT_TRUE(wanted == fd.records());
-    }
 }
 
 } // namespace

@@ -1,58 +1,34 @@
 #pragma once
 
+#include "ipc/network/fd.h"
+#include "tests/support/program.h"
 #include "tests/support/temp_dir.h"
 
-#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include <sys/types.h>
-
-// The files a daemon finds below its working directory: firmware, store, scene, results of a run.
-class DaemonFiles
+// The files a daemon finds below its working directory: firmware, store, scene, what it makes in
+// run/.
+class DaemonFiles : public TempDir
 {
 public:
     DaemonFiles(); // sample firmware; a store that names a supported sensor
 
-    std::string file(const std::string &name) const { return dir_.file(name); }
-    const std::string &path() const { return dir_.path(); }
-
     void write(const std::string &name, const std::string &content) const;
-    std::string read(const std::string &name) const;
+    std::string read(const std::string &name) const { return read_file(file(name)); }
 
     // Replaces the store: a supported sensor and `lines`.
     void store(const std::string &lines) const;
-
-private:
-    TempDir dir_;
+    // Has a running daemon read the store again.
+    void reconfigure() const { write("run/ctrl", "reconfig\n"); }
 };
 
-// The real daemon as a child process on the stand-in. Its working directory, and so all it touches,
-// is that of `files`. Killed when left running.
-class Daemon
-{
-public:
+// The real daemon on the stand-in. Its working directory, and so all it touches, is that of
+// `files`.
+struct Daemon : Program {
     explicit Daemon(const DaemonFiles &files, std::vector<std::string> arguments = {},
                     const std::string &output = "out");
-    ~Daemon();
-    Daemon(const Daemon &) = delete;
-    Daemon &operator=(const Daemon &) = delete;
-
-    pid_t pid() const { return pid_; }
-    void signal(int number) const;
-
-    // Bounded waits; false when the bound is passed.
-    bool wait_for_output(const std::string &text, int times = 1) const; // standard output
-    bool wait_for_log(const std::string &text, int times = 1) const;    // standard error
-    bool wait_for_exit();                                               // with status 0
-
-    std::string output() const { return files_.read(output_); }
-    std::string log() const { return files_.read(output_ + ".err"); }
-
-private:
-    const DaemonFiles &files_;
-    std::string output_;
-    pid_t pid_ = -1;
 };
 
 // A client of a result socket.
@@ -60,15 +36,11 @@ class Client
 {
 public:
     explicit Client(const std::string &path); // waits for the socket
-    ~Client();
-    Client(const Client &) = delete;
-    Client &operator=(const Client &) = delete;
 
-    int fd() const { return fd_; }
-    // The payload of the next record; false at the end of the stream or when none comes in time.
-    bool next(std::string &payload) const;
+    int fd() const { return fd_.get(); }
+    // The payload of the next record; nothing at the end of the stream or when none comes in time.
+    std::optional<std::string> next() const;
 
 private:
-    bool read_all(void *data, std::size_t length) const;
-    int fd_ = -1;
+    Fd fd_;
 };

@@ -10,11 +10,6 @@
 
 inline std::atomic<int> allocations_left{-1}; // before the one that fails; negative: none fails
 
-inline bool allocation_fails()
-{
-    return allocations_left >= 0 && allocations_left-- == 0;
-}
-
 // Calls `succeeds` with its first allocation failing, then its second, and so on until none is left
 // to fail; it must report just those failures. Returns how many allocations it makes.
 template <class Attempt>
@@ -30,20 +25,18 @@ int fail_each_allocation(Attempt succeeds)
     }
 }
 
+inline void *unless_failing(void *(*allocate)(std::size_t), std::size_t size)
+{
+    const bool fails = allocations_left >= 0 && allocations_left-- == 0;
+    return fails ? nullptr : allocate(size);
+}
+
 void *operator new(std::size_t size, const std::nothrow_t &) noexcept
 {
-    try {
-        return allocation_fails() ? nullptr : ::operator new(size);
-    } catch (...) {
-        return nullptr;
-    }
+    return unless_failing(::operator new, size);
 }
 
 void *operator new[](std::size_t size, const std::nothrow_t &) noexcept
 {
-    try {
-        return allocation_fails() ? nullptr : ::operator new[](size);
-    } catch (...) {
-        return nullptr;
-    }
+    return unless_failing(::operator new[], size);
 }

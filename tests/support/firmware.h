@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <string>
 
-// Co-processor files with chosen images; the headers may lie about them.
+// Co-processor files; what their headers claim may be a lie.
 
 struct FirmwareClaims {
     std::uint32_t vector_size;
@@ -15,38 +15,19 @@ struct FirmwareClaims {
     std::uint32_t program_size;
 };
 
-template <class Header>
-std::string header_text(const Header &header)
-{
-    return {reinterpret_cast<const char *>(&header), sizeof header};
-}
-
-inline std::string firmware_claiming(const FirmwareClaims &claims, const std::string &images)
+inline std::string firmware(const FirmwareClaims &claims, const std::string &images)
 {
     FirmwareHeader header{};
     long2str(header.vectorSize, claims.vector_size);
     long2str(header.programAddress, claims.program_address);
     long2str(header.programSize, claims.program_size);
-    return header_text(header) + images;
+    return std::string(reinterpret_cast<const char *>(&header), sizeof header) + images;
 }
 
-inline std::string firmware_image(const std::string &vector, const std::string &program)
-{
-    return firmware_claiming({static_cast<std::uint32_t>(vector.size()), SIM_PROGRAM_ADDRESS,
-                              static_cast<std::uint32_t>(program.size())},
-                             vector + program);
-}
-
-inline std::string work_data_claiming(std::uint32_t address, std::uint32_t size,
-                                      const std::string &work)
+inline std::string work_data(std::uint32_t address, std::uint32_t size, const std::string &work)
 {
     WorkDataHeader header{};
     long2str(header.workAddress, address);
     long2str(header.workSize, size);
-    return header_text(header) + work;
-}
-
-inline std::string work_data_image(const std::string &work)
-{
-    return work_data_claiming(SIM_WORK_ADDRESS, static_cast<std::uint32_t>(work.size()), work);
+    return std::string(reinterpret_cast<const char *>(&header), sizeof header) + work;
 }

@@ -9,26 +9,23 @@
 #include <filesystem>
 #include <iterator>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 
-inline auto open_descriptors()
+inline std::ptrdiff_t open_descriptors()
 {
-    const std::filesystem::directory_iterator entries("/proc/self/fd");
-    return std::distance(begin(entries), end(entries));
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
 // Runs one cycle of the event loop, without waiting: an always event stays in the loop.
 inline void cycle()
 {
-    static event *const never_wait = add_always_event(
+    [[maybe_unused]] static event *const never_wait = add_always_event(
         0, [](event_info *, void *) { return 0; }, nullptr);
-    if (never_wait)
-        event_loop(1);
+    event_loop(1);
 }
 
 template <class Condition>
@@ -37,67 +34,66 @@ bool cycle_until(Condition condition)
     return wait_until([&] { return condition() || (cycle(), condition()); });
 }
 
-// A client of a Unix-domain server that runs in this thread's event loop: it never waits.
-class LoopClient
+// Up to `limit` bytes of what has arrived.
+inline std::string arrived(const Fd &fd, std::size_t limit = 1 << 16)
 {
-public:
+    std::string bytes(limit, '\0');
+    const ssize_t got = recv(fd.get(), bytes.data(), limit, MSG_DONTWAIT);
+    bytes.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
+    return bytes;
+}
+
+// A client of a Unix-domain server that runs in this thread's event loop: it never waits.
+struct LoopClient {
     explicit LoopClient(const std::string &path)
     {
-        int fd = -1;
-        unix_domain_socket_connect(&fd, path.c_str());
-        fd_ = Fd(fd);
+        int connected = -1;
+        unix_domain_socket_connect(&connected, path.c_str());
+        fd = Fd(connected);
         cycle();
     }
-
-    int fd() const { return fd_.get(); }
-    void close() { fd_.reset(); }
-    bool ended() const { return ended_; }
-    const std::string &received() const { return received_; }
-
     // Returns the bytes sent, or -1.
-    ssize_t send(std::string_view bytes) const
+    ssize_t send(const std::string &bytes) const
     {
-        return ::send(fd(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+        return ::send(fd.get(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    }
+    std::string &receive(std::size_t limit = 1 << 16) { return received += arrived(fd, limit); }
+    // Whether the server has closed, and nothing is left to receive.
+    bool ended() const
+    {
+        char next = 0;
+        const ssize_t got = recv(fd.get(), &next, 1, MSG_DONTWAIT | MSG_PEEK);
+        return got == 0 || (got < 0 && errno != EAGAIN);
     }
 
-    // Takes in up to `limit` bytes of what has arrived.
-    LoopClient &receive(std::size_t limit = 1 << 20)
-    {
-        std::vector<char> bytes(limit);
-        const ssize_t got = recv(fd(), bytes.data(), limit, MSG_DONTWAIT);
-        if (got > 0)
-            received_.append(bytes.data(), static_cast<std::size_t>(got));
-        ended_ = got == 0 || (got < 0 && errno != EAGAIN);
-        return *this;
-    }
-
-private:
-    Fd fd_;
-    std::string received_;
-    bool ended_ = false;
+    Fd fd;
+    std::string received;
 };
 
 // Takes every descriptor below `limit`, and no more can be opened, but for the `left` highest ones.
-class FewDescriptors
-{
-public:
+struct FewDescriptors {
     explicit FewDescriptors(rlim_t limit, int left = 0)
     {
-        getrlimit(RLIMIT_NOFILE, &saved_);
-        const rlimit lowered{limit, saved_.rlim_max};
+        getrlimit(RLIMIT_NOFILE, &saved);
+        const rlimit lowered{limit, saved.rlim_max};
         setrlimit(RLIMIT_NOFILE, &lowered);
+        const auto open_one = [] { return Fd(open("/dev/null", O_RDONLY | O_CLOEXEC)); };
         for (Fd fd = open_one(); fd; fd = open_one())
-            taken_.push_back(std::move(fd));
+            taken.push_back(std::move(fd));
         while (left-- > 0)
-            taken_.pop_back();
+            taken.pop_back();
     }
-    ~FewDescriptors() { setrlimit(RLIMIT_NOFILE, &saved_); }
-    FewDescriptors(const FewDescriptors &) = delete;
-    FewDescriptors &operator=(const FewDescriptors &) = delete;
+    ~FewDescriptors() { setrlimit(RLIMIT_NOFILE, &saved); }
 
-private:
-    static Fd open_one() { return Fd(open("/dev/null", O_RDONLY | O_CLOEXEC)); }
-
-    rlimit saved_{};
-    std::vector<Fd> taken_;
+    rlimit saved{};
+    std::vector<Fd> taken;
 };
+
+// Whether the server closes the connection of a client for which descriptors are short.
+inline bool turns_away(const std::string &path, rlim_t limit, int left)
+{
+    const FewDescriptors few(limit, left);
+    const LoopClient client(path);
+    cycle(); // with nothing left to do
+    return client.ended();
+}

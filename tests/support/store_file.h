@@ -26,13 +26,6 @@ public:
     std::string path() const { return directory_.file("nvram.conf"); }
     void write(const std::string &content) { std::ofstream(path(), std::ios::binary) << content; }
 
-    // Readers see the old content or the new, nothing between.
-    void replace(const std::string &content)
-    {
-        std::ofstream(path() + ".new", std::ios::binary) << content;
-        std::filesystem::rename(path() + ".new", path());
-    }
-
 private:
     TempDir directory_;
 };
@@ -44,6 +37,13 @@ inline std::string lines(const std::string &prefix, std::initializer_list<std::s
     for (const std::string &setting : settings)
         text += prefix + setting + "\n";
     return text;
+}
+
+// A window's four settings.
+inline std::string window(const std::string &key, int left, int right, int top, int bottom)
+{
+    return lines(key, {"Left=" + std::to_string(left), "Right=" + std::to_string(right),
+                       "Top=" + std::to_string(top), "Bottom=" + std::to_string(bottom)});
 }
 
 template <class Record>

@@ -3,9 +3,11 @@
 #include "platform/sim/sim.h"
 #include "tests/support/capture.h"
 #include "tests/support/daemon.h"
+#include "va/va.h"
 
 #include <algorithm>
 #include <cstdlib>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -13,8 +15,8 @@
 #include <syslog.h>
 #include <unistd.h>
 
-// The daemon's parts in this process: a working directory as the daemon's, a fresh stand-in, the
-// log on standard error.
+// The daemon's parts in this process: a working directory as the daemon's, a stand-in with an open
+// library, a full-HD sensor, the log on standard error.
 class VaTest : public testing::Test
 {
 protected:
@@ -22,9 +24,9 @@ protected:
     {
         if (chdir(files.path().c_str()) != 0)
             std::abort();
-        setenv("NVRAM_FILE", "store", 1);
         openlog("VA", LOG_PERROR, LOG_USER);
-        sim_reset();
+        use_sensor(1920, 1080);
+        open_library();
     }
     ~VaTest() override
     {
@@ -32,26 +34,41 @@ protected:
             std::abort();
     }
 
-    // What `action` logs, a line each as "VA: text"; the stand-in's own lines left out.
-    template <class Action>
-    static std::string log_of(Action action)
+    // A fresh stand-in.
+    static void open_library()
     {
-        const std::string all = stderr_of(action);
-        std::string log;
-        for (std::size_t at = 0; at < all.size();) {
-            const std::size_t end = std::min(all.find('\n', at), all.size() - 1) + 1;
-            if (all.compare(at, 5, "sim: ") != 0)
-                log += all.substr(at, end - at);
-            at = end;
-        }
-        return log;
+        sim_reset();
+        ne3_val_init();
+        ne3_val_open();
     }
 
-    static int calls_of(const std::string &function)
+    void use_sensor(int width, int height)
+    {
+        context.sensorConf.width = width;
+        context.sensorConf.height = height;
+        context.sensorConf.fps = 30;
+        context.wideAspect = 100 * width / height == 177;
+    }
+
+    // What `action` returns; what it prints and logs is in `output` and `log`, the stand-in's own
+    // lines left out.
+    template <class Action>
+    int run(Action action)
+    {
+        int result = 0;
+        output = stdout_of([&] { log = stderr_of([&] { result = action(); }); });
+        log = std::regex_replace(log, std::regex("(^|\n)(sim: [^\n]*\n)+"), "$1");
+        return result;
+    }
+
+    static auto calls_of(const std::string &function)
     {
         const std::vector<std::string> calls = sim_calls();
-        return static_cast<int>(std::count(calls.begin(), calls.end(), function));
+        return std::count(calls.begin(), calls.end(), function);
     }
 
     DaemonFiles files;
+    VaContext context{};
+    std::string output;
+    std::string log;
 };

@@ -1,0 +1,230 @@
+#include "tests/support/local_stream.h"
+#include "tests/support/va_fixture.h"
+#include "tests/support/wait.h"
+#include "va/options.h"
+#include "va/process.h"
+#include "va/va_dis.h"
+#include "va/va_fd.h"
+#include "va/va_od.h"
+#include "va/va_proc.h"
+#include "va/va_ta.h"
+
+#include <climits>
+#include <thread>
+
+namespace
+{
+
+using std::string;
+using Names = std::vector<string>;
+
+constexpr int library_error = static_cast<int>(0x81e03001);
+
+class VaModulesTest : public VaTest
+{
+protected:
+    VaModulesTest() { gm_bOdEna = gm_bTaEna = 1; }
+
+    // Of the calls whose names end in `suffix`.
+    static Names calls_ending(const string &suffix)
+    {
+        Names calls = sim_calls();
+        std::erase_if(calls, [&](const string &call) { return !call.ends_with(suffix); });
+        return calls;
+    }
+};
+
+TEST_F(VaModulesTest, ReportEachRefusedCall)
+{
+    const struct {
+        const char *function;
+        int (*init)(VaContext *);
+        int result;
+        const char *log;
+    } cases[] = {
+        // clang-format off
+        {"ne3_val_od_open_ex", va_od_init, -1, "VA: od_open failed.\n"},
+        {"ne3_val_od_start", va_od_init, -1, "VA: ne3_val_od_start fail.\n"},
+        {"ne3_val_od_get_area_data_mem", va_od_init, 0, "VA: ne3_val_od_get_area_data_mem failed. errno = 81E03001\n"},
+        {"ne3_val_od_get_ctrl", va_od_init, 0, "VA: ne3_val_od_get_ctrl fail. errno=81E03001\n"},
+        {"ne3_val_od_set_ctrl", va_od_init, 0, "VA: ne3_val_od_set_ctrl fail. errno = 81E03001\n"},
+        {"ne3_val_fd_open", va_fd_init, -1, "VA: fd_open failed.\n"},
+        {"ne3_val_fd_start", va_fd_init, -1, "VA: start failed.\n"},
+        {"ne3_val_fd_get_ctrl", va_fd_init, -1, "VA: ne3_val_fd_get_ctrl fail. errno = 81E03001\n"},
+        {"ne3_val_fd_get_area_data_mem", va_fd_init, -1, "VA: fd_get_area_data_mem failed. errno = 81E03001\n"},
+        {"ne3_val_fd_set_ctrl", va_fd_init, -1, "VA: ne3_val_fd_set_ctrl fail. errno = 81E03001\n"},
+        {"ne3_val_ta_open", va_ta_init, -1, "VA: ta_open failed.\n"},
+        {"ne3_val_ta_start", va_ta_init, -1, "VA: start failed.\n"},
+        {"ne3_val_ta_get_ctrl_ex", va_ta_init, 0, "VA: ne3_val_ta_get_ctrl fail. errno = 81E03001\n"},
+        {"ne3_val_ta_set_ctrl_ex", va_ta_init, 0, "VA: ne3_val_ta_set_ctrls fail. errno = 81E03001\n"},
+        {"ne3_val_dis_open", va_dis_init, -1, "VA: dis_open failed.\n"},
+        {"ne3_val_dis_start", va_dis_init, -1, "VA: dis_start failed.\n"},
+        {"ne3_val_dis_get_ctrl", va_dis_init, 0, ""},
+        {"ne3_val_dis_set_ctrl", va_dis_init, 0, "VA: ne3_val_dis_set_ctrl fail.\n"},
+        // clang-format on
+    };
+    for (const auto &test : cases) {
+        SCOPED_TRACE(test.function);
+        open_library();
+        sim_fail(test.function, 1, library_error);
+        EXPECT_EQ(test.result, run([&] { return test.init(&context); }));
+        EXPECT_EQ(test.log, log);
+        EXPECT_EQ(test.function, sim_calls().back());
+    }
+}
+
+// All settings of a module go to the library when one that it uses has changed. A refused change is
+// not tried again.
+TEST_F(VaModulesTest, SendEachChangeOnce)
+{
+    const auto update = [this] {
+        return run([this] { return va_od_updateConfig(&context) + va_ta_updateConfig(&context); });
+    };
+    const auto sent = [] {
+        return std::pair(calls_of("ne3_val_od_set_ctrl"), calls_of("ne3_val_ta_set_ctrl_ex"));
+    };
+    run([this] { return va_od_getConf(&context) + va_ta_getConf(&context); });
+    run([this] { return va_od_init(&context) + va_ta_init(&context); });
+    const struct {
+        const char *change;
+        int od, ta; // calls
+    } cases[] = {
+        {"", 0, 0},
+        {"VMDWindow.Detect.V0.Left=1\n", 0, 0}, // read at start only
+        {"Motion.M3.Name=door\n", 0, 0},
+        {"PrivacyMask.M19.Name=wall\n", 0, 0},
+        {"VideoAnalytics.OD.VmfParam.AlarmTimes=46\n", 1, 0},
+        {"VMDWindow.NonDetect.V3.Left=0\nVMDWindow.NonDetect.V3.Right=1\n"
+         "VMDWindow.NonDetect.V3.Top=0\nVMDWindow.NonDetect.V3.Bottom=1\n",
+         1, 0},
+        {"VideoAnalytics.OD.DOParam.MaxObjNum=11\n", 1, 0},
+        {"VMDWindow.Sensitivity=51\n", 1, 0},
+        {"VideoAnalytics.OD.SOParam.MaxObjNum=21\n", 1, 0},
+        {"ObjectDetection.SODetectionTime=8\n", 1, 0},
+        {"VMDWindow.Response=2\n", 1, 0},
+        {"CameraTampering.T0.dfAreaRate=1\n", 0, 1},
+    };
+    for (const auto &test : cases) {
+        files.store("");
+        update();
+        const auto [od, ta] = sent();
+        files.store(test.change);
+        update();
+        EXPECT_EQ(std::pair(od + test.od, ta + test.ta), sent()) << test.change;
+    }
+    int value = 10;
+    for (const char *function :
+         {"ne3_val_od_get_area_data_mem", "ne3_val_od_get_ctrl", "ne3_val_od_set_ctrl",
+          "ne3_val_ta_get_ctrl_ex", "ne3_val_ta_set_ctrl_ex"}) {
+        const string setting = std::to_string(++value) + "\n";
+        files.store("CameraTampering.T0.gcWaitTime=" + setting +
+                    "VideoAnalytics.OD.DOParam.MaxObjNum=" + setting);
+        sim_fail(function, 1, library_error);
+        update();
+        EXPECT_NE(string::npos, log.find("81E03001")) << function;
+        const std::size_t calls = sim_calls().size();
+        update();
+        EXPECT_EQ(calls, sim_calls().size());
+    }
+    EXPECT_EQ(value, sim_od_control()->doInit->maxObjNum);
+    EXPECT_EQ(value - 2, sim_ta_control()->gcWaitTime);
+}
+
+TEST_F(VaModulesTest, RelayEntriesUnchanged)
+{
+    LocalStream od("od", 65536);
+    LocalStream fd("fd", 1024);
+    context.odServer = od.server;
+    context.fdServer = fd.server;
+    string entries(std::size_t{1638} * NE3_VAL_OD_OBJECT_SIZE, '\0');
+    for (std::size_t i = 0; i < entries.size(); ++i)
+        entries[i] = static_cast<char>(i * 7);
+    const std::unique_ptr<char> one_byte(new char('x')); // reading on would be noticed
+    const void *const all = entries.data();
+    const string warning = "******************* err.\n";
+    const string od_refused = "Can't write data to client.sck_path=od\n";
+    const string fd_refused = "Can't write data to client.sck_path=fd\n";
+    const struct {
+        LocalStream *stream;
+        int count;
+        const void *array;
+        string output;
+        std::size_t length; // of the record, 0: none
+    } cases[] = {
+        {&od, 0, all, "", 0},
+        {&od, -1, one_byte.get(), "", 0},
+        {&od, 2000, nullptr, "", 0},
+        {&od, 1000, all, "", 40000},
+        {&od, 1638, all, warning, 65520},
+        {&od, 1639, one_byte.get(), warning + od_refused, 0},
+        {&od, INT_MAX, one_byte.get(), warning + od_refused, 0},
+        {&fd, -1, one_byte.get(), "", 0},
+        {&fd, 1, nullptr, "", 0},
+        {&fd, 36, all, "", 1008},
+        {&fd, 37, one_byte.get(), fd_refused, 0},
+    };
+    for (const auto &test : cases) {
+        SCOPED_TRACE(test.count);
+        ne3_val_od_result objects{};
+        objects.objects = test.array;
+        objects.objectNum = test.count;
+        ne3_val_fd_result faces{};
+        faces.faces = test.array;
+        faces.faceNum = test.count;
+        EXPECT_EQ(0, run([&] {
+                      return test.stream == &od ? va_od_processData(&context, &objects)
+                                                : va_fd_processData(&context, &faces);
+                  }));
+        EXPECT_EQ(test.output, output);
+        Names wanted;
+        if (test.length)
+            wanted.push_back(entries.substr(0, test.length));
+        EXPECT_TRUE(wanted == test.stream->records());
+    }
+}
+
+TEST_F(VaModulesTest, ArePolledInOrderAndTwoAreReconfigured)
+{
+    const auto push_results = [] {
+        sim_push_fd({}, 0);
+        sim_push_ta({});
+        sim_push_od({}, 0, 0);
+    };
+    context.odEnable = context.fdEnable = context.taEnable = context.disEnable = 1;
+    push_results();
+    std::thread thread(va_proc, &context);
+    EXPECT_TRUE(wait_until([] { return calls_ending("_get_data").size() == 3; }));
+
+    // Everything differs from what the context holds, which nothing has read from the store.
+    files.store("FaceDetection.Sensitivity=10\nVideoAnalytics.DIS.Mf_cutf=7\n");
+    va_msg_reconfig(&context, "reconfig", 8);
+    EXPECT_TRUE(wait_until([this] { return context.reconfig == 0; }));
+    push_results();
+    EXPECT_TRUE(wait_until([] { return calls_ending("_get_data").size() == 6; }));
+    terminate = 1;
+    thread.join();
+    terminate = 0;
+
+    EXPECT_EQ(1, context.threadEnded);
+    Names polls = calls_ending("_get_data");
+    polls.resize(3);
+    EXPECT_EQ((Names{"ne3_val_od_get_data", "ne3_val_ta_get_data", "ne3_val_fd_get_data"}), polls);
+    EXPECT_EQ(
+        (Names{"ne3_val_od_start", "ne3_val_fd_start", "ne3_val_ta_start", "ne3_val_dis_start"}),
+        calls_ending("_start"));
+    EXPECT_EQ(2, calls_of("ne3_val_od_set_ctrl"));
+    EXPECT_EQ(2, calls_of("ne3_val_ta_set_ctrl_ex"));
+    EXPECT_EQ(1, calls_of("ne3_val_fd_set_ctrl"));
+    EXPECT_EQ(1, calls_of("ne3_val_dis_set_ctrl"));
+}
+
+// Shutdown of a module that was never opened: at least one cancel, then the end of the thread
+// counts.
+TEST_F(VaModulesTest, CancelEndsWithTheThread)
+{
+    context.threadEnded = 1;
+    EXPECT_EQ(0, va_ta_cancel(&context));
+    EXPECT_EQ(1, calls_of("ne3_val_ta_cancel_data"));
+}
+
+} // namespace
