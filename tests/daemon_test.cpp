@@ -62,7 +62,6 @@ TEST_F(DaemonTest, RelaysAlarmsToEveryClientAndAppliesChanges)
     expect_stop(daemon);
     const string log = daemon.log();
     EXPECT_EQ(log.rfind("sim: ta control"), log.find("sim: ta control", log.find("control") + 1));
-    EXPECT_EQ(string::npos, log.find("get_data failed")); // a cancelled read is no failure
     while (clients[0].next()) {
     }
 }

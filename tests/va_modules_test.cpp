@@ -2,7 +2,6 @@
 #include "tests/support/va_fixture.h"
 #include "tests/support/wait.h"
 #include "va/options.h"
-#include "va/process.h"
 #include "va/va_dis.h"
 #include "va/va_fd.h"
 #include "va/va_od.h"
@@ -183,7 +182,7 @@ TEST_F(VaModulesTest, RelayEntriesUnchanged)
     }
 }
 
-TEST_F(VaModulesTest, ArePolledInOrderAndTwoAreReconfigured)
+TEST_F(VaModulesTest, ArePolledInOrderReconfiguredAndStopped)
 {
     const auto push_results = [] {
         sim_push_fd({}, 0);
@@ -201,11 +200,15 @@ TEST_F(VaModulesTest, ArePolledInOrderAndTwoAreReconfigured)
     EXPECT_TRUE(wait_until([this] { return context.reconfig == 0; }));
     push_results();
     EXPECT_TRUE(wait_until([] { return calls_ending("_get_data").size() == 6; }));
-    terminate = 1;
+    run([this] { return va_stop(&context); });
     thread.join();
-    terminate = 0;
 
     EXPECT_EQ(1, context.threadEnded);
+    EXPECT_EQ(string::npos, log.find("get_data failed")) << log; // a cancelled read is no failure
+    Names cancels = calls_ending("_cancel_data");
+    cancels.erase(std::unique(cancels.begin(), cancels.end()), cancels.end());
+    EXPECT_EQ((Names{"ne3_val_od_cancel_data", "ne3_val_fd_cancel_data", "ne3_val_ta_cancel_data"}),
+              cancels); // each at least once, the last two when the thread has ended
     Names polls = calls_ending("_get_data");
     polls.resize(3);
     EXPECT_EQ((Names{"ne3_val_od_get_data", "ne3_val_ta_get_data", "ne3_val_fd_get_data"}), polls);
@@ -216,15 +219,6 @@ TEST_F(VaModulesTest, ArePolledInOrderAndTwoAreReconfigured)
     EXPECT_EQ(2, calls_of("ne3_val_ta_set_ctrl_ex"));
     EXPECT_EQ(1, calls_of("ne3_val_fd_set_ctrl"));
     EXPECT_EQ(1, calls_of("ne3_val_dis_set_ctrl"));
-}
-
-// Shutdown of a module that was never opened: at least one cancel, then the end of the thread
-// counts.
-TEST_F(VaModulesTest, CancelEndsWithTheThread)
-{
-    context.threadEnded = 1;
-    EXPECT_EQ(0, va_ta_cancel(&context));
-    EXPECT_EQ(1, calls_of("ne3_val_ta_cancel_data"));
 }
 
 } // namespace
