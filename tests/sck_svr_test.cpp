@@ -126,6 +126,21 @@ TEST(SckSvr, AClientThatNeverReadsMissesRecordsAlone)
     write();
 }
 
+TEST(SckSvr, AClientWhoseSocketFillsAfterTheWaitIsKept)
+{
+    const Server server;
+    LoopClient client(server.path);
+    server.write("later");
+    const auto fill = [](event_info *, void *served) { // is called before descriptors are served
+        while (send(static_cast<sck_clt_t *>(served)->socket, "fill", 4, MSG_DONTWAIT) > 0)
+            ;
+        return 0;
+    };
+    add_always_event(EVENT_ONESHOT, fill, server.handle->clients);
+    EXPECT_EQ(stdout_of(cycle), "write error. ret = -1, len=9\n");
+    EXPECT_TRUE(cycle_until([&] { return client.receive().ends_with("fill" + frame("later")); }));
+}
+
 TEST(SckSvr, TwoHundredClients)
 {
     Server server;
