@@ -13,7 +13,7 @@ target_link_libraries(vaipc PUBLIC Threads::Threads)
 target_sources(vaipc PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FILES
     event/event.h event/soft_queue.h
     ipc/msg/msg.h ipc/msg/msgcmd.h
-    ipc/network/accept.h ipc/network/fd.h ipc/network/sck_svr.h ipc/network/socket.h
+    ipc/network/sck_svr.h ipc/network/socket.h
     ipc/network/spipe.h
     util/sequence_pool.h util/util.h)
 

@@ -25,14 +25,6 @@ void expect(const std::string &outcome, auto function, auto... arguments)
     EXPECT_EQ(std::to_string(result) + " " + output + errors, outcome);
 }
 
-auto starved(auto function)
-{
-    return [function](auto... arguments) {
-        const FewDescriptors none(100);
-        return function(arguments...);
-    };
-}
-
 TEST(Socket, UnixDomainFailuresLeaveEverythingAsItWas)
 {
     const std::string too_long = longest + "p";
@@ -44,8 +36,8 @@ TEST(Socket, UnixDomainFailuresLeaveEverythingAsItWas)
     EXPECT_EQ(std::filesystem::file_size(too_long), 4U);
     expect("-1 ", unix_domain_socket_connect, &out, "nobody");
     expect("-1 Can't bind socket !\n", unix_domain_socket_init, &out, "missing/socket", 1);
-    expect("-1 Can't create socket !\n", starved(unix_domain_socket_init), &out, "socket", 1);
     expect("-1 select: Bad file descriptor\n", unix_domain_socket_accept, FD_SETSIZE, &out);
+    EXPECT_EQ(errno, EBADF);
     EXPECT_EQ(out, -7);
     EXPECT_EQ(open_descriptors(), before);
 }
@@ -65,16 +57,12 @@ TEST(Socket, TcpConnectsAndAcceptsWithoutWaiting)
     Fd accepted(server_socket_accept(listener.get()));
     dup2(standard_input.get(), STDIN_FILENO);
     EXPECT_GT(accepted.get(), 0);
-    EXPECT_FALSE(fcntl(accepted.get(), F_GETFL) & O_NONBLOCK);
     accepted.reset();
     EXPECT_EQ(can_read_with_timeout(client.get(), 20, 0), 1); // end of file
 
-    expect("-1 server_socket_accept: accept fail.: Invalid argument\n", server_socket_accept,
-           client.get());
     const auto before = open_descriptors();
     expect("-1 bind() failed: Address already in use\n", server_socket_init, port, 1);
     expect("-1 connect() failed: Connection refused\n", client_socket_connect, "127.0.0.1", 0);
-    expect("-1 socket() failed: Too many open files\n", starved(server_socket_init), 0, 1);
     EXPECT_EQ(open_descriptors(), before);
 }
 
@@ -89,37 +77,34 @@ TEST(Socket, FullReadsOverAUnixDomainConnection)
     }
     EXPECT_EQ(unix_domain_socket_accept(listener.get(), &fd), 0); // none pending: no wait
     ASSERT_EQ(unix_domain_socket_connect(&fd, longest.c_str()), 0);
-    const Fd connected(fd);
+    Fd connected(fd);
     ASSERT_EQ(unix_domain_socket_accept(listener.get(), &fd), 1);
     EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC);
     Fd accepted(fd);
 
-    const int blocking = connected.get();
-    const int nonblocking = fd;
     char bytes[6];
     for (const int timeout : {-1, 0, 60'000}) { // full_read(); no limit; patient
-        send(nonblocking, "ab", 2, 0);
+        send(connected.get(), "ab", 2, 0);
         const std::jthread later([&] {
-            EXPECT_TRUE(wait_until([&] { return can_read(blocking) == 0; }));
-            send(nonblocking, "cdef", 4, 0);
+            EXPECT_TRUE(wait_until([&] { return can_read(fd) == 0; }));
+            send(connected.get(), "cdef", 4, 0);
         });
-        const int got = timeout < 0 ? full_read(blocking, bytes, 6)
-                                    : full_read_with_timeout(blocking, bytes, 6, timeout);
+        const int got =
+            timeout < 0 ? full_read(fd, bytes, 6) : full_read_with_timeout(fd, bytes, 6, timeout);
         EXPECT_EQ(got, 6);
         EXPECT_EQ(std::string(bytes, 6), "abcdef");
     }
-    send(nonblocking, "ab", 2, 0);
-    expect("2 ", full_read_with_timeout, blocking, bytes, 6, 1);
-    expect("-1 read fail.\n", full_read_with_timeout, nonblocking, bytes, 6, 0);
-    send(blocking, "ab", 2, 0);
-    expect("-1 external: error reading 4 bytes: Resource temporarily unavailable, fd=" +
-               std::to_string(nonblocking) + "\n",
-           full_read, nonblocking, bytes, 6);
-    send(nonblocking, "ab", 2, 0);
-    accepted.reset();
-    expect("2 ", full_read_with_timeout, blocking, bytes, 6, 60'000);
-    expect("0 external: connection closed reading 6 bytes, fd=" + std::to_string(blocking) + "\n",
-           full_read, blocking, bytes, 6);
+    send(connected.get(), "ab", 2, 0);
+    expect("2 ", full_read_with_timeout, fd, bytes, 6, 1);
+    const std::string name = ", fd=" + std::to_string(fd) + "\n";
+    EXPECT_TRUE(set_non_blocking(accepted));
+    expect("-1 read fail.\n", full_read_with_timeout, fd, bytes, 6, 0);
+    expect("-1 external: error reading 6 bytes: Resource temporarily unavailable" + name, full_read,
+           fd, bytes, 6);
+    send(connected.get(), "ab", 2, 0);
+    connected.reset();
+    expect("2 ", full_read_with_timeout, fd, bytes, 6, 60'000);
+    expect("0 external: connection closed reading 6 bytes" + name, full_read, fd, bytes, 6);
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include "event/event.h"
 #include "ipc/network/fd.h"
+#include "ipc/network/rest.h"
 #include "ipc/network/socket.h"
 #include "util/util.h"
 
@@ -47,10 +48,12 @@ bool serve(msg_handle *handle, Fd fd, event_callback callback)
     return true;
 }
 
-void stop_serving(msg_handle *handle, int fd)
+void stop_serving(msg_handle *handle, event *served)
 {
-    close(fd);
-    remove_event(std::exchange(handle->events[fd], nullptr));
+    close(served->fd);
+    if (handle->events[served->fd] == served)
+        handle->events[served->fd] = nullptr;
+    remove_event(served);
 }
 
 int frame_size(const char *frame, int available)
@@ -114,13 +117,14 @@ void begin_batch(msg_handle *handle, int received)
     handle->buffer[handle->used] = '\0';
 }
 
-void answer_and_close(msg_handle *handle, int fd)
+void answer_and_close(msg_handle *handle, event *connection)
 {
-    send(fd, reply.data(), reply.size(), MSG_NOSIGNAL); // a client may have gone already
-    stop_serving(handle, fd);
+    // A client may have gone already.
+    send(connection->fd, reply.data(), reply.size(), MSG_NOSIGNAL);
+    stop_serving(handle, connection);
 }
 
-void handle_items(msg_handle *handle, int fd)
+void handle_items(msg_handle *handle, event *source)
 {
     bool to_answer = handle->mode == MSG_SOCKET;
     int done = 0;
@@ -131,40 +135,17 @@ void handle_items(msg_handle *handle, int fd)
             break;
         handle_item(handle, item, size);
         if (std::exchange(to_answer, false))
-            answer_and_close(handle, fd);
+            answer_and_close(handle, source);
         done += size;
     }
     handle->used -= done;
     std::memmove(handle->buffer, handle->buffer + done, static_cast<std::size_t>(handle->used));
 }
 
-std::int32_t msg_read(event_info *info, void *arg)
+// Not one that another part of the program has put on the loop.
+bool is_own_listener(const msg_handle *handle, const event *listener)
 {
-    auto *const handle = static_cast<msg_handle *>(arg);
-    const int fd = info->event->fd;
-    const auto room = static_cast<std::size_t>(buffer_capacity - handle->used);
-    const auto received = static_cast<int>(read(fd, handle->buffer + handle->used, room));
-    if (received <= 0) {
-        std::printf("%s(): error ************************************!\n", __func__);
-        stop_serving(handle, fd);
-        return 0;
-    }
-    begin_batch(handle, received);
-    handle_items(handle, fd);
-    return 0;
-}
-
-std::int32_t socket_accept(event_info *info, void *arg)
-{
-    auto *const handle = static_cast<msg_handle *>(arg);
-    const int listener = info->event->fd;
-    int connection = -1;
-    const int result = unix_domain_socket_accept(listener, &connection);
-    if (result == -1)
-        handle->spare.drop_connection_if_exhausted(listener, errno);
-    else if (result == 1 && !serve(handle, Fd(connection), msg_read))
-        std::printf("%s(): can't serve client.\n", __func__);
-    return 0;
+    return handle->rest_timer && handle->rest_timer->arg == listener;
 }
 
 int start_socket(msg_handle *handle)
@@ -172,8 +153,13 @@ int start_socket(msg_handle *handle)
     int listener = -1;
     if (unix_domain_socket_init(&listener, handle->path, listen_backlog) == -1)
         return -1;
-    handle->spare.hold();
-    return serve(handle, Fd(listener), socket_accept) ? 0 : -1;
+    if (!serve(handle, Fd(listener), socket_accept))
+        return -1;
+    handle->rest_timer = add_rest_timer(handle->events[listener]);
+    if (handle->rest_timer)
+        return 0;
+    stop_serving(handle, handle->events[listener]);
+    return -1;
 }
 
 int start_fifo(msg_handle *handle)
@@ -268,6 +254,37 @@ int msg_start(msg_handle *handle)
     return handle->mode == MSG_SOCKET ? start_socket(handle) : start_fifo(handle);
 }
 
+std::int32_t msg_read(event_info *info, void *arg)
+{
+    auto *const handle = static_cast<msg_handle *>(arg);
+    const int fd = info->event->fd;
+    const auto room = static_cast<std::size_t>(buffer_capacity - handle->used);
+    const auto received = static_cast<int>(read(fd, handle->buffer + handle->used, room));
+    if (received <= 0) {
+        std::printf("%s(): error ************************************!\n", __func__);
+        stop_serving(handle, info->event);
+        return 0;
+    }
+    begin_batch(handle, received);
+    handle_items(handle, info->event);
+    return 0;
+}
+
+std::int32_t socket_accept(event_info *info, void *arg)
+{
+    auto *const handle = static_cast<msg_handle *>(arg);
+    int accepted = -1;
+    const int result = unix_domain_socket_accept(info->event->fd, &accepted);
+    if (result == 1) {
+        Fd connection(accepted);
+        if (!set_non_blocking(connection) || !serve(handle, std::move(connection), msg_read))
+            std::printf("%s(): can't serve client.\n", __func__);
+    } else if (result == -1 && is_own_listener(handle, info->event)) {
+        rest_listener(handle->rest_timer);
+    }
+    return 0;
+}
+
 int msg_release(msg_handle **slot)
 {
     if (!slot)
@@ -275,9 +292,10 @@ int msg_release(msg_handle **slot)
     const std::unique_ptr<msg_handle> handle(std::exchange(*slot, nullptr));
     if (!handle)
         return 0;
-    for (int fd = 0; fd < FD_SETSIZE; ++fd) {
-        if (handle->events[fd])
-            stop_serving(handle.get(), fd);
+    remove_event(handle->rest_timer);
+    for (event *const served : handle->events) {
+        if (served)
+            stop_serving(handle.get(), served);
     }
     return 0;
 }

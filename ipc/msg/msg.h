@@ -1,7 +1,5 @@
 #pragma once
 
-#include "ipc/network/accept.h"
-
 #include <cstdint>
 #include <memory>
 
@@ -24,6 +22,7 @@
 // Everything belongs to the loop thread: register and start before the loop runs, or on it.
 
 struct event;
+struct event_info;
 
 // `data` is `length` bytes, valid during the call: a whole line without its newline, arguments
 // included, zero-terminated; or a whole frame with its header. The result is ignored. It runs on
@@ -70,7 +69,7 @@ struct msg_handle {
     std::int32_t used; // bytes held in `buffer`
 
     event *events[FD_SETSIZE]; // of the open descriptors, by descriptor
-    SpareFd spare;             // for connections beyond the descriptor limit
+    event *rest_timer;         // socket mode: wakes the listener after a failed accept
 };
 
 // The functions below return 0, or -1 with nothing changed: when memory is short, the handle or the
@@ -93,6 +92,14 @@ int msg_registerOthers(msg_handle *handle, msg_callback callback, void *arg);
 // Opens the FIFO, made if missing, or listens on the socket, and adds it to the event loop. -1 also
 // when it cannot be set up.
 int msg_start(msg_handle *handle);
+
+// The event callbacks that msg_start() registers; `handle` is the msg_handle, the descriptor that
+// of the event. They return 0. msg_read() reads once, handles the complete items, and closes the
+// descriptor and removes the event at end of file, on an error, or once it has answered in socket
+// mode. socket_accept() takes one connection in. One that cannot be accepted, for want of
+// descriptors as a rule, stays pending, and the listener of msg_start() rests for 100 ms.
+std::int32_t msg_read(event_info *info, void *handle);
+std::int32_t socket_accept(event_info *info, void *handle);
 
 // Closes every descriptor of the server, removes their events, frees it all and sets *slot to null;
 // an empty slot is left alone. Call it after the loop has ended, or on the loop thread outside this

@@ -6,6 +6,12 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+// Descriptors as values. Private to this tree: the installed headers do not include it, and the
+// namespace keeps it apart from what the library's users define.
+
+namespace va
+{
+
 // Owns one descriptor and closes it. Closing keeps errno, so a failure can be reported afterwards.
 class Fd
 {
@@ -42,3 +48,13 @@ inline Fd above_zero(Fd fd)
 {
     return fd.get() == 0 ? Fd(fcntl(fd.get(), F_DUPFD_CLOEXEC, 1)) : std::move(fd);
 }
+
+inline bool set_non_blocking(const Fd &fd)
+{
+    const int flags = fcntl(fd.get(), F_GETFL);
+    return flags != -1 && fcntl(fd.get(), F_SETFL, flags | O_NONBLOCK) != -1;
+}
+
+} // namespace va
+
+using va::Fd;

@@ -2,16 +2,19 @@
 
 #include "event/event.h"
 #include "ipc/network/fd.h"
+#include "ipc/network/rest.h"
 #include "ipc/network/socket.h"
 #include "util/owned_text.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <new>
 #include <span>
 #include <utility>
 
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -193,11 +196,10 @@ std::unique_ptr<sck_clt_t> new_client(sck_svr_t *server, int connection)
 std::int32_t sck_svr_event_accept(event_info *, void *arg)
 {
     auto *const server = static_cast<sck_svr_t *>(arg);
-    Fd connection = accept_connection(server->socket);
+    Fd connection(accept4(server->socket, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
     if (!connection) {
-        const int error = errno;
         std::puts("ERR## accept fail.");
-        server->spare.drop_connection_if_exhausted(server->socket, error);
+        rest_listener(server->restTimer);
         return 0;
     }
     std::printf("%s: accept client. previous clients=%d\n", server->path.get(),
@@ -234,11 +236,15 @@ int sck_svr_init(sck_svr_t **slot, const char *path, std::uint32_t size)
     server->size = size;
     server->recvHandler = sck_clt_ignore_read;
     server->socket = socket.get();
-    server->spare.hold();
     server->acceptEvent =
         add_fd_event(server->socket, 0, EVENT_ENABLED, sck_svr_event_accept, server.get());
     if (!server->acceptEvent)
         return -1;
+    server->restTimer = add_rest_timer(server->acceptEvent);
+    if (!server->restTimer) {
+        remove_event(server->acceptEvent);
+        return -1;
+    }
     static_cast<void>(socket.release());
     *slot = server.release();
     return 0;
@@ -284,6 +290,7 @@ void sck_svr_release(sck_svr_t **slot)
     if (!server)
         return;
     close(server->socket);
+    remove_event(server->restTimer);
     remove_event(server->acceptEvent);
     while (const std::unique_ptr<sck_clt_t> client{server->clients}) {
         server->clients = client->next;

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "ipc/network/accept.h"
-
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -18,7 +16,9 @@
 // when a write to it fails. Writing to one that has gone raises no SIGPIPE.
 //
 // The event loop accepts and serves the clients on its thread; sck_svr_write() only fills their
-// buffers. Queuing does not wake the loop: keep a periodic timer running to bound the delay.
+// buffers. Queuing does not wake the loop: keep a periodic timer running to bound the delay. A
+// connection that cannot be accepted, for want of descriptors as a rule, stays pending; the
+// listener rests for 100 ms before it is tried again.
 
 struct event;
 struct sck_clt_t;
@@ -67,7 +67,7 @@ struct sck_svr_t {
     void *recvArg;
     std::mutex lock; // clients, their send buffers and write events
 
-    SpareFd spare; // for connections beyond the descriptor limit
+    event *restTimer; // wakes the listener after a failed accept
 };
 
 static_assert(sizeof(void *) != 4 || (sizeof(sck_buf_t) == 20 && sizeof(sck_clt_t) == 64));

@@ -1,6 +1,5 @@
 #include "ipc/network/socket.h"
 
-#include "ipc/network/accept.h"
 #include "ipc/network/fd.h"
 
 #include <cerrno>
@@ -24,9 +23,12 @@ namespace
 constexpr int ms_per_second = 1000;
 constexpr int us_per_ms = 1000;
 
+// Reports what failed; errno stays the caller's.
 int fail(const char *what)
 {
+    const int error = errno;
     std::perror(what);
+    errno = error;
     return -1;
 }
 
@@ -87,12 +89,12 @@ int wait_ready(int fd, Direction direction, timeval timeout)
     fd_set *const readable = direction == Direction::read ? &set : nullptr;
     fd_set *const writable = direction == Direction::write ? &set : nullptr;
     const int ready = select(fd + 1, readable, writable, nullptr, &timeout);
-    if (ready < 0) {
-        const int error = errno;
-        std::perror("select");
-        errno = error;
-    }
-    return ready;
+    return ready < 0 ? fail("select") : ready;
+}
+
+Fd accept_connection(int listener)
+{
+    return Fd(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
 }
 
 } // namespace
@@ -166,8 +168,7 @@ int server_socket_accept(int listener)
         return fail("server_socket_accept: select fail.");
     if (ready == 0)
         return 0;
-    constexpr int blocking = 0;
-    Fd fd = above_zero(accept_connection(listener, blocking));
+    Fd fd = above_zero(accept_connection(listener));
     if (!fd)
         return fail("server_socket_accept: accept fail.");
     return fd.release();

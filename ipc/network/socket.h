@@ -2,9 +2,8 @@
 
 // Stream sockets, readiness tests, exact reads. Stateless; any thread.
 //
-// Descriptors returned are close-on-exec and the caller's to close. All are blocking, but for the
-// Unix-domain connections accepted. An out-parameter is written on success only. -1 comes after a
-// message on standard error, unless said otherwise.
+// Descriptors returned are blocking, close-on-exec and the caller's to close. An out-parameter is
+// written on success only. -1 comes after a message on standard error, unless said otherwise.
 
 // Unix-domain sockets. A path of more than 107 bytes gives -1 without a message, and nothing is
 // touched.
@@ -12,8 +11,7 @@
 // Removes whatever file is at `path`, then listens there. Returns 0, or -1.
 int unix_domain_socket_init(int *out, const char *path, int backlog);
 
-// Does not wait: 1 and the connection (non-blocking), 0 when none is pending, -1 with errno as
-// accept left it.
+// Does not wait: 1 and the connection, 0 when none is pending, -1 with errno as accept left it.
 int unix_domain_socket_accept(int listener, int *out);
 
 // Returns 0, or -1: without a message when nobody listens at `path`.

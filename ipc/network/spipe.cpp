@@ -159,7 +159,7 @@ int spipe_s_acceptClients(spipe_server *server)
         if (unix_domain_socket_accept(server->listen_fd, &accepted) == 0)
             return 0;
         Fd connection = usable(Fd(accepted));
-        if (!connection) {
+        if (!connection || !set_non_blocking(connection)) {
             std::fprintf(stderr, "%s: Error !\n", __func__);
             return -1;
         }

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <iterator>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -89,11 +90,24 @@ struct FewDescriptors {
     std::vector<Fd> taken;
 };
 
-// Whether the server closes the connection of a client for which descriptors are short.
-inline bool turns_away(const std::string &path, rlim_t limit, int left)
+// Has a client connect to the server while no descriptor is left, and then be served. Returns what
+// the accepting cycle and the next have printed.
+template <class Capture, class Served>
+std::string rest_of(const std::string &path, Capture capture, Served served)
 {
-    const FewDescriptors few(limit, left);
-    const LoopClient client(path);
-    cycle(); // with nothing left to do
-    return client.ended();
+    std::optional<LoopClient> client;
+    std::string output = capture([&] {
+        const FewDescriptors few(100, 1);
+        client.emplace(path);
+        cycle();
+    });
+    output += client->ended() || !cycle_until(served) ? "not served" : "";
+    return output;
+}
+
+// Whether the server closes the connection of a client whose descriptor the loop cannot serve.
+inline bool turns_away(const std::string &path)
+{
+    const FewDescriptors few(FD_SETSIZE + 8, 2);
+    return LoopClient(path).ended();
 }

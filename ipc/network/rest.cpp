@@ -1,0 +1,31 @@
+#include "ipc/network/rest.h"
+
+#include "event/event.h"
+
+namespace
+{
+
+constexpr int rest_ms = 100;
+
+std::int32_t wake_listener(event_info *info, void *accept_event)
+{
+    set_event_enabled(info->event, 0);
+    set_event_enabled(static_cast<event *>(accept_event), 1);
+    return 0;
+}
+
+} // namespace
+
+event *add_rest_timer(event *accept_event)
+{
+    event *const timer = add_timer_event(rest_ms, 0, wake_listener, accept_event);
+    if (timer)
+        set_event_enabled(timer, 0);
+    return timer;
+}
+
+void rest_listener(event *rest_timer)
+{
+    set_event_enabled(static_cast<event *>(rest_timer->arg), 0);
+    resched_event(rest_timer, nullptr); // a sleeping timer is due one interval from now
+}
