@@ -23,19 +23,20 @@ constexpr std::int32_t no_fd = -1;
 
 using Chunk = std::array<char, MSGCMD_CHUNK_SIZE>;
 
-struct Callbacks {
-    msgcmd_read_callback read;
-    msgcmd_write_callback write;
-    void *arg;
+// What an event of the connection works with, as it stands when the event is served; the callbacks
+// are called without the lock and may release the client. Asked for before a connection is given
+// up: afterwards a sender may connect anew.
+struct Connection {
+    int fd;
+    msgcmd_read_callback read_cb;
+    msgcmd_write_callback write_cb;
+    void *cb_arg;
 };
 
-// As they stand now, to be called without the lock; they may release the client. Asked for before a
-// connection is given up: afterwards a sender may hold the lock while it connects again, and the
-// loop must not wait for that.
-Callbacks callbacks_of(msgcmd *client)
+Connection connection_of(msgcmd *client)
 {
     const std::scoped_lock lock(client->lock);
-    return {client->read_cb, client->write_cb, client->cb_arg};
+    return {client->fd, client->read_cb, client->write_cb, client->cb_arg};
 }
 
 int send_some(int fd, const void *data, std::size_t length)
@@ -63,52 +64,16 @@ unsigned take_chunk(msgcmd *client, Chunk &chunk)
 void disable_when_empty(msgcmd *client)
 {
     const std::scoped_lock lock(client->lock);
-    if (seqpool_askDataSize(client->pool) == 0)
+    if (client->write_event && seqpool_askDataSize(client->pool) == 0)
         set_event_enabled(client->write_event, 0);
 }
 
-std::int32_t msgcmd_on_write(event_info *info, void *arg)
-{
-    auto *const client = static_cast<msgcmd *>(arg);
-    const Callbacks callbacks = callbacks_of(client);
-    Chunk chunk;
-    const unsigned count = take_chunk(client, chunk);
-    if (count == 0) // the event was armed before it was disabled
-        return 0;
-    const int written = send_some(info->event->fd, chunk.data(), count);
-    if (written < 1) {
-        disconnect_after_failure(client);
-    } else {
-        if (static_cast<unsigned>(written) < count)
-            std::printf("data lose when write to %s\n", client->path.get());
-        disable_when_empty(client);
-    }
-    if (callbacks.write)
-        callbacks.write(written, callbacks.arg);
-    return 0;
-}
+// The next two are called under the client's lock.
 
-std::int32_t msgcmd_on_read(event_info *info, void *arg)
+// Makes `socket` the client's connection. Returns false, having changed nothing, when it cannot be
+// put on the loop.
+bool install(msgcmd *client, Fd &socket)
 {
-    auto *const client = static_cast<msgcmd *>(arg);
-    const Callbacks callbacks = callbacks_of(client);
-    Chunk chunk;
-    const auto got = static_cast<int>(read(info->event->fd, chunk.data(), chunk.size()));
-    if (got < 1)
-        disconnect_after_failure(client);
-    if (callbacks.read)
-        callbacks.read(got, chunk.data(), callbacks.arg);
-    return 0;
-}
-
-// The functions from here to the namespace's end are called under the client's lock.
-
-bool connect_client(msgcmd *client)
-{
-    int connected = no_fd;
-    if (unix_domain_socket_connect(&connected, client->path.get()) == -1)
-        return false;
-    Fd socket(connected);
     client->read_event = add_fd_event(socket.get(), 0, EVENT_ENABLED, msgcmd_on_read, client);
     if (!client->read_event)
         return false;
@@ -116,12 +81,10 @@ bool connect_client(msgcmd *client)
     return true;
 }
 
-// Returns whether the client is connected and its write event there. A connection without one stays
-// open: only the loop's thread may close what it waits for. The next send tries again.
-bool make_ready(msgcmd *client)
+// Returns whether the connection's write event is there. A connection without one stays open: only
+// the loop's thread may close what it waits for. The next send tries again.
+bool ensure_write_event(msgcmd *client)
 {
-    if (client->fd == no_fd && !connect_client(client))
-        return false;
     if (!client->write_event) {
         client->write_event = add_fd_event(client->fd, 1, EVENT_ENABLED, msgcmd_on_write, client);
         if (client->write_event)
@@ -130,16 +93,27 @@ bool make_ready(msgcmd *client)
     return client->write_event != nullptr;
 }
 
-enum class Outcome { Queued, NoConnection, NoRoom };
+enum class Outcome { Queued, Disconnected, NoEvent, NoRoom };
 
-Outcome queue(msgcmd *client, const void *data, unsigned length)
+// `socket`, when open, becomes the connection if there is none; it stays the caller's if there is.
+Outcome queue(msgcmd *client, Fd &socket, const void *data, unsigned length)
 {
-    if (!make_ready(client))
-        return Outcome::NoConnection;
+    const std::scoped_lock lock(client->lock);
+    if (client->fd == no_fd && !socket)
+        return Outcome::Disconnected;
+    if ((client->fd == no_fd && !install(client, socket)) || !ensure_write_event(client))
+        return Outcome::NoEvent;
     if (seqpool_writeData(client->pool, data, length) == -1)
         return Outcome::NoRoom;
     set_event_enabled(client->write_event, 1);
     return Outcome::Queued;
+}
+
+Fd connect_to(const char *path)
+{
+    int connected = no_fd;
+    unix_domain_socket_connect(&connected, path);
+    return Fd(connected);
 }
 
 } // namespace
@@ -148,10 +122,9 @@ int msgcmd_block_write(const char *path, const void *data, unsigned length)
 {
     if (length == 0)
         return 0;
-    int connected = no_fd;
-    if (unix_domain_socket_connect(&connected, path) == -1)
+    const Fd socket = connect_to(path);
+    if (!socket)
         return -1;
-    const Fd socket(connected);
     const int written = send_some(socket.get(), data, length);
     if (written < 1) {
         std::printf("%s: fail. ret = %d\n", __func__, written);
@@ -199,14 +172,50 @@ int msgcmd_noblock_write(msgcmd *client, const void *data, unsigned length)
         return -1;
     if (length == 0)
         return 0;
-    Outcome outcome;
-    {
-        const std::scoped_lock lock(client->lock);
-        outcome = queue(client, data, length);
+    Fd socket; // closed here when another sender has connected meanwhile
+    Outcome outcome = queue(client, socket, data, length);
+    if (outcome == Outcome::Disconnected) {
+        socket = connect_to(client->path.get()); // without the lock: it may wait for the server
+        if (socket)
+            outcome = queue(client, socket, data, length);
     }
     if (outcome == Outcome::NoRoom)
         std::printf("%s: buffer size is not enough. data will be losed.\n", __func__);
     return outcome == Outcome::Queued ? 0 : -1;
+}
+
+std::int32_t msgcmd_on_write(event_info *, void *arg)
+{
+    auto *const client = static_cast<msgcmd *>(arg);
+    const Connection connection = connection_of(client);
+    Chunk chunk;
+    const unsigned count = take_chunk(client, chunk);
+    if (count == 0) // the event was armed before it was disabled
+        return 0;
+    const int written = send_some(connection.fd, chunk.data(), count);
+    if (written < 1) {
+        disconnect_after_failure(client);
+    } else {
+        if (static_cast<unsigned>(written) < count)
+            std::printf("data lose when write to %s\n", client->path.get());
+        disable_when_empty(client);
+    }
+    if (connection.write_cb)
+        connection.write_cb(written, connection.cb_arg);
+    return 0;
+}
+
+std::int32_t msgcmd_on_read(event_info *, void *arg)
+{
+    auto *const client = static_cast<msgcmd *>(arg);
+    const Connection connection = connection_of(client);
+    Chunk chunk;
+    const auto got = static_cast<int>(read(connection.fd, chunk.data(), chunk.size()));
+    if (got < 1)
+        disconnect_after_failure(client);
+    if (connection.read_cb)
+        connection.read_cb(got, chunk.data(), connection.cb_arg);
+    return 0;
 }
 
 void msgcmd_close(msgcmd *client)

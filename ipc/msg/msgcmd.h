@@ -18,10 +18,11 @@
 // The loop's thread runs the callbacks. msgcmd_noblock_write() and msgcmd_setcb() may be called
 // from any thread, by several at a time, and from the callbacks. Sending does not wake the loop:
 // what another thread queues goes out from the next cycle on, so keep a periodic timer running to
-// bound the delay. Connecting waits while the server's backlog is full; other calls on this client,
-// on the loop's thread too, then wait with it. Writing to a server that has gone raises no SIGPIPE.
+// bound the delay. A send that has to connect waits while the server's backlog is full, alone: the
+// loop and other senders go on meanwhile. Writing to a server that has gone raises no SIGPIPE.
 
 struct event;
+struct event_info;
 struct seqpool;
 
 // Called after each read: `count` bytes lie at `data`, valid during the call. 0: the server closed
@@ -82,6 +83,11 @@ int msgcmd_noblock_write(msgcmd *client, const void *data, unsigned length);
 // Closes the connection and drops what is queued, without a callback; the next send connects anew.
 // Null is ignored. Loop thread, callbacks included, or while no loop runs.
 void msgcmd_close(msgcmd *client);
+
+// The event callbacks of a connection; `client` is the msgcmd. They return 0 and call the client's
+// own callbacks last. Loop thread.
+std::int32_t msgcmd_on_write(event_info *info, void *client);
+std::int32_t msgcmd_on_read(event_info *info, void *client);
 
 // msgcmd_close(), then frees the client and sets *client to null; null is accepted at either level.
 // Loop thread, callbacks included, or while no loop runs; no other thread may use the client any
