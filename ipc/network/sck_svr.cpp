@@ -31,6 +31,27 @@ Bytes bytes_of(const void *data, std::uint32_t length)
     return {static_cast<const std::uint8_t *>(data), length};
 }
 
+// A buffer of several pages is a mapping of its own: pages that no byte has reached cost nothing,
+// and all of them go back to the system with the client.
+constexpr std::uint32_t mapped_size = 4 * 4096;
+
+std::uint8_t *allocate_zeroed(std::uint32_t size)
+{
+    if (size < mapped_size)
+        return new (std::nothrow) std::uint8_t[size]();
+    void *const pages =
+        mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    return pages == MAP_FAILED ? nullptr : static_cast<std::uint8_t *>(pages);
+}
+
+void free_zeroed(std::uint8_t *data, std::uint32_t size)
+{
+    if (size < mapped_size)
+        delete[] data;
+    else
+        munmap(data, size);
+}
+
 // Positions do not overflow however large the ring.
 std::uint32_t advance(const sck_buf_t &ring, std::uint32_t position, std::uint32_t count)
 {
@@ -44,34 +65,46 @@ bool has_room(const sck_buf_t &ring, std::uint32_t length)
     return room >= header_size && length <= room - header_size;
 }
 
-void put(sck_buf_t &ring, Bytes bytes)
+// Copies `bytes` to `position` on. Returns the position after them.
+std::uint32_t put(const sck_buf_t &ring, std::uint32_t position, Bytes bytes)
 {
-    const Bytes front = bytes.first(std::min<std::size_t>(bytes.size(), ring.size - ring.writePos));
+    const Bytes front = bytes.first(std::min<std::size_t>(bytes.size(), ring.size - position));
     const Bytes wrapped = bytes.subspan(front.size());
-    std::ranges::copy(front, ring.data.get() + ring.writePos);
-    std::ranges::copy(wrapped, ring.data.get());
-    const auto count = static_cast<std::uint32_t>(bytes.size());
-    ring.writePos = advance(ring, ring.writePos, count);
-    ring.count += count;
+    std::ranges::copy(front, ring.data + position);
+    std::ranges::copy(wrapped, ring.data);
+    return advance(ring, position, static_cast<std::uint32_t>(bytes.size()));
 }
 
+// The caller has seen that there is room.
 void put_frame(sck_buf_t &ring, Bytes payload)
 {
     const auto length = static_cast<std::uint32_t>(payload.size());
-    put(ring, bytes_of(&length, header_size));
-    put(ring, payload);
+    const std::uint32_t frame_size = header_size + length;
+    if (frame_size < ring.size - ring.writePos) { // ends before the array does, as a rule
+        std::uint8_t *const frame = ring.data + ring.writePos;
+        std::memcpy(frame, &length, header_size);
+        std::memcpy(frame + header_size, payload.data(), length);
+        ring.writePos += frame_size;
+    } else {
+        ring.writePos = put(ring, ring.writePos, bytes_of(&length, header_size));
+        ring.writePos = put(ring, ring.writePos, payload);
+    }
+    ring.count += frame_size;
 }
 
 // The queued bytes up to the array's end; a queue that wraps goes on at its start.
 Bytes first_run(const sck_buf_t &ring)
 {
-    return bytes_of(ring.data.get() + ring.readPos, std::min(ring.count, ring.size - ring.readPos));
+    return bytes_of(ring.data + ring.readPos, std::min(ring.count, ring.size - ring.readPos));
 }
 
+// An emptied ring starts over, so that few records at a time stay in few cache lines and pages.
 void take_out(sck_buf_t &ring, std::uint32_t count)
 {
-    ring.readPos = advance(ring, ring.readPos, count);
     ring.count -= count;
+    ring.readPos = ring.count > 0 ? advance(ring, ring.readPos, count) : 0;
+    if (ring.count == 0)
+        ring.writePos = 0;
 }
 
 // Returns how many clients had no room.
@@ -84,8 +117,9 @@ int queue_for_all(sck_svr_t *server, Bytes payload)
             ++refused;
             continue;
         }
+        if (client->send.count == 0)
+            set_event_enabled(client->writeEvent, 1);
         put_frame(client->send, payload);
-        set_event_enabled(client->writeEvent, 1);
     }
     return refused;
 }
@@ -157,7 +191,7 @@ std::int32_t sck_clt_event_read(event_info *, void *arg)
     sck_buf_t &ring = client->recv;
     if (ring.writePos >= ring.readPos) {
         const ssize_t got =
-            read(client->socket, ring.data.get() + ring.writePos, ring.size - ring.writePos);
+            read(client->socket, ring.data + ring.writePos, ring.size - ring.writePos);
         if (got <= 0) {
             std::unique_ptr<sck_clt_t> gone; // outlives the lock
             const std::scoped_lock lock(server->lock);
@@ -300,11 +334,23 @@ void sck_svr_release(sck_svr_t **slot)
     }
 }
 
+sck_buf_t::~sck_buf_t()
+{
+    free_zeroed(data, size);
+}
+
 int sck_buf_init(sck_buf_t *buffer, std::uint32_t size)
 {
-    *buffer = {std::unique_ptr<std::uint8_t[]>(new (std::nothrow) std::uint8_t[size]()), size, 0, 0,
-               0};
-    return buffer->data ? 0 : -1;
+    std::uint8_t *const data = allocate_zeroed(size);
+    if (!data)
+        return -1;
+    free_zeroed(buffer->data, buffer->size);
+    buffer->data = data;
+    buffer->size = size;
+    buffer->count = 0;
+    buffer->readPos = 0;
+    buffer->writePos = 0;
+    return 0;
 }
 
 int sck_clt_ignore_read(sck_clt_t *client, void *)

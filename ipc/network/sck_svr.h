@@ -35,13 +35,19 @@ struct sck_svr_t;
 // readPos nothing is read, and the handler is called over and over.)
 using sck_recv_handler = int (*)(sck_clt_t *client, void *arg);
 
-// A byte ring. In a send buffer count = (writePos - readPos) mod size, at most size - 1.
+// A byte ring. In a send buffer count = (writePos - readPos) mod size, at most size - 1; both
+// positions are 0 when it is empty. The array costs memory where bytes have been put.
 struct sck_buf_t {
-    std::unique_ptr<std::uint8_t[]> data; // `size` bytes
-    std::uint32_t size;
-    std::uint32_t count;    // bytes queued
-    std::uint32_t readPos;  // next byte out, 0..size-1
-    std::uint32_t writePos; // where the next byte goes in, 0..size-1
+    sck_buf_t() = default;
+    sck_buf_t(const sck_buf_t &) = delete;
+    sck_buf_t &operator=(const sck_buf_t &) = delete;
+    ~sck_buf_t(); // frees the array
+
+    std::uint8_t *data = nullptr; // `size` bytes
+    std::uint32_t size = 0;
+    std::uint32_t count = 0;    // bytes queued
+    std::uint32_t readPos = 0;  // next byte out, 0..size-1
+    std::uint32_t writePos = 0; // where the next byte goes in, 0..size-1
 };
 
 // One connected client, owned by its server's list. The lock guards next, prev and send; the rest
@@ -95,7 +101,8 @@ int sck_svr_set_recv_callback(sck_svr_t *server, sck_recv_handler handler, void 
 // thread may use the server any more.
 void sck_svr_release(sck_svr_t **slot);
 
-// Gives `buffer` an empty array of `size` zeros. Returns 0, or -1 when memory is short.
+// Gives `buffer`, whose old array is freed, an empty array of `size` zeros. Returns 0, or -1 when
+// memory is short; the buffer is then as it was.
 int sck_buf_init(sck_buf_t *buffer, std::uint32_t size);
 
 // The default receive handler: throws away what was read. Returns 0.
