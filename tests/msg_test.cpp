@@ -186,7 +186,7 @@ TEST_F(Msg, NothingIsLeftOfWhatFailsOrIsReleased)
     };
     EXPECT_EQ(rest_of(path, capture, served), "unix_domain_socket_accept() accept fail\n");
     EXPECT_EQ(stdout_of([] { cycle(); }), read_error); // of its end
-    EXPECT_EQ(stdout_of([&] { EXPECT_TRUE(turns_away(path)); }),
+    EXPECT_EQ(stderr_of([&] { EXPECT_TRUE(turns_away(path)); }),
               "socket_accept(): can't serve client.\n");
     client.send("first\n");
     msg_release(&handle);

@@ -278,7 +278,7 @@ std::int32_t socket_accept(event_info *info, void *arg)
     if (result == 1) {
         Fd connection(accepted);
         if (!set_non_blocking(connection) || !serve(handle, std::move(connection), msg_read))
-            std::printf("%s(): can't serve client.\n", __func__);
+            std::fprintf(stderr, "%s(): can't serve client.\n", __func__);
     } else if (result == -1 && is_own_listener(handle, info->event)) {
         rest_listener(handle->rest_timer);
     }

@@ -240,7 +240,7 @@ std::int32_t sck_svr_event_accept(event_info *, void *arg)
                 sck_svr_get_client_count(server));
     std::unique_ptr<sck_clt_t> client = new_client(server, connection.get());
     if (!client) {
-        std::printf("%s: can't serve client.\n", server->path.get());
+        std::fprintf(stderr, "%s: can't serve client.\n", server->path.get());
         return 0;
     }
     static_cast<void>(connection.release());
