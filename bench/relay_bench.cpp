@@ -7,119 +7,166 @@
 #include "va/va_od.h"
 #include "va/va_ta.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <fstream>
+#include <numeric>
+#include <utility>
 #include <vector>
 
 #include <benchmark/benchmark.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
-// The road of an object-detection result, from the library to every client's queue, and the price
-// of a reconfiguration that changes nothing.
+// What a record costs its producer for every client, beside plain copies into as many buffers; and
+// the price of a reconfiguration that changes nothing.
 
 namespace
 {
 
 constexpr std::uint32_t client_buffer = 65536;
+constexpr std::uint32_t header_size = sizeof(std::uint32_t);
 
 using Clock = std::chrono::steady_clock;
 
 void cycle()
 {
-    add_always_event(
-        EVENT_ONESHOT, [](event_info *, void *) { return 0; }, nullptr);
+    static event *const never_wait = add_always_event(
+        0, [](event_info *, void *) { return 0; }, nullptr);
+    benchmark::DoNotOptimize(never_wait);
     event_loop(1);
 }
 
-class Stream
+// Returns how many bytes there were.
+std::size_t read_all(int fd)
+{
+    static std::vector<char> sink(client_buffer);
+    const ssize_t got = recv(fd, sink.data(), sink.size(), MSG_DONTWAIT);
+    return got > 0 ? static_cast<std::size_t>(got) : 0;
+}
+
+// The broadcast server, drained by the loop into sockets that their clients read.
+class Broadcast
 {
 public:
-    explicit Stream(std::size_t clients)
+    explicit Broadcast(std::size_t clients)
     {
         const std::string path = dir_.file("od");
-        sck_svr_init(&server, path.c_str(), client_buffer);
-        for (std::size_t i = 0; i < clients; ++i) {
-            int fd = -1;
+        sck_svr_init(&server_, path.c_str(), client_buffer);
+        for (int &fd : fds_ = std::vector<int>(clients)) {
             unix_domain_socket_connect(&fd, path.c_str());
-            clients_.push_back(fd);
             cycle();
         }
     }
-    ~Stream()
+    ~Broadcast()
     {
-        sck_svr_release(&server);
+        sck_svr_release(&server_);
         cycle();
-        for (const int fd : clients_)
+        for (const int fd : fds_)
             close(fd);
     }
-    Stream(const Stream &) = delete;
-    Stream &operator=(const Stream &) = delete;
+    Broadcast(const Broadcast &) = delete;
+    Broadcast &operator=(const Broadcast &) = delete;
 
-    // Empties the queues without a socket call, where the next record continues.
-    void forget_queued() const
+    void write(const std::vector<char> &record)
     {
-        for (sck_clt_t *client = server->clients; client; client = client->next) {
-            client->send.count = 0;
-            client->send.readPos = client->send.writePos;
-        }
+        sck_svr_write(server_, record.data(), static_cast<std::uint32_t>(record.size()));
     }
-
-    sck_svr_t *server = nullptr;
+    std::size_t drain()
+    {
+        cycle();
+        return std::accumulate(fds_.begin(), fds_.end(), std::size_t{0},
+                               [](std::size_t sum, int fd) { return sum + read_all(fd); });
+    }
 
 private:
     TempDir dir_;
-    std::vector<int> clients_;
+    sck_svr_t *server_ = nullptr;
+    std::vector<int> fds_;
 };
 
-void report(benchmark::State &state, std::size_t bytes)
+// Buffers that are only copied into, one frame behind the other, and drained the same way.
+class PlainCopies
 {
-    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(bytes));
-}
-
-// get_data of the stand-in, then the relay into every client's queue.
-void result_to_queues(benchmark::State &state)
-{
-    const auto objects = static_cast<std::size_t>(state.range(0));
-    const auto clients = static_cast<std::size_t>(state.range(1));
-    sim_reset();
-    ne3_val_init();
-    ne3_val_open();
-    const ne3_val_od_open_prm prm{4, 1, 0, 1};
-    ne3_val_od_start(ne3_val_od_open_ex(&prm, 1));
-    const Stream stream(clients);
-    VaContext context{};
-    context.odServer = stream.server;
-    const std::vector<unsigned char> entries(objects * NE3_VAL_OD_OBJECT_SIZE, 0x5a);
-    ne3_val_od_result result{};
-    for ([[maybe_unused]] auto iteration : state) {
-        sim_push_od(entries, static_cast<int>(objects), 0);
-        const auto start = Clock::now();
-        ne3_val_od_get_data(1, &result);
-        va_od_processData(&context, &result);
-        state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
-        stream.forget_queued();
+public:
+    explicit PlainCopies(std::size_t clients) : clients_(clients)
+    {
+        for (Client &client : clients_)
+            socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, client.ends);
     }
-    report(state, entries.size() * clients);
+    ~PlainCopies()
+    {
+        for (const Client &client : clients_) {
+            close(client.ends[0]);
+            close(client.ends[1]);
+        }
+    }
+    PlainCopies(const PlainCopies &) = delete;
+    PlainCopies &operator=(const PlainCopies &) = delete;
+
+    void write(const std::vector<char> &record)
+    {
+        const auto length = static_cast<std::uint32_t>(record.size());
+        for (Client &client : clients_) {
+            std::memcpy(client.buffer.data() + client.used, &length, header_size);
+            std::memcpy(client.buffer.data() + client.used + header_size, record.data(), length);
+            client.used += header_size + length;
+        }
+    }
+    std::size_t drain()
+    {
+        std::size_t sum = 0;
+        for (Client &client : clients_) {
+            send(client.ends[0], client.buffer.data(), std::exchange(client.used, 0), 0);
+            sum += read_all(client.ends[1]);
+        }
+        return sum;
+    }
+
+private:
+    struct Client {
+        int ends[2];
+        std::size_t used = 0;
+        std::vector<char> buffer = std::vector<char>(client_buffer);
+    };
+    std::vector<Client> clients_;
+};
+
+// Bursts that fit into the buffers, of which only the producer's side is timed.
+template <class Clients>
+void produce(benchmark::State &state)
+{
+    const std::vector<char> record(static_cast<std::size_t>(state.range(0)), 0x5a);
+    const auto count = static_cast<std::size_t>(state.range(1));
+    const std::size_t burst =
+        std::min<std::size_t>(16, (client_buffer - 1) / (header_size + record.size()));
+    Clients clients(count);
+    for ([[maybe_unused]] auto iteration : state) {
+        const auto start = Clock::now();
+        for (std::size_t i = 0; i < burst; ++i)
+            clients.write(record);
+        state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
+        const std::size_t expected = burst * count * (header_size + record.size());
+        std::size_t drained = 0;
+        while (const std::size_t some = drained < expected ? clients.drain() : 0)
+            drained += some;
+        if (drained != expected)
+            state.SkipWithError("a record was dropped");
+    }
+    state.counters["per_record_and_client"] = benchmark::Counter(
+        static_cast<double>(static_cast<std::size_t>(state.iterations()) * burst * count),
+        benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
 
-// The same bytes into as many buffers, and nothing else.
+void broadcast(benchmark::State &state)
+{
+    produce<Broadcast>(state);
+}
+
 void plain_copies(benchmark::State &state)
 {
-    const auto clients = static_cast<std::size_t>(state.range(1));
-    const std::vector<unsigned char> entries(
-        static_cast<std::size_t>(state.range(0)) * NE3_VAL_OD_OBJECT_SIZE, 0x5a);
-    std::vector<std::vector<unsigned char>> buffers(clients,
-                                                    std::vector<unsigned char>(client_buffer));
-    for ([[maybe_unused]] auto iteration : state) {
-        const auto start = Clock::now();
-        for (std::vector<unsigned char> &buffer : buffers) {
-            std::memcpy(buffer.data(), entries.data(), entries.size());
-            benchmark::ClobberMemory();
-        }
-        state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
-    }
-    report(state, entries.size() * clients);
+    produce<PlainCopies>(state);
 }
 
 void unchanged_reconfiguration(benchmark::State &state)
@@ -141,9 +188,17 @@ void unchanged_reconfiguration(benchmark::State &state)
         state.SkipWithError("an unchanged store reached the library");
 }
 
-const std::vector<std::vector<std::int64_t>> sizes{{1, 50, 1000}, {1, 8, 32}};
-BENCHMARK(result_to_queues)->ArgsProduct(sizes)->ArgNames({"objects", "clients"})->UseManualTime();
-BENCHMARK(plain_copies)->ArgsProduct(sizes)->ArgNames({"objects", "clients"})->UseManualTime();
+void bytes_and_clients(benchmark::internal::Benchmark *benchmark)
+{
+    benchmark->ArgNames({"bytes", "clients"})->UseManualTime();
+    for (const std::int64_t bytes : {16, 120, 4000, 40000}) {
+        for (const std::int64_t clients : {8, 64})
+            benchmark->Args({bytes, clients});
+    }
+}
+
+BENCHMARK(broadcast)->Apply(bytes_and_clients);
+BENCHMARK(plain_copies)->Apply(bytes_and_clients);
 BENCHMARK(unchanged_reconfiguration)->Unit(benchmark::kMicrosecond);
 
 } // namespace
