@@ -307,8 +307,12 @@ void remove_event(event *event)
         change_flags(event, EVENT_REMOVED, EVENT_ENABLED | EVENT_ARMED);
 }
 
+// The look before the change keeps a sender that asks for each of its records off the locked
+// instruction. Two threads that disagree without a lock between them get one order or the other.
 void set_event_enabled(event *event, int on)
 {
+    if (get_event_enabled(event) == (on != 0))
+        return;
     if (on)
         event->flags |= EVENT_ENABLED;
     else
