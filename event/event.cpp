@@ -34,37 +34,37 @@ event *time_event_list;
 event *always_event_list;
 timeval cycle_start; // the clock as the current cycle read it; loop thread only
 
-bool has_flag(const event *event, std::uint32_t flag)
+bool has_flag(const event *entry, std::uint32_t flag)
 {
-    return (event->flags & flag) != 0;
+    return (entry->flags & flag) != 0;
 }
 
 // In one step, so that a bit another thread changes meanwhile is kept.
-void change_flags(event *event, std::uint32_t set, std::uint32_t clear)
+void change_flags(event *entry, std::uint32_t set, std::uint32_t clear)
 {
-    std::uint32_t flags = event->flags;
-    while (!event->flags.compare_exchange_weak(flags, (flags | set) & ~clear)) {
+    std::uint32_t flags = entry->flags;
+    while (!entry->flags.compare_exchange_weak(flags, (flags | set) & ~clear)) {
     }
 }
 
-void push(event **pending, event *event)
+void push(event **pending, event *entry)
 {
     const std::scoped_lock lock(event_mutex);
-    event->prev = nullptr;
-    event->next = *pending;
+    entry->prev = nullptr;
+    entry->next = *pending;
     if (*pending)
-        (*pending)->prev = event;
-    *pending = event;
+        (*pending)->prev = entry;
+    *pending = entry;
 }
 
 event *new_event_of(std::int32_t type, unsigned flags, event_callback callback, void *arg)
 {
-    event *event = new_event(callback, arg);
-    if (event) {
-        event->type = type;
-        event->flags = flags;
+    event *created = new_event(callback, arg);
+    if (created) {
+        created->type = type;
+        created->flags = flags;
     }
-    return event;
+    return created;
 }
 
 void splice(event **pending, event **list)
@@ -89,14 +89,14 @@ void take_in_pending()
     splice(&tmp_always_event_list, &always_event_list);
 }
 
-// Arms the events this cycle may dispatch. Returns whether `event` is one of them.
-bool arm(event *event)
+// Arms the events this cycle may dispatch. Returns whether `entry` is one of them.
+bool arm(event *entry)
 {
-    if (has_flag(event, EVENT_ENABLED)) {
-        event->flags |= EVENT_ARMED;
+    if (has_flag(entry, EVENT_ENABLED)) {
+        entry->flags |= EVENT_ARMED;
         return true;
     }
-    event->flags &= ~EVENT_ARMED;
+    entry->flags &= ~EVENT_ARMED;
     return false;
 }
 
@@ -158,9 +158,9 @@ struct DescriptorSets {
     fd_set write;
     int ready; // select's result
 
-    bool has(const event *event) const
+    bool has(const event *entry) const
     {
-        return FD_ISSET(event->fd, event->write ? &write : &read);
+        return FD_ISSET(entry->fd, entry->write ? &write : &read);
     }
 };
 
@@ -169,11 +169,11 @@ int arm_descriptors(DescriptorSets &sets)
     FD_ZERO(&sets.read);
     FD_ZERO(&sets.write);
     int count = 0;
-    for (event *event = fd_event_list; event; event = event->next) {
-        if (!arm(event))
+    for (event *entry = fd_event_list; entry; entry = entry->next) {
+        if (!arm(entry))
             continue;
-        FD_SET(event->fd, event->write ? &sets.write : &sets.read);
-        count = std::max(count, event->fd + 1);
+        FD_SET(entry->fd, entry->write ? &sets.write : &sets.read);
+        count = std::max(count, entry->fd + 1);
     }
     return count;
 }
@@ -186,10 +186,10 @@ void wait_ready(DescriptorSets &sets, int timeout)
         select(count, &sets.read, &sets.write, nullptr, timeout == no_timeout ? nullptr : &limit);
 }
 
-void dispatch(event *event)
+void dispatch(event *entry)
 {
-    event_info info{event, event->type, 0};
-    event->callback(&info, event->arg);
+    event_info info{entry, entry->type, 0};
+    entry->callback(&info, entry->arg);
 }
 
 bool is_due(const event *timer)
@@ -217,12 +217,12 @@ void dispatch_timers()
 template <class Ready>
 void dispatch_list(event *list, Ready ready)
 {
-    for (event *event = list; event && !end_loop; event = event->next) {
-        if (!has_flag(event, EVENT_ARMED) || !ready(event))
+    for (event *entry = list; entry && !end_loop; entry = entry->next) {
+        if (!has_flag(entry, EVENT_ARMED) || !ready(entry))
             continue;
-        if (has_flag(event, EVENT_ONESHOT))
-            event->flags |= EVENT_REMOVED;
-        dispatch(event);
+        if (has_flag(entry, EVENT_ONESHOT))
+            entry->flags |= EVENT_REMOVED;
+        dispatch(entry);
     }
 }
 
@@ -236,7 +236,7 @@ void run_cycle()
     dispatch_timers();
     dispatch_list(always_event_list, [](const event *) { return true; });
     if (sets.ready > 0)
-        dispatch_list(fd_event_list, [&](const event *event) { return sets.has(event); });
+        dispatch_list(fd_event_list, [&](const event *entry) { return sets.has(entry); });
     strip_events(&time_event_list);
     strip_events(&fd_event_list);
     strip_events(&always_event_list);
@@ -262,100 +262,100 @@ event *add_fd_event(int fd, int write, unsigned flags, event_callback callback, 
 {
     if (fd < 0 || fd >= FD_SETSIZE)
         return nullptr;
-    event *event = new_event_of(EVENT_FD, flags | EVENT_ENABLED, callback, arg);
-    if (!event)
+    event *added = new_event_of(EVENT_FD, flags | EVENT_ENABLED, callback, arg);
+    if (!added)
         return nullptr;
-    event->fd = fd;
-    event->write = write;
-    push(&tmp_fd_event_list, event);
-    return event;
+    added->fd = fd;
+    added->write = write;
+    push(&tmp_fd_event_list, added);
+    return added;
 }
 
 event *add_timer_event(int interval, unsigned flags, event_callback callback, void *arg)
 {
-    event *event = new_event_of(EVENT_TIMER, flags, callback, arg);
-    if (!event)
+    event *added = new_event_of(EVENT_TIMER, flags, callback, arg);
+    if (!added)
         return nullptr;
-    event->interval = interval;
-    time_now(&event->when); // with EVENT_ENABLED in `flags` the interval counts from here
-    resched_event(event, nullptr);
-    push(&tmp_time_event_list, event);
-    return event;
+    added->interval = interval;
+    time_now(&added->when); // with EVENT_ENABLED in `flags` the interval counts from here
+    resched_event(added, nullptr);
+    push(&tmp_time_event_list, added);
+    return added;
 }
 
 event *add_alarm_event(const timeval *when, unsigned flags, event_callback callback, void *arg)
 {
-    event *event = new_event_of(EVENT_TIMER, flags | EVENT_ONESHOT, callback, arg);
-    if (!event)
+    event *added = new_event_of(EVENT_TIMER, flags | EVENT_ONESHOT, callback, arg);
+    if (!added)
         return nullptr;
-    resched_event(event, when);
-    push(&tmp_time_event_list, event);
-    return event;
+    resched_event(added, when);
+    push(&tmp_time_event_list, added);
+    return added;
 }
 
 event *add_always_event(unsigned flags, event_callback callback, void *arg)
 {
-    event *event = new_event_of(EVENT_ALWAYS, flags | EVENT_ENABLED, callback, arg);
-    if (event)
-        push(&tmp_always_event_list, event);
-    return event;
+    event *added = new_event_of(EVENT_ALWAYS, flags | EVENT_ENABLED, callback, arg);
+    if (added)
+        push(&tmp_always_event_list, added);
+    return added;
 }
 
-void remove_event(event *event)
+void remove_event(event *handle)
 {
-    if (event)
-        change_flags(event, EVENT_REMOVED, EVENT_ENABLED | EVENT_ARMED);
+    if (handle)
+        change_flags(handle, EVENT_REMOVED, EVENT_ENABLED | EVENT_ARMED);
 }
 
 // The look before the change keeps a sender that asks for each of its records off the locked
 // instruction. Two threads that disagree without a lock between them get one order or the other.
-void set_event_enabled(event *event, int on)
+void set_event_enabled(event *handle, int on)
 {
-    if (get_event_enabled(event) == (on != 0))
+    if (get_event_enabled(handle) == (on != 0))
         return;
     if (on)
-        event->flags |= EVENT_ENABLED;
+        handle->flags |= EVENT_ENABLED;
     else
-        event->flags &= ~EVENT_ENABLED;
+        handle->flags &= ~EVENT_ENABLED;
 }
 
-int get_event_enabled(const event *event)
+int get_event_enabled(const event *handle)
 {
-    return has_flag(event, EVENT_ENABLED);
+    return has_flag(handle, EVENT_ENABLED);
 }
 
-void resched_event(event *event, const timeval *when)
+void resched_event(event *timer, const timeval *when)
 {
     if (when)
-        event->when = *when;
-    else if (get_event_enabled(event))
-        time_add(&event->when, event->interval);
+        timer->when = *when;
+    else if (get_event_enabled(timer))
+        time_add(&timer->when, timer->interval);
     else
-        time_future(&event->when, event->interval);
-    change_flags(event, EVENT_ENABLED, EVENT_REMOVED);
+        time_future(&timer->when, timer->interval);
+    change_flags(timer, EVENT_ENABLED, EVENT_REMOVED);
 }
 
-void set_event_interval(event *event, int ms)
+void set_event_interval(event *timer, int ms)
 {
-    event->interval = ms;
-    if (get_event_enabled(event))
-        resched_event(event, nullptr);
+    timer->interval = ms;
+    if (get_event_enabled(timer))
+        resched_event(timer, nullptr);
 }
 
 void strip_events(event **head)
 {
     event *next = nullptr;
-    for (event *event = *head; event; event = next) {
-        next = event->next;
-        if (!has_flag(event, EVENT_REMOVED))
+    for (event *entry = *head; entry; entry = next) {
+        next = entry->next;
+        if (!has_flag(entry, EVENT_REMOVED))
             continue;
-        if (event->next)
-            event->next->prev = event->prev;
-        if (event->prev)
-            event->prev->next = event->next;
+        if (entry->next)
+            entry->next->prev = entry->prev;
+        if (entry->prev)
+            entry->prev->next = entry->next;
         else
-            *head = event->next;
-        delete event;
+            *head = entry->next;
+        delete entry;
     }
 }
 

@@ -112,19 +112,19 @@ event *add_always_event(unsigned flags, event_callback callback, void *arg);
 // loop thread, or while no loop runs, no callback of the event starts any more. Called on another
 // thread, one may still start or be running in the current cycle, so what `arg` points to and the
 // descriptor must outlast it. Null is ignored.
-void remove_event(event *event);
+void remove_event(event *handle);
 
 // Any thread. Disabling takes effect from the next cycle on. A timer keeps its due time while it is
 // disabled.
-void set_event_enabled(event *event, int on);
-int get_event_enabled(const event *event);
+void set_event_enabled(event *handle, int on);
+int get_event_enabled(const event *handle);
 
 // Loop thread. Moves a timer to *when or, with null, by one interval: from its due time when
 // enabled, from now when not. The event is enabled and no longer removed afterwards.
-void resched_event(event *event, const timeval *when);
+void resched_event(event *timer, const timeval *when);
 
 // Loop thread. Stores the period in ms; an enabled timer is also moved by one new interval.
-void set_event_interval(event *event, int ms);
+void set_event_interval(event *timer, int ms);
 
 // For code that keeps event lists of its own (soft queues do), under its own lock: unlinks and
 // frees the events marked removed.

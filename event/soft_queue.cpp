@@ -87,12 +87,12 @@ bool read_wake_byte(const soft_queue &queue)
     return read(queue.pipe_read, &byte, sizeof byte) == sizeof byte;
 }
 
-void push_event(soft_queue &queue, event *event)
+void push_event(soft_queue &queue, event *listener)
 {
-    event->next = queue.events;
+    listener->next = queue.events;
     if (queue.events)
-        queue.events->prev = event;
-    queue.events = event;
+        queue.events->prev = listener;
+    queue.events = listener;
 }
 
 } // namespace
@@ -164,14 +164,14 @@ std::int32_t sq_run(event_info *, void *queue_arg)
         return 0;
     }
     event_info info{nullptr, EVENT_SOFTQUEUE, take_item(*queue)};
-    for (event *event = queue->events; event && !end_loop; event = event->next) {
-        if (!get_event_enabled(event))
+    for (event *listener = queue->events; listener && !end_loop; listener = listener->next) {
+        if (!get_event_enabled(listener))
             continue;
-        if (event->flags & EVENT_ONESHOT)
-            event->flags |= EVENT_REMOVED;
-        info.event = event;
+        if (listener->flags & EVENT_ONESHOT)
+            listener->flags |= EVENT_REMOVED;
+        info.event = listener;
         lock.unlock();
-        event->callback(&info, event->arg);
+        listener->callback(&info, listener->arg);
         lock.lock();
     }
     strip_events(&queue->events);
@@ -186,7 +186,7 @@ void free_soft_queue(soft_queue **queue)
     *queue = nullptr;
     if (freed->pipe_event)
         close_pipe(*freed);
-    for (event *event = freed->events; event; event = event->next)
-        remove_event(event);
+    for (event *listener = freed->events; listener; listener = listener->next)
+        remove_event(listener);
     strip_events(&freed->events);
 }
