@@ -34,15 +34,25 @@ event *time_event_list;
 event *always_event_list;
 timeval cycle_start; // the clock as the current cycle read it; loop thread only
 
+// Set after an event was marked removed: the loop's lists may hold one to strip.
+std::atomic<bool> any_removed{false};
+
+// Without a barrier: the bits say what to do, the locks of those who set them guard what it is
+// done with.
+std::uint32_t flags_of(const event *entry)
+{
+    return entry->flags.load(std::memory_order_relaxed);
+}
+
 bool has_flag(const event *entry, std::uint32_t flag)
 {
-    return (entry->flags & flag) != 0;
+    return (flags_of(entry) & flag) != 0;
 }
 
 // In one step, so that a bit another thread changes meanwhile is kept.
 void change_flags(event *entry, std::uint32_t set, std::uint32_t clear)
 {
-    std::uint32_t flags = entry->flags;
+    std::uint32_t flags = flags_of(entry);
     while (!entry->flags.compare_exchange_weak(flags, (flags | set) & ~clear)) {
     }
 }
@@ -79,6 +89,7 @@ void splice(event **pending, event **list)
         (*list)->prev = last;
     *list = *pending;
     *pending = nullptr;
+    any_removed = true; // perhaps while pending, where an earlier strip pass did not look
 }
 
 void take_in_pending()
@@ -89,15 +100,16 @@ void take_in_pending()
     splice(&tmp_always_event_list, &always_event_list);
 }
 
-// Arms the events this cycle may dispatch. Returns whether `entry` is one of them.
+// Arms the events this cycle may dispatch. Returns whether `entry` is one of them. From cycle to
+// cycle hardly a bit changes, and a locked instruction costs more than the rest of the walk.
 bool arm(event *entry)
 {
-    if (has_flag(entry, EVENT_ENABLED)) {
+    const std::uint32_t state = flags_of(entry) & (EVENT_ENABLED | EVENT_ARMED);
+    if (state == EVENT_ENABLED)
         entry->flags |= EVENT_ARMED;
-        return true;
-    }
-    entry->flags &= ~EVENT_ARMED;
-    return false;
+    else if (state == EVENT_ARMED)
+        entry->flags &= ~EVENT_ARMED;
+    return state & EVENT_ENABLED;
 }
 
 std::int64_t microseconds(const timeval &time)
@@ -186,6 +198,12 @@ void wait_ready(DescriptorSets &sets, int timeout)
         select(count, &sets.read, &sets.write, nullptr, timeout == no_timeout ? nullptr : &limit);
 }
 
+void mark_removed(event *entry)
+{
+    entry->flags |= EVENT_REMOVED;
+    any_removed = true;
+}
+
 void dispatch(event *entry)
 {
     event_info info{entry, entry->type, 0};
@@ -207,7 +225,7 @@ void dispatch_timers()
         // Before the callback, so that it may set another interval, or another due time. Not with
         // resched_event(), which would enable a timer that was disabled since it was armed.
         if (has_flag(timer, EVENT_ONESHOT))
-            timer->flags |= EVENT_REMOVED;
+            mark_removed(timer);
         else
             time_add(&timer->when, timer->interval);
         dispatch(timer);
@@ -221,9 +239,19 @@ void dispatch_list(event *list, Ready ready)
         if (!has_flag(entry, EVENT_ARMED) || !ready(entry))
             continue;
         if (has_flag(entry, EVENT_ONESHOT))
-            entry->flags |= EVENT_REMOVED;
+            mark_removed(entry);
         dispatch(entry);
     }
+}
+
+void strip_removed()
+{
+    if (!any_removed)
+        return;
+    any_removed = false; // before the passes, so that one marked behind them has the next
+    strip_events(&time_event_list);
+    strip_events(&fd_event_list);
+    strip_events(&always_event_list);
 }
 
 void run_cycle()
@@ -237,9 +265,7 @@ void run_cycle()
     dispatch_list(always_event_list, [](const event *) { return true; });
     if (sets.ready > 0)
         dispatch_list(fd_event_list, [&](const event *entry) { return sets.has(entry); });
-    strip_events(&time_event_list);
-    strip_events(&fd_event_list);
-    strip_events(&always_event_list);
+    strip_removed();
 }
 
 } // namespace
@@ -303,8 +329,10 @@ event *add_always_event(unsigned flags, event_callback callback, void *arg)
 
 void remove_event(event *handle)
 {
-    if (handle)
-        change_flags(handle, EVENT_REMOVED, EVENT_ENABLED | EVENT_ARMED);
+    if (!handle)
+        return;
+    change_flags(handle, EVENT_REMOVED, EVENT_ENABLED | EVENT_ARMED);
+    any_removed = true;
 }
 
 // The look before the change keeps a sender that asks for each of its records off the locked
@@ -347,7 +375,8 @@ void strip_events(event **head)
     event *next = nullptr;
     for (event *entry = *head; entry; entry = next) {
         next = entry->next;
-        if (!has_flag(entry, EVENT_REMOVED))
+        // With the barrier: the thread that removed it has done with it.
+        if (!(entry->flags.load(std::memory_order_acquire) & EVENT_REMOVED))
             continue;
         if (entry->next)
             entry->next->prev = entry->prev;
