@@ -28,6 +28,7 @@ TEST(Store, ReadsLinesOfKeyAndValue)
                                                           {"a\n a=1\n#a=1\nab=1\n=2\n", "default"},
                                                           {"a=\n", ""},
                                                           {"a= x = y # z \n", " x = y # z "},
+                                                          {"a=yes\r\nb=\r\n", "yes"},
                                                           {"a=1\nb=2\na=3\n#a=4\na\n", "3"},
                                                           {"\x7f=\0\xff\n\0a=9\na=1\0b\n="s, "1"}};
     StoreFile store;

@@ -15,9 +15,9 @@
 #include <unistd.h>
 
 // The store is a text file, looked at afresh in each call: a change takes effect at once, and there
-// is no state that threads would share. It holds key=value lines; a line that begins with # is a
-// comment, one without = is passed over, and the last line of a key counts. A file written in place
-// may be seen half written; one renamed into place is always seen whole.
+// is no state that threads would share. It holds key=value lines, which end in LF or CR LF; a line
+// that begins with # is a comment, one without = is passed over, and the last line of a key counts.
+// A file written in place may be seen half written; one renamed into place is always seen whole.
 
 namespace
 {
@@ -62,8 +62,10 @@ std::optional<std::string_view> find_value(std::string_view text, std::string_vi
 {
     std::optional<std::string_view> value;
     while (!text.empty()) {
-        const std::string_view line = text.substr(0, text.find('\n'));
+        std::string_view line = text.substr(0, text.find('\n'));
         text.remove_prefix(std::min(line.size() + 1, text.size()));
+        if (line.ends_with('\r'))
+            line.remove_suffix(1);
         const std::size_t equals = line.find('=');
         if (equals != line.npos && line.substr(0, equals) == key && !line.starts_with('#'))
             value = line.substr(equals + 1);
