@@ -1,13 +1,11 @@
 #include "platform/nvram.h"
+#include "tests/support/capture.h"
 #include "tests/support/store_file.h"
 
-#include <atomic>
 #include <string>
-#include <thread>
 #include <utility>
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 namespace
 {
@@ -24,12 +22,11 @@ std::string get(const char *key, std::size_t size = 64)
 TEST(Store, ReadsLinesOfKeyAndValue)
 {
     const std::pair<std::string, const char *> cases[] = {// content, value of key "a"
-                                                          {"", "default"},
                                                           {"a\n a=1\n#a=1\nab=1\n=2\n", "default"},
                                                           {"a=\n", ""},
                                                           {"a= x = y # z \n", " x = y # z "},
-                                                          {"a=yes\r\nb=\r\n", "yes"},
                                                           {"a=1\nb=2\na=3\n#a=4\na\n", "3"},
+                                                          {"a=yes\r\nb=\r\n", "yes"},
                                                           {"\x7f=\0\xff\n\0a=9\na=1\0b\n="s, "1"}};
     StoreFile store;
     for (const auto &[content, value] : cases) {
@@ -38,40 +35,32 @@ TEST(Store, ReadsLinesOfKeyAndValue)
     }
     std::filesystem::resize_file(store.path(), std::uintmax_t{1} << 40);
     EXPECT_EQ(get("a"), "1");
-    std::filesystem::remove(store.path());
-    EXPECT_EQ(get("a"), "default");
-    mkfifo(store.path().c_str(), 0600);
-    EXPECT_EQ(get("a"), "default");
-}
-
-TEST(Store, CutsWhatDoesNotFitAndTellsWhatIsMissing)
-{
-    const StoreFile store("n.M7.x=seven\n");
-    for (const std::size_t size : {1u, 2u, 5u, 6u})
-        EXPECT_EQ(get("n.M7.x", size), "seven"s.substr(0, size - 1));
-    EXPECT_EQ(get("n.M7.x", 0), "untouched");
-    char buffer[6] = "kept";
+    EXPECT_EQ(get("a", 0), "untouched");
+    char buffer[4] = "old";
+    store.write("n.M7.x=seven\n");
     EXPECT_EQ(nvram_get_with_buffer(buffer, sizeof buffer, nullptr, "%0999d", 1), 0);
-    EXPECT_STREQ(buffer, "kept");
+    EXPECT_STREQ(buffer, "old");
     EXPECT_NE(nvram_get_with_buffer(buffer, sizeof buffer, nullptr, "n.M%d.%s", 7, "x"), 0);
-    EXPECT_STREQ(buffer, "seven");
+    EXPECT_STREQ(buffer, "sev");
 }
 
-TEST(Store, ServesThreadsWhileItIsRewritten)
+TEST(Store, TellsOnceWhatIsWrongWithIt)
 {
-    const std::string values[] = {std::string(50, 'x'), std::string(50, 'y')};
+    const char *sensor = "Properties.ImageSource.Sensor";
     StoreFile store;
-    std::atomic<bool> stop{false};
-    const auto read = [&] {
-        for (std::string value; !stop; value = get("a"))
-            EXPECT_TRUE(value == "default" || values[value[0] == 'y'].starts_with(value)) << value;
-    };
-    const std::jthread readers[] = {std::jthread(read), std::jthread(read)};
-    for (int i = 0; i < 300; ++i) {
-        store.write("a=" + values[i % 2]); // same size, and noticed at once
-        EXPECT_EQ(get("a"), values[i % 2]);
+    const std::string path = "sim: " + store.path() + ": ";
+    for (int round = 0; round < 2; ++round) {
+        store.write(sensor + "=imx122\n"s);
+        EXPECT_EQ(stderr_of([&] { EXPECT_EQ(get(sensor), "imx122"); }), "");
+        std::filesystem::remove(store.path());
+        std::filesystem::create_directory(store.path());
+        const auto ask = [&] {
+            EXPECT_EQ(get("a") + get(sensor) + get(sensor), "defaultdefaultdefault");
+        };
+        EXPECT_EQ(stderr_of(ask),
+                  path + "cannot be read: Is a directory\n" + path + "no " + sensor + "\n");
+        std::filesystem::remove(store.path());
     }
-    stop = true;
 }
 
 } // namespace

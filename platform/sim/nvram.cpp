@@ -1,6 +1,9 @@
 #include "platform/nvram.h"
 
+#include "platform/sim/text.h"
+
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -14,16 +17,19 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-// The store is a text file, looked at afresh in each call: a change takes effect at once, and there
-// is no state that threads would share. It holds key=value lines, which end in LF or CR LF; a line
-// that begins with # is a comment, one without = is passed over, and the last line of a key counts.
-// A file written in place may be seen half written; one renamed into place is always seen whole.
+// The store is a text file, looked at afresh in each call: a change takes effect at once, and all
+// that threads share is what was last said about it. It holds key=value lines, which end in LF or
+// CR LF; a line that begins with # is a comment, one without = is passed over, and the last line of
+// a key counts. A file written in place may be seen half written; one renamed into place is always
+// seen whole.
 
 namespace
 {
 
 constexpr const char *path_variable = "NVRAM_FILE";
 constexpr const char *default_path = "/etc/nvram.conf";
+
+constexpr const char *sensor_key = "Properties.ImageSource.Sensor";
 
 constexpr std::size_t key_size = 256;
 
@@ -38,24 +44,41 @@ const char *store_path()
     return path ? path : default_path;
 }
 
-// Returns how many bytes were read: 0 for anything that is not a readable file.
-std::size_t read_file(const char *path, char *buffer, std::size_t size)
+// Returns how many bytes were read; `error` is why there are no more, 0 at the end of the file.
+std::size_t read_file(const char *path, char *buffer, std::size_t size, int &error)
 {
     constexpr int of_any_size = O_LARGEFILE; // else a 32-bit process is refused 2 GiB and more
     const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | of_any_size);
-    if (fd == -1)
-        return 0;
+    error = fd == -1 ? errno : 0;
     std::size_t length = 0;
-    while (length < size) {
+    while (error == 0 && length < size) {
         const ssize_t count = read(fd, buffer + length, size - length);
-        if (count == -1 && errno == EINTR)
-            continue;
-        if (count <= 0)
+        if (count == 0)
             break;
-        length += static_cast<std::size_t>(count);
+        if (count > 0)
+            length += static_cast<std::size_t>(count);
+        else if (errno != EINTR)
+            error = errno;
     }
-    close(fd);
+    if (fd != -1)
+        close(fd);
     return length;
+}
+
+// A lasting fault is told once, not in each call: again after it was gone, or was another.
+
+void tell_unreadable(const char *path, int error)
+{
+    static std::atomic<int> told{0};
+    if (told.exchange(error) != error && error != 0)
+        say("%s: cannot be read: %s", path, std::strerror(error));
+}
+
+void tell_no_sensor(const char *path, bool missing)
+{
+    static std::atomic<bool> told{false};
+    if (!told.exchange(missing) && missing)
+        say("%s: no %s", path, sensor_key);
 }
 
 std::optional<std::string_view> find_value(std::string_view text, std::string_view key)
@@ -91,11 +114,16 @@ int nvram_get_with_buffer(char *buffer, std::size_t size, const char *default_te
     const int name_length = std::vsnprintf(name, sizeof name, key, arguments);
     va_end(arguments);
 
+    const char *path = store_path();
     std::optional<std::string_view> value;
     const std::unique_ptr<char[]> content(new (std::nothrow) char[store_limit]);
     if (content && name_length >= 0 && static_cast<std::size_t>(name_length) < sizeof name) {
-        const std::size_t length = read_file(store_path(), content.get(), store_limit);
+        int error = 0;
+        const std::size_t length = read_file(path, content.get(), store_limit, error);
+        tell_unreadable(path, error);
         value = find_value({content.get(), length}, name);
+        if (name == std::string_view(sensor_key))
+            tell_no_sensor(path, !value || value->empty());
     }
     if (!value && default_text)
         value = default_text;

@@ -1,10 +1,44 @@
 #include "platform/sim/text.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 
 #include <unistd.h>
+
+namespace
+{
+
+void write_error(std::string_view text)
+{
+    while (!text.empty()) {
+        const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
+        if (written >= 0)
+            text.remove_prefix(static_cast<std::size_t>(written));
+        else if (errno != EINTR)
+            return; // standard error is gone: nobody is left to tell
+    }
+}
+
+} // namespace
+
+void say(const char *format, ...)
+{
+    constexpr std::string_view start = "sim: ";
+    std::array<char, 4096> text;
+    std::ranges::copy(start, text.begin());
+    va_list arguments;
+    va_start(arguments, format);
+    const int length =
+        std::vsnprintf(text.data() + start.size(), text.size() - start.size(), format, arguments);
+    va_end(arguments);
+    const auto end =
+        std::min(start.size() + static_cast<std::size_t>(std::max(length, 0)), text.size() - 1);
+    text[end] = '\n'; // in the place of the zero
+    write_error({text.data(), end + 1});
+}
 
 Text &Text::line(std::string_view start)
 {
@@ -46,11 +80,5 @@ Text &Text::point(std::int64_t x, std::int64_t y)
 void Text::print()
 {
     text_ += '\n';
-    for (std::string_view rest = text_; !rest.empty();) {
-        const ssize_t written = write(STDERR_FILENO, rest.data(), rest.size());
-        if (written >= 0)
-            rest.remove_prefix(static_cast<std::size_t>(written));
-        else if (errno != EINTR)
-            return; // standard error is gone: nobody is left to tell
-    }
+    write_error(text_);
 }

@@ -4,7 +4,12 @@
 #include <string>
 #include <string_view>
 
-// Lines of the stand-in for standard error, each beginning "sim: ".
+// Lines of the stand-in for standard error, each beginning "sim: " and written at once, so that
+// those of two threads do not mix.
+
+// One line, without the line end; what goes beyond 4 KiB is cut off.
+[[gnu::format(printf, 1, 2)]] void say(const char *format, ...);
+
 class Text
 {
 public:
