@@ -49,7 +49,7 @@ bool alarms(const Polygon &points, std::int32_t direction, Point from, Point to)
     filter.objMaxSizeX = 10;
     filter.objMaxSizeY = 10;
     filter.movingDirection = direction;
-    const SceneObject object{1, ObjectKind::moving, {120, 120}, to};
+    const SceneObject object{1, SimObjectKind::moving, {120, 120}, to};
     return detect(control, {1920, 1080}, {object}, {{1, from}}).alarms == 1;
 }
 

@@ -130,15 +130,15 @@ private:
         if (control_.detMasks && !is_in_any(object.centre, *control_.detMasks))
             return false;
         const auto &limits =
-            object.kind == ObjectKind::stationary ? control_.soSet : control_.doSet;
+            object.kind == SimObjectKind::stationary ? control_.soSet : control_.doSet;
         return !limits ||
                within(in_cells(object.size, frame_), {limits->minSizeX, limits->minSizeY},
                       {limits->maxSizeX, limits->maxSizeY});
     }
 
-    bool has_room(const std::vector<SceneObject> &objects, ObjectKind kind) const
+    bool has_room(const std::vector<SceneObject> &objects, SimObjectKind kind) const
     {
-        const auto &init = kind == ObjectKind::stationary ? control_.soInit : control_.doInit;
+        const auto &init = kind == SimObjectKind::stationary ? control_.soInit : control_.doInit;
         return !init || std::cmp_less(std::ranges::count(objects, kind, &SceneObject::kind),
                                       init->maxObjNum);
     }

@@ -12,17 +12,7 @@ constexpr std::uint16_t area_count = 2;
 constexpr std::size_t mask_columns = 16;
 constexpr std::uint32_t certain_score = 100;
 
-// The face entry of the stand-in.
-struct FaceEntry {
-    std::uint32_t id;
-    std::int32_t x; // pixels
-    std::int32_t y;
-    std::int32_t width;
-    std::int32_t height;
-    std::uint32_t score;
-    std::uint32_t angle;
-};
-static_assert(sizeof(FaceEntry) == NE3_VAL_FD_FACE_SIZE);
+static_assert(sizeof(SimFaceEntry) == NE3_VAL_FD_FACE_SIZE);
 
 FdResult result_of(std::vector<unsigned char> faces, int count)
 {
@@ -37,7 +27,7 @@ std::optional<FdResult> scripted_faces(Playback &playback)
     const auto tick = playback.take_fd_tick();
     if (!tick)
         return {};
-    std::vector<FaceEntry> faces;
+    std::vector<SimFaceEntry> faces;
     for (const ScriptedFace &face : playback.scene().faces) {
         if (face.shown.holds(tick->time))
             faces.push_back({face.id, face.corner.x, face.corner.y, face.size.width,

@@ -3,10 +3,12 @@
 #include "platform/ne3_val.h"
 
 #include <cerrno>
+#include <cstring>
 #include <deque>
 #include <memory>
 #include <optional>
 #include <utility>
+#include <vector>
 
 // What the four analytics modules have in common.
 
@@ -129,4 +131,21 @@ std::optional<Result> next_result(std::deque<Result> &pushed, Scripted scripted)
     std::optional<Result> result(std::move(pushed.front()));
     pushed.pop_front();
     return result;
+}
+
+// Arrays of result entries as the library hands them out.
+
+template <class Entry>
+std::vector<unsigned char> bytes_of(const std::vector<Entry> &entries)
+{
+    std::vector<unsigned char> bytes(entries.size() * sizeof(Entry));
+    if (!bytes.empty())
+        std::memcpy(bytes.data(), entries.data(), bytes.size());
+    return bytes;
+}
+
+// Null for no entries.
+inline const void *address_of(const std::vector<unsigned char> &bytes)
+{
+    return bytes.empty() ? nullptr : bytes.data();
 }

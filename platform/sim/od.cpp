@@ -12,26 +12,13 @@ namespace
 constexpr int handle_of_od = 0x4f44;
 constexpr std::uint16_t area_count = sizeof(ne3_val_od_area_table) / sizeof(ne3_val_area_mem);
 
-// The object entry of the stand-in.
-struct ObjectEntry {
-    std::uint32_t id;
-    std::uint32_t kind;
-    std::int32_t x; // of the box, pixels
-    std::int32_t y;
-    std::int32_t width;
-    std::int32_t height;
-    std::int32_t centre_x;
-    std::int32_t centre_y;
-    std::uint32_t result;   // number of the result, counted from 0
-    std::uint32_t reserved; // 0
-};
-static_assert(sizeof(ObjectEntry) == NE3_VAL_OD_OBJECT_SIZE);
+static_assert(sizeof(SimObjectEntry) == NE3_VAL_OD_OBJECT_SIZE);
 
-ObjectEntry entry_of(const SceneObject &object, std::uint32_t result)
+SimObjectEntry entry_of(const SceneObject &object, std::uint32_t result)
 {
     return {
         .id = object.id,
-        .kind = static_cast<std::uint32_t>(object.kind),
+        .kind = object.kind,
         .x = object.centre.x - object.size.width / 2,
         .y = object.centre.y - object.size.height / 2,
         .width = object.size.width,
@@ -54,7 +41,7 @@ OdResult result_of(std::vector<unsigned char> objects, int count, std::uint32_t 
 
 OdResult result_of(const Detection &detection, std::uint32_t number)
 {
-    std::vector<ObjectEntry> entries;
+    std::vector<SimObjectEntry> entries;
     for (const SceneObject &object : detection.objects)
         entries.push_back(entry_of(object, number));
     return result_of(bytes_of(entries), static_cast<int>(entries.size()), detection.alarms);

@@ -84,15 +84,15 @@ Interval interval(std::istream &line)
     return {begin, number(line, begin + 1, longest_time)};
 }
 
-ObjectKind kind(std::istream &line)
+SimObjectKind kind(std::istream &line)
 {
     std::string name;
     line >> name;
     if (name == "static")
-        return ObjectKind::stationary;
+        return SimObjectKind::stationary;
     if (name != "dynamic")
         line.setstate(std::ios::failbit);
-    return ObjectKind::moving;
+    return SimObjectKind::moving;
 }
 
 void add_alarm(std::istream &line, std::vector<ScriptedAlarm> &alarms, ScriptedAlarm alarm)

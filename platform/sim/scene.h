@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/sim/entries.h"
+
 #include <array>
 #include <chrono>
 #include <cstdint>
@@ -32,11 +34,9 @@ struct ScriptedAlarm {
     std::array<std::uint32_t, 4> words;
 };
 
-enum class ObjectKind : std::uint32_t { moving = 3, stationary = 19 };
-
 struct SceneObject {
     std::uint32_t id;
-    ObjectKind kind;
+    SimObjectKind kind;
     Size size;
     Point centre;
 };
