@@ -1,5 +1,6 @@
 #include "platform/sim/chip.h"
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdlib>
@@ -9,6 +10,9 @@ namespace
 {
 
 constexpr const char *scene_variable = "VA_SIM_SCENE";
+
+constexpr std::chrono::milliseconds usual_read{10};
+constexpr std::chrono::milliseconds longest_read{100}; // for a result that falls due meanwhile
 
 struct Shared {
     std::mutex mutex;
@@ -49,11 +53,28 @@ LockedChip::LockedChip() : lock_(shared().mutex), memory_(shared().memory)
         follow_scene(memory_, path);
 }
 
-bool LockedChip::wait(Module &module, std::chrono::steady_clock::time_point deadline)
+Moment Memory::end_of_read(const Module &module) const
+{
+    const auto now = std::chrono::steady_clock::now();
+    Moment own = now + usual_read;
+    Moment others = Moment::max();
+    const auto look_at = [&](const Module &candidate, Moment due) {
+        if (&candidate == &module)
+            own = due <= now + longest_read ? due : own;
+        else if (candidate.is_started())
+            others = std::min(others, due);
+    };
+    look_at(od, playback.od_due());
+    look_at(ta, playback.alarm_due());
+    look_at(fd, playback.fd_due());
+    return std::min(own, others);
+}
+
+bool LockedChip::wait(Module &module, Moment end)
 {
     PendingRead read;
     module.pending = &read;
-    shared().changed.wait_until(lock_, deadline);
+    shared().changed.wait_until(lock_, end);
     if (module.pending == &read)
         module.pending = nullptr;
     return !read.cancelled;

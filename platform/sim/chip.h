@@ -105,6 +105,9 @@ struct Memory {
     bool environment_read = false; // VA_SIM_SCENE
 
     bool library_is_open() const { return library == LibraryState::open; }
+
+    // When a read of `module` ends that has not found a result now.
+    Moment end_of_read(const Module &module) const;
 };
 
 // The memory, for one thread at a time: as long as this lives.
@@ -117,8 +120,8 @@ public:
     Memory &operator*() const { return memory_; }
     Memory *operator->() const { return &memory_; }
 
-    // Lets other threads in until `deadline` or wake_reads(); false when the read was cancelled.
-    bool wait(Module &module, std::chrono::steady_clock::time_point deadline);
+    // Lets other threads in until `end` or wake_reads(); false when the read was cancelled.
+    bool wait(Module &module, Moment end);
 
 private:
     std::unique_lock<std::mutex> lock_;
@@ -155,23 +158,23 @@ int library_call(const char *function, Body body)
 }
 
 inline constexpr int no_result = 1;
-inline constexpr std::chrono::milliseconds longest_read{10};
-
 // Waits until `take` has found a result.
 template <class Take>
 int wait_for_result(LockedChip &chip, Module &module, int prm, Take take)
 {
     if (module.is_started() && prm != expected_prm)
         return refuse(EINVAL);
-    const auto deadline = std::chrono::steady_clock::now() + longest_read;
+    std::optional<Moment> end;
     for (;;) {
         if (!module.is_started())
             return refuse(EPERM);
         if (take(*chip))
             return 0;
-        if (std::chrono::steady_clock::now() >= deadline)
+        if (!end)
+            end = chip->end_of_read(module);
+        if (std::chrono::steady_clock::now() >= *end)
             return no_result;
-        if (!chip.wait(module, deadline))
+        if (!chip.wait(module, *end))
             return refuse(NE3_VAL_ERR_CANCEL);
     }
 }

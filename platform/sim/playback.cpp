@@ -1,11 +1,10 @@
 #include "platform/sim/scene.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace
 {
-
-constexpr std::int64_t fd_interval_ms = 200;
 
 std::int32_t between(std::int32_t from, std::int32_t to, std::int64_t part, std::int64_t whole)
 {
@@ -43,11 +42,17 @@ std::int64_t Playback::elapsed() const
     return std::chrono::duration_cast<std::chrono::milliseconds>(passed).count();
 }
 
+// 0: the alarm comes once.
+std::int64_t Playback::step_of(const ScriptedAlarm &alarm) const
+{
+    return alarm.every ? alarm.every : scene_.period;
+}
+
 std::int64_t Playback::count_due(const ScriptedAlarm &alarm, std::int64_t now) const
 {
     if (now < alarm.first)
         return 0;
-    const std::int64_t step = alarm.every ? alarm.every : scene_.period;
+    const std::int64_t step = step_of(alarm);
     return step ? (now - alarm.first) / step + 1 : 1;
 }
 
@@ -64,9 +69,17 @@ std::optional<std::array<std::uint32_t, 4>> Playback::take_alarm()
     return {};
 }
 
-std::optional<Tick> Playback::take_fd_tick()
+Moment Playback::alarm_due() const
 {
-    return take_tick(fd_, fd_interval_ms);
+    Moment due = Moment::max();
+    for (std::size_t i = 0; i < alarms_taken_.size(); ++i) {
+        const ScriptedAlarm &alarm = scene_.alarms[i];
+        const std::int64_t step = step_of(alarm);
+        const std::chrono::milliseconds time(alarm.first + alarms_taken_[i] * step);
+        if (step || alarms_taken_[i] == 0)
+            due = std::min(due, start_ + time);
+    }
+    return due;
 }
 
 std::optional<Tick> Playback::take_tick(Cursor &cursor, std::int64_t interval) const

@@ -2,6 +2,7 @@
 
 #include "platform/sim/entries.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdint>
@@ -80,6 +81,8 @@ struct Tick {
     bool new_round;    // the first one taken since the scene began or repeated
 };
 
+using Moment = std::chrono::steady_clock::time_point;
+
 // A scene being played. Everything is handed out once; what fell due while nobody asked is passed
 // over, but for the newest of its kind.
 class Playback
@@ -92,22 +95,42 @@ public:
 
     std::optional<std::array<std::uint32_t, 4>> take_alarm();
     std::optional<Tick> take_od_tick() { return take_tick(od_, scene_.od_interval); }
-    std::optional<Tick> take_fd_tick();
+    std::optional<Tick> take_fd_tick() { return take_tick(fd_, fd_interval); }
+
+    // When the next result of each kind falls due; Moment::max() while the scene shows nothing
+    // then.
+    Moment alarm_due() const;
+    Moment od_due() const { return tick_due(od_, scene_.od_interval, scene_.objects); }
+    Moment fd_due() const { return tick_due(fd_, fd_interval, scene_.faces); }
 
     std::vector<SceneObject> objects_at(std::int64_t time) const;
 
 private:
+    static constexpr std::int64_t fd_interval = 200;
+
     struct Cursor {
         std::int64_t next = 0;
         std::int64_t round = -1;
     };
 
     std::int64_t elapsed() const;
+    std::int64_t step_of(const ScriptedAlarm &alarm) const;
     std::int64_t count_due(const ScriptedAlarm &alarm, std::int64_t now) const;
     std::optional<Tick> take_tick(Cursor &cursor, std::int64_t interval) const;
 
+    template <class Script>
+    Moment tick_due(const Cursor &cursor, std::int64_t interval,
+                    const std::vector<Script> &scripts) const
+    {
+        const std::int64_t time = cursor.next * interval;
+        const std::int64_t of_period = scene_.period ? time % scene_.period : time;
+        const bool shown = std::ranges::any_of(
+            scripts, [=](const Script &script) { return script.shown.holds(of_period); });
+        return shown ? start_ + std::chrono::milliseconds(time) : Moment::max();
+    }
+
     Scene scene_;
-    std::chrono::steady_clock::time_point start_;
+    Moment start_;
     std::vector<std::int64_t> alarms_taken_; // per alarm of the scene
     Cursor od_;
     Cursor fd_;

@@ -18,9 +18,11 @@
 // library's area of that block fail with EINVAL, lack of memory with ENOMEM. Closing the library
 // closes the modules, closing the loader's device stops the co-processor.
 //
-// A read waits up to 10 ms for a result and returns 1 when there was none. cancel_data succeeds
-// only while a read of its module waits, and ends it; else it fails with EAGAIN. A read whose
-// module is stopped meanwhile fails with EPERM.
+// A read waits for a result: until the scene's next one for its module, when that falls due within
+// 100 ms, else 10 ms. It returns 1 when there was none, and at once when the scene has one for
+// another started module, so that a thread that reads one module after the other gets them all in
+// time. cancel_data succeeds only while a read of its module waits, and ends it; else it fails with
+// EAGAIN. A read whose module is stopped meanwhile fails with EPERM.
 //
 // A line beginning "sim: " on standard error tells each step of a module and each control record
 // with its blocks as accepted, and why something was refused.
