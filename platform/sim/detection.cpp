@@ -7,22 +7,15 @@ namespace
 {
 
 constexpr int grid_columns = 160;
-constexpr int grid_rows = 120;
-constexpr int grid_rows_wide = 90;
-constexpr int wide_aspect = 177; // 16:9, in hundredths
 
 constexpr std::uint32_t line_points = 2;
 
 enum Direction : std::int32_t { left_to_right = 1, right_to_left = 2 }; // else both ways
 
-int rows_of(Size frame)
-{
-    return 100 * frame.width / frame.height == wide_aspect ? grid_rows_wide : grid_rows;
-}
-
 Size in_cells(Size size, Size frame)
 {
-    return {size.width * grid_columns / frame.width, size.height * rows_of(frame) / frame.height};
+    const int grid_rows = is_wide(frame) ? 90 : 120;
+    return {size.width * grid_columns / frame.width, size.height * grid_rows / frame.height};
 }
 
 bool within(Size size, Size min, Size max)

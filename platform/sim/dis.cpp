@@ -6,18 +6,10 @@ namespace
 
 void print_control(const ne3_val_dis_ctrl &ctrl)
 {
-    Text()
-        .line("dis control")
-        .field("status", ctrl.status)
-        .field("localmot_det", ctrl.localmot_det)
-        .field("illumch_det", ctrl.illumch_det)
-        .field("edge_det", ctrl.edge_det)
-        .field("motpow_det", ctrl.motpow_det)
-        .field("mf_cutf", ctrl.mf_cutf)
-        .field("disValidCnt", ctrl.disValidCnt)
-        .field("frdiff_det", ctrl.frdiff_det)
-        .field("me_disable", ctrl.me_disable)
-        .print();
+    say("dis control status=%d localmot_det=%u illumch_det=%u edge_det=%u motpow_det=%u "
+        "mf_cutf=%u disValidCnt=%u frdiff_det=%u me_disable=%u",
+        ctrl.status, ctrl.localmot_det, ctrl.illumch_det, ctrl.edge_det, ctrl.motpow_det,
+        ctrl.mf_cutf, ctrl.disValidCnt, ctrl.frdiff_det, ctrl.me_disable);
 }
 
 } // namespace

@@ -44,50 +44,40 @@ bool copy_blocks(const FaceDetection::Areas &areas, SimFdControl &control)
            areas.windows.copy_attached(control.ctrl.windows, control.windows);
 }
 
-void print_mask(Text &text, const ne3_val_fd_mask &mask)
+// Row after row, as many as the frame has; a 1 is a watched cell.
+void add_mask(Line &line, const ne3_val_fd_mask &mask, Size frame)
 {
     constexpr std::size_t bits = 8;
-    constexpr std::size_t rows = sizeof mask.cells * bits / mask_columns;
-    for (std::size_t row = 0; row < rows; ++row) {
-        std::string cells;
-        for (std::size_t i = row * mask_columns; i < (row + 1) * mask_columns; ++i)
-            cells += mask.cells[i / bits] >> i % bits & 1 ? '1' : '0';
-        text.line("fd mask").add(cells);
-    }
+    const std::size_t cells = mask_columns * (is_wide(frame) ? 9 : 12);
+    line.add(" mask=");
+    for (std::size_t i = 0; i < cells; ++i)
+        line.add("%s%d", i && i % mask_columns == 0 ? "/" : "",
+                 mask.cells[i / bits] >> i % bits & 1);
 }
 
-void print_windows(Text &text, const ne3_val_fd_window_list &list, std::uint32_t window_bits)
+void add_windows(Line &line, const ne3_val_fd_window_list &list, std::uint32_t window_bits)
 {
     for (std::size_t i = 0; i < NE3_VAL_FD_WINDOWS; ++i) {
-        const ne3_val_fd_window &window = list.windows[i];
+        const auto &[x0, y0, x1, y1] = list.windows[i];
         if (window_bits >> i & 1)
-            text.line("fd window " + std::to_string(i))
-                .point(window.x0, window.y0)
-                .point(window.x1, window.y1);
+            line.add(" window%zu=(%u,%u)(%u,%u)", i, x0, y0, x1, y1);
     }
 }
 
-void print_control(const SimFdControl &control)
+void print_control(const SimFdControl &control, Size frame)
 {
     const ne3_val_fd_ctrl &ctrl = control.ctrl;
-    Text text;
-    text.line("fd control")
-        .field("flip", ctrl.flip)
-        .field("maskEnable", ctrl.maskEnable)
-        .field("almMtd", ctrl.almMtd)
-        .field("sizeChkMtd", ctrl.sizeChkMtd)
-        .field("faceTotal", ctrl.faceTotal)
-        .field("thresRatio", ctrl.thresRatio)
-        .field("angle", ctrl.angle)
-        .field("angleMtd", ctrl.angleMtd)
-        .field("minDetectionSize", ctrl.minDetectionSize)
-        .field("maxDetectionSize", ctrl.maxDetectionSize)
-        .bits("windowBits", ctrl.windowBits);
+    Line line;
+    line.add("fd control flip=%u maskEnable=%u almMtd=%u sizeChkMtd=%u faceTotal=%u thresRatio=%u "
+             "angle=%u angleMtd=%u minDetectionSize=%u maxDetectionSize=%u windowBits=0x%x",
+             ctrl.flip, ctrl.maskEnable, ctrl.almMtd, ctrl.sizeChkMtd, ctrl.faceTotal,
+             ctrl.thresRatio, ctrl.angle, ctrl.angleMtd, ctrl.minDetectionSize,
+             ctrl.maxDetectionSize, ctrl.windowBits);
     if (control.mask)
-        print_mask(text, *control.mask);
+        add_mask(line, *control.mask, frame);
     if (control.windows)
-        print_windows(text, *control.windows, ctrl.windowBits);
-    text.print();
+        add_windows(line, *control.windows, ctrl.windowBits);
+    line.print();
 }
 
 } // namespace
@@ -134,7 +124,7 @@ int ne3_val_fd_set_ctrl(const ne3_val_fd_ctrl *ctrl)
         SimFdControl control{*ctrl, {}, {}};
         if (!copy_blocks(*chip.fd.areas, control))
             return refuse(EINVAL);
-        print_control(control);
+        print_control(control, chip.playback.scene().frame);
         chip.fd.accepted = control;
         return 0;
     });

@@ -31,7 +31,7 @@ int Module::step(State from, State to, const char *what)
         return refuse(EPERM);
     if (state_ == to)
         return 0;
-    Text().line(name_).add(what).print();
+    say("%s %s", name_, what);
     state_ = to;
     wake_reads();
     return 0;
@@ -39,5 +39,5 @@ int Module::step(State from, State to, const char *what)
 
 void report_foreign_pointer(const char *block)
 {
-    Text().line(block).add("refused: the pointer is not the library's").print();
+    say("%s refused: the pointer is not the library's", block);
 }

@@ -3,7 +3,6 @@
 #include "platform/sim/text.h"
 
 #include <span>
-#include <string>
 #include <utility>
 
 namespace
@@ -74,101 +73,71 @@ bool copy_blocks(const ObjectDetection::Areas &areas, SimOdControl &control)
            areas.detMasks.copy_attached(ctrl.detMasks, control.detMasks);
 }
 
-Text &add_points(Text &text, std::span<const ne3_val_od_point> points)
+void add(Line &line, std::span<const ne3_val_od_point> points)
 {
-    for (const ne3_val_od_point &point : points)
-        text.point(point.x, point.y);
-    return text;
+    line.add(" ");
+    for (const auto &[x, y] : points)
+        line.add("(%d,%d)", x, y);
 }
 
-void print_polygons(Text &text, const std::string &name,
-                    std::span<const ne3_val_od_polygon> polygons)
+void add(Line &line, const char *name, std::span<const ne3_val_od_polygon> polygons)
 {
-    for (std::size_t i = 0; i < polygons.size(); ++i)
-        add_points(text.line(name + ' ' + std::to_string(i)), points_of(polygons[i]));
+    line.add(" %s=%zu", name, polygons.size());
+    for (const ne3_val_od_polygon &polygon : polygons)
+        add(line, points_of(polygon));
 }
 
-void print_masks(Text &text, const std::string &name, const std::optional<ne3_val_od_masks> &masks)
+void add(Line &line, const char *name, const std::optional<ne3_val_od_masks> &masks)
 {
-    if (!masks)
-        return;
-    text.line(name).field("maskNum", masks->maskNum);
-    print_polygons(text, name, first_of(masks->masks, masks->maskNum));
+    if (masks)
+        add(line, name, first_of(masks->masks, masks->maskNum));
 }
 
-void print_init(Text &text, const char *name, const std::optional<ne3_val_od_obj_init> &init)
+// The blocks of one kind of objects.
+void add(Line &line, const char *kind, const std::optional<ne3_val_od_obj_init> &init,
+         const char *value, const std::optional<ne3_val_od_obj_set> &set)
 {
     if (init)
-        text.line(name).field("maxObjNum", init->maxObjNum);
-}
-
-void print_set(Text &text, const char *name, const char *value_name,
-               const std::optional<ne3_val_od_obj_set> &set)
-{
+        line.add(" %s.maxObjNum=%u", kind, init->maxObjNum);
     if (set)
-        text.line(name)
-            .field(value_name, set->value)
-            .field("minSizeX", set->minSizeX)
-            .field("minSizeY", set->minSizeY)
-            .field("maxSizeX", set->maxSizeX)
-            .field("maxSizeY", set->maxSizeY);
+        line.add(" %s.%s=%d size=%ux%u..%ux%u", kind, value, set->value, set->minSizeX,
+                 set->minSizeY, set->maxSizeX, set->maxSizeY);
 }
 
-void print_filter(Text &text, std::size_t number, const ne3_val_od_filter &filter)
+void add(Line &line, const ne3_val_od_filter &filter)
 {
-    text.line("od vmf filter " + std::to_string(number)).field("event", filter.event);
-    add_points(text, points_of(filter))
-        .field("objMinSizeX", filter.objMinSizeX)
-        .field("objMinSizeY", filter.objMinSizeY)
-        .field("objMaxSizeX", filter.objMaxSizeX)
-        .field("objMaxSizeY", filter.objMaxSizeY)
-        .field("MinDv", filter.MinDv)
-        .field("MaxDv", filter.MaxDv)
-        .field("movingDirection", filter.movingDirection);
+    line.add(" filter event=%u", filter.event);
+    add(line, points_of(filter));
+    line.add(" size=%ux%u..%ux%u speed=%u..%u movingDirection=%d", filter.objMinSizeX,
+             filter.objMinSizeY, filter.objMaxSizeX, filter.objMaxSizeY, filter.MinDv, filter.MaxDv,
+             filter.movingDirection);
 }
 
-void print_combo(Text &text, const ne3_val_od_vmf &vmf)
+void add(Line &line, const ne3_val_od_vmf &vmf)
 {
-    text.line("od vmf combo filters");
-    for (const std::int32_t id : vmf.comboFilterIds)
-        text.add(std::to_string(id));
-    text.add("intervals");
-    for (const std::int32_t interval : vmf.comboIntervals)
-        text.add(std::to_string(interval));
-}
-
-void print_vmf(Text &text, const ne3_val_od_vmf &vmf)
-{
-    text.line("od vmf")
-        .field("filterNum", vmf.filterNum)
-        .field("alarmTime", vmf.alarmTime)
-        .field("ndAreaNum", vmf.ndAreaNum)
-        .field("comboValid", vmf.comboValid);
-    const auto filters = first_of(vmf.filters, vmf.filterNum);
-    for (std::size_t i = 0; i < filters.size(); ++i)
-        print_filter(text, i, filters[i]);
-    print_polygons(text, "od vmf ndArea", first_of(vmf.ndAreas, vmf.ndAreaNum));
+    line.add(" vmf alarmTime=%u filterNum=%u", vmf.alarmTime, vmf.filterNum);
+    for (const ne3_val_od_filter &filter : first_of(vmf.filters, vmf.filterNum))
+        add(line, filter);
+    add(line, "ndAreas", first_of(vmf.ndAreas, vmf.ndAreaNum));
+    const auto &ids = vmf.comboFilterIds;
     if (vmf.comboValid)
-        print_combo(text, vmf);
+        line.add(" combo=%d filters=%d,%d,%d intervals=%d,%d", vmf.comboValid, ids[0], ids[1],
+                 ids[2], vmf.comboIntervals[0], vmf.comboIntervals[1]);
 }
 
 void print_control(const SimOdControl &control)
 {
-    Text text;
-    text.line("od control")
-        .bits("flags", control.ctrl.flags)
-        .field("resolution", control.ctrl.resolution)
-        .field("interval", control.ctrl.interval)
-        .field("diffImgNum", control.ctrl.diffImgNum);
-    print_masks(text, "od nonDetMasks", control.nonDetMasks);
-    print_init(text, "od doInit", control.doInit);
-    print_set(text, "od doSet", "threshold", control.doSet);
-    print_init(text, "od soInit", control.soInit);
-    print_set(text, "od soSet", "time", control.soSet);
+    const ne3_val_od_ctrl &ctrl = control.ctrl;
+    Line line;
+    line.add("od control flags=0x%x resolution=%u interval=%u diffImgNum=%d", ctrl.flags,
+             ctrl.resolution, ctrl.interval, ctrl.diffImgNum);
+    add(line, "nonDetMasks", control.nonDetMasks);
+    add(line, "detMasks", control.detMasks);
+    add(line, "dynamic", control.doInit, "threshold", control.doSet);
+    add(line, "static", control.soInit, "time", control.soSet);
     if (control.vmf)
-        print_vmf(text, *control.vmf);
-    print_masks(text, "od detMasks", control.detMasks);
-    text.print();
+        add(line, *control.vmf);
+    line.print();
 }
 
 } // namespace

@@ -213,10 +213,10 @@ std::optional<Scene> read_scene(const std::string &path, bool &clean)
         if (read_line(text, scene))
             continue;
         clean = false;
-        Text().line(path + ':' + std::to_string(number) + ": not understood:").add(text).print();
+        say("%s:%d: not understood: %s", path.c_str(), number, text.c_str());
     }
     if (file.eof())
         return scene;
-    Text().line(path + ": cannot be read").print();
+    say("%s: cannot be read", path.c_str());
     return {};
 }

@@ -24,6 +24,11 @@ struct Size {
     std::int32_t height;
 };
 
+inline bool is_wide(Size frame)
+{
+    return 100 * frame.width / frame.height == 177; // 16:9, in hundredths
+}
+
 struct Point {
     std::int32_t x; // pixels
     std::int32_t y;

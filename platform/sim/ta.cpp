@@ -25,20 +25,12 @@ std::optional<ne3_val_ta_result> scripted_alarm(Playback &playback)
 
 void print_control(const ne3_val_ta_ctrl &ctrl)
 {
-    Text()
-        .line("ta control")
-        .field("dfAlarmMethod", ctrl.dfAlarmMethod)
-        .field("dfAlarmTime", ctrl.dfAlarmTime)
-        .field("gcRegionSens", ctrl.gcRegionSens)
-        .field("gcAreaRate", ctrl.gcAreaRate)
-        .field("gcWaitTime", ctrl.gcWaitTime)
-        .field("gcAlarmShape", ctrl.gcAlarmShape)
-        .field("dfThreshold", ctrl.dfThreshold)
-        .field("dfPixelRate", ctrl.dfPixelRate)
-        .field("dfAreaRate", ctrl.dfAreaRate)
-        .field("dfRepeatTh", ctrl.dfRepeatTh)
-        .field("dfAlarmShape", ctrl.dfAlarmShape)
-        .print();
+    say("ta control dfAlarmMethod=%u dfAlarmTime=%u gcRegionSens=%u gcAreaRate=%u gcWaitTime=%u "
+        "gcAlarmShape=%u dfThreshold=%u dfPixelRate=%u dfAreaRate=%u dfRepeatTh=%u "
+        "dfAlarmShape=%u",
+        ctrl.dfAlarmMethod, ctrl.dfAlarmTime, ctrl.gcRegionSens, ctrl.gcAreaRate, ctrl.gcWaitTime,
+        ctrl.gcAlarmShape, ctrl.dfThreshold, ctrl.dfPixelRate, ctrl.dfAreaRate, ctrl.dfRepeatTh,
+        ctrl.dfAlarmShape);
 }
 
 } // namespace

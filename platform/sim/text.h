@@ -1,27 +1,26 @@
 #pragma once
 
-#include <cstdint>
-#include <string>
-#include <string_view>
+#include <array>
+#include <cstdarg>
+#include <cstddef>
 
-// Lines of the stand-in for standard error, each beginning "sim: " and written at once, so that
-// those of two threads do not mix.
-
-// One line, without the line end; what goes beyond 4 KiB is cut off.
-[[gnu::format(printf, 1, 2)]] void say(const char *format, ...);
-
-class Text
+// A line of the stand-in for standard error. It begins with "sim: "; what goes beyond 4 KiB is cut
+// off.
+class Line
 {
 public:
-    Text &line(std::string_view start);
-    Text &add(std::string_view words);
-    Text &field(std::string_view name, std::int64_t value);
-    Text &bits(std::string_view name, std::uint32_t value); // in hexadecimal
-    Text &point(std::int64_t x, std::int64_t y);
+    Line() { add("sim: "); }
 
-    // All lines in one write, so that those of two threads do not mix.
+    [[gnu::format(printf, 2, 3)]] void add(const char *format, ...);
+    void add_list(const char *format, va_list arguments);
+
+    // In one write, so that the lines of two threads do not mix.
     void print();
 
 private:
-    std::string text_;
+    std::array<char, 4096> text_;
+    std::size_t length_ = 0;
 };
+
+// Prints a whole line.
+[[gnu::format(printf, 1, 2)]] void say(const char *format, ...);
