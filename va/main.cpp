@@ -1,5 +1,5 @@
 #include "va/options.h"
-#include "va/paths.h"
+#include "va/pid_file.h"
 #include "va/process.h"
 #include "va/va.h"
 #include "va/va_proc.h"
@@ -9,7 +9,6 @@
 
 #include <pthread.h>
 #include <syslog.h>
-#include <unistd.h>
 
 namespace
 {
@@ -52,7 +51,7 @@ int main(int argc, char **argv)
     va_parse_arg(argc, argv);
     if (va_init(&context) == 0)
         run(&context);
-    unlink(va_pid_path);
+    remove_own_pid_file();
     syslog(LOG_ERR, "Application quit.");
     return 0;
 }

@@ -1,7 +1,7 @@
 #include "va/options.h"
 
 #include "conf/conf_analytics.h"
-#include "va/process.h"
+#include "va/pid_file.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -2,7 +2,6 @@
 
 const char va_run_dir[] = VA_RUN_DIR;
 const char va_pid_path[] = VA_RUN_DIR "/pid";
-const char va_kill_command[] = "cat " VA_RUN_DIR "/pid | xargs kill ";
 const char va_ctrl_path[] = VA_RUN_DIR "/ctrl";
 const char va_od_path[] = VA_RUN_DIR "/od";
 const char va_vmf_path[] = VA_RUN_DIR "/vmf";
