@@ -118,8 +118,28 @@ bool remove_stale_file()
     return removed;
 }
 
+// file_printf() follows links and leaves the mode to the umask. So a regular file, which only its
+// owner may write, is seen to beforehand. Returns false when something else is in the way.
+bool prepare_pid_file()
+{
+    constexpr mode_t not_writable_for_others = 0755;
+    const Fd file(
+        open(va_pid_path, O_RDONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0644));
+    if (!file && errno != ELOOP)
+        return true; // file_printf() will fail, and say so
+    struct stat status;
+    if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        syslog(LOG_ERR, "%s is no regular file: no PID file is written.", va_pid_path);
+        return false;
+    }
+    fchmod(file.get(), status.st_mode & not_writable_for_others);
+    return true;
+}
+
 int write_pid_file()
 {
+    if (!prepare_pid_file())
+        return -1;
     const int result = file_printf(va_pid_path, "%d", getpid());
     pid_file_written = result == 0;
     return result;
