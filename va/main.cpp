@@ -25,12 +25,23 @@ void start_processing_thread(VaContext *context)
         context->threadEnded = 1;
 }
 
+// Without either of its events the loop would go on unseen: results stay in the buffers, or a stop
+// request that came before it is lost.
+bool prepare_loop()
+{
+    return add_timer_event(loop_wait_ms, EVENT_ENABLED, null_timer, nullptr) &&
+           add_always_event(EVENT_ONESHOT, stop_if_requested, nullptr);
+}
+
 void run(VaContext *context)
 {
     start_processing_thread(context);
-    add_timer_event(loop_wait_ms, EVENT_ENABLED, null_timer, nullptr);
-    add_always_event(EVENT_ONESHOT, stop_if_requested, nullptr);
-    event_loop(0);
+    if (prepare_loop()) {
+        event_loop(0);
+    } else {
+        syslog(LOG_ERR, "Can't add the timer of the event loop.");
+        terminate = 1; // ends the processing thread, for which va_stop() waits
+    }
     va_stop(context);
 }
 
