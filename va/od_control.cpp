@@ -168,6 +168,7 @@ ne3_val_od_vmf od_vmf(const ODVmfParamConf &conf, const OdFrame &frame)
         block.ndAreas[i] = polygon(conf.ndAreas[i], frame);
     block.comboValid = conf.comboValid;
     std::ranges::copy(conf.comboFilterIds, block.comboFilterIds);
+    std::ranges::copy(conf.reserved, block.reserved);
     std::ranges::copy(conf.comboIntervals, block.comboIntervals);
     return block;
 }
