@@ -43,7 +43,9 @@ void read_settings(Record &record, const Setting<Record> (&settings)[Count])
              }));
 }
 
-void read_mask(ODMaskConf &mask, const EdgeKeys &keys, int n)
+// `Mask` is either record of a mask window.
+template <class Mask>
+void read_mask(Mask &mask, const EdgeKeys &keys, int n)
 {
     RecordReader store;
     mask = {};

@@ -25,8 +25,14 @@ struct ODMaskConf {
 };
 static_assert(sizeof(ODMaskConf) == 76);
 
-// A window to which detection is limited.
-using ODDetMaskConf = ODMaskConf;
+// A window to which detection is limited; otherwise like the above.
+struct ODDetMaskConf {
+    std::int32_t valid;
+    std::int32_t index;
+    std::int32_t pointNum;
+    ConfPoint points[CONF_POLYGON_POINTS];
+};
+static_assert(sizeof(ODDetMaskConf) == 76);
 
 // Dynamic (moving) objects.
 struct ODDoParamInitConf {

@@ -33,6 +33,7 @@ OdWorking od_working(const ODCtrlConf &conf, const OdFrame &frame);
 
 // The valid windows, packed in window order.
 ne3_val_od_masks od_masks(std::span<const ODMaskConf> windows, const OdFrame &frame);
+ne3_val_od_masks od_masks(std::span<const ODDetMaskConf> windows, const OdFrame &frame);
 
 // A set block and whether its values can be sent as they are.
 struct OdObjectSet {
