@@ -98,7 +98,7 @@ TEST(Conf, EveryFieldHasItsKeyAndDefault)
 TEST(Conf, ComparisonsSeeTheWholeRecordAndNoMore)
 {
     // clang-format off
-    const std::pair<RecordComparison *, std::size_t> cases[] = {
+    const std::pair<int (*)(const void *, const void *), std::size_t> cases[] = {
         {conf_compareDynamicParamConf, 8}, {conf_compareNetworkQosConf, 20},
         {conf_compareImageRotateConf, 12}, {conf_compareAccountConf, 2048},
         {conf_compareGb28181, 1036}, {conf_compareAudioExConf, 8}, {conf_compareH264ConfEx, 24},
