@@ -1,6 +1,7 @@
 #include "va/options.h"
 #include "va/pid_file.h"
 #include "va/process.h"
+#include "va/run_dir.h"
 #include "va/va.h"
 #include "va/va_proc.h"
 
@@ -58,6 +59,7 @@ int main(int argc, char **argv)
     std::signal(SIGINT, sig1_handler);
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGTERM, sig1_handler);
+    check_run_dir();
     create_pid_file();
     va_parse_arg(argc, argv);
     if (va_init(&context) == 0)
