@@ -9,8 +9,6 @@ namespace
 
 constexpr std::int32_t highest_rate = 15; // detections per second
 
-// Products of settings that nothing has range-checked stay exact in 64 bits; the quotient is cut to
-// the field it goes into.
 std::int64_t scale(std::int64_t value, std::int32_t factor, std::int32_t divisor)
 {
     return value * factor / divisor;

@@ -9,7 +9,8 @@
 
 // Translation of the object-detection settings into the library's blocks: pure functions. Settings
 // are in ten-thousandths of the frame (points) or in pixels (sizes); blocks hold sensor pixels
-// (points) and cells of the detection grid (sizes).
+// (points) and cells of the detection grid (sizes). Products of settings that nothing has
+// range-checked are exact in 64 bits; the quotient is cut to the field it goes into.
 
 struct OdFrame {
     std::int32_t width; // pixels, above 0
