@@ -1,10 +1,8 @@
 #include "va/va_fd.h"
 
-#include "va/cancel.h"
 #include "va/fd_control.h"
-#include "va/log_failure.h"
+#include "va/module.h"
 #include "va/options.h"
-#include "va/relay.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -128,12 +126,12 @@ int va_fd_set_ctrl(VaContext *context)
 {
     ne3_val_fd_ctrl fdCtrlPrm{};
     if (ne3_val_fd_get_ctrl(&fdCtrlPrm) == -1)
-        return log_failure("ne3_val_fd_get_ctrl fail. errno = %X");
+        return log_failure("ne3_val_fd_get_ctrl fail. errno = ");
     std::printf("==> old fd thresRatio = %d\n", fdCtrlPrm.thresRatio);
     std::uint16_t count = 0;
     ne3_val_fd_area_data *fdAreaDataMem = nullptr;
     if (ne3_val_fd_get_area_data_mem(&count, &fdAreaDataMem) == -1)
-        return log_failure("fd_get_area_data_mem failed. errno = %X");
+        return log_failure("fd_get_area_data_mem failed. errno = ");
     fd_apply_settings(context->fdCtrl, fdCtrlPrm);
     std::printf("==>fd thresRatio=%d\n", fdCtrlPrm.thresRatio);
     set_watch_mask(*context, static_cast<ne3_val_fd_mask *>(fdAreaDataMem->mask.address),
@@ -141,7 +139,7 @@ int va_fd_set_ctrl(VaContext *context)
     set_detection_windows(
         *context, static_cast<ne3_val_fd_window_list *>(fdAreaDataMem->windows.address), fdCtrlPrm);
     if (ne3_val_fd_set_ctrl(&fdCtrlPrm) == -1)
-        return log_failure("ne3_val_fd_set_ctrl fail. errno = %X");
+        return log_failure("ne3_val_fd_set_ctrl fail. errno = ");
     return 0;
 }
 

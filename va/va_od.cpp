@@ -1,11 +1,8 @@
 #include "va/va_od.h"
 
-#include "va/cancel.h"
-#include "va/log_failure.h"
+#include "va/module.h"
 #include "va/od_control.h"
 #include "va/options.h"
-#include "va/refresh.h"
-#include "va/relay.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -212,10 +209,10 @@ int va_od_set_ctrl(VaContext *context)
     std::uint16_t count = 0;
     ne3_val_od_area_table *areas = nullptr;
     if (ne3_val_od_get_area_data_mem(&count, &areas) == -1)
-        return log_failure("ne3_val_od_get_area_data_mem failed. errno = %X\n");
+        return log_failure("ne3_val_od_get_area_data_mem failed. errno = ", "\n");
     ne3_val_od_ctrl ctrl{};
     if (ne3_val_od_get_ctrl(&ctrl) == -1)
-        return log_failure("ne3_val_od_get_ctrl fail. errno=%X");
+        return log_failure("ne3_val_od_get_ctrl fail. errno=");
     std::printf("od old prm: resolution=%d,interval=%d,diffImgNum=%ld\n", ctrl.resolution,
                 ctrl.interval, static_cast<long>(ctrl.diffImgNum));
 
@@ -233,7 +230,7 @@ int va_od_set_ctrl(VaContext *context)
     ctrl.soSet = set_static(context->odSoParamSet, frame, areas->soSet);
     ctrl.vmf = set_vmf(context->odVmfParam, frame, areas->vmf);
     if (ne3_val_od_set_ctrl(&ctrl) == -1)
-        return log_failure("ne3_val_od_set_ctrl fail. errno = %X");
+        return log_failure("ne3_val_od_set_ctrl fail. errno = ");
     return 0;
 }
 

@@ -1,10 +1,8 @@
 #include "va/va_ta.h"
 
-#include "va/cancel.h"
+#include "va/module.h"
 #include "va/options.h"
-#include "va/refresh.h"
 
-#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 
@@ -60,15 +58,11 @@ int va_ta_init(VaContext *context)
 int va_ta_set_ctrl(VaContext *context)
 {
     ne3_val_ta_ctrl taCtrlPrm{};
-    if (ne3_val_ta_get_ctrl_ex(&taCtrlPrm, ctrl_prm) == -1) {
-        syslog(LOG_ERR, "ne3_val_ta_get_ctrl fail. errno = %X", static_cast<unsigned>(errno));
-        return -1;
-    }
+    if (ne3_val_ta_get_ctrl_ex(&taCtrlPrm, ctrl_prm) == -1)
+        return log_failure("ne3_val_ta_get_ctrl fail. errno = ");
     apply(context->taCtrl, taCtrlPrm);
-    if (ne3_val_ta_set_ctrl_ex(&taCtrlPrm, ctrl_prm) == -1) {
-        syslog(LOG_ERR, "ne3_val_ta_set_ctrls fail. errno = %X", static_cast<unsigned>(errno));
-        return -1;
-    }
+    if (ne3_val_ta_set_ctrl_ex(&taCtrlPrm, ctrl_prm) == -1)
+        return log_failure("ne3_val_ta_set_ctrls fail. errno = ");
     return 0;
 }
 

@@ -3,13 +3,13 @@
 #include "platform/ne3_val.h"
 #include "util/util.h"
 #include "va/firmware.h"
-#include "va/open_file.h"
 #include "va/paths.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 
 #include <strings.h>
 #include <syslog.h>
@@ -22,6 +22,17 @@ constexpr VanaConfigFile config_files[] = {
     {"imx140", va_work_data_1080p_path},
     {"imx140la", va_work_data_1080p_path},
 };
+
+struct CloseFile {
+    void operator()(std::FILE *file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
+// Null when it cannot be opened.
+File open_file(const char *path)
+{
+    return File(std::fopen(path, "rbe"));
+}
 
 struct Area {
     void *address;
@@ -97,7 +108,7 @@ int load_images(const char *work_data, const vanaMemInfo &info)
 }
 
 // Logs what failed and the loader's code in errno, each line ended by `end`. Returns -1.
-int log_failure(const char *what, const char *end)
+int log_loader_failure(const char *what, const char *end)
 {
     const auto code = static_cast<unsigned>(errno);
     syslog(LOG_ERR, "%s%s", what, end);
@@ -107,16 +118,17 @@ int log_failure(const char *what, const char *end)
 
 int cancel_transfer()
 {
-    return ne3_cl_cpu3_xfer_cancel() == -1 ? log_failure("vanafw transfer cancel failed.", "\n")
-                                           : 0;
+    return ne3_cl_cpu3_xfer_cancel() == -1
+               ? log_loader_failure("vanafw transfer cancel failed.", "\n")
+               : 0;
 }
 
 int start_cpu()
 {
     if (ne3_cl_cpu3_xfer_complete() == -1) {
-        log_failure("vanafw transfer failed.", "\n");
+        log_loader_failure("vanafw transfer failed.", "\n");
     } else if (ne3_cl_cpu3_boot() == -1) {
-        log_failure("vanafw boot failed.", "\n");
+        log_loader_failure("vanafw boot failed.", "\n");
     } else {
         return 0;
     }
@@ -151,7 +163,7 @@ int va_vana_boot(VaContext *context)
     }
     vanaMemInfo info{};
     if (ne3_cl_cpu3_get_memory_info(&info) == -1)
-        return log_failure("Failed to get vana memory info.", "");
+        return log_loader_failure("Failed to get vana memory info.", "");
     dump_vana_meminfo(&info);
     return load_images(work_data, info) == 0 ? start_cpu() : -1;
 }
@@ -202,7 +214,7 @@ int va_vana_quit(VaContext *context)
 int va_vana_shutdown(VaContext *)
 {
     if (ne3_cl_cpu3_shutdown() == -1)
-        return log_failure("vanafw shutdown failed.", "\n");
+        return log_loader_failure("vanafw shutdown failed.", "\n");
     return cancel_transfer();
 }
 
