@@ -1,9 +1,10 @@
 #include "va/fd_control.h"
 
 #include "conf/conf.h"
-#include "va/va_fd.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <iterator>
 
 namespace
 {
@@ -16,6 +17,29 @@ constexpr int mask_rows(bool wide)
 {
     return wide ? 9 : 12;
 }
+
+struct WatchFrame {
+    std::int32_t width;
+    std::int32_t height;
+    std::int32_t minX;
+    std::int32_t minY;
+    std::int32_t maxX;
+    std::int32_t maxY;
+};
+
+constexpr WatchFrame watch_frames[] = {
+    {2736, 2200, 88, 140, 2648, 2060}, //
+    {2248, 2048, 4, 184, 2244, 1864},  //
+    {2048, 1536, 64, 48, 1984, 1488},  //
+    {1920, 1440, 0, 0, 1920, 1440},    //
+    {1280, 1024, 0, 32, 1280, 992},    //
+    {1280, 960, 0, 0, 1280, 960},      //
+    {800, 600, 0, 0, 800, 600},        //
+    {720, 480, 0, 0, 720, 480},        //
+    {720, 576, 0, 0, 720, 576},        //
+    {1920, 1080, 0, 0, 1920, 1080},    //
+    {1280, 720, 0, 0, 1280, 720},      //
+};
 
 constexpr std::int32_t unset = -1;
 
@@ -100,6 +124,24 @@ ne3_val_fd_mask fd_watch_mask(std::span<const VaFdWindow> windows, bool wide)
 std::size_t fd_watch_mask_size(bool wide)
 {
     return static_cast<std::size_t>(mask_columns * mask_rows(wide) / bits_per_byte);
+}
+
+int va_fd_watchframe_checkRange(std::int32_t *x0, std::int32_t *y0, std::int32_t *x1,
+                                std::int32_t *y1, std::int32_t width, std::int32_t height)
+{
+    const auto frame = std::ranges::find_if(watch_frames, [=](const WatchFrame &row) {
+        return row.width == width && row.height == height;
+    });
+    if (frame == std::end(watch_frames)) {
+        std::printf("%s: input resolution is incorrect(%dx%d).\n", "va_fd_watchframe_checkRange",
+                    width, height);
+        return -1;
+    }
+    *x0 = std::max(*x0, frame->minX);
+    *y0 = std::max(*y0, frame->minY);
+    *x1 = std::min(*x1, frame->maxX);
+    *y1 = std::min(*y1, frame->maxY);
+    return 0;
 }
 
 FdDetection fd_detection(std::span<const VaFdWindow, VA_FD_DETECT_WINDOWS> windows,

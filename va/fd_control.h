@@ -25,6 +25,12 @@ bool fd_any_enabled(std::span<const VaFdWindow> windows);
 ne3_val_fd_mask fd_watch_mask(std::span<const VaFdWindow> windows, bool wide);
 std::size_t fd_watch_mask_size(bool wide);
 
+// Clamps a rectangle (pixels) to the part of a W x H frame in which detection windows may lie; one
+// wholly outside comes out empty or inverted. Returns 0, or -1 after a line on standard output when
+// the frame size is not known; the rectangle is then untouched.
+int va_fd_watchframe_checkRange(std::int32_t *x0, std::int32_t *y0, std::int32_t *x1,
+                                std::int32_t *y1, std::int32_t width, std::int32_t height);
+
 struct FdDetection {
     ne3_val_fd_window_list list; // entries not sent are zero
     std::uint32_t bits;          // bit k: entry k is sent

@@ -4,7 +4,6 @@
 #include "va/module.h"
 #include "va/options.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <span>
@@ -15,29 +14,6 @@ namespace
 {
 
 constexpr int configured_windows = 30;
-
-struct WatchFrame {
-    std::int32_t width;
-    std::int32_t height;
-    std::int32_t minX;
-    std::int32_t minY;
-    std::int32_t maxX;
-    std::int32_t maxY;
-};
-
-constexpr WatchFrame watch_frames[] = {
-    {2736, 2200, 88, 140, 2648, 2060}, //
-    {2248, 2048, 4, 184, 2244, 1864},  //
-    {2048, 1536, 64, 48, 1984, 1488},  //
-    {1920, 1440, 0, 0, 1920, 1440},    //
-    {1280, 1024, 0, 32, 1280, 992},    //
-    {1280, 960, 0, 0, 1280, 960},      //
-    {800, 600, 0, 0, 800, 600},        //
-    {720, 480, 0, 0, 720, 480},        //
-    {720, 576, 0, 0, 720, 576},        //
-    {1920, 1080, 0, 0, 1920, 1080},    //
-    {1280, 720, 0, 0, 1280, 720},      //
-};
 
 // Fills slots in order until none is left.
 class Slots
@@ -140,24 +116,6 @@ int va_fd_set_ctrl(VaContext *context)
         *context, static_cast<ne3_val_fd_window_list *>(fdAreaDataMem->windows.address), fdCtrlPrm);
     if (ne3_val_fd_set_ctrl(&fdCtrlPrm) == -1)
         return log_failure("ne3_val_fd_set_ctrl fail. errno = ");
-    return 0;
-}
-
-int va_fd_watchframe_checkRange(std::int32_t *x0, std::int32_t *y0, std::int32_t *x1,
-                                std::int32_t *y1, std::int32_t width, std::int32_t height)
-{
-    const auto frame = std::ranges::find_if(watch_frames, [=](const WatchFrame &row) {
-        return row.width == width && row.height == height;
-    });
-    if (frame == std::end(watch_frames)) {
-        std::printf("%s: input resolution is incorrect(%dx%d).\n", "va_fd_watchframe_checkRange",
-                    width, height);
-        return -1;
-    }
-    *x0 = std::max(*x0, frame->minX);
-    *y0 = std::max(*y0, frame->minY);
-    *x1 = std::min(*x1, frame->maxX);
-    *y1 = std::min(*y1, frame->maxY);
     return 0;
 }
 

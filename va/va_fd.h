@@ -19,12 +19,6 @@ int va_fd_init(VaContext *context);
 // Hands the settings to the library. Returns 0, or -1 after a log line.
 int va_fd_set_ctrl(VaContext *context);
 
-// Clamps a rectangle (pixels) to the part of a W x H frame in which detection windows may lie; one
-// wholly outside comes out empty or inverted. Returns 0, or -1 after a line on standard output when
-// the frame size is not known; the rectangle is then untouched.
-int va_fd_watchframe_checkRange(std::int32_t *x0, std::int32_t *y0, std::int32_t *x1,
-                                std::int32_t *y1, std::int32_t width, std::int32_t height);
-
 // Does nothing and returns 0: the settings are read at start only.
 int va_fd_updateConfig(VaContext *context);
 
