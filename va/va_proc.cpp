@@ -48,8 +48,8 @@ void reconfigure(VaContext *context)
 }
 
 template <class Result>
-Poll poll_module(VaContext *context, int (*get_data)(int, Result *), Result &result,
-                 int (*relay)(VaContext *, const Result *), const char *failure)
+Poll poll_module(VaContext *context, int (*get_data)(int, Result *), const char *name,
+                 Result &result, int (*relay)(VaContext *, const Result *))
 {
     switch (get_data(read_prm, &result)) {
     case 0:
@@ -57,31 +57,53 @@ Poll poll_module(VaContext *context, int (*get_data)(int, Result *), Result &res
         return Poll::result;
     case -1:
         if (errno != NE3_VAL_ERR_CANCEL)
-            syslog(LOG_ERR, "%s", failure);
+            syslog(LOG_ERR, "%s failed.\n", name);
         return Poll::end;
     default:
         return Poll::nothing;
     }
 }
 
+Poll poll_od(VaContext *context, Results &results)
+{
+    return poll_module(context, ne3_val_od_get_data, "ne3_val_od_get_data", results.od,
+                       va_od_processData);
+}
+
+Poll poll_ta(VaContext *context, Results &results)
+{
+    return poll_module(context, ne3_val_ta_get_data, "ne3_val_ta_get_data", results.ta,
+                       va_ta_processData);
+}
+
+Poll poll_fd(VaContext *context, Results &results)
+{
+    return poll_module(context, ne3_val_fd_get_data, "ne3_val_fd_get_data", results.fd,
+                       va_fd_processData);
+}
+
+// In the order of a pass.
+constexpr struct {
+    std::int32_t VaContext::*enabled;
+    Poll (*poll)(VaContext *, Results &);
+} polled_modules[] = {
+    {&VaContext::odEnable, poll_od},
+    {&VaContext::taEnable, poll_ta},
+    {&VaContext::fdEnable, poll_fd},
+};
+
 // Each enabled module once.
 Poll poll_modules(VaContext *context, Results &results)
 {
     Poll pass = Poll::nothing;
-    const auto note = [&](Poll poll) {
-        if (poll != Poll::nothing)
-            pass = poll;
-        return poll != Poll::end;
-    };
-    if (context->odEnable && !note(poll_module(context, ne3_val_od_get_data, results.od,
-                                               va_od_processData, "ne3_val_od_get_data failed.\n")))
-        return Poll::end;
-    if (context->taEnable && !note(poll_module(context, ne3_val_ta_get_data, results.ta,
-                                               va_ta_processData, "ne3_val_ta_get_data failed.\n")))
-        return Poll::end;
-    if (context->fdEnable)
-        note(poll_module(context, ne3_val_fd_get_data, results.fd, va_fd_processData,
-                         "ne3_val_fd_get_data failed.\n"));
+    for (const auto &module : polled_modules) {
+        const Poll outcome =
+            context->*module.enabled ? module.poll(context, results) : Poll::nothing;
+        if (outcome == Poll::end)
+            return Poll::end;
+        if (outcome == Poll::result)
+            pass = Poll::result;
+    }
     return pass;
 }
 
