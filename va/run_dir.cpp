@@ -1,6 +1,7 @@
 #include "va/run_dir.h"
 
 #include "va/paths.h"
+#include "va/streams.h"
 
 #include <cerrno>
 #include <cstring>
@@ -12,17 +13,6 @@
 
 namespace
 {
-
-struct Entry {
-    const char *path;
-    mode_t kind;
-};
-
-constexpr Entry entries[] = {
-    {va_run_dir, S_IFDIR},  {va_pid_path, S_IFREG},  {va_ctrl_path, S_IFIFO},
-    {va_od_path, S_IFSOCK}, {va_vmf_path, S_IFSOCK}, {va_fd_path, S_IFSOCK},
-    {va_ta_path, S_IFSOCK},
-};
 
 // Null when there is nothing wrong.
 const char *fault(const struct stat &status, mode_t kind)
@@ -36,15 +26,20 @@ const char *fault(const struct stat &status, mode_t kind)
     return status.st_mode & S_IWOTH ? "is writable for others" : nullptr;
 }
 
+// A sentence; empty when there is nothing wrong, or nothing at all.
+std::string fault_of(const char *path, mode_t kind)
+{
+    struct stat status;
+    const char *const found = lstat(path, &status) == 0 ? fault(status, kind) : nullptr;
+    return found ? std::string(path) + " " + found + ". " : "";
+}
+
 std::string all_faults()
 {
-    std::string faults;
-    for (const auto &[path, kind] : entries) {
-        struct stat status;
-        const char *const found = lstat(path, &status) == 0 ? fault(status, kind) : nullptr;
-        if (found)
-            faults += std::string(faults.empty() ? "" : ", ") + path + " " + found;
-    }
+    std::string faults = fault_of(va_run_dir, S_IFDIR) + fault_of(va_pid_path, S_IFREG) +
+                         fault_of(va_ctrl_path, S_IFIFO);
+    for (const VaStream &stream : va_streams)
+        faults += fault_of(stream.path, S_IFSOCK);
     return faults;
 }
 
@@ -54,15 +49,14 @@ void check_run_dir()
 {
     if (access(va_run_dir, F_OK) != 0) {
         syslog(LOG_ERR,
-               "%s: %s. So there is no PID file, and no hand-over from one instance to the next. "
-               "Make the directory before va starts.",
+               "%s: %s. There is no PID file, and no hand-over from one instance to the next. Make "
+               "the directory before va starts.",
                va_run_dir, std::strerror(errno));
         return;
     }
     const std::string faults = all_faults();
     if (!faults.empty())
         syslog(LOG_ERR,
-               "Unsafe: %s. Make %s anew before va starts: owned by its user, not writable for "
-               "others.",
+               "%sMake %s anew before va starts: owned by the user of va, not writable for others.",
                faults.c_str(), va_run_dir);
 }

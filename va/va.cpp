@@ -2,6 +2,7 @@
 
 #include "util/util.h"
 #include "va/paths.h"
+#include "va/streams.h"
 #include "va/va_dis.h"
 #include "va/va_fd.h"
 #include "va/va_od.h"
@@ -15,10 +16,6 @@
 
 namespace
 {
-
-// Bytes a client may have outstanding: some fifty alarms, or one result of up to 1638 objects.
-constexpr std::uint32_t client_buffer_size = 1024;
-constexpr std::uint32_t od_client_buffer_size = 65536;
 
 bool is_wide(const SensorConfig &sensor)
 {
@@ -47,14 +44,10 @@ void read_settings(VaContext *context)
 
 void create_result_servers(VaContext *context)
 {
-    if (context->odEnable) {
-        sck_svr_init(&context->odServer, va_od_path, od_client_buffer_size);
-        sck_svr_init(&context->vmfServer, va_vmf_path, client_buffer_size);
+    for (const VaStream &stream : va_streams) {
+        if (context->*stream.enabled)
+            sck_svr_init(&(context->*stream.server), stream.path, stream.client_buffer);
     }
-    if (context->fdEnable)
-        sck_svr_init(&context->fdServer, va_fd_path, client_buffer_size);
-    if (context->taEnable)
-        sck_svr_init(&context->taServer, va_ta_path, client_buffer_size);
 }
 
 int start_control_server(VaContext *context)
