@@ -113,6 +113,12 @@ int conf_getSensorConfig(SensorConfig *conf)
     return 0;
 }
 
+std::int32_t conf_isWideAspect(std::int32_t width, std::int32_t height)
+{
+    constexpr std::int32_t aspect_16_9 = 177; // in hundredths, cut
+    return height != 0 && 100 * width / height == aspect_16_9;
+}
+
 int conf_compareSensorConfig(const SensorConfig *a, const SensorConfig *b)
 {
     if (const int order = strcasecmp(a->sensor, b->sensor))

@@ -33,6 +33,9 @@ static_assert(sizeof(void *) != 4 || sizeof(FrameBufferConf) == 56);
 // untouched).
 int conf_getSensorConfig(SensorConfig *conf);
 
+// 1 when a frame of that size, in pixels, counts as 16:9, else 0, also where a side is 0.
+std::int32_t conf_isWideAspect(std::int32_t width, std::int32_t height);
+
 // 0 when names, frame rate, video standard and frame size agree; `anyStandard` does not count.
 int conf_compareSensorConfig(const SensorConfig *a, const SensorConfig *b);
 

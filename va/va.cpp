@@ -17,12 +17,6 @@
 namespace
 {
 
-bool is_wide(const SensorConfig &sensor)
-{
-    constexpr std::int32_t aspect_16_9 = 177; // in hundredths, cut
-    return sensor.height != 0 && 100 * sensor.width / sensor.height == aspect_16_9;
-}
-
 int boot(VaContext *context)
 {
     if (va_vana_boot(context) == 0)
@@ -69,7 +63,7 @@ int va_init(VaContext *context)
 {
     dir_create(va_run_dir);
     conf_getSensorConfig(&context->sensorConf);
-    context->wideAspect = is_wide(context->sensorConf);
+    context->wideAspect = conf_isWideAspect(context->sensorConf.width, context->sensorConf.height);
     if (va_cl_init() != 0 || boot(context) != 0 || va_vana_init(context) != 0)
         return -1;
     read_settings(context);

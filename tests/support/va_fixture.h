@@ -47,7 +47,7 @@ protected:
         context.sensorConf.width = width;
         context.sensorConf.height = height;
         context.sensorConf.fps = 30;
-        context.wideAspect = 100 * width / height == 177;
+        context.wideAspect = conf_isWideAspect(width, height);
     }
 
     // What `action` returns; what it prints and logs is in `output` and `log`, the stand-in's own
