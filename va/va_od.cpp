@@ -21,6 +21,21 @@ OdFrame frame_of(const VaContext &context)
     return {sensor.width, sensor.height, sensor.fps, context.wideAspect != 0};
 }
 
+// The settings of dynamic and static objects; returns whether one has changed.
+bool refresh_objects(VaContext &context)
+{
+    bool changed = false;
+    changed |=
+        refresh(context.odDoParamInit, conf_getODDoParamInitConf, conf_compareODDoParamInitConf);
+    changed |=
+        refresh(context.odDoParamSet, conf_getODDoParamSetConf, conf_compareODDoParamSetConf);
+    changed |=
+        refresh(context.odSoParamInit, conf_getODSoParamInitConf, conf_compareODSoParamInitConf);
+    changed |=
+        refresh(context.odSoParamSet, conf_getODSoParamSetConf, conf_compareODSoParamSetConf);
+    return changed;
+}
+
 // Writes a block into the library's memory, from where it takes effect.
 template <class Block>
 Block *attach(const ne3_val_area_mem &area, const Block &block)
@@ -177,10 +192,7 @@ int va_od_getConf(VaContext *context)
         conf_getODMaskConf(&context->odMask[number], number);
         conf_getODDetMaskConf(&context->odDetMask[number], number);
     }
-    conf_getODDoParamInitConf(&context->odDoParamInit);
-    conf_getODDoParamSetConf(&context->odDoParamSet);
-    conf_getODSoParamInitConf(&context->odSoParamInit);
-    conf_getODSoParamSetConf(&context->odSoParamSet);
+    refresh_objects(*context);
     conf_getODVmfParamConf(&context->odVmfParam);
     return 0;
 }
@@ -248,14 +260,7 @@ int va_od_updateConfig(VaContext *context)
             context->odMask[number],
             [=](ODMaskConf *conf) { return conf_getODMaskConf(conf, number); },
             conf_compareODMaskConf);
-    changed |=
-        refresh(context->odDoParamInit, conf_getODDoParamInitConf, conf_compareODDoParamInitConf);
-    changed |=
-        refresh(context->odDoParamSet, conf_getODDoParamSetConf, conf_compareODDoParamSetConf);
-    changed |=
-        refresh(context->odSoParamInit, conf_getODSoParamInitConf, conf_compareODSoParamInitConf);
-    changed |=
-        refresh(context->odSoParamSet, conf_getODSoParamSetConf, conf_compareODSoParamSetConf);
+    changed |= refresh_objects(*context);
     changed |= refresh(context->odCtrl, conf_getODCtrlConf, conf_compareODCtrlConf);
     changed |= refresh(context->odVmfParam, conf_getODVmfParamConf, conf_compareODVmfParamConf);
     if (changed)
