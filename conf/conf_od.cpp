@@ -25,7 +25,7 @@ void conclude(Record &record, bool valid)
 template <class Record>
 struct Setting {
     std::int32_t Record::*field;
-    const char *key;
+    Key key;
     const char *default_text;
     std::int32_t min;
     std::int32_t max;

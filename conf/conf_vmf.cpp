@@ -13,10 +13,10 @@ namespace
 
 // What areas and lines have in common, but for the name of one field.
 struct LimitKeys {
-    const char *slow_speed;
-    const char *fast_speed;
-    const char *min_size;
-    const char *max_size;
+    Key slow_speed;
+    Key fast_speed;
+    Key min_size;
+    Key max_size;
 };
 
 template <class Source>

@@ -44,7 +44,7 @@ std::int32_t store_corners(const Edges &edges, std::int32_t max,
     return std::size(corners);
 }
 
-ConfSize read_size(RecordReader &store, const char *default_text, const char *key, int index,
+ConfSize read_size(RecordReader &store, const char *default_text, Key key, int index,
                    ConfSize fallback)
 {
     ConfSize size;

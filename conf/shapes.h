@@ -12,10 +12,10 @@
 inline constexpr std::int32_t max_coordinate = 9999;
 
 struct EdgeKeys {
-    const char *left;
-    const char *right;
-    const char *top;
-    const char *bottom;
+    Key left;
+    Key right;
+    Key top;
+    Key bottom;
 };
 
 struct Edges {
@@ -42,7 +42,7 @@ std::int32_t store_corners(const Edges &edges, std::int32_t max,
                            ConfPoint (&points)[CONF_POLYGON_POINTS]);
 
 // Two numbers joined by "x", else `fallback`.
-ConfSize read_size(RecordReader &store, const char *default_text, const char *key, int index,
+ConfSize read_size(RecordReader &store, const char *default_text, Key key, int index,
                    ConfSize fallback);
 
 // Fills `x`, `y`, `width` and `height` of a record. The extent of unchecked edges may wrap.

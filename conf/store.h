@@ -16,24 +16,45 @@ std::int32_t parse_number(const char *text);
 // Up to two decimal numbers joined by "x"; returns how many were found. Only those are stored.
 int parse_pair(const char *text, std::int32_t &first, std::int32_t &second);
 
+// A key of the store: a format that holds one "%d" at most. Another does not compile.
+class Key
+{
+public:
+    consteval Key(const char *text) : text_(text)
+    {
+        int conversions = 0;
+        for (; *text; ++text) {
+            if (*text == '%' && (*++text != 'd' || ++conversions > 1))
+                throw "not a key";
+        }
+    }
+    const char *text() const { return text_; }
+
+private:
+    const char *text_;
+};
+
 // Reads keys one after another into one buffer. `index` fills the "%d" of a key that has one.
 template <std::size_t Size>
 class StoreReader
 {
 public:
-    const char *text(const char *default_text, const char *key, int index = 0)
+    const char *text(const char *default_text, Key key, int index = 0)
     {
         buffer_[0] = '\0';
-        nvram_get_with_buffer(buffer_, Size, default_text, key, index);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+        nvram_get_with_buffer(buffer_, Size, default_text, key.text(), index);
+#pragma GCC diagnostic pop
         return buffer_;
     }
 
-    std::int32_t number(const char *default_text, const char *key, int index = 0)
+    std::int32_t number(const char *default_text, Key key, int index = 0)
     {
         return parse_number(text(default_text, key, index));
     }
 
-    std::int32_t flag(const char *default_text, const char *key, int index = 0)
+    std::int32_t flag(const char *default_text, Key key, int index = 0)
     {
         return isEnabled(text(default_text, key, index));
     }

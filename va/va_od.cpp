@@ -43,42 +43,44 @@ Block *attach(const ne3_val_area_mem &area, const Block &block)
     return static_cast<Block *>(std::memcpy(area.address, &block, sizeof block));
 }
 
-struct MaskLines {
+// What a kind of window is called in the lines printed.
+struct MaskWords {
     const char *window;
     const char *point;
 };
 
 template <class Window, std::size_t Count>
 ne3_val_od_masks *set_masks(const Window (&windows)[Count], const OdFrame &frame,
-                            const ne3_val_area_mem &area, const MaskLines &lines)
+                            const ne3_val_area_mem &area, const MaskWords &words)
 {
     const ne3_val_od_masks block = od_masks(windows, frame);
     std::size_t slot = 0;
     for (std::size_t number = 0; number < Count; ++number) {
         if (!windows[number].valid)
             continue;
-        std::printf(lines.window, static_cast<int>(number));
+        std::printf("od set %s %d.\n", words.window, static_cast<int>(number));
         const ne3_val_od_polygon &mask = block.masks[slot++];
         for (std::uint32_t j = 0; j < mask.pointNum; ++j)
-            std::printf(lines.point, mask.points[j].x, mask.points[j].y);
+            std::printf("%s pos %d,%d.\n", words.point, mask.points[j].x, mask.points[j].y);
     }
     return block.maskNum > 0 ? attach(area, block) : nullptr;
 }
 
-struct InitLines {
-    const char *begin;
+// What a kind of object is called in the lines printed.
+struct ObjectWords {
+    const char *record;
     const char *count;
 };
 
 template <class Init>
 ne3_val_od_obj_init *set_init(const Init &conf, const ne3_val_area_mem &area,
-                              const InitLines &lines)
+                              const ObjectWords &words)
 {
     if (!conf.valid)
         return nullptr;
-    std::fputs(lines.begin, stdout);
+    std::printf("od: set od%sParamInit", words.record);
     auto *attached = attach(area, ne3_val_od_obj_init{static_cast<std::uint32_t>(conf.maxObjNum)});
-    std::printf(lines.count, conf.maxObjNum);
+    std::printf("%sMaxObjNum = %d\n", words.count, conf.maxObjNum);
     return attached;
 }
 
@@ -230,15 +232,11 @@ int va_od_set_ctrl(VaContext *context)
 
     const OdFrame frame = frame_of(*context);
     set_working(context->odCtrl, frame, ctrl);
-    ctrl.nonDetMasks = set_masks(context->odMask, frame, areas->nonDetMasks,
-                                 {"od set mask %d.\n", "mask pos %d,%d.\n"});
-    ctrl.detMasks = set_masks(context->odDetMask, frame, areas->detMasks,
-                              {"od set det mask %d.\n", "detect pos %d,%d.\n"});
-    ctrl.doInit = set_init(context->odDoParamInit, areas->doInit,
-                           {"od: set odDoParamInit", "doMaxObjNum = %d\n"});
+    ctrl.nonDetMasks = set_masks(context->odMask, frame, areas->nonDetMasks, {"mask", "mask"});
+    ctrl.detMasks = set_masks(context->odDetMask, frame, areas->detMasks, {"det mask", "detect"});
+    ctrl.doInit = set_init(context->odDoParamInit, areas->doInit, {"Do", "do"});
     ctrl.doSet = set_dynamic(context->odDoParamSet, frame, areas->doSet);
-    ctrl.soInit = set_init(context->odSoParamInit, areas->soInit,
-                           {"od: set odSoParamInit", "soMaxObjNum = %d\n"});
+    ctrl.soInit = set_init(context->odSoParamInit, areas->soInit, {"So", "so"});
     ctrl.soSet = set_static(context->odSoParamSet, frame, areas->soSet);
     ctrl.vmf = set_vmf(context->odVmfParam, frame, areas->vmf);
     if (ne3_val_od_set_ctrl(&ctrl) == -1)
