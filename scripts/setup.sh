@@ -34,7 +34,8 @@ as_root() {
 
 apt_install() {
     as_root apt-get update &&
-        as_root env DEBIAN_FRONTEND=noninteractive apt-get install --yes --no-install-recommends "$@"
+        as_root env DEBIAN_FRONTEND=noninteractive apt-get install --yes --no-remove \
+            --no-install-recommends "$@"
 }
 
 # require PACKAGE...: installs the Debian packages that are missing.
