@@ -20,6 +20,15 @@ Fd create(const std::string &path)
     return Fd(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
 }
 
+// What was built for another processor runs under its emulator.
+std::vector<std::string> command(const std::string &path, std::vector<std::string> arguments)
+{
+    arguments.insert(arguments.begin(), path);
+    if (path.starts_with(VA_BUILD_DIR))
+        arguments.insert(arguments.begin(), {VA_EMULATOR});
+    return arguments;
+}
+
 } // namespace
 
 std::string read_file(const std::string &path)
@@ -34,9 +43,10 @@ Program::Program(const std::string &path, const std::string &directory,
     : output_(directory + "/" + output)
 {
     constexpr unsigned bound_s = 120;
-    std::vector<char *> argv{const_cast<char *>(path.c_str())};
-    for (std::string &argument : arguments)
-        argv.push_back(argument.data());
+    std::vector<std::string> words = command(path, std::move(arguments));
+    std::vector<char *> argv;
+    for (std::string &word : words)
+        argv.push_back(word.data());
     argv.push_back(nullptr);
     const Fd out = create(output_);
     const Fd err = create(output_ + ".err");
@@ -46,7 +56,7 @@ Program::Program(const std::string &path, const std::string &directory,
     alarm(bound_s); // outlives the exec
     if (chdir(directory.c_str()) == 0 && dup2(out.get(), STDOUT_FILENO) >= 0 &&
         dup2(err.get(), STDERR_FILENO) >= 0)
-        execv(path.c_str(), argv.data());
+        execvp(argv[0], argv.data());
     _exit(99);
 }
 
