@@ -56,7 +56,7 @@ require() {
 
 require_for_preset() {
     case $1 in
-    x86-32) require "${base_packages[@]}" g++-multilib ;;
+    arm) require "${base_packages[@]}" g++-arm-linux-gnueabihf qemu-user ;;
     clang | fuzz) require "${base_packages[@]}" clang ;;
     bench) require "${base_packages[@]}" libbenchmark-dev ;;
     *) require "${base_packages[@]}" ;;

@@ -5,7 +5,7 @@ set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
 
 usage="usage: scripts/test.sh [-W] [preset...]
-Builds and runs the test suite under each preset: host (default), clang, asan, tsan, x86-32.
+Builds and runs the test suite under each preset: host (default), clang, asan, tsan, arm.
     -W  warnings are errors"
 
 options=()
