@@ -5,24 +5,29 @@
 include(CMakePackageConfigHelpers)
 
 add_library(vaipc STATIC
-    $<TARGET_OBJECTS:va_event> $<TARGET_OBJECTS:va_msg>
+    $<TARGET_OBJECTS:va_client> $<TARGET_OBJECTS:va_event> $<TARGET_OBJECTS:va_msg>
     $<TARGET_OBJECTS:va_network> $<TARGET_OBJECTS:va_util>)
 set_target_properties(vaipc PROPERTIES LINKER_LANGUAGE CXX)
 target_compile_features(vaipc PUBLIC cxx_std_20)
 target_link_libraries(vaipc PUBLIC Threads::Threads)
 target_sources(vaipc PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FILES
     event/event.h event/soft_queue.h
+    ipc/client/frame_reader.h ipc/client/stream_client.h
     ipc/msg/msg.h ipc/msg/msgcmd.h
     ipc/network/sck_svr.h ipc/network/socket.h
     ipc/network/spipe.h
     util/sequence_pool.h util/util.h)
+target_sources(vaipc PUBLIC FILE_SET generated TYPE HEADERS
+    BASE_DIRS ${PROJECT_BINARY_DIR}/generated
+    FILES ${PROJECT_BINARY_DIR}/generated/ipc/client/run_dir.h)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vaipc)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/vaipcConfigVersion.cmake
     COMPATIBILITY SameMajorVersion)
 install(TARGETS vaipc EXPORT vaipcTargets COMPONENT vaipc
     INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
-    FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vaipc COMPONENT vaipc)
+    FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vaipc COMPONENT vaipc
+    FILE_SET generated DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vaipc COMPONENT vaipc)
 install(EXPORT vaipcTargets NAMESPACE vaipc:: DESTINATION ${package_dir} COMPONENT vaipc)
 install(FILES cmake/vaipcConfig.cmake ${PROJECT_BINARY_DIR}/vaipcConfigVersion.cmake
     DESTINATION ${package_dir} COMPONENT vaipc)

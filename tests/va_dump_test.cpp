@@ -1,7 +1,7 @@
+#include "ipc/client/frame_reader.h"
 #include "ipc/network/socket.h"
 #include "tests/support/daemon.h"
 #include "tests/support/wait.h"
-#include "tools/frame_reader.h"
 #include "tools/record_text.h"
 
 #include <csignal>
@@ -71,13 +71,14 @@ TEST(DumpTest, WaitsReconnectsAndStopsAfterTheCountOrOnASignal)
 {
     const TempDir dir;
     Program dump(VA_DUMP, dir.path(), {"-x", "-n", "2", "-d", dir.path(), "ta"});
-    EXPECT_TRUE(dump.wait_for_log("va_dump: ta: waiting for " + dir.file("ta") + "\n"));
+    EXPECT_TRUE(
+        dump.wait_for_log("va_dump: ta: waiting for " + dir.file("ta") + ": nobody listens\n"));
     int fd = -1;
     ASSERT_EQ(0, unix_domain_socket_init(&fd, dir.file("ta").c_str(), 5));
     const Fd listener(fd);
     const std::string alarm = frame(words({1, 2, 3, 0x80000000}));
     const std::pair<std::string, const char *> connections[] = {
-        {alarm + words({0x01000001}), "absurd record length 16777217\n"},
+        {alarm + words({0x00100001}), "absurd record length 1048577\n"},
         {alarm.substr(0, 9), "closed within a record\n"},
         {alarm + alarm, ""}, // one is beyond the count
     };

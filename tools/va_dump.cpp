@@ -1,4 +1,6 @@
-#include "tools/stream_client.h"
+#include "ipc/client/run_dir.h"
+#include "ipc/client/stream_client.h"
+#include "tools/record_text.h"
 
 #include <atomic>
 #include <charconv>
@@ -36,13 +38,13 @@ constexpr char usage[] =
     "    fd   faces, 7 words each\n"
     "    ta   tamper result, 4 words\n"
     "Without a stream, all four. Sockets that do not exist yet are waited for.\n"
-    "    -d directory  of the sockets, default " VA_RUN_DIR "\n"
+    "    -d directory  of the sockets, default " VAIPC_RUN_DIR "\n"
     "    -n count      end after this many records\n"
     "    -x            words in hexadecimal, 8 digits, instead of decimal\n";
 
 struct Options {
     Base base = Base::Decimal;
-    std::string directory = VA_RUN_DIR;
+    std::string directory = VAIPC_RUN_DIR;
     std::uint64_t count = std::numeric_limits<std::uint64_t>::max();
     std::vector<const StreamKind *> streams;
     bool help = false;
@@ -126,45 +128,77 @@ std::optional<Options> parse_options(int argc, char **argv)
     return options;
 }
 
-std::vector<StreamClient> make_clients(const Options &options)
+// One stream: what became of its connection is said on standard error whenever it changes.
+class Stream
 {
-    std::vector<StreamClient> clients;
-    for (const StreamKind *kind : options.streams)
-        clients.emplace_back(*kind, options.directory);
-    return clients;
-}
+public:
+    Stream(const StreamKind &kind, const std::string &directory)
+        : kind_(kind), client_(directory + "/" + std::string(kind.name))
+    {
+    }
 
-// Prints the records of a connection's next read; counts `remaining` down.
-void print_records(StreamClient &client, Base base, std::uint64_t &remaining)
+    int fd() const { return client_.fd(); }
+
+    void connect()
+    {
+        client_.connect();
+        tell();
+    }
+
+    // Prints the records of the next read; counts `remaining` down.
+    void print_records(Base base, std::uint64_t &remaining)
+    {
+        client_.receive([&](std::span<const std::uint8_t> payload) {
+            std::puts(record_text(kind_, payload, base).c_str());
+            return --remaining != 0;
+        });
+        tell();
+    }
+
+private:
+    void tell()
+    {
+        if (client_.status() == told_)
+            return;
+        told_ = client_.status();
+        std::fprintf(stderr, "va_dump: %s: %s\n", kind_.name.data(), told_.c_str());
+    }
+
+    const StreamKind &kind_;
+    StreamClient client_;
+    std::string told_;
+};
+
+std::vector<Stream> make_streams(const Options &options)
 {
-    client.receive([&](std::span<const std::uint8_t> payload) {
-        std::puts(record_text(client.kind(), payload, base).c_str());
-        return --remaining != 0;
-    });
+    std::vector<Stream> streams;
+    for (const StreamKind *kind : options.streams)
+        streams.emplace_back(*kind, options.directory);
+    return streams;
 }
 
 // Until a stop request, or until `count` records are printed. Returns false when the lines could
 // not be written.
 bool dump(const Options &options)
 {
-    std::vector<StreamClient> clients = make_clients(options);
-    std::vector<pollfd> polled(clients.size());
+    std::vector<Stream> streams = make_streams(options);
+    std::vector<pollfd> polled(streams.size());
     std::uint64_t remaining = options.count;
     Clock::time_point next_attempt{};
     while (!stop_requested && remaining != 0 && !std::ferror(stdout)) {
         if (Clock::now() >= next_attempt) {
-            for (StreamClient &client : clients)
-                client.connect();
+            for (Stream &stream : streams)
+                stream.connect();
             next_attempt = Clock::now() + retry_interval;
         }
         // poll() passes over the descriptor -1.
-        for (std::size_t i = 0; i < clients.size(); ++i)
-            polled[i] = {clients[i].fd(), POLLIN, 0};
+        for (std::size_t i = 0; i < streams.size(); ++i)
+            polled[i] = {streams[i].fd(), POLLIN, 0};
         if (poll(polled.data(), polled.size(), static_cast<int>(retry_interval.count())) <= 0)
             continue;
-        for (std::size_t i = 0; i < clients.size() && remaining != 0; ++i) {
+        for (std::size_t i = 0; i < streams.size() && remaining != 0; ++i) {
             if (polled[i].revents)
-                print_records(clients[i], options.base, remaining);
+                streams[i].print_records(options.base, remaining);
         }
     }
     return !std::ferror(stdout);

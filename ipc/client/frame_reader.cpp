@@ -1,4 +1,4 @@
-#include "tools/frame_reader.h"
+#include "ipc/client/frame_reader.h"
 
 #include <cstring>
 

@@ -13,8 +13,9 @@
 class FrameReader
 {
 public:
-    // No stream announces more: a longer length means that the peer speaks something else.
-    static constexpr std::uint32_t MAX_PAYLOAD = 16 * 1024 * 1024;
+    // Far more than any stream can carry (65531 bytes): a longer length means that the peer speaks
+    // something else. It bounds the reader's memory, whatever the peer sends.
+    static constexpr std::uint32_t MAX_PAYLOAD = 1024 * 1024;
 
     enum class Result {
         Frame,      // `payload` is the next frame's

@@ -1,0 +1,136 @@
+#include "ipc/client/stream_client.h"
+
+#include "ipc/client/frame_reader.h"
+#include "ipc/network/fd.h"
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <system_error>
+#include <utility>
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace
+{
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::size_t read_size = std::size_t{64} * 1024;
+constexpr char connected[] = "connected";
+
+std::string text_of(int error)
+{
+    return std::generic_category().message(error);
+}
+
+// Why there is no connection, in words of this system where the system's own would puzzle.
+std::string refusal(int error)
+{
+    switch (error) {
+    case ENOENT:
+    case ECONNREFUSED:
+        return "nobody listens";
+    case EAGAIN:
+        return "the daemon accepts no more clients";
+    default:
+        return text_of(error);
+    }
+}
+
+// Non-blocking, because connecting to a daemon that does not accept waits once its backlog is full.
+// Empty, with errno set, on failure.
+Fd connect_to(const std::string &path)
+{
+    sockaddr_un address{};
+    if (path.size() >= sizeof address.sun_path) {
+        errno = ENAMETOOLONG;
+        return Fd();
+    }
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, path.size());
+    Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (fd && connect(fd.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) == -1)
+        fd.reset();
+    return fd;
+}
+
+} // namespace
+
+struct StreamClient::Connection {
+    bool is_trusted() const { return useful || Clock::now() - since >= std::chrono::seconds(1); }
+
+    Fd fd;
+    Clock::time_point since;
+    bool useful = false; // has brought a whole frame
+    FrameReader reader = {};
+};
+
+StreamClient::StreamClient(std::string path) : path_(std::move(path)) {}
+StreamClient::StreamClient(StreamClient &&) noexcept = default;
+StreamClient &StreamClient::operator=(StreamClient &&) noexcept = default;
+StreamClient::~StreamClient() = default;
+
+int StreamClient::fd() const
+{
+    return connection_ ? connection_->fd.get() : -1;
+}
+
+void StreamClient::connect()
+{
+    if (connection_) {
+        if (connection_->is_trusted())
+            status_ = connected;
+        return;
+    }
+    Fd fd = connect_to(path_);
+    if (fd) {
+        connection_.reset(new Connection{std::move(fd), Clock::now()});
+        if (!turned_away_)
+            status_ = connected;
+    } else {
+        turned_away_ = false;
+        status_ = "waiting for " + path_ + ": " + refusal(errno);
+    }
+}
+
+void StreamClient::receive(const Sink &sink)
+{
+    if (!connection_)
+        return;
+    std::array<std::uint8_t, read_size> bytes;
+    const ssize_t got = read(fd(), bytes.data(), bytes.size());
+    if (got > 0) {
+        connection_->reader.append(std::span(bytes).first(static_cast<std::size_t>(got)));
+        take_frames(sink);
+    } else if (got == 0) {
+        disconnect(connection_->reader.at_boundary() ? "closed by the daemon"
+                                                     : "closed within a record");
+    } else if (errno != EINTR && errno != EAGAIN) {
+        disconnect(text_of(errno));
+    }
+}
+
+void StreamClient::take_frames(const Sink &sink)
+{
+    FrameReader &reader = connection_->reader;
+    std::span<const std::uint8_t> payload;
+    FrameReader::Result result;
+    while ((result = reader.next(payload)) == FrameReader::Result::Frame) {
+        connection_->useful = true;
+        status_ = connected;
+        if (!sink(payload))
+            return;
+    }
+    if (result == FrameReader::Result::BadLength)
+        disconnect("absurd record length " + std::to_string(reader.announced()));
+}
+
+void StreamClient::disconnect(std::string reason)
+{
+    turned_away_ = !connection_->is_trusted();
+    status_ = std::move(reason);
+    connection_.reset();
+}
