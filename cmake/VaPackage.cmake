@@ -1,5 +1,6 @@
 # libvaipc: event loop, IPC and helpers in one archive, for the other programs of the camera.
-# Installed with its headers and a CMake package: find_package(vaipc), then link vaipc::vaipc.
+# Installed with its headers, a CMake package (find_package(vaipc), then link vaipc::vaipc) and a
+# description for pkg-config, vaipc.pc. For C++20 only.
 # Headers are included as here ("ipc/msg/msgcmd.h"), or as <vaipc/ipc/msg/msgcmd.h>.
 
 include(CMakePackageConfigHelpers)
@@ -31,3 +32,10 @@ install(TARGETS vaipc EXPORT vaipcTargets COMPONENT vaipc
 install(EXPORT vaipcTargets NAMESPACE vaipc:: DESTINATION ${package_dir} COMPONENT vaipc)
 install(FILES cmake/vaipcConfig.cmake ${PROJECT_BINARY_DIR}/vaipcConfigVersion.cmake
     DESTINATION ${package_dir} COMPONENT vaipc)
+
+# The prefix as seen from the .pc file, so that the installed tree can be moved.
+set(pc_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+set(pc_to_prefix /prefix)
+cmake_path(RELATIVE_PATH pc_to_prefix BASE_DIRECTORY /prefix/${pc_dir})
+configure_file(cmake/vaipc.pc.in ${PROJECT_BINARY_DIR}/vaipc.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/vaipc.pc DESTINATION ${pc_dir} COMPONENT vaipc)
