@@ -4,6 +4,10 @@
 #include <memory>
 #include <new>
 
+// Private to this tree, like ipc/network/fd.h: apart from what the library's users define.
+namespace va
+{
+
 // A copy of `text`; null when memory is short.
 inline std::unique_ptr<char[]> copy_text(const char *text)
 {
@@ -13,3 +17,7 @@ inline std::unique_ptr<char[]> copy_text(const char *text)
         std::memcpy(copy.get(), text, size);
     return copy;
 }
+
+} // namespace va
+
+using va::copy_text;

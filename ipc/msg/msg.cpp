@@ -155,7 +155,7 @@ int start_socket(msg_handle *handle)
         return -1;
     if (!serve(handle, Fd(listener), socket_accept))
         return -1;
-    handle->rest_timer = add_rest_timer(handle->events[listener]);
+    handle->rest_timer = va::add_rest_timer(handle->events[listener]);
     if (handle->rest_timer)
         return 0;
     stop_serving(handle, handle->events[listener]);
@@ -280,7 +280,7 @@ std::int32_t socket_accept(event_info *info, void *arg)
         if (!set_non_blocking(connection) || !serve(handle, std::move(connection), msg_read))
             std::fprintf(stderr, "%s(): can't serve client.\n", __func__);
     } else if (result == -1 && is_own_listener(handle, info->event)) {
-        rest_listener(handle->rest_timer);
+        va::rest_listener(handle->rest_timer);
     }
     return 0;
 }

@@ -16,7 +16,7 @@ std::int32_t wake_listener(event_info *info, void *accept_event)
 
 } // namespace
 
-event *add_rest_timer(event *accept_event)
+event *va::add_rest_timer(event *accept_event)
 {
     event *const timer = add_timer_event(rest_ms, 0, wake_listener, accept_event);
     if (timer)
@@ -24,7 +24,7 @@ event *add_rest_timer(event *accept_event)
     return timer;
 }
 
-void rest_listener(event *rest_timer)
+void va::rest_listener(event *rest_timer)
 {
     set_event_enabled(static_cast<event *>(rest_timer->arg), 0);
     resched_event(rest_timer, nullptr); // a sleeping timer is due one interval from now

@@ -233,7 +233,7 @@ std::int32_t sck_svr_event_accept(event_info *, void *arg)
     Fd connection(accept4(server->socket, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
     if (!connection) {
         std::puts("ERR## accept fail.");
-        rest_listener(server->restTimer);
+        va::rest_listener(server->restTimer);
         return 0;
     }
     std::printf("%s: accept client. previous clients=%d\n", server->path.get(),
@@ -274,7 +274,7 @@ int sck_svr_init(sck_svr_t **slot, const char *path, std::uint32_t size)
         add_fd_event(server->socket, 0, EVENT_ENABLED, sck_svr_event_accept, server.get());
     if (!server->acceptEvent)
         return -1;
-    server->restTimer = add_rest_timer(server->acceptEvent);
+    server->restTimer = va::add_rest_timer(server->acceptEvent);
     if (!server->restTimer) {
         remove_event(server->acceptEvent);
         return -1;
