@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <mutex>
 #include <new>
+#include <utility>
 
 #include <sys/select.h>
 
@@ -17,8 +18,8 @@ static_assert(std::atomic<int>::is_always_lock_free, "written by a signal handle
 // A timer this close to its due time is served now rather than after another wait.
 constexpr int early_ms = 4;
 
-// How late a timer may be for time_diff to show it as late; beyond, the difference wraps.
-constexpr std::int64_t max_late_us = 2'147'000'000;
+// How late or early a timer may be for time_diff to tell; beyond, the difference wraps.
+constexpr std::int64_t max_diff_us = 2'147'000'000;
 
 constexpr int no_timeout = -1;
 constexpr int no_interval = -1;
@@ -117,22 +118,36 @@ std::int64_t microseconds(const timeval &time)
     return std::int64_t{time.tv_sec} * 1'000'000 + time.tv_usec;
 }
 
-// A due time that the clock has left far behind would seem hours ahead, and one that a clock set
-// back has left ahead really is; either would silence the timer.
-void follow_clock(event *timer, const timeval &now, bool set_back)
+timeval time_at(std::int64_t us)
 {
-    const std::int64_t remaining = microseconds(timer->when) - microseconds(now);
-    if (remaining < -max_late_us) {
+    return {static_cast<time_t>(us / 1'000'000), static_cast<suseconds_t>(us % 1'000'000)};
+}
+
+bool is_periodic(const event *timer)
+{
+    return timer->interval >= 0;
+}
+
+// A due time that the clock has left far behind would be made up for in hours of periods, and that
+// of a beat which a clock set back has left far ahead would silence the timer. Such a beat is then
+// as far ahead as it was at `previous`, when the last cycle looked, but not behind: a timer that
+// was moved only since the step would have periods to make up for that never were.
+void follow_clock(event *timer, const timeval &now, const timeval &previous)
+{
+    const std::int64_t clock = microseconds(now);
+    const std::int64_t due = microseconds(timer->when);
+    const std::int64_t set_back = microseconds(previous) - clock;
+    const bool on_beat = is_periodic(timer) && !has_flag(timer, EVENT_FIXED);
+    if (due - clock < -max_diff_us)
         timer->when = now;
-    } else if (set_back && timer->interval >= 0 &&
-               remaining > std::int64_t{timer->interval} * 1000) {
-        timer->when = now;
-        time_add(&timer->when, timer->interval);
-    }
+    else if (set_back > 0 && on_beat && due - clock > std::int64_t{timer->interval} * 1000)
+        timer->when = time_at(std::max(clock, due - set_back));
 }
 
 int remaining_ms(const event *timer, const timeval &now)
 {
+    if (microseconds(timer->when) - microseconds(now) > max_diff_us)
+        return max_diff_us / 1000;
     const int ms = -time_diff(&timer->when, &now);
     return ms <= early_ms ? 0 : ms;
 }
@@ -143,11 +158,10 @@ int arm_timers()
 {
     timeval now{};
     time_now(&now);
-    const bool set_back = microseconds(now) < microseconds(cycle_start);
-    cycle_start = now;
+    const timeval previous = std::exchange(cycle_start, now);
     int timeout = no_timeout;
     for (event *timer = time_event_list; timer; timer = timer->next) {
-        follow_clock(timer, now, set_back);
+        follow_clock(timer, now, previous);
         if (!arm(timer))
             continue;
         const int remaining = remaining_ms(timer, now);
@@ -217,6 +231,13 @@ bool is_due(const event *timer)
     return remaining_ms(timer, now) == 0;
 }
 
+void start_next_period(event *timer)
+{
+    time_add(&timer->when, timer->interval);
+    if (has_flag(timer, EVENT_FIXED))
+        timer->flags &= ~EVENT_FIXED;
+}
+
 void dispatch_timers()
 {
     for (event *timer = time_event_list; timer && !end_loop; timer = timer->next) {
@@ -227,7 +248,7 @@ void dispatch_timers()
         if (has_flag(timer, EVENT_ONESHOT))
             mark_removed(timer);
         else
-            time_add(&timer->when, timer->interval);
+            start_next_period(timer);
         dispatch(timer);
     }
 }
@@ -354,12 +375,16 @@ int get_event_enabled(const event *handle)
 
 void resched_event(event *timer, const timeval *when)
 {
-    if (when)
+    if (when) {
         timer->when = *when;
-    else if (get_event_enabled(timer))
+        if (is_periodic(timer))
+            timer->flags |= EVENT_FIXED;
+    } else if (get_event_enabled(timer)) {
         time_add(&timer->when, timer->interval);
-    else
+    } else {
         time_future(&timer->when, timer->interval);
+        timer->flags &= ~EVENT_FIXED;
+    }
     change_flags(timer, EVENT_ENABLED, EVENT_REMOVED);
 }
 

@@ -13,12 +13,11 @@
 // delay must be bounded.
 //
 // Order within a cycle: due timers, then always events, then ready descriptors, each newest first.
-// Times are wall-clock times; differences are exact within 35 minutes and wrap beyond (32-bit
-// microseconds). A timer or alarm is served up to 4 ms early rather than after another short wait.
-// A timer that is late by several periods is served once in each of the following cycles; one late
-// by more than 35 minutes is served once and counts from then on. When the clock is set back, every
-// timer is due within one interval again. So a step of the clock neither silences the timers nor
-// makes them replay hours. Alarms keep their absolute time.
+// Times are wall-clock times. A timer or alarm is served up to 4 ms early rather than after another
+// short wait. A timer that is late by several periods is served once in each of the following
+// cycles; one late by more than 35 minutes is served once and counts from then on. When the clock
+// is set back, timers follow. So a step of the clock neither silences them nor makes them replay
+// hours. A time that was given, an alarm's or resched_event()'s, stays.
 
 struct event;
 struct soft_queue;
@@ -45,6 +44,7 @@ enum : std::uint32_t {
     EVENT_REMOVED = 2, // dead; freed at the end of the cycle
     EVENT_ONESHOT = 4, // removed by its first dispatch
     EVENT_ARMED = 8,   // found enabled when the cycle was prepared: may be dispatched in this cycle
+    EVENT_FIXED = 16,  // a timer's due time was given: it does not follow a clock that is set back
 };
 
 // The loop owns every event. A pointer returned by an add operation stays good until
@@ -96,13 +96,11 @@ extern std::atomic<int> end_loop;
 // writability. Several events may wait on one descriptor; each is called.
 event *add_fd_event(int fd, int write, unsigned flags, event_callback callback, void *arg);
 
-// Every `interval` ms (1 to 2'100'000, that is 35 minutes), first one interval from now; each due
-// time counts from the previous one.
+// Every `interval` ms (1 or more), first one interval from now; each due time counts from the
+// previous one.
 event *add_timer_event(int interval, unsigned flags, event_callback callback, void *arg);
 
-// Once, at the absolute time *when, which is copied; a past one is due at once. It must be at most
-// 35 minutes ahead: one further ahead, from the start or because the clock was set back, comes
-// early.
+// Once, at the absolute time *when, which is copied; a past one is due at once.
 event *add_alarm_event(const timeval *when, unsigned flags, event_callback callback, void *arg);
 
 // On every cycle; while one is enabled the loop never waits.
@@ -120,7 +118,8 @@ void set_event_enabled(event *handle, int on);
 int get_event_enabled(const event *handle);
 
 // Loop thread. Moves a timer to *when or, with null, by one interval: from its due time when
-// enabled, from now when not. The event is enabled and no longer removed afterwards.
+// enabled, from now when not. The event is enabled and no longer removed afterwards. *when is an
+// absolute time like an alarm's; the beat goes on from it.
 void resched_event(event *timer, const timeval *when);
 
 // Loop thread. Stores the period in ms; an enabled timer is also moved by one new interval.

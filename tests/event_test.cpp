@@ -32,30 +32,7 @@ timeval in(std::int64_t us)
     return {static_cast<time_t>(time / second), static_cast<suseconds_t>(time % second)};
 }
 
-} // namespace
-
-// These two stand in front of the C library's.
-extern "C" int gettimeofday(timeval *time, void *) noexcept
-{
-    *time = in(0);
-    return 0;
-}
-
-extern "C" int select(int count, fd_set *read, fd_set *write, fd_set *except, timeval *timeout)
-{
-    const timespec at_once{};
-    const int ready = pselect(count, read, write, except, &at_once, nullptr);
-    const std::int64_t us = timeout ? timeout->tv_sec * second + timeout->tv_usec : 0;
-    waits.push_back(timeout ? static_cast<int>(us / 1000) : endless);
-    now += (ready == 0 ? us : 0) + step_in_wait.exchange(0);
-    return ready;
-}
-
-namespace
-{
-
 using Action = std::function<void(event_info *)>;
-
 using Event = std::shared_ptr<event>; // removes it
 
 std::int32_t run(event_info *info, void *action)
@@ -78,11 +55,11 @@ struct EventLoop : testing::Test {
                                               : add_fd_event(ready.get(), 1, 0, run, action);
         return {added, remove_event};
     }
-    // Runs one; returns the names of the callbacks.
-    std::string cycle()
+    // Runs one after `us`; returns the names of the callbacks.
+    std::string cycle(std::int64_t us = 10'000)
     {
         called.clear();
-        now += 10'000;
+        now += us;
         EXPECT_EQ(event_loop(1), 1);
         return called;
     }
@@ -166,6 +143,26 @@ TEST_F(EventLoop, ClockSteps)
     }
 }
 
+// A time that was given stays; a beat keeps its distance, be it several periods.
+TEST_F(EventLoop, ClockSetBack)
+{
+    const Event spin = add(EVENT_ALWAYS, notes('a')); // no wait passes any time
+    for (const std::int64_t step : {second / 1000, 3600 * second}) {
+        constexpr std::int64_t far = 5400 * second;
+        const timeval given = in(far);
+        const Event fixed(add_timer_event(100, 0, run, notes('f')), remove_event);
+        const Event moved(add_timer_event(100, 0, run, notes('m')), remove_event);
+        resched_event(fixed.get(), &given);
+        resched_event(moved.get(), nullptr);
+        EXPECT_EQ(cycle(0), "a");
+        EXPECT_EQ(cycle(-step), "a");
+        EXPECT_EQ(time_ago(&moved->when), -199) << "200 ms, cut";
+        EXPECT_EQ(cycle(far + step), "mfa");
+        EXPECT_EQ(cycle(-step), "a");
+        EXPECT_EQ(time_ago(&fixed->when), -99) << "on its beat again";
+    }
+}
+
 TEST_F(EventLoop, ChangesWhileDispatching)
 {
     for (const int kind : {EVENT_TIMER, EVENT_ALWAYS, EVENT_FD}) {
@@ -225,3 +222,20 @@ TEST_F(EventLoop, OtherThreadsAddRemoveEnableAndExit)
 }
 
 } // namespace
+
+// These two stand in front of the C library's.
+extern "C" int gettimeofday(timeval *time, void *) noexcept
+{
+    *time = in(0);
+    return 0;
+}
+
+extern "C" int select(int count, fd_set *read, fd_set *write, fd_set *except, timeval *timeout)
+{
+    const timespec at_once{};
+    const int ready = pselect(count, read, write, except, &at_once, nullptr);
+    const std::int64_t us = timeout ? timeout->tv_sec * second + timeout->tv_usec : 0;
+    waits.push_back(timeout ? static_cast<int>(us / 1000) : endless);
+    now += (ready == 0 ? us : 0) + step_in_wait.exchange(0);
+    return ready;
+}
