@@ -1,11 +1,14 @@
 #pragma once
 
+#include "event/soft_queue.h"
+
 #include <atomic>
 #include <cstdint>
 
 #include <sys/time.h>
 
-// A single-threaded select() reactor: descriptor, timer, alarm and always events.
+// A single-threaded select() reactor: descriptor, timer, alarm and always events, and, in
+// event/soft_queue.h, the soft queues that carry items from other threads into it.
 //
 // One thread, the loop thread, calls event_loop(); every callback runs on it, one after another,
 // with no lock held. Any thread may add events and enable or disable them; such a change takes part
@@ -18,9 +21,6 @@
 // cycles; one late by more than 35 minutes is served once and counts from then on. When the clock
 // is set back, timers follow. So a step of the clock neither silences them nor makes them replay
 // hours. A time that was given, an alarm's or resched_event()'s, stays.
-
-struct event;
-struct soft_queue;
 
 // What a callback is told about its call; valid during the call only.
 struct event_info {

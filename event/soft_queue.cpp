@@ -1,4 +1,4 @@
-#include "event/soft_queue.h"
+#include "event/event.h"
 
 #include <limits>
 #include <new>

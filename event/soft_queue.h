@@ -1,12 +1,12 @@
 #pragma once
 
-#include "event/event.h"
-
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
 
+// Part of event/event.h, which brings all of this in: include that.
+//
 // A soft queue carries items of one word, a number or a pointer, from producer threads to one kind
 // of consumer: a thread that blocks in get_next_event(), or, once it has a soft-queue event, the
 // event loop, which hands every item to all the queue's events. Items come out in the order they
@@ -15,6 +15,10 @@
 // A queue on the loop is woken through a pipe, one byte an item. Items that were queued before the
 // first add_softqueue_event() have none: each later byte takes the oldest item, so they come first
 // and as many of the newest stay behind.
+
+struct event;
+struct event_info;
+using event_callback = std::int32_t (*)(event_info *info, void *arg); // as event/event.h says
 
 struct sq_node {
     sq_node *next; // circular

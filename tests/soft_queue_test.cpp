@@ -1,4 +1,4 @@
-#include "event/soft_queue.h"
+#include "event/event.h"
 #include "tests/support/event_failing_new.h"
 #include "tests/support/ipc_loop.h"
 
