@@ -1,5 +1,6 @@
 #include "event/event.h"
 
+#include <cerrno>
 #include <limits>
 #include <new>
 
@@ -81,10 +82,15 @@ bool write_wake_byte(const soft_queue &queue)
     return write(queue.pipe_write, &byte, sizeof byte) == sizeof byte;
 }
 
-bool read_wake_byte(const soft_queue &queue)
+enum class Wake { Byte, None, End };
+
+Wake read_wake_byte(const soft_queue &queue)
 {
     char byte;
-    return read(queue.pipe_read, &byte, sizeof byte) == sizeof byte;
+    const ssize_t got = read(queue.pipe_read, &byte, sizeof byte);
+    if (got > 0)
+        return Wake::Byte;
+    return got < 0 && errno == EAGAIN ? Wake::None : Wake::End;
 }
 
 void push_event(soft_queue &queue, event *listener)
@@ -159,10 +165,11 @@ std::int32_t sq_run(event_info *, void *queue_arg)
 {
     auto *queue = static_cast<soft_queue *>(queue_arg);
     std::unique_lock lock(queue->mutex);
-    if (!read_wake_byte(*queue)) {
+    const Wake wake = read_wake_byte(*queue);
+    if (wake == Wake::End)
         close_pipe(*queue);
+    if (wake != Wake::Byte)
         return 0;
-    }
     event_info info{nullptr, EVENT_SOFTQUEUE, take_item(*queue)};
     for (event *listener = queue->events; listener && !end_loop; listener = listener->next) {
         if (!get_event_enabled(listener))

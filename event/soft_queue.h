@@ -64,9 +64,9 @@ std::uintptr_t get_next_event(soft_queue *queue);
 // pipe's descriptor is 1024 or more.
 event *add_softqueue_event(soft_queue *queue, unsigned flags, event_callback callback, void *arg);
 
-// The loop's callback for the pipe; `queue` is the soft_queue. Not to be called otherwise. When the
-// pipe proves broken it takes the queue off the loop; the events stay, and the next
-// add_softqueue_event() makes a new pipe.
+// The loop's callback for the pipe; `queue` is the soft_queue. Loop thread; without a byte in the
+// pipe nothing happens. When the pipe has ended or fails it takes the queue off the loop; the
+// events stay, and the next add_softqueue_event() makes a new pipe.
 std::int32_t sq_run(event_info *info, void *queue);
 
 // Frees *queue with its slots, events and pipe, and sets *queue to null; null is accepted at either
