@@ -7,7 +7,7 @@ endif()
 
 add_library(va_warnings INTERFACE)
 target_compile_options(va_warnings INTERFACE
-    -Wall -Wextra -Wpedantic -Wconversion -Wshadow
+    -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat-nonliteral
     $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
     $<$<BOOL:${VA_WERROR}>:-Werror>)
 

@@ -15,7 +15,7 @@ using namespace std::string_literals;
 std::string get(const char *key, std::size_t size = 64)
 {
     char buffer[64] = "untouched";
-    nvram_get_with_buffer(buffer, size, "default", key, 0);
+    nvram_get_with_buffer(buffer, size, "default", "%s", key);
     return buffer;
 }
 

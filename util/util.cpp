@@ -16,7 +16,8 @@ namespace
 
 constexpr std::size_t text_size = 4096;
 
-int write_formatted(const char *path, const char *format, va_list arguments)
+__attribute__((format(printf, 2, 0))) int write_formatted(const char *path, const char *format,
+                                                          va_list arguments)
 {
     char text[text_size] = "";
     std::vsnprintf(text, sizeof text, format, arguments);
