@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <fstream>
 
+#include <poll.h>
+
 DaemonFiles::DaemonFiles()
 {
     std::filesystem::create_directory(file("firmware"));
@@ -29,10 +31,18 @@ void DaemonFiles::store(const std::string &lines) const
     std::filesystem::rename(file("store.new"), file("store"));
 }
 
-Daemon::Daemon(const DaemonFiles &files, std::vector<std::string> arguments,
+Daemon::Daemon(const DaemonFiles &its_files, std::vector<std::string> arguments,
                const std::string &output)
-    : Program(VA_UNDER_TEST, files.path(), std::move(arguments), output)
+    : Program(VA_UNDER_TEST, its_files.path(), std::move(arguments), output), files(its_files)
 {
+}
+
+bool Daemon::stop(int signal)
+{
+    Program::signal(signal);
+    return wait_for_exit() && output().find("sig1_handler terminate = 1\n") != std::string::npos &&
+           log().find("VA: Application quit.\n") != std::string::npos &&
+           !std::filesystem::exists(files.file("run/pid"));
 }
 
 Client::Client(const std::string &path)
@@ -42,14 +52,18 @@ Client::Client(const std::string &path)
     fd_.reset(fd);
 }
 
-std::optional<std::string> Client::next() const
+std::optional<std::string> Client::next()
 {
     constexpr int bound_ms = 20'000;
-    int length = 0;
-    if (full_read_with_timeout(fd(), &length, sizeof length, bound_ms) != sizeof length)
-        return std::nullopt;
-    std::string payload(static_cast<std::size_t>(length), '\0');
-    if (full_read_with_timeout(fd(), payload.data(), length, bound_ms) != length)
-        return std::nullopt;
-    return payload;
+    std::span<const std::uint8_t> payload;
+    while (reader_.next(payload) != FrameReader::Result::Frame) {
+        std::uint8_t bytes[4096];
+        pollfd readable{fd_.get(), POLLIN, 0};
+        const ssize_t got =
+            poll(&readable, 1, bound_ms) > 0 ? read(fd_.get(), bytes, sizeof bytes) : 0;
+        if (got <= 0)
+            return std::nullopt;
+        reader_.append(std::span(bytes, static_cast<std::size_t>(got)));
+    }
+    return std::string(payload.begin(), payload.end());
 }

@@ -1,9 +1,11 @@
 #pragma once
 
+#include "ipc/client/frame_reader.h"
 #include "ipc/network/fd.h"
 #include "tests/support/program.h"
 #include "tests/support/temp_dir.h"
 
+#include <csignal>
 #include <optional>
 #include <string>
 #include <vector>
@@ -29,6 +31,11 @@ public:
 struct Daemon : Program {
     explicit Daemon(const DaemonFiles &files, std::vector<std::string> arguments = {},
                     const std::string &output = "out");
+
+    // Whether the signal ends it in good order, without a leak where that is looked for.
+    bool stop(int signal = SIGTERM);
+
+    const DaemonFiles &files;
 };
 
 // A client of a result socket.
@@ -39,8 +46,9 @@ public:
 
     int fd() const { return fd_.get(); }
     // The payload of the next record; nothing at the end of the stream or when none comes in time.
-    std::optional<std::string> next() const;
+    std::optional<std::string> next();
 
 private:
     Fd fd_;
+    FrameReader reader_;
 };
