@@ -4,6 +4,7 @@
 #include "conf/conf_fd.h"
 #include "conf/conf_od.h"
 #include "conf/conf_sensor.h"
+#include "conf/conf_vmf.h"
 #include "tests/support/capture.h"
 #include "tests/support/store_file.h"
 
@@ -95,47 +96,49 @@ TEST(Conf, EveryFieldHasItsKeyAndDefault)
     }
 }
 
-TEST(Conf, ComparisonsSeeTheWholeRecordAndNoMore)
+template <class Record>
+void expect_comparison(int (*compare)(const Record *, const Record *))
 {
-    // clang-format off
-    const std::pair<int (*)(const void *, const void *), std::size_t> cases[] = {
-        {conf_compareDynamicParamConf, 8}, {conf_compareNetworkQosConf, 20},
-        {conf_compareImageRotateConf, 12}, {conf_compareAccountConf, 2048},
-        {conf_compareGb28181, 1036}, {conf_compareAudioExConf, 8}, {conf_compareH264ConfEx, 24},
-        {conf_compareEPTZConf, 20}, {conf_comparePrivacyMaskConfigEx, 124},
-        {conf_compareDenoiseConf, 20}, {conf_compareNetworkConf, 128}, {conf_compareAoiConf, 60},
-        {conf_compareCameraTamperingConf, 8}, {conf_compareSystemPropertiesConf, 48},
-        {conf_compareContinuousRecorderConf, 284}, {conf_compareEventRecorderConf, 288},
-        {conf_compareRecorderConf, 280}, {conf_compareMulticastConf, 88},
-        {conf_compareVideoProperties, 308}, {conf_compareAudioProperties, 32},
-        {conf_compareRtspConfig, 12}, {conf_compareProfileAudioConfig, 12},
-        {conf_compareTvOutConf, 12}, {conf_compareOsdConfig, 8104},
-        {conf_compareOverlayConfig, 564}, {conf_compareProfileVideoConfig, 348}};
-    // clang-format on
-    for (const auto &[compare, size] : cases) {
-        std::string a(size + 1, 'x');
-        std::string b = a;
-        b[size] = 'y';
-        EXPECT_EQ(compare(a.data(), b.data()), 0) << size;
-        b[size - 1] = 'y';
-        EXPECT_NE(compare(a.data(), b.data()), 0) << size;
-    }
+    Record a{};
+    Record b{};
+    EXPECT_EQ(compare(&a, &b), 0);
+    reinterpret_cast<char *>(&b)[sizeof b - 1] = 1;
+    EXPECT_NE(compare(&a, &b), 0);
+}
+
+TEST(Conf, ComparisonsSeeTheWholeRecord)
+{
+    expect_comparison(conf_compareIvsCtrlConf);
+    expect_comparison(conf_compareDISCtrlConf);
+    expect_comparison(conf_compareFDCtrlConf);
+    expect_comparison(conf_compareODDetMaskConf);
+    expect_comparison(conf_compareMotionConfig);
+    expect_comparison(conf_comparePrivacyMaskConfig);
+    expect_comparison(conf_compareODVmfFilterConf);
+    std::string large(8104, 'x');
+    std::string other = large + 'y';
+    large += 'x';
+    EXPECT_EQ(conf_compareOsdConfig(large.data(), other.data()), 0); // and no more than the record
 }
 
 TEST(Sensor, IsFoundByNameModeAndStandard)
 {
     StoreFile store;
-    for (const auto &[type, expected] :
-         {std::pair("PAL", SensorConfig{"IMX122", "2 mega", 0, 0, 1920, 1080, 30}),
-          std::pair("pal", SensorConfig{"tw9910", "D1", 0, 0, 704, 576, 25}),
-          std::pair("", SensorConfig{"tw9910", "D1", 0, 1, 704, 480, 30})}) {
-        store.write(std::string("Properties.ImageSource.Sensor=") + expected.sensor +
-                    "\nProperties.Image.ProfileMode=" + expected.profileMode +
-                    "\nImageSource.I0.Video.DetectedType=" + type);
+    const std::string key = "Properties.ImageSource.Sensor=";
+    const std::string mode = "\nProperties.Image.ProfileMode=";
+    const std::string type = "\nImageSource.I0.Video.DetectedType=";
+    const std::pair<std::string, SensorConfig> cases[] = {
+        {key + "IMX122" + type + "PAL",
+         {"imx122", "2 MEGA", 0, 0, 1920, 1080, 30}}, // the default mode
+        {key + "imx140" + mode + "1080p 25fps", {"imx140", "1080P 25FPS", 0, 1, 1920, 1080, 25}},
+        {key + "tw9910" + mode + "D1" + type + "pal", {"tw9910", "d1", 0, 0, 704, 576, 25}},
+        {key + "tw9910" + mode + "D1" + type, {"tw9910", "d1", 0, 1, 704, 480, 30}}};
+    for (const auto &[settings, expected] : cases) {
+        store.write(settings);
         const auto conf = read_record(conf_getSensorConfig);
-        EXPECT_EQ(conf_compareSensorConfig(&conf, &expected), 0) << expected.sensor << type;
+        EXPECT_EQ(conf_compareSensorConfig(&conf, &expected), 0) << settings;
     }
-    store.write("Properties.ImageSource.Sensor=" + std::string(2000, 's'));
+    store.write(key + std::string(2000, 's'));
     SensorConfig conf = {"kept", "", 0, 0, 0, 0, 0};
     EXPECT_EQ(stderr_of([&] { EXPECT_EQ(conf_getSensorConfig(&conf), -1); }),
               "Unknow sensor type [" + std::string(127, 's') + "]!\n");
@@ -145,33 +148,23 @@ TEST(Sensor, IsFoundByNameModeAndStandard)
 TEST(Sensor, OffersResolutionsAndFrameBuffers)
 {
     ConfSize size;
-    const auto parse = [&](const char *mode, int any, int ntsc, const char *text) {
-        return conf_parseResolution("IMX185", mode, any, ntsc, text, &size.width, &size.height);
+    const auto parse = [&](int ntsc, const char *text) {
+        return conf_parseResolution("IMX185", "1080p 50fps", 0, ntsc, text, &size.width,
+                                    &size.height);
     };
-    EXPECT_TRUE(parse("1080p 50fps", 0, 1, "QVGA") == 0 && size.height == 180);
-    EXPECT_TRUE(parse("1080P 50FPS", 1, 0, "qqvga") == 0 && size.height == 90);
-    EXPECT_TRUE(parse("1080P 50FPS", 0, 0, "qqvga") == -1 && size.width == 0);
-    EXPECT_TRUE(parse("720P", 1, 1, " 1280x 720!") == 0 && size.height == 720);
-    EXPECT_TRUE(parse("720P", 1, 1, "0x720") == -1 && size.height == 720);
-
-    std::int32_t list[] = {3, 1600, 1200, 640, 480, 320, 240};
-    const auto guess = [&](const char *text) {
+    EXPECT_TRUE(parse(1, "QVGA") == 0 && size.height == 180);
+    EXPECT_TRUE(parse(0, "QVGA") == -1 && size.width == 0);
+    EXPECT_TRUE(parse(0, " 1280x 720!") == 0 && size.height == 720);
+    const std::int32_t list[] = {4, 1600, 1200, 640, 480, 320, 240, 960, 540};
+    const std::pair<const char *, int> guesses[] = {
+        {"vga", 480}, {"SXGA", 1200}, {"unknown", 240}, {"1x2", 2}}; // 1280 is as far from 960
+    for (const auto &[text, height] : guesses) {
         EXPECT_EQ(guess_resolution(list, text, &size.width, &size.height), 0);
-        return size.height;
-    };
-    EXPECT_EQ(guess("vga"), 480);
-    EXPECT_EQ(guess("SXGA"), 1200);
-    EXPECT_EQ(guess("unknown"), 240);
-    EXPECT_EQ(guess("1x2"), 2);
-    list[0] = -1;
-    EXPECT_EQ(guess("vga"), 1200);
-
-    FrameBufferConf conf = {};
-    for (const std::int32_t count : {0, 8}) {
-        const StoreFile store("MPoolMgr.BufferNum=" + std::to_string(count));
-        EXPECT_EQ(FrameBufferConf_Get("IMX185", &conf), 0);
-        EXPECT_EQ(conf.bufferNum, count ? count : 6);
+        EXPECT_EQ(size.height, height) << text;
     }
+    const StoreFile store("MPoolMgr.BufferNum=8");
+    FrameBufferConf conf = {};
+    EXPECT_TRUE(FrameBufferConf_Get("IMX185", &conf) == 0 && conf.bufferNum == 8);
     EXPECT_EQ(FrameBufferConf_Get("hm2055", &conf), -1);
 }
 
