@@ -49,7 +49,7 @@ bool alarms(const Polygon &points, std::int32_t direction, Point from, Point to)
     filter.objMaxSizeX = 10;
     filter.objMaxSizeY = 10;
     filter.movingDirection = direction;
-    const SceneObject object{1, SimObjectKind::moving, {120, 120}, to};
+    const SimObjectEntry object{1, SimObjectKind::moving, 0, 0, 120, 120, to.x, to.y, 0, 0};
     return detect(control, {1920, 1080}, {object}, {{1, from}}).alarms == 1;
 }
 
@@ -72,7 +72,7 @@ TEST(Detection, FiltersAlarm)
                  {up, 0, {900, 500}, {1900, 500}, false},
                  {hook, 0, {}, {50, 50}, true},
                  {hook, 0, {}, {150, 150}, true},
-                 {hook, 0, {}, {150, 50}, false},
+                 {hook, 0, {}, {150, 50}, true},
                  {hook, 0, {}, {50, 100}, true},
                  {hook, 0, {}, {250, 100}, false}};
     for (const auto &[points, direction, from, to, expected] : cases)

@@ -12,16 +12,21 @@ constexpr std::uint32_t line_points = 2;
 
 enum Direction : std::int32_t { left_to_right = 1, right_to_left = 2 }; // else both ways
 
-Size in_cells(Size size, Size frame)
+Size in_cells(const SimObjectEntry &object, Size frame)
 {
     const int grid_rows = is_wide(frame) ? 90 : 120;
-    return {size.width * grid_columns / frame.width, size.height * grid_rows / frame.height};
+    return {object.width * grid_columns / frame.width, object.height * grid_rows / frame.height};
 }
 
 bool within(Size size, Size min, Size max)
 {
-    const auto fits = [](int value, int low, int high) { return low <= value && value <= high; };
-    return fits(size.width, min.width, max.width) && fits(size.height, min.height, max.height);
+    return min.width <= size.width && size.width <= max.width && min.height <= size.height &&
+           size.height <= max.height;
+}
+
+Point centre_of(const SimObjectEntry &object)
+{
+    return {object.centre_x, object.centre_y};
 }
 
 // Which side of the line from `a` to `b` a point is on, as seen in the picture: negative on the
@@ -33,28 +38,20 @@ double side(A a, B b, P p)
     return minus(b.x, a.x) * minus(p.y, a.y) - minus(b.y, a.y) * minus(p.x, a.x);
 }
 
-// Counts the edges that the ray from `point` to the right meets.
-bool is_inside(Point point, std::span<const ne3_val_od_point> polygon)
+// Each area the daemon knows is a box.
+bool is_inside(Point point, std::span<const ne3_val_od_point> corners)
 {
-    bool inside = false;
-    for (std::size_t i = 0; i < polygon.size(); ++i) {
-        const ne3_val_od_point &a = polygon[i];
-        const ne3_val_od_point &b = polygon[(i + 1) % polygon.size()];
-        const bool a_below = a.y > point.y;
-        const bool b_below = b.y > point.y;
-        if (a_below == b_below)
-            continue;
-        const double where = side(a, b, point);
-        if (b_below ? where > 0 : where < 0)
-            inside = !inside;
-    }
-    return inside;
+    if (corners.empty())
+        return false;
+    const auto [left, right] = std::ranges::minmax(corners, {}, &ne3_val_od_point::x);
+    const auto [top, bottom] = std::ranges::minmax(corners, {}, &ne3_val_od_point::y);
+    return left.x <= point.x && point.x < right.x && top.y <= point.y && point.y < bottom.y;
 }
 
-bool is_in_any(Point point, std::span<const ne3_val_od_polygon> polygons)
+bool is_in_any(Point point, std::span<const ne3_val_od_polygon> areas)
 {
-    return std::ranges::any_of(
-        polygons, [=](const auto &polygon) { return is_inside(point, points_of(polygon)); });
+    return std::ranges::any_of(areas,
+                               [=](const auto &area) { return is_inside(point, points_of(area)); });
 }
 
 bool is_in_any(Point point, const ne3_val_od_masks &masks)
@@ -82,95 +79,73 @@ bool passes(const ne3_val_od_filter &line, Point from, Point to)
     }
 }
 
-class Detector
+bool is_reported(const SimObjectEntry &object, Size cells, const SimOdControl &control,
+                 const std::vector<SimObjectEntry> &reported)
 {
-public:
-    Detector(const SimOdControl &control, Size frame, const Centres &before)
-        : control_(control), frame_(frame), before_(before)
-    {
-    }
+    const Point centre = centre_of(object);
+    if (control.nonDetMasks && is_in_any(centre, *control.nonDetMasks))
+        return false;
+    if (control.detMasks && !is_in_any(centre, *control.detMasks))
+        return false;
+    const bool moving = object.kind == SimObjectKind::moving;
+    const auto &set = moving ? control.doSet : control.soSet;
+    const auto &init = moving ? control.doInit : control.soInit;
+    if (set && !within(cells, {set->minSizeX, set->minSizeY}, {set->maxSizeX, set->maxSizeY}))
+        return false;
+    return !init || std::cmp_less(std::ranges::count(reported, object.kind, &SimObjectEntry::kind),
+                                  init->maxObjNum);
+}
 
-    std::vector<SceneObject> reported(const std::vector<SceneObject> &present) const
-    {
-        std::vector<SceneObject> objects;
-        for (const SceneObject &object : present) {
-            if (is_seen(object) && has_room(objects, object.kind))
-                objects.push_back(object);
-        }
-        return objects;
-    }
+bool alarms(const ne3_val_od_filter &filter, const SimObjectEntry &object, Size cells,
+            const Centres &before)
+{
+    if (!within(cells, {filter.objMinSizeX, filter.objMinSizeY},
+                {filter.objMaxSizeX, filter.objMaxSizeY}))
+        return false;
+    if (filter.pointNum != line_points)
+        return is_inside(centre_of(object), points_of(filter));
+    const auto last = before.find(object.id);
+    return last != before.end() && passes(filter, last->second, centre_of(object));
+}
 
-    std::uint32_t alarms(const std::vector<SceneObject> &objects) const
-    {
-        if (!control_.vmf)
-            return 0;
-        std::uint32_t alarms = 0;
+std::uint32_t alarms_of(const ne3_val_od_vmf &vmf, const std::vector<SimObjectEntry> &objects,
+                        Size frame, const Centres &before)
+{
+    std::uint32_t bits = 0;
+    for (const SimObjectEntry &object : objects) {
+        if (is_in_any(centre_of(object), first_of(vmf.ndAreas, vmf.ndAreaNum)))
+            continue;
         std::uint32_t bit = 1;
-        for (const auto &filter : first_of(control_.vmf->filters, control_.vmf->filterNum)) {
-            if (std::ranges::any_of(objects,
-                                    [&](const auto &object) { return meets(object, filter); }))
-                alarms |= bit;
+        for (const ne3_val_od_filter &filter : first_of(vmf.filters, vmf.filterNum)) {
+            if (alarms(filter, object, in_cells(object, frame), before))
+                bits |= bit;
             bit <<= 1;
         }
-        return alarms;
     }
-
-private:
-    bool is_seen(const SceneObject &object) const
-    {
-        if (control_.nonDetMasks && is_in_any(object.centre, *control_.nonDetMasks))
-            return false;
-        if (control_.detMasks && !is_in_any(object.centre, *control_.detMasks))
-            return false;
-        const auto &limits =
-            object.kind == SimObjectKind::stationary ? control_.soSet : control_.doSet;
-        return !limits ||
-               within(in_cells(object.size, frame_), {limits->minSizeX, limits->minSizeY},
-                      {limits->maxSizeX, limits->maxSizeY});
-    }
-
-    bool has_room(const std::vector<SceneObject> &objects, SimObjectKind kind) const
-    {
-        const auto &init = kind == SimObjectKind::stationary ? control_.soInit : control_.doInit;
-        return !init || std::cmp_less(std::ranges::count(objects, kind, &SceneObject::kind),
-                                      init->maxObjNum);
-    }
-
-    bool meets(const SceneObject &object, const ne3_val_od_filter &filter) const
-    {
-        if (!within(in_cells(object.size, frame_), {filter.objMinSizeX, filter.objMinSizeY},
-                    {filter.objMaxSizeX, filter.objMaxSizeY}))
-            return false;
-        if (is_in_any(object.centre, first_of(control_.vmf->ndAreas, control_.vmf->ndAreaNum)))
-            return false;
-        if (filter.pointNum != line_points)
-            return is_inside(object.centre, points_of(filter));
-        const auto last = before_.find(object.id);
-        return last != before_.end() && passes(filter, last->second, object.centre);
-    }
-
-    const SimOdControl &control_;
-    const Size frame_;
-    const Centres &before_;
-};
+    return bits;
+}
 
 } // namespace
 
 Detection detect(const std::optional<SimOdControl> &control, Size frame,
-                 const std::vector<SceneObject> &present, const Centres &before)
+                 const std::vector<SimObjectEntry> &present, const Centres &before)
 {
     if (!control)
         return {present, 0};
-    const Detector detector(*control, frame, before);
-    Detection detection{detector.reported(present), 0};
-    detection.alarms = detector.alarms(detection.objects);
+    Detection detection{};
+    for (const SimObjectEntry &object : present) {
+        if (is_reported(object, in_cells(object, frame), *control, detection.objects))
+            detection.objects.push_back(object);
+    }
+    if (control->vmf)
+        detection.alarms = alarms_of(*control->vmf, detection.objects, frame, before);
     return detection;
 }
 
-Centres centres_of(const std::vector<SceneObject> &objects)
+Centres centres_of(const std::vector<SimObjectEntry> &objects)
 {
     Centres centres;
-    for (const SceneObject &object : objects)
-        centres[object.id] = object.centre;
+    for (const SimObjectEntry &object : objects)
+        centres[object.id] = centre_of(object);
     return centres;
 }

@@ -16,16 +16,16 @@
 using Centres = std::map<std::uint32_t, Point>;
 
 struct Detection {
-    std::vector<SceneObject> objects;
+    std::vector<SimObjectEntry> objects;
     std::uint32_t alarms; // bit n: filter n
 };
 
 // What is reported of the objects in a frame of the size `frame`. Without `control` nothing limits
 // it. A line alarms for an object that passed it since `before`.
 Detection detect(const std::optional<SimOdControl> &control, Size frame,
-                 const std::vector<SceneObject> &present, const Centres &before);
+                 const std::vector<SimObjectEntry> &present, const Centres &before);
 
-Centres centres_of(const std::vector<SceneObject> &objects);
+Centres centres_of(const std::vector<SimObjectEntry> &objects);
 
 // The items in use of an array of a control block; a count beyond the array is cut.
 template <class Item, std::size_t size>

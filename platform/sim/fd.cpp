@@ -10,7 +10,6 @@ namespace
 constexpr int handle_of_fd = 0x4644;
 constexpr std::uint16_t area_count = 2;
 constexpr std::size_t mask_columns = 16;
-constexpr std::uint32_t certain_score = 100;
 
 static_assert(sizeof(SimFaceEntry) == NE3_VAL_FD_FACE_SIZE);
 
@@ -27,12 +26,7 @@ std::optional<FdResult> scripted_faces(Playback &playback)
     const auto tick = playback.take_fd_tick();
     if (!tick)
         return {};
-    std::vector<SimFaceEntry> faces;
-    for (const ScriptedFace &face : playback.scene().faces) {
-        if (face.shown.holds(tick->time))
-            faces.push_back({face.id, face.corner.x, face.corner.y, face.size.width,
-                             face.size.height, certain_score, 0});
-    }
+    const std::vector<SimFaceEntry> faces = playback.faces_at(tick->time);
     if (faces.empty())
         return {};
     return result_of(bytes_of(faces), static_cast<int>(faces.size()));

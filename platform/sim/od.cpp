@@ -13,22 +13,6 @@ constexpr std::uint16_t area_count = sizeof(ne3_val_od_area_table) / sizeof(ne3_
 
 static_assert(sizeof(SimObjectEntry) == NE3_VAL_OD_OBJECT_SIZE);
 
-SimObjectEntry entry_of(const SceneObject &object, std::uint32_t result)
-{
-    return {
-        .id = object.id,
-        .kind = object.kind,
-        .x = object.centre.x - object.size.width / 2,
-        .y = object.centre.y - object.size.height / 2,
-        .width = object.size.width,
-        .height = object.size.height,
-        .centre_x = object.centre.x,
-        .centre_y = object.centre.y,
-        .result = result,
-        .reserved = 0,
-    };
-}
-
 OdResult result_of(std::vector<unsigned char> objects, int count, std::uint32_t alarms)
 {
     OdResult result{};
@@ -38,14 +22,6 @@ OdResult result_of(std::vector<unsigned char> objects, int count, std::uint32_t 
     return result;
 }
 
-OdResult result_of(const Detection &detection, std::uint32_t number)
-{
-    std::vector<SimObjectEntry> entries;
-    for (const SceneObject &object : detection.objects)
-        entries.push_back(entry_of(object, number));
-    return result_of(bytes_of(entries), static_cast<int>(entries.size()), detection.alarms);
-}
-
 std::optional<OdResult> scripted_objects(Memory &chip)
 {
     const auto tick = chip.playback.take_od_tick();
@@ -53,12 +29,16 @@ std::optional<OdResult> scripted_objects(Memory &chip)
         return {};
     if (tick->new_round)
         chip.od.centres.clear(); // a jump back to the beginning crosses no line
-    const Detection detection = detect(chip.od.accepted, chip.playback.scene().frame,
-                                       chip.playback.objects_at(tick->time), chip.od.centres);
+    Detection detection = detect(chip.od.accepted, chip.playback.scene().frame,
+                                 chip.playback.objects_at(tick->time), chip.od.centres);
     chip.od.centres = centres_of(detection.objects);
     if (detection.objects.empty())
         return {}; // and so without an alarm
-    return result_of(detection, chip.od.results++);
+    for (SimObjectEntry &object : detection.objects)
+        object.result = chip.od.results;
+    ++chip.od.results;
+    return result_of(bytes_of(detection.objects), static_cast<int>(detection.objects.size()),
+                     detection.alarms);
 }
 
 bool copy_blocks(const ObjectDetection::Areas &areas, SimOdControl &control)

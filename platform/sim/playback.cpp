@@ -11,14 +11,16 @@ std::int32_t between(std::int32_t from, std::int32_t to, std::int64_t part, std:
     return static_cast<std::int32_t>(from + (std::int64_t{to} - from) * part / whole);
 }
 
-SceneObject object_at(const ScriptedObject &script, std::int64_t time)
+SimObjectEntry entry_of(const ScriptedObject &script, std::int64_t time)
 {
     const std::int64_t passed = time - script.shown.begin;
     const std::int64_t length = script.shown.end - script.shown.begin;
-    SceneObject object = script.object;
-    object.centre = {between(object.centre.x, script.to.x, passed, length),
-                     between(object.centre.y, script.to.y, passed, length)};
-    return object;
+    SimObjectEntry entry = script.entry;
+    entry.centre_x = between(script.from.x, script.to.x, passed, length);
+    entry.centre_y = between(script.from.y, script.to.y, passed, length);
+    entry.x = entry.centre_x - entry.width / 2;
+    entry.y = entry.centre_y - entry.height / 2;
+    return entry;
 }
 
 } // namespace
@@ -95,12 +97,22 @@ std::optional<Tick> Playback::take_tick(Cursor &cursor, std::int64_t interval) c
     return Tick{time - round * scene_.period, new_round};
 }
 
-std::vector<SceneObject> Playback::objects_at(std::int64_t time) const
+std::vector<SimObjectEntry> Playback::objects_at(std::int64_t time) const
 {
-    std::vector<SceneObject> objects;
+    std::vector<SimObjectEntry> entries;
     for (const ScriptedObject &script : scene_.objects) {
         if (script.shown.holds(time))
-            objects.push_back(object_at(script, time));
+            entries.push_back(entry_of(script, time));
     }
-    return objects;
+    return entries;
+}
+
+std::vector<SimFaceEntry> Playback::faces_at(std::int64_t time) const
+{
+    std::vector<SimFaceEntry> entries;
+    for (const ScriptedFace &script : scene_.faces) {
+        if (script.shown.holds(time))
+            entries.push_back(script.entry);
+    }
+    return entries;
 }

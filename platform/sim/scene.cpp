@@ -2,200 +2,153 @@
 
 #include "platform/sim/text.h"
 
+#include <cctype>
+#include <cstdlib>
 #include <fstream>
 #include <limits>
-#include <sstream>
 #include <string_view>
 
 namespace
 {
 
+// What a capital letter of a pattern stands for.
+struct NumberKind {
+    char letter;
+    int base; // 0: decimal or, after 0x, hexadecimal
+    std::int64_t min;
+    std::int64_t max;
+};
+
 constexpr std::int64_t largest_coordinate = 65535; // pixels
 constexpr std::int64_t longest_time = std::numeric_limits<std::int32_t>::max();
 
-// What is left of a line. A value that is not there, or out of its range, fails the stream.
-
-// A text that must come next, blanks before it aside.
-struct Literal {
-    std::string_view text;
+constexpr NumberKind number_kinds[] = {
+    {'T', 10, 0, longest_time}, // time
+    {'U', 10, 1, longest_time}, // time after the number before
+    {'D', 10, 1, longest_time}, // duration, or another count
+    {'P', 10, -largest_coordinate, largest_coordinate},
+    {'S', 10, 1, largest_coordinate}, // size
+    {'W', 0, std::numeric_limits<std::int32_t>::min(), std::numeric_limits<std::uint32_t>::max()},
 };
 
-std::istream &operator>>(std::istream &line, Literal literal)
+struct Values {
+    std::vector<std::int32_t> numbers; // of words the 32 bits
+    std::string function;
+
+    std::int32_t operator[](std::size_t i) const { return numbers[i]; }
+    std::uint32_t word(std::size_t i) const { return static_cast<std::uint32_t>(numbers[i]); }
+};
+
+void skip_blanks(const char *&text)
 {
-    line >> std::ws;
-    for (const char expected : literal.text) {
-        if (line.get() != std::char_traits<char>::to_int_type(expected))
-            line.setstate(std::ios::failbit);
+    while (std::isspace(static_cast<unsigned char>(*text)))
+        ++text;
+}
+
+bool read_number(const char *&text, const NumberKind &kind, Values &values)
+{
+    char *end = nullptr;
+    const long long number = std::strtoll(text, &end, kind.base);
+    if (end == text || number < kind.min || number > kind.max)
+        return false;
+    if (kind.letter == 'U' && number <= values.numbers.back())
+        return false;
+    values.numbers.push_back(static_cast<std::int32_t>(number));
+    text = end;
+    return true;
+}
+
+bool read_function(const char *&text, Values &values)
+{
+    while (std::isalnum(static_cast<unsigned char>(*text)) || *text == '_')
+        values.function += *text++;
+    return values.function.starts_with("ne3_");
+}
+
+// One character of a pattern: a blank stands for blanks, F for a function of the chip's, the
+// letters above for numbers, any other for itself.
+bool read_item(const char *&text, char item, Values &values)
+{
+    if (item == ' ') {
+        const char *const start = text;
+        skip_blanks(text);
+        return text != start;
     }
-    return line;
+    if (item == 'F')
+        return read_function(text, values);
+    for (const NumberKind &kind : number_kinds) {
+        if (kind.letter == item)
+            return read_number(text, kind, values);
+    }
+    return *text++ == item;
 }
 
-std::int64_t number(std::istream &line, std::int64_t min, std::int64_t max)
+bool matches(const char *text, std::string_view pattern, Values &values)
 {
-    std::int64_t value = min;
-    if (line >> value && (value < min || value > max))
-        line.setstate(std::ios::failbit);
-    return value;
+    skip_blanks(text);
+    for (const char item : pattern) {
+        if (!read_item(text, item, values))
+            return false;
+    }
+    skip_blanks(text);
+    return *text == '\0';
 }
 
-// Decimal or, after 0x, hexadecimal; the low 32 bits count.
-std::uint32_t word(std::istream &line)
+void add_alarm(Scene &scene, const Values &values, std::int64_t every)
 {
-    line.unsetf(std::ios::basefield);
-    const std::int64_t value = number(line, std::numeric_limits<std::int32_t>::min(),
-                                      std::numeric_limits<std::uint32_t>::max());
-    line.setf(std::ios::dec, std::ios::basefield);
-    return static_cast<std::uint32_t>(value);
+    scene.alarms.push_back(
+        {values[0], every, {values.word(1), values.word(2), values.word(3), values.word(4)}});
 }
 
-std::int32_t coordinate(std::istream &line)
+template <SimObjectKind kind>
+void add_object(Scene &scene, const Values &values)
 {
-    return static_cast<std::int32_t>(number(line, -largest_coordinate, largest_coordinate));
-}
-
-std::int32_t extent(std::istream &line)
-{
-    return static_cast<std::int32_t>(number(line, 1, largest_coordinate));
-}
-
-Point point(std::istream &line)
-{
-    const std::int32_t x = coordinate(line);
-    line >> Literal{","};
-    return {x, coordinate(line)};
-}
-
-Size size(std::istream &line)
-{
-    const std::int32_t width = extent(line);
-    line >> Literal{"x"};
-    return {width, extent(line)};
-}
-
-std::int64_t duration(std::istream &line)
-{
-    return number(line, 1, longest_time);
-}
-
-Interval interval(std::istream &line)
-{
-    line >> Literal{"between"};
-    const std::int64_t begin = number(line, 0, longest_time);
-    return {begin, number(line, begin + 1, longest_time)};
-}
-
-SimObjectKind kind(std::istream &line)
-{
-    std::string name;
-    line >> name;
-    if (name == "static")
-        return SimObjectKind::stationary;
-    if (name != "dynamic")
-        line.setstate(std::ios::failbit);
-    return SimObjectKind::moving;
-}
-
-void add_alarm(std::istream &line, std::vector<ScriptedAlarm> &alarms, ScriptedAlarm alarm)
-{
-    line >> Literal{"ta"};
-    for (std::uint32_t &value : alarm.words)
-        value = word(line);
-    alarms.push_back(alarm);
-}
-
-// One function a kind of line; it reads the rest of the line into the scene.
-
-void read_frame(std::istream &line, Scene &scene)
-{
-    const std::int32_t width = extent(line);
-    scene.frame = {width, extent(line)};
-}
-
-void read_period(std::istream &line, Scene &scene)
-{
-    scene.period = duration(line);
-}
-
-void read_od_interval(std::istream &line, Scene &scene)
-{
-    scene.od_interval = duration(line);
-}
-
-void read_every(std::istream &line, Scene &scene)
-{
-    const std::int64_t every = duration(line);
-    add_alarm(line, scene.alarms, {every, every, {}});
-}
-
-void read_at(std::istream &line, Scene &scene)
-{
-    const std::int64_t first = number(line, 0, longest_time);
-    add_alarm(line, scene.alarms, {first, 0, {}});
-}
-
-void read_object(std::istream &line, Scene &scene)
-{
-    ScriptedObject script;
-    script.object.id = word(line);
-    script.object.kind = kind(line);
-    script.object.size = size(line);
-    line >> Literal{"from"};
-    script.object.centre = point(line);
-    line >> Literal{"to"};
-    script.to = point(line);
-    script.shown = interval(line);
+    ScriptedObject script{};
+    script.entry.id = values.word(0);
+    script.entry.kind = kind;
+    script.entry.width = values[1];
+    script.entry.height = values[2];
+    script.from = {values[3], values[4]};
+    script.to = {values[5], values[6]};
+    script.shown = {values[7], values[8]};
     scene.objects.push_back(script);
 }
 
-void read_face(std::istream &line, Scene &scene)
-{
-    ScriptedFace face;
-    face.id = word(line);
-    line >> Literal{"at"};
-    face.corner = point(line);
-    line >> Literal{"size"};
-    face.size = size(line);
-    face.shown = interval(line);
-    scene.faces.push_back(face);
-}
-
-void read_fail(std::istream &line, Scene &scene)
-{
-    PlannedFailure failure;
-    line >> failure.function;
-    if (!failure.function.starts_with("ne3_"))
-        line.setstate(std::ios::failbit);
-    failure.nth = static_cast<int>(number(line, 1, std::numeric_limits<int>::max()));
-    failure.error = static_cast<int>(word(line));
-    scene.failures.push_back(failure);
-}
-
-struct LineKind {
-    std::string_view keyword;
-    void (*read)(std::istream &line, Scene &scene);
+struct Statement {
+    std::string_view pattern;
+    void (*apply)(Scene &scene, const Values &values);
 };
 
-constexpr LineKind line_kinds[] = {
-    {"frame", read_frame}, {"period", read_period}, {"od_interval", read_od_interval},
-    {"every", read_every}, {"at", read_at},         {"object", read_object},
-    {"face", read_face},   {"fail", read_fail},
+constexpr Statement statements[] = {
+    {"", [](Scene &, const Values &) {}},
+    {"frame S S",
+     [](Scene &scene, const Values &v) {
+         scene.frame = {v[0], v[1]};
+     }},
+    {"period D", [](Scene &scene, const Values &v) { scene.period = v[0]; }},
+    {"od_interval D", [](Scene &scene, const Values &v) { scene.od_interval = v[0]; }},
+    {"every D ta W W W W", [](Scene &scene, const Values &v) { add_alarm(scene, v, v[0]); }},
+    {"at T ta W W W W", [](Scene &scene, const Values &v) { add_alarm(scene, v, 0); }},
+    {"object W dynamic SxS from P,P to P,P between T U", add_object<SimObjectKind::moving>},
+    {"object W static SxS from P,P to P,P between T U", add_object<SimObjectKind::stationary>},
+    {"face W at P,P size SxS between T U",
+     [](Scene &scene, const Values &v) {
+         scene.faces.push_back({{v.word(0), v[1], v[2], v[3], v[4], 100, 0}, {v[5], v[6]}});
+     }},
+    {"fail F D W",
+     [](Scene &scene, const Values &v) {
+         scene.failures.push_back({v.function, v[0], v[1]});
+     }},
 };
 
-// Leaves the scene as it was unless the whole line was understood.
-bool read_line(const std::string &text, Scene &scene)
+bool read_line(const std::string &line, Scene &scene)
 {
-    std::istringstream line(text.substr(0, text.find('#')));
-    std::string keyword;
-    if (!(line >> keyword))
-        return true;
-    for (const LineKind &line_kind : line_kinds) {
-        if (line_kind.keyword != keyword)
+    const std::string text = line.substr(0, line.find('#'));
+    for (const auto &[pattern, apply] : statements) {
+        Values values;
+        if (!matches(text.c_str(), pattern, values))
             continue;
-        Scene changed = scene;
-        line_kind.read(line, changed);
-        if (line.fail() || !(line >> std::ws).eof())
-            return false;
-        scene = std::move(changed);
+        apply(scene, values);
         return true;
     }
     return false;
@@ -206,14 +159,14 @@ bool read_line(const std::string &text, Scene &scene)
 std::optional<Scene> read_scene(const std::string &path, bool &clean)
 {
     std::ifstream file(path);
-    std::string text;
+    std::string line;
     Scene scene;
     clean = true;
-    for (int number = 1; std::getline(file, text); ++number) {
-        if (read_line(text, scene))
+    for (int number = 1; std::getline(file, line); ++number) {
+        if (read_line(line, scene))
             continue;
         clean = false;
-        say("%s:%d: not understood: %s", path.c_str(), number, text.c_str());
+        say("%s:%d: not understood: %s", path.c_str(), number, line.c_str());
     }
     if (file.eof())
         return scene;

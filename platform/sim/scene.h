@@ -40,23 +40,15 @@ struct ScriptedAlarm {
     std::array<std::uint32_t, 4> words;
 };
 
-struct SceneObject {
-    std::uint32_t id;
-    SimObjectKind kind;
-    Size size;
-    Point centre;
-};
-
 struct ScriptedObject {
-    SceneObject object; // where it begins
+    SimObjectEntry entry; // but for its place
+    Point from;           // its centre
     Point to;
     Interval shown;
 };
 
 struct ScriptedFace {
-    std::uint32_t id;
-    Point corner; // top left
-    Size size;
+    SimFaceEntry entry;
     Interval shown;
 };
 
@@ -108,7 +100,8 @@ public:
     Moment od_due() const { return tick_due(od_, scene_.od_interval, scene_.objects); }
     Moment fd_due() const { return tick_due(fd_, fd_interval, scene_.faces); }
 
-    std::vector<SceneObject> objects_at(std::int64_t time) const;
+    std::vector<SimObjectEntry> objects_at(std::int64_t time) const; // of result 0
+    std::vector<SimFaceEntry> faces_at(std::int64_t time) const;
 
 private:
     static constexpr std::int64_t fd_interval = 200;
