@@ -14,9 +14,14 @@ int step(Loader &loader, State first, State last, State to)
     return 0;
 }
 
-int step(Loader &loader, State from, State to)
+int step_call(const char *function, State first, State last, State to)
 {
-    return step(loader, from, from, to);
+    return library_call(function, [=](Memory &chip) { return step(chip.loader, first, last, to); });
+}
+
+int step_call(const char *function, State from, State to)
+{
+    return step_call(function, from, from, to);
 }
 
 // The areas keep their content when they are asked for again, for another transfer.
@@ -51,16 +56,12 @@ LoaderAreas::Bytes area(LoaderAreas::Bytes LoaderAreas::*which)
 
 int ne3_cl_library_init()
 {
-    return library_call(__func__, [](Memory &chip) {
-        return step(chip.loader, State::closed, State::initialised);
-    });
+    return step_call(__func__, State::closed, State::initialised);
 }
 
 int ne3_cl_sys_open_device()
 {
-    return library_call(__func__, [](Memory &chip) {
-        return step(chip.loader, State::initialised, State::device_open);
-    });
+    return step_call(__func__, State::initialised, State::device_open);
 }
 
 int ne3_cl_cpu3_get_memory_info(vanaMemInfo *info)
@@ -70,29 +71,22 @@ int ne3_cl_cpu3_get_memory_info(vanaMemInfo *info)
 
 int ne3_cl_cpu3_xfer_complete()
 {
-    return library_call(__func__, [](Memory &chip) {
-        return step(chip.loader, State::mapped, State::transferred);
-    });
+    return step_call(__func__, State::mapped, State::transferred);
 }
 
 int ne3_cl_cpu3_boot()
 {
-    return library_call(__func__, [](Memory &chip) {
-        return step(chip.loader, State::transferred, State::running);
-    });
+    return step_call(__func__, State::transferred, State::running);
 }
 
 int ne3_cl_cpu3_xfer_cancel()
 {
-    return library_call(__func__, [](Memory &chip) {
-        return step(chip.loader, State::mapped, State::transferred, State::mapped);
-    });
+    return step_call(__func__, State::mapped, State::transferred, State::mapped);
 }
 
 int ne3_cl_cpu3_shutdown()
 {
-    return library_call(
-        __func__, [](Memory &chip) { return step(chip.loader, State::running, State::mapped); });
+    return step_call(__func__, State::running, State::mapped);
 }
 
 int ne3_cl_sys_close_device()
@@ -107,9 +101,7 @@ int ne3_cl_sys_close_device()
 
 int ne3_cl_library_exit()
 {
-    return library_call(__func__, [](Memory &chip) {
-        return step(chip.loader, State::initialised, State::closed);
-    });
+    return step_call(__func__, State::initialised, State::closed);
 }
 
 std::vector<unsigned char> sim_program_area()
