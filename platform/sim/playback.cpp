@@ -6,6 +6,8 @@
 namespace
 {
 
+constexpr std::int64_t kept_ms = 100;
+
 std::int32_t between(std::int32_t from, std::int32_t to, std::int64_t part, std::int64_t whole)
 {
     return static_cast<std::int32_t>(from + (std::int64_t{to} - from) * part / whole);
@@ -33,7 +35,9 @@ Playback::Playback(Scene scene) : scene_(std::move(scene))
 void Playback::restart()
 {
     start_ = std::chrono::steady_clock::now();
-    alarms_taken_.assign(scene_.alarms.size(), 0);
+    alarms_due_.clear();
+    for (const ScriptedAlarm &alarm : scene_.alarms)
+        alarms_due_.push_back(start_ + std::chrono::milliseconds(alarm.first));
     od_ = {};
     fd_ = {};
 }
@@ -44,51 +48,32 @@ std::int64_t Playback::elapsed() const
     return std::chrono::duration_cast<std::chrono::milliseconds>(passed).count();
 }
 
-// 0: the alarm comes once.
-std::int64_t Playback::step_of(const ScriptedAlarm &alarm) const
-{
-    return alarm.every ? alarm.every : scene_.period;
-}
-
-std::int64_t Playback::count_due(const ScriptedAlarm &alarm, std::int64_t now) const
-{
-    if (now < alarm.first)
-        return 0;
-    const std::int64_t step = step_of(alarm);
-    return step ? (now - alarm.first) / step + 1 : 1;
-}
-
 std::optional<std::array<std::uint32_t, 4>> Playback::take_alarm()
 {
-    const std::int64_t now = elapsed();
-    for (std::size_t i = 0; i < alarms_taken_.size(); ++i) {
-        const std::int64_t due = count_due(scene_.alarms[i], now);
-        if (due > alarms_taken_[i]) {
-            alarms_taken_[i] = due;
-            return scene_.alarms[i].words;
-        }
+    const Moment now = std::chrono::steady_clock::now();
+    for (std::size_t i = 0; i < alarms_due_.size(); ++i) {
+        Moment &due = alarms_due_[i];
+        if (now < due)
+            continue;
+        const ScriptedAlarm &alarm = scene_.alarms[i];
+        const std::chrono::milliseconds step(alarm.every ? alarm.every : scene_.period);
+        due = step.count() ? due + ((now - due) / step + 1) * step : Moment::max();
+        return alarm.words;
     }
     return {};
 }
 
 Moment Playback::alarm_due() const
 {
-    Moment due = Moment::max();
-    for (std::size_t i = 0; i < alarms_taken_.size(); ++i) {
-        const ScriptedAlarm &alarm = scene_.alarms[i];
-        const std::int64_t step = step_of(alarm);
-        const std::chrono::milliseconds time(alarm.first + alarms_taken_[i] * step);
-        if (step || alarms_taken_[i] == 0)
-            due = std::min(due, start_ + time);
-    }
-    return due;
+    return alarms_due_.empty() ? Moment::max() : *std::ranges::min_element(alarms_due_);
 }
 
 std::optional<Tick> Playback::take_tick(Cursor &cursor, std::int64_t interval) const
 {
-    const std::int64_t number = elapsed() / interval;
-    if (number < cursor.next)
+    const std::int64_t newest = elapsed() / interval;
+    if (newest < cursor.next)
         return {};
+    const std::int64_t number = std::max(cursor.next, newest - kept_ms / interval);
     cursor.next = number + 1;
     const std::int64_t time = number * interval;
     const std::int64_t round = scene_.period ? time / scene_.period : 0;

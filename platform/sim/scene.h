@@ -80,8 +80,9 @@ struct Tick {
 
 using Moment = std::chrono::steady_clock::time_point;
 
-// A scene being played. Everything is handed out once; what fell due while nobody asked is passed
-// over, but for the newest of its kind.
+// A scene being played. Everything is handed out once. Of the objects and of the faces that fell
+// due while nobody asked, the newest is kept, and with it those of the 100 ms before; an alarm that
+// fell due again is one alarm.
 class Playback
 {
 public:
@@ -112,8 +113,6 @@ private:
     };
 
     std::int64_t elapsed() const;
-    std::int64_t step_of(const ScriptedAlarm &alarm) const;
-    std::int64_t count_due(const ScriptedAlarm &alarm, std::int64_t now) const;
     std::optional<Tick> take_tick(Cursor &cursor, std::int64_t interval) const;
 
     template <class Script>
@@ -129,7 +128,7 @@ private:
 
     Scene scene_;
     Moment start_;
-    std::vector<std::int64_t> alarms_taken_; // per alarm of the scene
+    std::vector<Moment> alarms_due_; // of each alarm of the scene
     Cursor od_;
     Cursor fd_;
 };
