@@ -2,6 +2,7 @@
 #include "ipc/msg/msg.h"
 
 #include <cassert>
+#include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -34,6 +35,7 @@ void cycle()
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     constexpr msg_conf conf{"control_fuzz.fifo", MSG_FIFO};
+    std::signal(SIGPIPE, SIG_IGN); // as the daemon does: the server may close its end
     msg_handle *server = nullptr;
     if (msg_init(&server, conf) != 0 ||
         msg_register(server, "reconfig", check_item, nullptr) != 0 ||
