@@ -84,16 +84,11 @@ void read_filters(ODVmfParamConf &conf)
     conf.valid = conf.filterNum > 0;
 }
 
-void read_nd_areas(ODVmfParamConf &conf, RecordReader &store)
+void read_nd_areas(ODVmfParamConf &conf)
 {
-    static constexpr EdgeKeys keys = {
-        "VideoAnalytics.OD.VmfParam.NdArea%d.Left", "VideoAnalytics.OD.VmfParam.NdArea%d.Right",
-        "VideoAnalytics.OD.VmfParam.NdArea%d.Top", "VideoAnalytics.OD.VmfParam.NdArea%d.Bottom"};
-    constexpr std::int32_t max_nd_coordinate = 10000; // one more than other windows have
-
     for (int n = 0; n < CONF_VMF_ND_AREAS; ++n) {
         ODVmfNdAreaConf &area = conf.ndAreas[conf.ndAreaNum];
-        area.pointNum = store_corners(read_edges(store, keys, n), max_nd_coordinate, area.points);
+        conf_readODVmfNdAreaConf(&area, n);
         if (area.pointNum)
             ++conf.ndAreaNum;
     }
@@ -180,7 +175,7 @@ int conf_getObjectDetectionConf(ObjectDetectionConf *conf, int n)
     return 0;
 }
 
-int conf_getCrossLineConf(CrossLineConf *conf, int n)
+void conf_readCrossLineConf(CrossLineConf *conf, int n)
 {
     static constexpr LimitKeys limit_keys = {"CrossLine.C%d.SlowSpeed", "CrossLine.C%d.FastSpeed",
                                              "CrossLine.C%d.MinInspectionSize",
@@ -196,13 +191,32 @@ int conf_getCrossLineConf(CrossLineConf *conf, int n)
     const std::int32_t direction = store.number("-1", "CrossLine.C%d.Direction", n);
     read_limits(*conf, store, limit_keys, n);
     if (!all_in_range({start.x, start.y, end.x, end.y}, 0, max_coordinate))
-        return 0;
+        return;
     conf->valid = 1;
     conf->points[conf->pointNum++] = start;
     conf->points[conf->pointNum++] = end;
     conf->direction = direction;
-    std::printf("cross line start (%d,%d), end (%d,%d)\n", start.x, start.y, end.x, end.y);
+}
+
+int conf_getCrossLineConf(CrossLineConf *conf, int n)
+{
+    conf_readCrossLineConf(conf, n);
+    const ConfPoint &start = conf->points[0];
+    const ConfPoint &end = conf->points[1];
+    if (conf->valid)
+        std::printf("cross line start (%d,%d), end (%d,%d)\n", start.x, start.y, end.x, end.y);
     return 0;
+}
+
+void conf_readODVmfNdAreaConf(ODVmfNdAreaConf *conf, int n)
+{
+    static constexpr EdgeKeys keys = {
+        "VideoAnalytics.OD.VmfParam.NdArea%d.Left", "VideoAnalytics.OD.VmfParam.NdArea%d.Right",
+        "VideoAnalytics.OD.VmfParam.NdArea%d.Top", "VideoAnalytics.OD.VmfParam.NdArea%d.Bottom"};
+    constexpr std::int32_t max_nd_coordinate = 10000; // one more than other windows have
+    RecordReader store;
+    *conf = {};
+    conf->pointNum = store_corners(read_edges(store, keys, n), max_nd_coordinate, conf->points);
 }
 
 int conf_convObjectDetectionConf2ODVmfFilterConf(ODVmfFilterConf *filter,
@@ -224,7 +238,7 @@ int conf_getODVmfParamConf(ODVmfParamConf *conf)
     read_filters(*conf);
     RecordReader store;
     conf->alarmTime = store.number("30", "VideoAnalytics.OD.VmfParam.AlarmTimes");
-    read_nd_areas(*conf, store);
+    read_nd_areas(*conf);
     read_combo(*conf, store);
     return 0;
 }

@@ -92,6 +92,11 @@ static_assert(sizeof(ODVmfParamConf) == 644);
 int conf_getCrossLineConf(CrossLineConf *conf, int n);
 int conf_getObjectDetectionConf(ObjectDetectionConf *conf, int n);
 
+// For other programs than the daemon: what a single line, and a single no-detection area (its
+// `pointNum` is 0 when it is not defined), hold. Print nothing.
+void conf_readCrossLineConf(CrossLineConf *conf, int n);
+void conf_readODVmfNdAreaConf(ODVmfNdAreaConf *conf, int n);
+
 // Clear the filter and, if the source is valid, describe it. Return 0.
 int conf_convObjectDetectionConf2ODVmfFilterConf(ODVmfFilterConf *filter,
                                                  const ObjectDetectionConf *area);
