@@ -2,7 +2,7 @@
 #include "ipc/network/socket.h"
 #include "tests/support/daemon.h"
 #include "tests/support/wait.h"
-#include "tools/record_text.h"
+#include "tools/text_printer.h"
 
 #include <csignal>
 #include <string>
@@ -62,9 +62,9 @@ TEST(RecordTextTest, PartsEntriesAndKeepsOddBytes)
 {
     const std::string objects = words({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 4294967295});
     EXPECT_EQ("1 2 3 4 5 6 7 8 9 10 | 11 4294967295",
-              payload_text(*find_stream("od"), bytes_of(objects), Base::Decimal));
+              payload_text(*find_stream("od"), bytes_of(objects), {}));
     const std::string odd = words({0xabcd}) + "\x01\xff";
-    EXPECT_EQ("0000abcd 01 ff", payload_text(*find_stream("ta"), bytes_of(odd), Base::Hexadecimal));
+    EXPECT_EQ("0000abcd 01 ff", payload_text(*find_stream("ta"), bytes_of(odd), {.base = Base::Hexadecimal}));
 }
 
 TEST(DumpTest, WaitsReconnectsAndStopsAfterTheCountOrOnASignal)
@@ -99,8 +99,8 @@ TEST(DumpTest, WaitsReconnectsAndStopsAfterTheCountOrOnASignal)
     Program stopped(VA_DUMP, dir.path(), {"-d", dir.path(), "fd"});
     EXPECT_TRUE(stopped.wait_for_log("waiting"));
     stopped.signal(SIGTERM);
-    EXPECT_TRUE(stopped.wait_for_exit());
-    EXPECT_TRUE(Program(VA_DUMP, dir.path(), {"-n", "2x"}).wait_for_exit(1));
+    EXPECT_TRUE(stopped.wait_for_exit(3));
+    EXPECT_TRUE(Program(VA_DUMP, dir.path(), {"-n", "2x"}).wait_for_exit(2));
 }
 
 } // namespace

@@ -1,0 +1,24 @@
+#pragma once
+
+#include "tools/stream_kind.h"
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+// Pieces of printed lines.
+
+// "14:02:03.123", local time.
+std::string clock_text(std::chrono::system_clock::time_point time);
+
+// "2026-03-01T14:02:03.123+01:00"
+std::string iso_text(std::chrono::system_clock::time_point time);
+
+// A word in decimal, signed where its field is.
+std::string decimal_text(std::uint32_t word, const Field &field);
+
+// As printf(); up to 255 characters.
+__attribute__((format(printf, 1, 2))) std::string formatted(const char *format, ...);
+
+// Writes a line on standard output; throws std::system_error.
+void write_line(const std::string &line);
