@@ -2,3 +2,19 @@
 
 constinit const std::span<const Field> OBJECT_FIELDS;
 constinit const std::span<const Field> FACE_FIELDS;
+const bool TAMPER_RECORDS_ARE_ALARMS = false;
+
+std::vector<Sighting> objects_in(std::span<const std::uint8_t>)
+{
+    return {};
+}
+
+std::vector<Sighting> faces_in(std::span<const std::uint8_t>)
+{
+    return {};
+}
+
+Crossing crossing_of(std::int32_t)
+{
+    return Crossing::Unknown;
+}

@@ -15,7 +15,7 @@
 namespace
 {
 
-constexpr char short_options[] = "d:hjln:qr:Vw:W:x";
+constexpr char short_options[] = "d:hjln:qr:s:Vw:W:x";
 constexpr option long_options[] = {
     {"directory", required_argument, nullptr, 'd'},
     {"help", no_argument, nullptr, 'h'},
@@ -24,7 +24,7 @@ constexpr option long_options[] = {
     {"count", required_argument, nullptr, 'n'},
     {"quiet", no_argument, nullptr, 'q'},
     {"read", required_argument, nullptr, 'r'},
-
+    {"svg", required_argument, nullptr, 's'},
     {"version", no_argument, nullptr, 'V'},
     {"write", required_argument, nullptr, 'w'},
     {"seconds", required_argument, nullptr, 'W'},
@@ -99,6 +99,9 @@ bool set_option(int option, Options &options)
     case 'r':
         options.capture = optarg;
         return true;
+    case 's':
+        options.picture = optarg;
+        return true;
     case 'V':
         options.request = Options::Request::Version;
         return true;
@@ -162,6 +165,7 @@ const char USAGE[] =
     "  -q, --quiet            no records, but figures: at the end and on SIGUSR1\n"
     "  -x, --hexadecimal      words in hexadecimal, 8 digits, instead of decimal\n"
     "Besides:\n"
+    "  -s, --svg FILE         keep a picture of settings, objects and alarms up to date\n"
     "  -w, --write FILE       write the records to FILE\n"
     "Where from, and how long:\n"
     "  -d, --directory DIR    of the sockets, default " VAIPC_RUN_DIR "\n"

@@ -22,6 +22,7 @@ struct Options {
     std::optional<std::chrono::milliseconds> time_limit;
     std::string capture; // to be read instead of the sockets, unless empty
     std::string copy;    // capture to be written, unless empty
+    std::string picture; // to be kept up to date, unless empty
     enum class Request { Run, Help, Version } request = Request::Run;
 };
 

@@ -3,6 +3,7 @@
 #include "tools/json_printer.h"
 #include "tools/options.h"
 #include "tools/output.h"
+#include "tools/picture_printer.h"
 #include "tools/watch.h"
 
 #include <algorithm>
@@ -36,6 +37,8 @@ std::vector<std::unique_ptr<Printer>> make_printers(const Options &options)
     printers.push_back(make_printer(options));
     if (!options.copy.empty())
         printers.push_back(std::make_unique<CaptureWriter>(options.copy));
+    if (!options.picture.empty())
+        printers.push_back(std::make_unique<PicturePrinter>(options.picture));
     return printers;
 }
 
