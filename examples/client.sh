@@ -1,0 +1,24 @@
+#!/bin/sh
+# usage: client.sh STREAM [DIRECTORY]
+# Prints the records of one of the daemon's streams (od, vmf, fd, ta), one line each, until Ctrl-C;
+# connects again whenever the daemon was restarted. Needs socat and od.
+
+stream=${1:?usage: client.sh STREAM [DIRECTORY]}
+directory=${2:-/tmp/va_info}
+
+# read_bytes COUNT: exactly so many, as decimal 32-bit words on one line; nothing at the end.
+read_bytes() {
+    dd bs=1 count="$1" 2>/dev/null | od -A n -v -t u4 | tr -s '\n ' '  '
+}
+
+print_records() {
+    while length=$(read_bytes 4) && [ -n "$length" ]; do
+        # shellcheck disable=SC2046,SC2086 # parted on purpose: superfluous blanks go
+        echo "$stream" $(read_bytes $length)
+    done
+}
+
+while :; do
+    socat -u "UNIX-CONNECT:$directory/$stream" - 2>/dev/null | print_records
+    sleep 1
+done
