@@ -1,6 +1,9 @@
 #!/usr/bin/env bash
-# Runs `va` on the software stand-in with the demonstration scene, and va_dump beside it.
-# Arguments go to `va`. Ctrl-C ends both. VA_PRESET=asan, for instance, runs that build.
+# usage: scripts/run.sh [-s] [-v] [argument of va...]
+# Runs `va` on the software stand-in with the demonstration scene, and va_dump beside it. Ctrl-C ends
+# both. VA_PRESET=asan, for instance, runs that build.
+#   -s  also keeps a picture of the scene up to date, for a browser
+#   -v  shows all that `va` prints when it starts
 set -euo pipefail
 # shellcheck source=scripts/setup.sh
 source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
@@ -8,6 +11,19 @@ source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
 preset=${VA_PRESET:-host}
 bin=build/$preset/bin
 store=$root/build/$preset/demo/nvram.conf
+picture=$root/build/$preset/demo/picture.svg
+
+dump_arguments=()
+va_arguments=()
+verbose=false
+passing_on=
+for argument; do
+    case $argument in
+    -s) dump_arguments=(-s "$picture") ;;
+    -v) verbose=true ;;
+    *) va_arguments+=("$argument") ;;
+    esac
+done
 
 write_store() {
     cat >"$1" <<'END'
@@ -33,6 +49,10 @@ ObjectDetection.O0.Top=0
 ObjectDetection.O0.Bottom=9999
 ObjectDetection.O0.Type=1
 
+# Static objects of any size from two cells on.
+VideoAnalytics.OD.SOParam.MinSizeX=2
+VideoAnalytics.OD.SOParam.MinSizeY=2
+
 # Uncomment, and nothing is detected in the left half.
 #VMDWindow.NonDetect.V0.Left=0
 #VMDWindow.NonDetect.V0.Right=5000
@@ -48,6 +68,31 @@ make_run_dir() {
         ((EUID == 0)) || die "have it removed, or configure with -DVA_RUN_DIR=another directory"
     fi
     mkdir -p "$1"
+}
+
+# Passes on what `va` prints, but for the parameters it lists in its first second. When it ends within
+# that second, they may tell why.
+pass_on() {
+    local end line='' piece folded=()
+    trap '' INT TERM HUP # ends with `va`
+    end=$((${EPOCHREALTIME/[.,]/} + 1000000))
+    while ((${EPOCHREALTIME/[.,]/} < end)); do
+        if IFS= read -r -t 0.1 piece; then
+            case $line$piece in
+            "VA: "*) echo "$line$piece" ;; # its log
+            *) folded+=("$line$piece") ;;
+            esac
+            line=
+        elif (($? > 128)); then # in time: part of a line at most
+            line+=$piece
+        else
+            printf '%s\n' "${folded[@]}"
+            return
+        fi
+    done
+    say "${#folded[@]} lines of the start left out, -v shows them"
+    printf '%s' "$line"
+    exec cat
 }
 
 configure "$preset"
@@ -90,20 +135,30 @@ trap stop INT TERM HUP
 say "settings     $store"
 say "apply edits  echo reconfig > $run_dir/ctrl"
 say "results      sockets od, vmf, fd, ta in $run_dir"
+((${#dump_arguments[@]} == 0)) || say "picture      $picture, for a browser"
 say "end          Ctrl-C"
 
-"$bin/va_dump" &
+NVRAM_FILE=$store "$bin/va_dump" "${dump_arguments[@]}" &
 dump=$!
 children+=("$dump")
-NVRAM_FILE=$store VA_SIM_SCENE=$root/platform/sim/demo.scene "$bin/va" "$@" &
+if "$verbose"; then
+    exec {lines}>&1
+else
+    exec {lines}> >(pass_on)
+    passing_on=$!
+fi
+NVRAM_FILE=$store VA_SIM_SCENE=$root/platform/sim/demo.scene \
+    "$bin/va" "${va_arguments[@]}" >&"$lines" 2>&1 {lines}>&- &
 va=$!
 children+=("$va")
+exec {lines}>&-
 ((stop_requests == 0)) || stop_children
 
 status=0
 end_of "$va" || status=$?
 stop_children
 end_of "$dump" || true
+[[ -z $passing_on ]] || end_of "$passing_on" || true
 # A stop request in its first moments finds `va` without its handler.
 ((stop_requests == 0 || status != 128 + sigterm)) || status=0
 exit "$status"
