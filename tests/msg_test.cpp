@@ -60,11 +60,6 @@ struct Msg : testing::Test {
 
 TEST_F(Msg, RegistersUpToTheLimits)
 {
-    EXPECT_EQ(msg_init(nullptr, {}), -1);
-    EXPECT_EQ(msg_register(handle, "x", note, nullptr), -1);
-    EXPECT_EQ(msg_start(handle), -1);
-    EXPECT_EQ(msg_release(nullptr), -1);
-
     EXPECT_TRUE(start(7));
     const std::string longest(127, 'n');
     EXPECT_EQ(msg_register(handle, (longest + "n").c_str(), note, nullptr), -1);
@@ -169,14 +164,10 @@ TEST_F(Msg, SocketAnswersAConnectionOnceAndClosesIt)
 TEST_F(Msg, NothingIsLeftOfWhatFailsOrIsReleased)
 {
     const auto before = open_descriptors();
-    const std::string no_memory =
-        "msg_init:Can't alloc memory!\nmsg_registerExtend: Can't alloc memory !\n";
     for (const std::int32_t mode : {MSG_SOCKET, MSG_FIFO}) {
         unlink(path.c_str());
         const auto start_it = [&] { return start(mode); };
-        const int allocations = mode == MSG_FIFO ? 6 : 7;
-        EXPECT_EQ(stdout_of([&] { EXPECT_EQ(fail_each_allocation(start_it), allocations); }),
-                  no_memory + (mode == MSG_FIFO ? "msg_start: fail !\n" : ""));
+        EXPECT_EQ(fail_each_allocation(start_it), mode == MSG_FIFO ? 6 : 7);
     }
     EXPECT_TRUE(start(MSG_SOCKET));
     const LoopClient client(path);

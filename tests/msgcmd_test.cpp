@@ -239,19 +239,7 @@ TEST_F(Msgcmd, AnotherThreadMayComeInBetween)
 
 TEST_F(Msgcmd, MemoryAndDescriptorsRunOut)
 {
-    const auto make = [&] {
-        const int result = msgcmd_init(&client, path.c_str(), 2 * page);
-        msgcmd_release(&client);
-        return result == 0;
-    };
-    const std::string out = stdout_of([&] { EXPECT_EQ(fail_each_allocation(make), 5); });
-    const std::string no_client = "msgcmd_init: Can't alloc memory!\n";
-    EXPECT_TRUE(out.starts_with(no_client + no_client + "Can't allocate memory.\n"));
-    msgcmd other{};
-    client = &other;
     EXPECT_EQ(msgcmd_init(&client, path.c_str(), 4097 * page), -1);
-    EXPECT_EQ(client, nullptr);
-
     Peer peer(path);
     make_client(2 * page);
     EXPECT_EQ(fail_each_allocation([&] { return write("x") == 0; }), 2); // read and write event

@@ -62,13 +62,13 @@ TEST_F(VaFdTest, SendsTheSettingsThatAreSet)
     // Towards 0 from 54 on; what would be negative is the largest ratio. Settings are cut to 8
     // bits.
     for (const auto &[sensitivity, ratio] : {std::pair(0, 54),
-                                            {49, 29},
-                                            {51, 29},
-                                            {52, 28},
-                                            {109, 0},
-                                            {110, 64},
-                                            {255, 64},
-                                            {356, 4}}) {
+                                             {49, 29},
+                                             {51, 29},
+                                             {52, 28},
+                                             {109, 0},
+                                             {110, 64},
+                                             {255, 64},
+                                             {356, 4}}) {
         fd_apply_settings({0, -1, -1, -1, -1, sensitivity, -1, -1, -1}, all);
         EXPECT_EQ(ratio, all.thresRatio) << sensitivity;
     }
