@@ -81,8 +81,6 @@ TEST_F(DaemonTest, RelaysAlarmsToEveryClientAndAppliesChanges)
     const string log = daemon.log();
     EXPECT_EQ(log.rfind("sim: ta control"), log.find("sim: ta control", log.find("control") + 1));
     EXPECT_EQ(string::npos, log.find("Make run")) << log; // nothing is wrong with the directory
-    while (clients[0].next()) {
-    }
 }
 
 TEST_F(DaemonTest, SelectsModules)
@@ -110,9 +108,8 @@ TEST_F(DaemonTest, SelectsModules)
     }
     for (const char *option : {"-x", "-h", "-tx", "--help"}) {
         Daemon daemon(files, {"-t", option});
-        EXPECT_TRUE(daemon.wait_for_exit());
+        EXPECT_TRUE(daemon.wait_for_exit() && daemon.log().empty());
         EXPECT_EQ("usage: va [-o|-f|-t|-d]\n", daemon.output());
-        EXPECT_EQ("", daemon.log());
         EXPECT_FALSE(std::filesystem::exists(files.file("run/pid")));
     }
 }
@@ -224,7 +221,7 @@ TEST_F(DaemonTest, EndsWhenItCannotStart)
         Daemon daemon(files, {"-t"});
         EXPECT_TRUE(daemon.wait_for_exit());
         EXPECT_NE(string::npos, daemon.log().find(test.line));
-        EXPECT_NE(string::npos, daemon.log().find("VA: Application quit.\n"));
+        EXPECT_TRUE(daemon.log().ends_with("VA: Application quit.\n"));
         EXPECT_EQ(string::npos, daemon.output().find("va_proc: end")); // no thread was started
         EXPECT_FALSE(std::filesystem::exists(files.file("run/pid")));
     }
@@ -237,7 +234,6 @@ TEST_F(DaemonTest, GoesOnAfterAFailure)
         string scene, log;
         string last_started, not_started;
     } cases[] = {
-        {"fail ne3_val_fd_open 1 5\n", "VA: fd_open failed.\n", "init fd.\n", "init ta\n"},
         {"fail ne3_val_ta_start 1 5\n", "VA: start failed.\n", "init ta\n", "==>va_dis_set_ctrl"},
         {"fail ne3_val_od_get_data 3 5\n", "VA: ne3_val_od_get_data failed.\n",
          "==>va_dis_set_ctrl", "va_init: fail."},

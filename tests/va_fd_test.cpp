@@ -34,31 +34,25 @@ string face_window(int number, int left, int right, int top, int bottom, bool de
 
 TEST_F(VaFdTest, SendsTheSettingsThatAreSet)
 {
-    ne3_val_fd_ctrl wanted;
-    std::memset(&wanted, 0x55, sizeof wanted);
-    wanted.mask = nullptr;
-    wanted.windows = nullptr;
+    ne3_val_fd_ctrl old;
+    std::memset(&old, 0x55, sizeof old);
     const ne3_val_fd_ctrl sent =
-        start("Properties.FaceDetection.Flip=on\nFaceDetection.MaxDetectionSize=959\n"
-              "VideoAnalytics.FD.FaceTotal=300\n",
-              wanted)
+        start(lines("", {"Properties.FaceDetection.Flip=on", "VideoAnalytics.FD.FaceTotal=300",
+                         "FaceDetection.MaxDetectionSize=959"}),
+              old)
             .ctrl;
-    wanted.flip = 1;
-    wanted.maskEnable = 0;
-    wanted.sizeChkMtd = 1;
-    wanted.minDetectionSize = 120;
-    wanted.maxDetectionSize = 959;
-    wanted.faceTotal = 44;
-    EXPECT_EQ(0, std::memcmp(&wanted, &sent, offsetof(ne3_val_fd_ctrl, mask)));
+    const ne3_val_fd_ctrl wanted{0x55555555, 1,    0,   0x55, 1,  44, 0x55,
+                                 0x55,       0x55, 120, 959,  {}, 0,  {}};
+    constexpr std::size_t numbers = offsetof(ne3_val_fd_ctrl, mask);
+    EXPECT_EQ(0, std::memcmp(&wanted, &sent, numbers));
     EXPECT_TRUE(sent.windowBits == 0x55555555 && !sent.mask && !sent.windows);
     EXPECT_EQ("init fd.\n==> old fd thresRatio = 85\n==>fd thresRatio=85\n", output);
     EXPECT_TRUE(sim_open_prm("fd")->prm0 == 1 && sim_open_prm("fd")->prm1 == 1);
 
     ne3_val_fd_ctrl all{};
-    fd_apply_settings({0, 1, 2, 3, 4, 5, 6, 7, 8}, all);
-    EXPECT_TRUE(all.almMtd == 1 && all.sizeChkMtd == 2 && all.minDetectionSize == 3 &&
-                all.maxDetectionSize == 4 && all.faceTotal == 6 && all.angleMtd == 7 &&
-                all.angle == 8);
+    fd_apply_settings({0, 1, 2, 3, 4, 50, 6, 7, 8}, all);
+    const ne3_val_fd_ctrl wanted_all{0, 0, 0, 1, 2, 6, 29, 8, 7, 3, 4, {}, 0, {}};
+    EXPECT_EQ(0, std::memcmp(&wanted_all, &all, numbers));
     // Towards 0 from 54 on; what would be negative is the largest ratio. Settings are cut to 8
     // bits.
     for (const auto &[sensitivity, ratio] : {std::pair(0, 54),

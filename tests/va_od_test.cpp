@@ -22,39 +22,21 @@ protected:
     VaOdTest() { gm_bOdEna = 1; }
 
     // Reads the settings and starts the module on a fresh stand-in.
-    void start(const string &settings, const OdFrame &frame = hd)
+    SimOdControl start(const string &settings, const OdFrame &frame = hd)
     {
         open_library();
-        ne3_val_od_ctrl old{};
-        old.library = 0xdeadbeef;
-        old.flags = 0xa0a0;
-        sim_set_od_defaults(old);
+        sim_set_od_defaults({0xdeadbeef, 0xa0a0, 0, 0, 0, {}, {}, {}, {}, {}, {}, {}});
         use_sensor(frame.width, frame.height);
         files.store(settings);
         va_od_getConf(&context);
         EXPECT_EQ(0, run([&] { return va_od_init(&context); }));
-    }
-
-    // The control record as accepted.
-    SimOdControl control()
-    {
-        const auto control = sim_od_control();
-        EXPECT_TRUE(control);
-        return control.value_or(SimOdControl{});
+        return sim_od_control().value_or(SimOdControl{});
     }
 };
 
-struct Box {
-    int left, top, right, bottom; // pixels
-};
-
-ne3_val_od_polygon polygon(const Box &box)
+ne3_val_od_polygon polygon(int left, int top, int right, int bottom) // pixels
 {
-    return {4,
-            {{box.left, box.top},
-             {box.left, box.bottom},
-             {box.right, box.bottom},
-             {box.right, box.top}}};
+    return {4, {{left, top}, {left, bottom}, {right, bottom}, {right, top}}};
 }
 
 template <class Block>
@@ -82,84 +64,39 @@ const string every_block =
     lines("CrossLine.C1.", {"StartX=0", "StartY=0", "EndX=9999", "EndY=5000", "Direction=2",
                             "SlowSpeed=50", "FastSpeed=10"});
 
-// The settings above, worked out by hand for two frames.
-struct Translation {
-    OdFrame frame;
-    Box nonDet1, nonDet3, det0;
-    ne3_val_od_obj_set doSet, soSet;
-    ne3_val_od_filter line, area;
-    Box ndArea;
-};
-
 // clang-format off
-const Translation translations[] = {
-    {hd, {96, 0, 192, 1079}, {0, 270, 1919, 540}, {0, 0, 960, 540}, {30, 53, 40, 7, 6}, {7000, 160, 90, 3, 4},
-     {1, 2, {{0, 0}, {1919, 540}}, 1, 160, 1, 90, 0, 4096, 2, {}},
-     {3, 4, {{480, 270}, {480, 810}, {1440, 810}, {1440, 270}}, 8, 160, 9, 90, 0, 158, 0, {}},
-     {0, 972, 1920, 1080}},
-    {sxga, {64, 0, 128, 1023}, {0, 256, 1279, 512}, {0, 0, 640, 512}, {30, 80, 56, 10, 7}, {7000, 160, 100, 3, 4},
-     {1, 2, {{0, 0}, {1279, 512}}, 1, 240, 1, 126, 0, 4096, 2, {}},
-     {3, 4, {{320, 256}, {320, 768}, {960, 768}, {960, 256}}, 12, 240, 12, 126, 0, 158, 0, {}},
-     {0, 921, 1280, 1024}},
-};
-// clang-format on
+const char *const printed[] = {
+    "init od.\nod old prm: resolution=0,interval=0,diffImgNum=0\nod set mask 1.\nmask pos 64,0.\n",
+    "\nod set mask 3.\nmask pos 0,256.\n", "\nod set det mask 0.\ndetect pos 0,0.\ndetect pos 0,512.\n",
+    "\nod: set odDoParamInitdoMaxObjNum = 10\nod: set odDoParamSetod do: subth=30,min_dim=10x7,max_dim=80x56\n",
+    "\nod: set odSoParamInitsoMaxObjNum = 20\nod: set odSoParamSetsoParam:soThTime=7000,minSizeX=3,minSizeY=4,"
+    "maxSizeX=160,maxSizeY=100\nod: setup vmf filter, num=2, alarmTime=45.\nfilter_0. node[0] point (0,0)\n",
+    "event=1,objMinSizeX=1,objMinSizeY=1,objMaxSizeX=240,objMaxSizeY=126,MinDv=0,MaxDv=4096,movingDirection=2\n",
+    "\nsetup no detect area 0\n(0,921)(0,1024)(1280,1024)(1280,921)\ncombo filter = 1\n"};
 
-// As printed for the first frame.
-const string printed_lines =
-    "init od.\n"
-    "od old prm: resolution=0,interval=0,diffImgNum=0\n"
-    "od set mask 1.\n"
-    "mask pos 96,0.\nmask pos 96,1079.\nmask pos 192,1079.\nmask pos 192,0.\n"
-    "od set mask 3.\n"
-    "mask pos 0,270.\nmask pos 0,540.\nmask pos 1919,540.\nmask pos 1919,270.\n"
-    "od set det mask 0.\n"
-    "detect pos 0,0.\ndetect pos 0,540.\ndetect pos 960,540.\ndetect pos 960,0.\n"
-    "od: set odDoParamInitdoMaxObjNum = 10\n"
-    "od: set odDoParamSetod do: subth=30,min_dim=7x6,max_dim=53x40\n"
-    "od: set odSoParamInitsoMaxObjNum = 20\n"
-    "od: set odSoParamSetsoParam:soThTime=7000,minSizeX=3,minSizeY=4,maxSizeX=160,maxSizeY=90\n"
-    "od: setup vmf filter, num=2, alarmTime=45.\n"
-    "filter_0. node[0] point (0,0)\nfilter_0. node[1] point (1919,540)\n"
-    "event=1,objMinSizeX=1,objMinSizeY=1,objMaxSizeX=160,objMaxSizeY=90,MinDv=0,MaxDv=4096,"
-    "movingDirection=2\n"
-    "filter_1. node[0] point (480,270)\nfilter_1. node[1] point (480,810)\n"
-    "filter_1. node[2] point (1440,810)\nfilter_1. node[3] point (1440,270)\n"
-    "event=3,objMinSizeX=8,objMinSizeY=9,objMaxSizeX=160,objMaxSizeY=90,MinDv=0,MaxDv=158,"
-    "movingDirection=0\n"
-    "setup no detect area 0\n(0,972)(0,1080)(1920,1080)(1920,972)\n"
-    "combo filter = 1\n";
-
+// The settings above, worked out by hand.
 TEST_F(VaOdTest, TranslatesAndPrintsEveryBlock)
 {
-    for (const Translation &wanted : translations) {
-        SCOPED_TRACE(wanted.frame.width);
-        start(every_block, wanted.frame);
-        EXPECT_EQ("", log);
-        const SimOdControl sent = control();
-        EXPECT_EQ(0xdeadbeef, sent.ctrl.library);
-        EXPECT_EQ(0xa0a7, sent.ctrl.flags);
-        EXPECT_EQ(1, sent.ctrl.resolution);
-        EXPECT_EQ(7, sent.ctrl.interval);
-        EXPECT_EQ(9, sent.ctrl.diffImgNum);
-        expect_block<ne3_val_od_masks>("nonDetMasks",
-                                       {{2, {polygon(wanted.nonDet1), polygon(wanted.nonDet3)}}},
-                                       sent.nonDetMasks);
-        expect_block<ne3_val_od_masks>("detMasks", {{1, {polygon(wanted.det0)}}}, sent.detMasks);
-        expect_block<ne3_val_od_obj_init>("doInit", {{10}}, sent.doInit);
-        expect_block<ne3_val_od_obj_set>("doSet", wanted.doSet, sent.doSet);
-        expect_block<ne3_val_od_obj_init>("soInit", {{20}}, sent.soInit);
-        expect_block<ne3_val_od_obj_set>("soSet", wanted.soSet, sent.soSet);
-
-        const ne3_val_od_vmf vmf{
-            2,  45,       {wanted.line, wanted.area}, 1, {polygon(wanted.ndArea)}, 1, {0, 1, -1},
-            {}, {5000, 0}};
-        expect_block<ne3_val_od_vmf>("vmf", vmf, sent.vmf);
-        EXPECT_EQ(&wanted == translations, output == printed_lines) << output;
-    }
+    const SimOdControl sent = start(every_block, sxga);
+    EXPECT_EQ("", log);
+    EXPECT_TRUE(sent.ctrl.library == 0xdeadbeef && sent.ctrl.flags == 0xa0a7);
+    EXPECT_TRUE(sent.ctrl.resolution == 1 && sent.ctrl.interval == 7 && sent.ctrl.diffImgNum == 9);
+    expect_block<ne3_val_od_masks>("nonDetMasks", {{2, {polygon(64, 0, 128, 1023), polygon(0, 256, 1279, 512)}}}, sent.nonDetMasks);
+    expect_block<ne3_val_od_masks>("detMasks", {{1, {polygon(0, 0, 640, 512)}}}, sent.detMasks);
+    expect_block<ne3_val_od_obj_init>("doInit", {{10}}, sent.doInit);
+    expect_block<ne3_val_od_obj_set>("doSet", {{30, 80, 56, 10, 7}}, sent.doSet);
+    expect_block<ne3_val_od_obj_init>("soInit", {{20}}, sent.soInit);
+    expect_block<ne3_val_od_obj_set>("soSet", {{7000, 160, 100, 3, 4}}, sent.soSet);
+    const ne3_val_od_filter line{1, 2, {{0, 0}, {1279, 512}}, 1, 240, 1, 126, 0, 4096, 2, {}};
+    const ne3_val_od_filter area{3, 4, {{320, 256}, {320, 768}, {960, 768}, {960, 256}}, 12, 240, 12, 126, 0, 158, 0, {}};
+    expect_block<ne3_val_od_vmf>("vmf", {{2, 45, {line, area}, 1, {polygon(0, 921, 1280, 1024)}, 1, {0, 1, -1}, {}, {5000, 0}}}, sent.vmf);
+    for (const char *lines : printed)
+        EXPECT_NE(string::npos, output.find(lines)) << lines << output;
     const auto prm = sim_od_open_prm();
     EXPECT_TRUE(prm->prm0 == 4 && prm->prm1 == 1 && prm->prm2 == 0 && prm->prm3 == 1);
     EXPECT_EQ(1, context.odOpened);
 }
+// clang-format on
 
 TEST_F(VaOdTest, FallsBackWhereSettingsCannotBeUsed)
 {
@@ -177,8 +114,7 @@ TEST_F(VaOdTest, FallsBackWhereSettingsCannotBeUsed)
         const char *what;
         OdFrame frame;
         string settings;
-        Set doSet;
-        Set soSet;
+        Set doSet, soSet;
         string log;
     } cases[] = {
         {"defaults", hd, "", dynamic_default, whole, static_log},
@@ -189,7 +125,8 @@ TEST_F(VaOdTest, FallsBackWhereSettingsCannotBeUsed)
         {"minimum above maximum", hd, "VMDWindow.MinDetectionSize=200x1\n" + max_size + "200x100\n", none,
          whole, dynamic_log + static_log},
         {"invalid records", hd, "VMDWindow.Sensitivity=256\nObjectDetection.SODetectionTime=4\n", none, none, ""},
-        {"static minimum at the maximum", hd, min + so + "MaxSizeX=2\n", dynamic_default, whole, static_log},
+        {"static minimum at the maximum", hd, lines(so, {"MinSizeX=9", "MaxSizeX=9", "MinSizeY=2"}),
+         dynamic_default, whole, static_log},
         {"smallest static sizes", hd, min + lines(so, {"MaxSizeX=3", "MaxSizeY=3"}), dynamic_default,
          Set{{5000, 160, 3, 2, 2}}, ""},
         {"static grid 4:3", sxga, min + max_size + "1280x1024\n", Set{{40, 160, 120, 2, 2}},
@@ -198,9 +135,8 @@ TEST_F(VaOdTest, FallsBackWhereSettingsCannotBeUsed)
     // clang-format on
     for (const auto &test : cases) {
         SCOPED_TRACE(test.what);
-        start(test.settings, test.frame);
+        const SimOdControl sent = start(test.settings, test.frame);
         EXPECT_EQ(test.log, log);
-        const SimOdControl sent = control();
         expect_block("doSet", test.doSet, sent.doSet);
         expect_block("soSet", test.soSet, sent.soSet);
         EXPECT_FALSE(sent.nonDetMasks || sent.detMasks);
@@ -210,21 +146,32 @@ TEST_F(VaOdTest, FallsBackWhereSettingsCannotBeUsed)
 
 TEST_F(VaOdTest, DerivesTheIntervalFromTheFrameRate)
 {
-    const struct {
-        int fps;
-        int intervals[6]; // for the settings 1..6
-    } cases[] = {
+    // clang-format off
+    const std::pair<int, std::array<int, 6>> cases[] = { // for the settings 1..6
         {15, {7, 5, 4, 2, 1, 1}}, {25, {7, 5, 4, 2, 1, 2}}, {30, {7, 5, 4, 2, 2, 2}},
-        {50, {7, 5, 4, 3, 3, 4}}, {60, {7, 5, 4, 4, 4, 4}},
-    };
-    for (const auto &test : cases) {
-        const OdFrame frame{1920, 1080, test.fps, true};
+        {50, {7, 5, 4, 3, 3, 4}}, {60, {7, 5, 4, 4, 4, 4}}};
+    // clang-format on
+    for (const auto &[fps, intervals] : cases) {
         for (int setting = 1; setting <= 6; ++setting)
-            EXPECT_EQ(test.intervals[setting - 1], od_working({1, 0, setting, 1}, frame).interval)
-                << test.fps << " " << setting;
+            EXPECT_EQ(intervals[setting - 1],
+                      od_working({1, 0, setting, 1}, {1920, 1080, fps, true}).interval)
+                << fps << " " << setting;
     }
     const OdWorking fixed = od_working({}, hd);
     EXPECT_TRUE(fixed.resolution == 2 && fixed.interval == 2 && fixed.diffImgNum == 5);
+}
+
+TEST_F(VaOdTest, SendsTheFilterRecordAsItIs)
+{
+    ODVmfParamConf conf{};
+    conf.valid = conf.filterNum = 1;
+    conf.reserved[0] = 5;
+    conf.reserved[1] = 6;
+    conf.filters[0].objMaxSizeX = conf.filters[0].objMaxSizeY = INT32_MAX;
+    const ne3_val_od_vmf vmf = od_vmf(conf, hd);
+    EXPECT_TRUE(vmf.reserved[0] == 5 && vmf.reserved[1] == 6);
+    // 178956970 cells, cut to 16 bits; the height of a 16:9 frame is the grid's.
+    EXPECT_TRUE(vmf.filters[0].objMaxSizeX == 43690 && vmf.filters[0].objMaxSizeY == 90);
 }
 
 TEST_F(VaOdTest, SortsAlarmsByEventCode)

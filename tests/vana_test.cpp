@@ -66,12 +66,10 @@ TEST_F(VanaTest, RefusesBadFiles)
         {"no program", firmware({8, at, 0}, plenty), good_work, no_program},
         {"truncated vector", good.substr(0, 128 + 5), good_work, no_program},
         {"truncated program", good.substr(0, good.size() - 1), good_work, no_program},
-        {"large vector", firmware({SIM_VECTOR_SIZE + 1, at, 8}, plenty), good_work, no_program},
         {"over the end", firmware({8, at + 1, SIM_PROGRAM_SIZE}, plenty), good_work, no_program},
         {"below", firmware({8, at - 1, 8}, plenty), good_work, no_program},
         {"size wraps", firmware({8, at + 8, 0xfffffffc}, plenty), good_work, no_program},
         {"truncated work data", good, good_work.substr(0, good_work.size() - 1), no_work},
-        {"no work data", good, work_data(work_at, 0, plenty), no_work},
         {"large work data", good, work_data(work_at, SIM_WORK_SIZE + 1, plenty), no_work},
     };
     // clang-format on
