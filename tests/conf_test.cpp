@@ -8,6 +8,9 @@
 #include "tests/support/capture.h"
 #include "tests/support/store_file.h"
 
+#include <algorithm>
+#include <functional>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -166,6 +169,176 @@ TEST(Sensor, OffersResolutionsAndFrameBuffers)
     FrameBufferConf conf = {};
     EXPECT_TRUE(FrameBufferConf_Get("IMX185", &conf) == 0 && conf.bufferNum == 8);
     EXPECT_EQ(FrameBufferConf_Get("hm2055", &conf), -1);
+}
+
+const std::string od = "VideoAnalytics.OD.";
+const std::string vmf = od + "VmfParam.";
+
+TEST(Windows, AreOrderedAndMasksNeedAName)
+{
+    const StoreFile store(
+        window("VMDWindow.Detect.V2.", 7000, 2000, 500, 9000) +
+        window("FaceDetection.F29.", 8000, 2000, 500, 4500) + window("Motion.M3.", 90, 20, 7, 10) +
+        window("Motion.M5.", 5, 6, 7, 8) +
+        lines("FaceDetection.", {"F29.WindowType=Detected", "F28.WindowType=detected"}) +
+        lines("Motion.", {"M3.Name=door", "M3.WindowType=INCLUDE", "M3.ObjectSize=15",
+                          "M3.Sensitivity=80", "M6.Name=x", "M7.Name=x", "M7.WindowType=in"}) +
+        lines("PrivacyMask.M0.", {"Name=" + std::string(2000, 'n'), "Left=1", "Right=2", "Top=3"}) +
+        lines("PrivacyMask.M2.", {"Name=x", "Bottom=4", "Level=5"}));
+    EXPECT_TRUE(same_bytes(read_record(conf_getODDetMaskConf, 2),
+                           {1, 2, 4, {{2000, 500}, {2000, 9000}, {7000, 9000}, {7000, 500}}}));
+    const auto &face = conf_getFDWindowConf;
+    EXPECT_TRUE(same_bytes(read_record(face, 29), {1, 0, 2000, 500, 6000, 4000, 1}));
+    EXPECT_TRUE(same_bytes(read_record(face, 28), {}));
+    const auto &motion = conf_getMotionConfig;
+    EXPECT_TRUE(same_bytes(read_record(motion, 3), {1, 20, 7, 70, 3, 1, 15, 80, 3}));
+    EXPECT_TRUE(same_bytes(read_record(motion, 5), {0, 0, 0, 0, 0, 0, 0, 0, 5}));
+    EXPECT_TRUE(same_bytes(read_record(motion, 6), {1, 0, 0, 0, 0, 1, 0, 0, 6})); // no type
+    EXPECT_TRUE(same_bytes(read_record(motion, 7), {1, 0, 0, 0, 0, 0, 0, 0, 7})); // an unknown one
+    const auto &mask = conf_getPrivacyMaskConfig;
+    PrivacyMaskConfig cut = {1, "", 1, 2, 3, 100, 100, 0};
+    std::fill_n(cut.name, 63, 'n');
+    EXPECT_TRUE(same_bytes(read_record(mask, 0), cut));
+    EXPECT_TRUE(same_bytes(read_record(mask, 1), {0, "", 0, 0, 0, 0, 0, 1}));
+    EXPECT_TRUE(same_bytes(read_record(mask, 2), {1, "x", 100, 100, 100, 4, 5, 2}));
+}
+
+// The flag at the beginning of a record that is cleared when it is not valid.
+template <auto Reader, auto... Index>
+int valid()
+{
+    const auto record = read_record(Reader, Index...);
+    std::int32_t flag;
+    std::memcpy(&flag, &record, sizeof flag);
+    EXPECT_TRUE(flag || same_bytes(record, {}));
+    return flag;
+}
+
+struct Range {
+    std::string settings; // with a # in the place of the number
+    int low, high;
+    std::function<int()> valid;
+};
+
+std::vector<Range> all_ranges()
+{
+    const std::string so = od + "SOParam.";
+    const std::string min_size = "VMDWindow.MinDetectionSize=";
+    const std::string max_size = "VMDWindow.MaxDetectionSize=";
+    const std::string combo = vmf + "ComboFilter.";
+    constexpr auto ctrl = valid<conf_getODCtrlConf>;
+    constexpr auto do_set = valid<conf_getODDoParamSetConf>;
+    constexpr auto so_set = valid<conf_getODSoParamSetConf>;
+    const auto area = [] { return read_record(conf_getObjectDetectionConf, 0).valid; };
+    const auto line = [] { return read_record(conf_getCrossLineConf, 0).valid; };
+    const auto nd_area = [] { return read_record(conf_getODVmfParamConf).ndAreaNum; };
+    const auto combined = [] { return read_record(conf_getODVmfParamConf).comboValid; };
+    // clang-format off
+    std::vector<Range> ranges = {
+        {od + "Resolution=#", 0, 2, ctrl}, {od + "DiffImgNum=#", 1, 15, ctrl},
+        {"VMDWindow.Response=#", 1, 6, ctrl}, {"VMDWindow.Sensitivity=#", 0, 255, do_set},
+        {min_size + "#x9", 1, 4000, do_set}, {min_size + "9x#", 1, 4000, do_set},
+        {max_size + "#x9", 1, 4000, do_set}, {max_size + "9x#", 1, 4000, do_set},
+        {od + "DOParam.MaxObjNum=#", 1, 72, valid<conf_getODDoParamInitConf>},
+        {so + "MaxObjNum=#", 1, 72, valid<conf_getODSoParamInitConf>},
+        {"ObjectDetection.SODetectionTime=#", 5, 86400, so_set},
+        {so + "MaxSizeX=#", 2, 160, so_set}, {so + "MaxSizeY=#", 2, 120, so_set},
+        {so + "MaxSizeX=50\n" + so + "MinSizeX=#", 1, 50, so_set},
+        {so + "MaxSizeY=60\n" + so + "MinSizeY=#", 1, 60, so_set},
+        {combo + "Interval=1,2\n" + combo + "FilterID=0,1,#", 2, 2, combined},
+        {combo + "FilterID=2,0\n" + combo + "Interval=#", 0, 600000, combined}};
+    const Range windows[] = {{"VMDWindow.NonDetect.V0.", 0, 9999, valid<conf_getODMaskConf, 0>},
+                             {"VMDWindow.Detect.V0.", 0, 9999, valid<conf_getODDetMaskConf, 0>},
+                             {"FaceDetection.F0.", 0, 9999, valid<conf_getFDWindowConf, 0>},
+                             {"ObjectDetection.O0.", 0, 9999, area},
+                             {vmf + "NdArea0.", 0, 10000, nd_area}};
+    // clang-format on
+    for (const char *end : {"StartX=#", "StartY=#", "EndX=#", "EndY=#"})
+        ranges.push_back({lines("CrossLine.C0.", {"StartX=5", "StartY=6", "EndX=7", "EndY=8", end}),
+                          0, 9999, line});
+    for (const auto &[key, low, high, reader] : windows) {
+        for (const char *edge : {"Left=#", "Right=#", "Top=#", "Bottom=#"})
+            ranges.push_back({window(key, 50, 60, 70, 80) + key + edge, low, high, reader});
+        // At 0 they enclose nothing.
+        ranges.push_back({window(key, 50, 0, 70, 80) + key + "Left=#", 1, high, reader});
+        ranges.push_back({window(key, 50, 60, 0, 80) + key + "Bottom=#", 1, high, reader});
+    }
+    return ranges;
+}
+
+TEST(Ranges, IncludeBothEnds)
+{
+    StoreFile store;
+    for (const auto &[settings, low, high, valid] : all_ranges()) {
+        for (const int value : {low - 1, low, high, high + 1}) {
+            store.write(std::regex_replace(settings, std::regex("#"), std::to_string(value)));
+            EXPECT_EQ(valid(), low <= value && value <= high) << settings << value;
+        }
+    }
+    for (const char *size : {"64", "", "x1", "1x", "1X1", "-1x-1", "1 x1"}) {
+        store.write(lines("VMDWindow.MinDetectionSize=", {size}));
+        EXPECT_EQ(valid<conf_getODDoParamSetConf>(), 0) << size;
+    }
+}
+
+std::string area(int n, int type)
+{
+    const std::string key = "ObjectDetection.O" + std::to_string(n) + ".";
+    return window(key, 30, 10, 20, 40) + key + "Type=" + std::to_string(type) + "\n" + key +
+           "MinInspectionSize=3x4\n" + key + "MaxInspectionSize=5\n";
+}
+
+std::string line(int n)
+{
+    return lines("CrossLine.C" + std::to_string(n) + ".",
+                 {"StartX=1", "StartY=2", "EndX=3", "EndY=4", "Direction=5", "SlowSpeed=6",
+                  "FastSpeed=7", "MinInspectionSize=8x9", "MaxInspectionSize=10x11"});
+}
+
+std::string combo(const std::string &ids, const std::string &intervals)
+{
+    return lines(vmf + "ComboFilter.", {"FilterID=" + ids, "Interval=" + intervals});
+}
+
+TEST(Filters, AreLinesThenAreasWithNoDetectionAreasAndAChain)
+{
+    // clang-format off
+    const ODVmfFilterConf lined = {{}, 1, 2, {{1, 2}, {3, 4}}, 8, 10, 9, 11, 6, 7, 5};
+    const ODVmfFilterConf point = {{}, 1, 2, {{9, 8}, {9, 8}}, 1, 1920, 1, 1080, 1, 100, -1};
+    const auto box = [](std::int32_t event) {
+        return ODVmfFilterConf{
+            {}, event, 4, {{10, 20}, {10, 40}, {30, 40}, {30, 20}}, 3, 1920, 4, 1080, 1, 100, 0};
+    };
+    const std::pair<std::string, ODVmfParamConf> cases[] = {
+        {lines("CrossLine.C0.", {"StartX=9", "StartY=8", "EndX=9", "EndY=8", "MinInspectionSize=8"}),
+         {1, 1, 30, {point}, 0, {}, 0, {0, -1, -1}, {}, {}}},
+        {line(1) + area(0, 1) + area(2, 2),
+         {1, 3, 30, {lined, box(3), box(2)}, 0, {}, 0, {0, -1, -1}, {}, {}}},
+        {area(0, 0) + area(1, 5) + area(2, -1),
+         {1, 3, 30, {box(0), box(0), box(0)}, 0, {}, 0, {0, -1, -1}, {}, {}}},
+        {line(2) + line(0) + area(1, 1) + area(2, 2) + area(3, 0) + line(3),
+         {1, 3, 30, {lined, lined, box(3)}, 0, {}, 0, {0, -1, -1}, {}, {}}},
+        {window(vmf + "NdArea1.", 9, 0, 3, 7) + window(vmf + "NdArea3.", 5, 6, 8, 7),
+         {0, 0, 30, {}, 2, {{4, {{0, 3}, {0, 7}, {9, 7}, {9, 3}}},
+                            {4, {{5, 7}, {5, 8}, {6, 8}, {6, 7}}}}, 0, {0, -1, -1}, {}, {}}},
+        {vmf + "AlarmTimes=-12", {0, 0, -12, {}, 0, {}, 0, {0, -1, -1}, {}, {}}},
+        {combo("0,1", "5000"), {0, 0, 30, {}, 0, {}, 1, {0, 1, -1}, {}, {5000, 0}}},
+        {combo("2,2", "0"), {0, 0, 30, {}, 0, {}, 0, {2, 2, -1}, {}, {}}},
+        {combo("0,3,1", "7"), {0, 0, 30, {}, 0, {}, 0, {0, -1, -1}, {}, {7, 0}}},
+        {combo("0,1,2", "7"), {0, 0, 30, {}, 0, {}, 0, {0, 1, 2}, {}, {7, 0}}},
+        {combo("0,1,2,0", "10,20,30"), {0, 0, 30, {}, 0, {}, 1, {0, 1, 2}, {}, {10, 20}}},
+        {combo(" 1 ; , 2x,0", "1,2"), {0, 0, 30, {}, 0, {}, 1, {1, 2, 0}, {}, {1, 2}}},
+        {combo("0,1", "1,2"), {0, 0, 30, {}, 0, {}, 0, {0, 1, -1}, {}, {1, 2}}}};
+    // clang-format on
+    StoreFile store;
+    for (const auto &[settings, expected] : cases) {
+        store.write(settings);
+        EXPECT_TRUE(same_bytes(read_record(conf_getODVmfParamConf), expected)) << settings;
+    }
+    store.write(line(1));
+    CrossLineConf conf;
+    EXPECT_EQ(stdout_of([&] { conf_getCrossLineConf(&conf, 1); }),
+              "cross line start (1,2), end (3,4)\n");
 }
 
 } // namespace
