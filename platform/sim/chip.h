@@ -23,13 +23,7 @@ struct LoaderAreas {
     Bytes vector = Bytes(SIM_VECTOR_SIZE);
 };
 
-struct Loader {
-    enum class State { closed, initialised, device_open, mapped, transferred, running };
-
-    State state = State::closed;
-    std::optional<LoaderAreas> areas; // while they are mapped
-};
-
+enum class LoaderState { closed, initialised, device_open, mapped, transferred, running };
 enum class LibraryState { closed, initialised, open };
 
 struct TamperAlarm : ControlledModule<ne3_val_ta_ctrl> {
@@ -95,7 +89,8 @@ struct ObjectDetection : ControlledModule<ne3_val_od_ctrl, SimOdControl> {
 
 struct Memory {
     Calls calls;
-    Loader loader;
+    LoaderState loader = LoaderState::closed;
+    std::optional<LoaderAreas> loader_areas; // while they are mapped
     LibraryState library = LibraryState::closed;
     TamperAlarm ta;
     Stabilisation dis;
@@ -157,7 +152,15 @@ int library_call(const char *function, Body body)
     });
 }
 
+// A library call that is a step of the loader or of the library.
+template <class State>
+int step_call(const char *function, State Memory::*state, State from, State to)
+{
+    return library_call(function, [=](Memory &chip) { return step(chip.*state, from, to); });
+}
+
 inline constexpr int no_result = 1;
+
 // Waits until `take` has found a result.
 template <class Take>
 int wait_for_result(LockedChip &chip, Module &module, int prm, Take take)

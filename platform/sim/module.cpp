@@ -27,13 +27,12 @@ int Module::cancel_data()
 
 int Module::step(State from, State to, const char *what)
 {
-    if (state_ != from)
-        return refuse(EPERM);
-    if (state_ == to)
-        return 0;
-    say("%s %s", name_, what);
-    state_ = to;
-    wake_reads();
+    if (::step(state_, from, to) == -1)
+        return -1;
+    if (from != to) {
+        say("%s %s", name_, what);
+        wake_reads();
+    }
     return 0;
 }
 

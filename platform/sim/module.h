@@ -7,6 +7,7 @@
 #include <deque>
 #include <memory>
 #include <optional>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -17,6 +18,22 @@ inline int refuse(int error)
 {
     errno = error;
     return -1;
+}
+
+// Fails with EPERM unless `state` lies between `first` and `last`.
+template <class State>
+int step(State &state, State first, State last, State to)
+{
+    if (state < first || state > last)
+        return refuse(EPERM);
+    state = to;
+    return 0;
+}
+
+template <class State>
+int step(State &state, State from, State to)
+{
+    return step(state, from, from, to);
 }
 
 // A get_data that waits; lives in its caller's frame.
@@ -73,20 +90,16 @@ public:
     {
         if (!is_open())
             return refuse(EPERM);
-        *ctrl = accepted ? record_of(*accepted) : defaults;
+        *ctrl = defaults;
+        if constexpr (std::is_same_v<Accepted, Record>)
+            *ctrl = accepted.value_or(defaults);
+        else if (accepted)
+            *ctrl = accepted->ctrl;
         return 0;
     }
 
     Record defaults{};
     std::optional<Accepted> accepted; // since the module was opened last
-
-private:
-    static const Record &record_of(const Record &record) { return record; }
-    template <class WithBlocks>
-    static const Record &record_of(const WithBlocks &control)
-    {
-        return control.ctrl;
-    }
 };
 
 // Says on standard error that a control record points at memory that is not the area of `block`.

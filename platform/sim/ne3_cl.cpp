@@ -3,38 +3,20 @@
 namespace
 {
 
-using State = Loader::State;
-
-// Fails unless the loader stands between `first` and `last`.
-int step(Loader &loader, State first, State last, State to)
-{
-    if (loader.state < first || loader.state > last)
-        return refuse(EPERM);
-    loader.state = to;
-    return 0;
-}
-
-int step_call(const char *function, State first, State last, State to)
-{
-    return library_call(function, [=](Memory &chip) { return step(chip.loader, first, last, to); });
-}
-
-int step_call(const char *function, State from, State to)
-{
-    return step_call(function, from, from, to);
-}
+using State = LoaderState;
 
 // The areas keep their content when they are asked for again, for another transfer.
-int map_areas(Loader &loader, vanaMemInfo *info)
+int map_areas(Memory &chip, vanaMemInfo *info)
 {
-    if (step(loader, State::device_open, State::transferred, State::mapped) == -1)
+    if (step(chip.loader, State::device_open, State::transferred, State::mapped) == -1)
         return -1;
-    if (!loader.areas)
-        loader.areas.emplace();
+    auto &areas = chip.loader_areas;
+    if (!areas)
+        areas.emplace();
     *info = {
-        .pProgramAddress = loader.areas->program.data(),
-        .pWorkAddress = loader.areas->work.data(),
-        .pVectorAddress = loader.areas->vector.data(),
+        .pProgramAddress = areas->program.data(),
+        .pWorkAddress = areas->work.data(),
+        .pVectorAddress = areas->vector.data(),
         .programPhysAddress = SIM_PROGRAM_ADDRESS,
         .workPhysAddress = SIM_WORK_ADDRESS,
         .vectorAddress = SIM_VECTOR_ADDRESS,
@@ -48,7 +30,7 @@ int map_areas(Loader &loader, vanaMemInfo *info)
 LoaderAreas::Bytes area(LoaderAreas::Bytes LoaderAreas::*which)
 {
     const LockedChip chip;
-    const auto &areas = chip->loader.areas;
+    const auto &areas = chip->loader_areas;
     return areas ? (*areas).*which : LoaderAreas::Bytes();
 }
 
@@ -56,37 +38,39 @@ LoaderAreas::Bytes area(LoaderAreas::Bytes LoaderAreas::*which)
 
 int ne3_cl_library_init()
 {
-    return step_call(__func__, State::closed, State::initialised);
+    return step_call(__func__, &Memory::loader, State::closed, State::initialised);
 }
 
 int ne3_cl_sys_open_device()
 {
-    return step_call(__func__, State::initialised, State::device_open);
+    return step_call(__func__, &Memory::loader, State::initialised, State::device_open);
 }
 
 int ne3_cl_cpu3_get_memory_info(vanaMemInfo *info)
 {
-    return library_call(__func__, [=](Memory &chip) { return map_areas(chip.loader, info); });
+    return library_call(__func__, [=](Memory &chip) { return map_areas(chip, info); });
 }
 
 int ne3_cl_cpu3_xfer_complete()
 {
-    return step_call(__func__, State::mapped, State::transferred);
+    return step_call(__func__, &Memory::loader, State::mapped, State::transferred);
 }
 
 int ne3_cl_cpu3_boot()
 {
-    return step_call(__func__, State::transferred, State::running);
+    return step_call(__func__, &Memory::loader, State::transferred, State::running);
 }
 
 int ne3_cl_cpu3_xfer_cancel()
 {
-    return step_call(__func__, State::mapped, State::transferred, State::mapped);
+    return library_call(__func__, [](Memory &chip) {
+        return step(chip.loader, State::mapped, State::transferred, State::mapped);
+    });
 }
 
 int ne3_cl_cpu3_shutdown()
 {
-    return step_call(__func__, State::running, State::mapped);
+    return step_call(__func__, &Memory::loader, State::running, State::mapped);
 }
 
 int ne3_cl_sys_close_device()
@@ -94,14 +78,14 @@ int ne3_cl_sys_close_device()
     return library_call(__func__, [](Memory &chip) {
         if (step(chip.loader, State::device_open, State::running, State::initialised) == -1)
             return -1;
-        chip.loader.areas.reset();
+        chip.loader_areas.reset();
         return 0;
     });
 }
 
 int ne3_cl_library_exit()
 {
-    return step_call(__func__, State::initialised, State::closed);
+    return step_call(__func__, &Memory::loader, State::initialised, State::closed);
 }
 
 std::vector<unsigned char> sim_program_area()

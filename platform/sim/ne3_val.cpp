@@ -2,24 +2,9 @@
 
 #include <initializer_list>
 
-namespace
-{
-
-int step(LibraryState &state, LibraryState from, LibraryState to)
-{
-    if (state != from)
-        return refuse(EPERM);
-    state = to;
-    return 0;
-}
-
-} // namespace
-
 int ne3_val_init()
 {
-    return library_call(__func__, [](Memory &chip) {
-        return step(chip.library, LibraryState::closed, LibraryState::initialised);
-    });
+    return step_call(__func__, &Memory::library, LibraryState::closed, LibraryState::initialised);
 }
 
 int ne3_val_open()
@@ -35,20 +20,18 @@ int ne3_val_open()
 int ne3_val_close()
 {
     return library_call(__func__, [](Memory &chip) {
-        if (!chip.library_is_open())
-            return refuse(EPERM);
+        if (step(chip.library, LibraryState::open, LibraryState::initialised) == -1)
+            return -1;
         for (Module *module :
              std::initializer_list<Module *>{&chip.od, &chip.fd, &chip.ta, &chip.dis})
             module->force_close();
-        return step(chip.library, LibraryState::open, LibraryState::initialised);
+        return 0;
     });
 }
 
 int ne3_val_exit()
 {
-    return library_call(__func__, [](Memory &chip) {
-        return step(chip.library, LibraryState::initialised, LibraryState::closed);
-    });
+    return step_call(__func__, &Memory::library, LibraryState::initialised, LibraryState::closed);
 }
 
 std::optional<ne3_val_open_prm> sim_open_prm(const std::string &module)

@@ -42,12 +42,6 @@ void Playback::restart()
     fd_ = {};
 }
 
-std::int64_t Playback::elapsed() const
-{
-    const auto passed = std::chrono::steady_clock::now() - start_;
-    return std::chrono::duration_cast<std::chrono::milliseconds>(passed).count();
-}
-
 std::optional<std::array<std::uint32_t, 4>> Playback::take_alarm()
 {
     const Moment now = std::chrono::steady_clock::now();
@@ -70,7 +64,8 @@ Moment Playback::alarm_due() const
 
 std::optional<Tick> Playback::take_tick(Cursor &cursor, std::int64_t interval) const
 {
-    const std::int64_t newest = elapsed() / interval;
+    const std::int64_t newest =
+        (std::chrono::steady_clock::now() - start_) / std::chrono::milliseconds(interval);
     if (newest < cursor.next)
         return {};
     const std::int64_t number = std::max(cursor.next, newest - kept_ms / interval);

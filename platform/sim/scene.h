@@ -112,7 +112,6 @@ private:
         std::int64_t round = -1;
     };
 
-    std::int64_t elapsed() const;
     std::optional<Tick> take_tick(Cursor &cursor, std::int64_t interval) const;
 
     template <class Script>

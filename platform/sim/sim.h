@@ -25,7 +25,7 @@
 // EAGAIN. A read whose module is stopped meanwhile fails with EPERM.
 //
 // A line beginning "sim: " on standard error tells each step of a module and each control record
-// with its blocks as accepted, and why something was refused.
+// with its blocks as accepted, why something was refused, and, once, what is wrong with the store.
 
 // Everything as at process start: modules closed, no results, no planned failure, empty log, the
 // scene of VA_SIM_SCENE to be loaded by the next call. Lent memory is gone.
