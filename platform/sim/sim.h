@@ -38,7 +38,7 @@ void sim_fail(const std::string &function, int nth, int error);
 // Every call since the last sim_reset(), in order, by function name ("ne3_val_ta_open"), failed
 // ones too; get_data calls that returned without a result are left out. The last SIM_CALLS_KEPT of
 // them.
-inline constexpr std::size_t SIM_CALLS_KEPT = 65536;
+inline constexpr std::size_t SIM_CALLS_KEPT = 4096;
 std::vector<std::string> sim_calls();
 
 // What get_data will return next, in this order, whether or not the module is open yet; passed
