@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Checks the layout of the sources, what clang-tidy finds in them, and the scripts.
+# Checks the layout of the sources, what clang-tidy finds in them, the scripts and the man pages.
 set -euo pipefail
 # shellcheck source=scripts/setup.sh
 source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
@@ -9,7 +9,7 @@ product=(va conf ipc event util platform tools)
 
 (($# == 0)) || die "usage: scripts/check-style.sh"
 
-require clang-format clang-tidy shellcheck
+require clang-format clang-tidy shellcheck groff-base
 [[ -f build/$preset/compile_commands.json ]] || configure "$preset"
 
 say "clang-format"
@@ -21,6 +21,13 @@ find "${product[@]}" -name '*.cpp' -print0 |
     xargs --null --max-args=1 --max-procs="$jobs" clang-tidy -p "build/$preset" --quiet
 
 say "shellcheck"
-shellcheck --external-sources scripts/*.sh .ci/run
+shellcheck --external-sources scripts/*.sh .ci/run tests/boot/*.sh
+shellcheck --shell=sh packaging/va.init.in packaging/postinst packaging/prerm
+
+say "man pages"
+for page in man/*; do
+    warnings=$(groff -ww -t -man -Tutf8 -rLL=78n "$page" 2>&1 >/dev/null)
+    [[ -z $warnings ]] || die "$warnings"
+done
 
 say "no findings"
