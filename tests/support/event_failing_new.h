@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <cstddef>
 #include <new>
 
 #include <gtest/gtest.h>
@@ -25,18 +24,17 @@ int fail_each_allocation(Attempt succeeds)
     }
 }
 
-inline void *unless_failing(void *(*allocate)(std::size_t), std::size_t size)
+inline bool next_fails()
 {
-    const bool fails = allocations_left >= 0 && allocations_left-- == 0;
-    return fails ? nullptr : allocate(size);
+    return allocations_left >= 0 && allocations_left-- == 0;
 }
 
 void *operator new(std::size_t size, const std::nothrow_t &) noexcept
 {
-    return unless_failing(::operator new, size);
+    return next_fails() ? nullptr : ::operator new(size);
 }
 
 void *operator new[](std::size_t size, const std::nothrow_t &) noexcept
 {
-    return unless_failing(::operator new[], size);
+    return next_fails() ? nullptr : ::operator new[](size);
 }
