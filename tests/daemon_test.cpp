@@ -161,11 +161,12 @@ TEST_F(DaemonTest, TrustsNoPidFileThatNamesNoProcess)
     Bystander dead(SIG_DFL);
     dead.end();
     const string number = std::to_string(bystander.pid);
+    const string padded = string(32 - number.size(), '0') + number + ' '; // longer than is read
     const string contents[] = {std::to_string(dead.pid),
                                "",
                                "-KILL " + number,
-                               number + " " + number,
-                               string(40, '0') + number,
+                               number + ' ' + number,
+                               padded,
                                "link",
                                "FIFO"};
     std::deque<DaemonFiles> places(std::size(contents));
