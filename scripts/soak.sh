@@ -12,7 +12,7 @@ source "$root/scripts/own.sh"
 [[ $# == 1 && $1 =~ ^[1-9][0-9]*$ ]] || die "usage: scripts/soak.sh MINUTES"
 minutes=$1
 keepers=4
-spare_kb=256 # by which the resident memory may grow: the allocator's share
+spare_kb=128 # by which the resident memory may grow: the allocator's share
 
 faults=()
 
