@@ -11,7 +11,7 @@ namespace
 
 using TimePoint = std::chrono::system_clock::time_point;
 
-std::string local_text(TimePoint time, const char *format)
+__attribute__((format(strftime, 2, 0))) std::string local_text(TimePoint time, const char *format)
 {
     const std::time_t seconds = std::chrono::system_clock::to_time_t(
         std::chrono::floor<std::chrono::seconds>(time)); // a time before 1970 too
