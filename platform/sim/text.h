@@ -12,7 +12,7 @@ public:
     Line() { add("sim: "); }
 
     [[gnu::format(printf, 2, 3)]] void add(const char *format, ...);
-    void add_list(const char *format, va_list arguments);
+    [[gnu::format(printf, 2, 0)]] void add_list(const char *format, va_list arguments);
 
     // In one write, so that the lines of two threads do not mix.
     void print();
