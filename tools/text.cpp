@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <system_error>
 
@@ -11,15 +12,13 @@ namespace
 
 using TimePoint = std::chrono::system_clock::time_point;
 
-__attribute__((format(strftime, 2, 0))) std::string local_text(TimePoint time, const char *format)
+std::tm local_time(TimePoint time)
 {
     const std::time_t seconds = std::chrono::system_clock::to_time_t(
         std::chrono::floor<std::chrono::seconds>(time)); // a time before 1970 too
     std::tm local{};
     localtime_r(&seconds, &local);
-    char text[64];
-    text[std::strftime(text, sizeof text, format, &local)] = '\0';
-    return text;
+    return local;
 }
 
 std::string milliseconds_text(TimePoint time)
@@ -43,14 +42,20 @@ std::string formatted(const char *format, ...)
 
 std::string clock_text(TimePoint time)
 {
-    return local_text(time, "%H:%M:%S") + milliseconds_text(time);
+    const std::tm local = local_time(time);
+    return formatted("%02d:%02d:%02d", local.tm_hour, local.tm_min, local.tm_sec) +
+           milliseconds_text(time);
 }
 
 std::string iso_text(TimePoint time)
 {
-    constexpr std::size_t minutes = 3; // of "+hhmm", where the colon goes
-    return local_text(time, "%Y-%m-%dT%H:%M:%S") + milliseconds_text(time) +
-           local_text(time, "%z").insert(minutes, ":");
+    constexpr int first_year = 1900; // of std::tm, whose months begin with 0
+    const std::tm local = local_time(time);
+    const long minutes = std::abs(local.tm_gmtoff) / 60;
+    return formatted("%04d-%02d-%02dT", first_year + local.tm_year, 1 + local.tm_mon,
+                     local.tm_mday) +
+           clock_text(time) +
+           formatted("%c%02ld:%02ld", local.tm_gmtoff < 0 ? '-' : '+', minutes / 60, minutes % 60);
 }
 
 std::string decimal_text(std::uint32_t word, const Field &field)
