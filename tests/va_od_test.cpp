@@ -69,8 +69,8 @@ const char *const printed[] = {
     "init od.\nod old prm: resolution=0,interval=0,diffImgNum=0\nod set mask 1.\nmask pos 64,0.\n",
     "\nod set mask 3.\nmask pos 0,256.\n", "\nod set det mask 0.\ndetect pos 0,0.\ndetect pos 0,512.\n",
     "\nod: set odDoParamInitdoMaxObjNum = 10\nod: set odDoParamSetod do: subth=30,min_dim=10x7,max_dim=80x56\n",
-    "\nod: set odSoParamInitsoMaxObjNum = 20\nod: set odSoParamSetsoParam:soThTime=7000,minSizeX=3,minSizeY=4,"
-    "maxSizeX=160,maxSizeY=100\nod: setup vmf filter, num=2, alarmTime=45.\nfilter_0. node[0] point (0,0)\n",
+    "\nod: set odSoParamInitsoMaxObjNum = 20\n",
+    "\nod: set odSoParamSetsoParam:soThTime=7000,minSizeX=3,minSizeY=4,maxSizeX=160,maxSizeY=100\nod: setup vmf filter, num=2, alarmTime=45.\nfilter_0. node[0] point (0,0)\n",
     "event=1,objMinSizeX=1,objMinSizeY=1,objMaxSizeX=240,objMaxSizeY=126,MinDv=0,MaxDv=4096,movingDirection=2\n",
     "\nsetup no detect area 0\n(0,921)(0,1024)(1280,1024)(1280,921)\ncombo filter = 1\n"};
 
@@ -152,10 +152,9 @@ TEST_F(VaOdTest, DerivesTheIntervalFromTheFrameRate)
         {50, {7, 5, 4, 3, 3, 4}}, {60, {7, 5, 4, 4, 4, 4}}};
     // clang-format on
     for (const auto &[fps, intervals] : cases) {
-        for (int setting = 1; setting <= 6; ++setting)
-            EXPECT_EQ(intervals[setting - 1],
-                      od_working({1, 0, setting, 1}, {1920, 1080, fps, true}).interval)
-                << fps << " " << setting;
+        for (std::int32_t setting = 1; const int interval : intervals)
+            EXPECT_EQ(interval, od_working({1, 0, setting++, 1}, {1920, 1080, fps, true}).interval)
+                << fps << " before " << setting;
     }
     const OdWorking fixed = od_working({}, hd);
     EXPECT_TRUE(fixed.resolution == 2 && fixed.interval == 2 && fixed.diffImgNum == 5);
