@@ -14,6 +14,10 @@
 #include <pthread.h>
 
 // The analytics back end of the daemon, as one record and its beginning and end.
+//
+// The daemon has two threads. The main thread starts and ends it; in between it runs the event
+// loop, and is what event/ and ipc/ call the loop thread. The processing thread (va/va_proc.h) is
+// started by it, and another thread to them. docs/architecture.md has the picture.
 
 inline constexpr int VA_OD_WINDOWS = 4;
 inline constexpr int VA_MOTION_WINDOWS = 30;

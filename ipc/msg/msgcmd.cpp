@@ -82,7 +82,7 @@ bool install(msgcmd *client, Fd &socket)
 }
 
 // Returns whether the connection's write event is there. A connection without one stays open: only
-// the loop's thread may close what it waits for. The next send tries again.
+// the loop thread may close what it waits for. The next send tries again.
 bool ensure_write_event(msgcmd *client)
 {
     if (!client->write_event) {

@@ -15,7 +15,7 @@
 // Two ways to send: msgcmd_block_write() connects, writes and closes. A msgcmd keeps a queue of
 // bytes, which the event loop (event/event.h) writes whenever the socket can take them.
 //
-// The loop's thread runs the callbacks. msgcmd_noblock_write() and msgcmd_setcb() may be called
+// The loop thread runs the callbacks. msgcmd_noblock_write() and msgcmd_setcb() may be called
 // from any thread, by several at a time, and from the callbacks. Sending does not wake the loop:
 // what another thread queues goes out from the next cycle on, so keep a periodic timer running to
 // bound the delay. A send that has to connect waits while the server's backlog is full, alone: the
