@@ -21,7 +21,7 @@ find "${product[@]}" -name '*.cpp' -print0 |
     xargs --null --max-args=1 --max-procs="$jobs" clang-tidy -p "build/$preset" --quiet
 
 say "shellcheck"
-shellcheck --external-sources scripts/*.sh .ci/run tests/boot/*.sh
+shellcheck --external-sources scripts/*.sh .ci/run tests/boot/*.sh examples/*.sh
 shellcheck --shell=sh packaging/va.init.in packaging/postinst packaging/prerm
 
 say "man pages"
