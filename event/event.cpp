@@ -267,9 +267,9 @@ void dispatch_list(event *list, Ready ready)
 
 void strip_removed()
 {
-    if (!any_removed)
+    // Cleared before the passes, so that one marked behind them has the next.
+    if (!any_removed || !any_removed.exchange(false))
         return;
-    any_removed = false; // before the passes, so that one marked behind them has the next
     strip_events(&time_event_list);
     strip_events(&fd_event_list);
     strip_events(&always_event_list);

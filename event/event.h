@@ -113,7 +113,7 @@ event *add_always_event(unsigned flags, event_callback callback, void *arg);
 void remove_event(event *handle);
 
 // Any thread. Disabling takes effect from the next cycle on. A timer keeps its due time while it is
-// disabled.
+// disabled. Nothing else is ordered by it: a lock has to guard what the callback looks at.
 void set_event_enabled(event *handle, int on);
 int get_event_enabled(const event *handle);
 
