@@ -106,8 +106,10 @@ void StreamClient::receive(const Sink &sink)
         connection_->reader.append(std::span(bytes).first(static_cast<std::size_t>(got)));
         take_frames(sink);
     } else if (got == 0) {
-        disconnect(connection_->reader.at_boundary() ? "closed by the daemon"
-                                                     : "closed within a record");
+        take_frames(sink); // what an earlier sink has left
+        if (connection_)
+            disconnect(connection_->reader.at_boundary() ? "closed by the daemon"
+                                                         : "closed within a record");
     } else if (errno != EINTR && errno != EAGAIN) {
         disconnect(text_of(errno));
     }

@@ -36,7 +36,7 @@ public:
     int fd() const;
 
     // Called once for each payload, which is valid during the call. False ends the receiving: what
-    // was read beyond is handed on together with what the next read brings.
+    // was read beyond is handed on together with what the next read brings, be it the end.
     using Sink = std::function<bool(std::span<const std::uint8_t> payload)>;
 
     // One read of what the socket holds, at most 64 KiB; call it when the descriptor is readable.

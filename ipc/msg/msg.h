@@ -89,8 +89,8 @@ int msg_registerExtend(msg_handle *handle, msg_callback callback, void *arg);
 // Calls `callback` for every line that names no command. -1 also for a second one.
 int msg_registerOthers(msg_handle *handle, msg_callback callback, void *arg);
 
-// Opens the FIFO, made if missing, or listens on the socket, and adds it to the event loop. -1 also
-// when it cannot be set up.
+// Opens the FIFO, made if missing, or listens on the socket, and adds it to the event loop. Once a
+// server. -1 also when it cannot be set up.
 int msg_start(msg_handle *handle);
 
 // The event callbacks that msg_start() registers; `handle` is the msg_handle, the descriptor that
