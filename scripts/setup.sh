@@ -6,7 +6,7 @@ jobs=$(nproc)
 export CMAKE_BUILD_PARALLEL_LEVEL=${CMAKE_BUILD_PARALLEL_LEVEL:-$jobs}
 export CTEST_PARALLEL_LEVEL=${CTEST_PARALLEL_LEVEL:-$jobs}
 
-base_packages=(g++ cmake ninja-build googletest busybox python3 socat)
+base_packages=(g++ cmake ninja-build googletest)
 
 say() {
     printf '%s: %s\n' "${0##*/}" "$*"

@@ -22,6 +22,7 @@ done
 shift $((OPTIND - 1))
 (($#)) || set -- host
 
+require busybox python3 socat # which the tests run
 for preset in "$@"; do
     say "preset $preset"
     configure "$preset" "${options[@]}"
