@@ -40,7 +40,7 @@ void run(VaContext *context)
     if (prepare_loop()) {
         event_loop(0);
     } else {
-        syslog(LOG_ERR, "Can't add the timer of the event loop.");
+        syslog(LOG_ERR, "Can't add the events of the event loop.");
         terminate = 1; // ends the processing thread, for which va_stop() waits
     }
     va_stop(context);
