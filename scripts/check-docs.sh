@@ -8,7 +8,8 @@
 #   <!-- run -->                 lines that begin with "$ " are commands, the others what they print;
 #                                without any such line the block is one script
 #   <!-- run: background -->     one command, which goes on until the end of the document
-#   <!-- run: line by line -->   each line is ended after three seconds; by then it has printed
+#   <!-- run: line by line -->   each line is ended after two seconds; by then it has printed
+#   <!-- shown by: COMMAND -->   what that command prints
 # "numbers vary" in a mark: all numbers of two digits or more are the same. Times and the path of the
 # tree are never compared; lines that the document leaves out are not missed.
 # <!-- background: COMMAND --> needs no block.
@@ -84,9 +85,11 @@ run_line_by_line() {
     local line status
     while IFS= read -r line; do
         status=0
-        timeout 3 bash -eu -o pipefail -c "$line" </dev/null >"$folder/printed" || status=$?
-        ((status == 0 || status == 124)) || fail "status $status of: $line"
-        [[ -s $folder/printed ]] || fail "prints nothing: $line"
+        timeout 2 bash -eu -o pipefail -c "$line" </dev/null \
+            >"$folder/printed" 2>"$folder/errors" || status=$?
+        [[ -s $folder/printed && ($status == 0 || $status == 124) ]] ||
+            fail "status $status, $(wc -l <"$folder/printed") lines printed by: $line
+$(cat "$folder/errors")"
     done <<<"$1"
 }
 
@@ -123,6 +126,10 @@ run_block() {
     blocks=$((blocks + 1))
     case $mark in
     *"line by line"*) run_line_by_line "$text" ;;
+    '<!-- shown by: '*)
+        line=${mark#<!-- shown by: }
+        run_session "\$ ${line% -->}"$'\n'"$text"
+        ;;
     *) if [[ $text == *'$ '* ]]; then run_session "$text"; else run_script "$text"; fi ;;
     esac
 }
@@ -148,7 +155,9 @@ check_document() {
         fi
         line_number=$number
         case $line in
-        '<!-- run -->' | '<!-- run: '*' -->') mark=$line ;;
+        '<!-- run -->' | '<!-- run: '*' -->' | '<!-- shown by: '*' -->')
+            mark=${line//\/tmp\//$folder/}
+            ;;
         '<!-- background: '*' -->')
             line=${line#<!-- background: }
             start_in_background "${line% -->}"
@@ -168,6 +177,8 @@ leave() {
 
 (($#)) || set -- README.md docs/*.md
 shopt -s extglob
+require jq pkgconf dpkg-dev
+require_for_preset arm
 configure host >/dev/null
 run_dir=$(cached host VA_RUN_DIR)
 enter_folder
@@ -176,6 +187,7 @@ trap leave EXIT
 [[ ! -f $store ]] || mv "$store" "$folder/nvram.conf"
 configure host -DVA_RUN_DIR="$folder/va_info" >/dev/null
 build host va va_dump make_firmware >/dev/null
+build/host/bin/make_firmware
 export PATH=$root/build/host/bin:$PATH
 blocks=0
 for document; do
