@@ -19,7 +19,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
 # shellcheck source=scripts/own.sh
 source "$root/scripts/own.sh"
 
-longest=300   # seconds that a block may take
+longest=300   # seconds that a block, or a command in the background, may take
 wait_limit=60 # seconds until a command in the background has printed what is shown
 store=$root/build/host/demo/nvram.conf
 
@@ -68,7 +68,7 @@ $(cat "$folder/printed")"
 
 start_in_background() {
     rm -rf "$folder/va_info"
-    bash -c "exec $1" </dev/null >"$folder/background" 2>&1 &
+    timeout --kill-after=10 "$longest" bash -c "exec $1" </dev/null >"$folder/background" 2>&1 &
     background=$!
     wait_until "$wait_limit" test -p "$folder/va_info/ctrl" || fail "no daemon after: $1
 $(cat "$folder/background")"
@@ -76,7 +76,7 @@ $(cat "$folder/background")"
 
 stop_background() {
     [[ -n $background ]] || return 0
-    kill -TERM "$background"
+    kill -TERM "$background" || fail "the command in the background has ended"
     wait "$background" || fail "status $? of the command in the background"
     background=
 }
@@ -130,7 +130,7 @@ run_block() {
         line=${mark#<!-- shown by: }
         run_session "\$ ${line% -->}"$'\n'"$text"
         ;;
-    *) if [[ $text == *'$ '* ]]; then run_session "$text"; else run_script "$text"; fi ;;
+    *) if [[ $'\n'$text == *$'\n$ '* ]]; then run_session "$text"; else run_script "$text"; fi ;;
     esac
 }
 
@@ -172,7 +172,13 @@ check_document() {
 leave() {
     [[ ! -f $folder/nvram.conf ]] || mv "$folder/nvram.conf" "$store"
     leave_folder
-    configure host -DVA_RUN_DIR="$run_dir" >/dev/null
+    build_host "$run_dir"
+}
+
+# build_host RUN_DIR
+build_host() {
+    configure host -DVA_RUN_DIR="$1" >/dev/null
+    build host va va_dump make_firmware >/dev/null
 }
 
 (($#)) || set -- README.md docs/*.md
@@ -185,8 +191,7 @@ enter_folder
 cd "$root"
 trap leave EXIT
 [[ ! -f $store ]] || mv "$store" "$folder/nvram.conf"
-configure host -DVA_RUN_DIR="$folder/va_info" >/dev/null
-build host va va_dump make_firmware >/dev/null
+build_host "$folder/va_info"
 build/host/bin/make_firmware
 export PATH=$root/build/host/bin:$PATH
 blocks=0
