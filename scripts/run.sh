@@ -73,14 +73,16 @@ make_run_dir() {
 # Passes on what `va` prints, but for the parameters it lists in its first second. When it ends within
 # that second, they may tell why.
 pass_on() {
-    local end line='' piece folded=()
+    local end='' line='' piece folded=()
     trap '' INT TERM HUP # ends with `va`
-    end=$((${EPOCHREALTIME/[.,]/} + 1000000))
-    while ((${EPOCHREALTIME/[.,]/} < end)); do
+    while [[ -z $end ]] || ((${EPOCHREALTIME/[.,]/} < end)); do
         if IFS= read -r -t 0.1 piece; then
             case $line$piece in
-            "VA: "*) echo "$line$piece" ;; # its log
-            *) folded+=("$line$piece") ;;
+            "VA: "*) echo "$line$piece" ;; # its log; it may wait for an earlier instance
+            *)
+                folded+=("$line$piece")
+                : "${end:=$((${EPOCHREALTIME/[.,]/} + 1000000))}"
+                ;;
             esac
             line=
         elif (($? > 128)); then # in time: part of a line at most
