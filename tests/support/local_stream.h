@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ipc/client/frame_reader.h"
 #include "ipc/network/sck_svr.h"
 #include "tests/support/ipc_loop.h"
 
@@ -17,20 +18,19 @@ struct LocalStream {
     // What the client has received since the last call, a record each.
     std::vector<std::string> records()
     {
-        std::vector<std::string> all;
         do {
             cycle();
-            client->receive();
+            const std::string bytes = arrived(client->fd);
+            reader.append({reinterpret_cast<const std::uint8_t *>(bytes.data()), bytes.size()});
         } while (server->clients->send.count > 0);
-        for (std::string &stream = client->received; !stream.empty();) {
-            std::uint32_t length = 0;
-            stream.copy(reinterpret_cast<char *>(&length), sizeof length);
-            all.push_back(stream.substr(sizeof length, length));
-            stream.erase(0, sizeof length + length);
-        }
+        std::vector<std::string> all;
+        std::span<const std::uint8_t> payload;
+        while (reader.next(payload) == FrameReader::Result::Frame)
+            all.emplace_back(payload.begin(), payload.end());
         return all;
     }
 
     sck_svr_t *server = nullptr;
     std::optional<LoopClient> client;
+    FrameReader reader;
 };
