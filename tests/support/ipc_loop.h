@@ -10,7 +10,6 @@
 #include <iterator>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -71,23 +70,18 @@ struct LoopClient {
     std::string received;
 };
 
-// Takes every descriptor below `limit`, and no more can be opened, but for the `left` highest ones.
-struct FewDescriptors {
-    explicit FewDescriptors(rlim_t limit, int left = 0)
+// While it lives, one descriptor more can be opened.
+struct OneDescriptor {
+    OneDescriptor()
     {
         getrlimit(RLIMIT_NOFILE, &saved);
-        const rlimit lowered{limit, saved.rlim_max};
+        const auto next = static_cast<rlim_t>(Fd(dup(STDIN_FILENO)).get());
+        const rlimit lowered{next + 1, saved.rlim_max};
         setrlimit(RLIMIT_NOFILE, &lowered);
-        const auto open_one = [] { return Fd(open("/dev/null", O_RDONLY | O_CLOEXEC)); };
-        for (Fd fd = open_one(); fd; fd = open_one())
-            taken.push_back(std::move(fd));
-        while (left-- > 0)
-            taken.pop_back();
     }
-    ~FewDescriptors() { setrlimit(RLIMIT_NOFILE, &saved); }
+    ~OneDescriptor() { setrlimit(RLIMIT_NOFILE, &saved); }
 
     rlimit saved{};
-    std::vector<Fd> taken;
 };
 
 // Has a client connect to the server while no descriptor is left, and then be served. Returns what
@@ -97,17 +91,10 @@ std::string rest_of(const std::string &path, Capture capture, Served served)
 {
     std::optional<LoopClient> client;
     std::string output = capture([&] {
-        const FewDescriptors few(100, 1);
+        const OneDescriptor one; // the client's
         client.emplace(path);
         cycle();
     });
     output += client->ended() || !cycle_until(served) ? "not served" : "";
     return output;
-}
-
-// Whether the server closes the connection of a client whose descriptor the loop cannot serve.
-inline bool turns_away(const std::string &path)
-{
-    const FewDescriptors few(FD_SETSIZE + 8, 2);
-    return LoopClient(path).ended();
 }
