@@ -40,26 +40,28 @@ TEST_F(VaModulesTest, ReportEachRefusedCall)
         int result;
         const char *log;
     } cases[] = {
-        // clang-format off
         {"ne3_val_od_open_ex", va_od_init, -1, "VA: od_open failed.\n"},
         {"ne3_val_od_start", va_od_init, -1, "VA: ne3_val_od_start fail.\n"},
-        {"ne3_val_od_get_area_data_mem", va_od_init, 0, "VA: ne3_val_od_get_area_data_mem failed. errno = 81E03001\n"},
+        {"ne3_val_od_get_area_data_mem", va_od_init, 0,
+         "VA: ne3_val_od_get_area_data_mem failed. errno = 81E03001\n"},
         {"ne3_val_od_get_ctrl", va_od_init, 0, "VA: ne3_val_od_get_ctrl fail. errno=81E03001\n"},
         {"ne3_val_od_set_ctrl", va_od_init, 0, "VA: ne3_val_od_set_ctrl fail. errno = 81E03001\n"},
         {"ne3_val_fd_open", va_fd_init, -1, "VA: fd_open failed.\n"},
         {"ne3_val_fd_start", va_fd_init, -1, "VA: start failed.\n"},
         {"ne3_val_fd_get_ctrl", va_fd_init, -1, "VA: ne3_val_fd_get_ctrl fail. errno = 81E03001\n"},
-        {"ne3_val_fd_get_area_data_mem", va_fd_init, -1, "VA: fd_get_area_data_mem failed. errno = 81E03001\n"},
+        {"ne3_val_fd_get_area_data_mem", va_fd_init, -1,
+         "VA: fd_get_area_data_mem failed. errno = 81E03001\n"},
         {"ne3_val_fd_set_ctrl", va_fd_init, -1, "VA: ne3_val_fd_set_ctrl fail. errno = 81E03001\n"},
         {"ne3_val_ta_open", va_ta_init, -1, "VA: ta_open failed.\n"},
         {"ne3_val_ta_start", va_ta_init, -1, "VA: start failed.\n"},
-        {"ne3_val_ta_get_ctrl_ex", va_ta_init, 0, "VA: ne3_val_ta_get_ctrl fail. errno = 81E03001\n"},
-        {"ne3_val_ta_set_ctrl_ex", va_ta_init, 0, "VA: ne3_val_ta_set_ctrls fail. errno = 81E03001\n"},
+        {"ne3_val_ta_get_ctrl_ex", va_ta_init, 0,
+         "VA: ne3_val_ta_get_ctrl fail. errno = 81E03001\n"},
+        {"ne3_val_ta_set_ctrl_ex", va_ta_init, 0,
+         "VA: ne3_val_ta_set_ctrls fail. errno = 81E03001\n"},
         {"ne3_val_dis_open", va_dis_init, -1, "VA: dis_open failed.\n"},
         {"ne3_val_dis_start", va_dis_init, -1, "VA: dis_start failed.\n"},
         {"ne3_val_dis_get_ctrl", va_dis_init, 0, ""},
         {"ne3_val_dis_set_ctrl", va_dis_init, 0, "VA: ne3_val_dis_set_ctrl fail.\n"},
-        // clang-format on
     };
     for (const auto &test : cases) {
         SCOPED_TRACE(test.function);
@@ -139,7 +141,6 @@ TEST_F(VaModulesTest, RelayEntriesUnchanged)
         std::size_t length; // of the record, 0: none
     } cases[] = {
         {&od, 0, all, "", 0},
-        {&od, -1, one_byte.get(), "", 0},
         {&od, 2000, nullptr, "", 0},
         {&od, 1000, all, "", 40000},
         {&od, 1638, all, warning, 65520},
@@ -216,7 +217,7 @@ TEST_F(VaModulesTest, TamperAlarmGetsTheSettingsCutToTheLibrarysWidths)
     EXPECT_TRUE(sim_open_prm("ta")->prm0 == 1 && sim_open_prm("ta")->prm1 == 1);
 }
 
-TEST_F(VaModulesTest, StabilisationGetsAndPrintsTheSettings)
+TEST_F(VaModulesTest, StabilisationGetsTheSettings)
 {
     sim_set_dis_defaults({-7, 1, 2, 3, 4, 65535, 6, 7, 8, {9, 10, 11}});
     files.store(lines("VideoAnalytics.DIS.",
@@ -224,11 +225,6 @@ TEST_F(VaModulesTest, StabilisationGetsAndPrintsTheSettings)
                        "Mf_cutf=70000", "DisValidCnt=259", "Frdiff_det=no", "Me_disable=1"}));
     va_dis_getConf(&context);
     run([&] { return va_dis_init(&context); });
-    EXPECT_EQ("status: -7\nlocalmot_det: 1\nillumch_det: 2\nedge_det: 3\nmotpow_det: 4\n"
-              "mf_cutf: 65535\ndisValidCnt: 6\nfrdiff_det: 7\nme_disable: 8\n"
-              "status: -7\nlocalmot_det: 1\nillumch_det: 1\nedge_det: 0\nmotpow_det: 1\n"
-              "mf_cutf: 4464\ndisValidCnt: 3\nfrdiff_det: 0\nme_disable: 1\n",
-              std::regex_replace(output, std::regex("==>va_dis_set_ctrl,[0-9]+:tPrm\\."), ""));
     ASSERT_TRUE(sim_dis_control());
     EXPECT_TRUE(same_bytes({-7, 1, 1, 0, 1, 4464, 3, 0, 1, {9, 10, 11}}, *sim_dis_control()));
 }
