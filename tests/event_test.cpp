@@ -228,8 +228,10 @@ TEST_F(SoftQueue, StaysOnTheLoopUntilItsPipeEnds)
 {
     queue = new_soft_queue(1);
     add_softqueue_event(queue, 0, run, notes('t'));
+    add_softqueue_event(queue, EVENT_ONESHOT, run, does([this](event_info *) { produce(2, 3); }));
     sq_run(nullptr, queue); // no byte yet
     produce(1, 2);
+    EXPECT_EQ(cycle(), "t");
     EXPECT_EQ(cycle(), "t");
     dup2(Fd(open("/dev/null", O_RDONLY | O_CLOEXEC)).get(), queue->pipe_read);
     cycle();
