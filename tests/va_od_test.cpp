@@ -152,9 +152,11 @@ TEST_F(VaOdTest, SendsTheFilterRecordAsItIs)
     conf.valid = conf.filterNum = 1;
     conf.reserved[0] = 5;
     conf.reserved[1] = 6;
+    conf.filters[0].slowSpeed = conf.filters[0].fastSpeed = 51;
     conf.filters[0].objMaxSizeX = conf.filters[0].objMaxSizeY = INT32_MAX;
     const ne3_val_od_vmf vmf = od_vmf(conf, hd);
     EXPECT_TRUE(vmf.reserved[0] == 5 && vmf.reserved[1] == 6);
+    EXPECT_TRUE(vmf.filters[0].MinDv == 80 && vmf.filters[0].MaxDv == 80);
     // 178956970 cells, cut to 16 bits; the height of a 16:9 frame is the grid's.
     EXPECT_TRUE(vmf.filters[0].objMaxSizeX == 43690 && vmf.filters[0].objMaxSizeY == 90);
 }
