@@ -182,7 +182,6 @@ TEST(SckSvr, WhatCannotBeServedIsClosedAndLeavesNothing)
     EXPECT_EQ(open_descriptors(), before);
     server.write("x");
     EXPECT_TRUE(gets(served, frame("x")));
-    EXPECT_EQ(sck_svr_write(nullptr, "x", 1), -1);
 }
 
 TEST(SckSvr, AProducerThreadRunsBesideTheLoop)

@@ -52,9 +52,8 @@ TEST_F(VanaTest, RefusesBadFiles)
     const std::string no_program = "VA: va_vana_boot: vanafw read program failed.\n";
     const std::string no_work = "VA: va_vana_boot: vana config read program failed.\n";
     const std::uint32_t at = SIM_PROGRAM_ADDRESS;
-    const std::uint32_t work_at = SIM_WORK_ADDRESS;
     const std::string good = firmware({6, at, 7}, "vectorprogram");
-    const std::string good_work = work_data(work_at, 4, "work");
+    const std::string good_work = work_data(SIM_WORK_ADDRESS, 4, "work");
     const std::string plenty(SIM_PROGRAM_SIZE + SIM_VECTOR_SIZE + 16, 'x');
     const struct {
         const char *what;
