@@ -150,6 +150,7 @@ TEST(DumpTest, ReplaysCapturesAndTellsWhatIsWrong)
     for (const auto &[arguments, status, log] : wrong) {
         Program program(VA_DUMP, dir.path(), arguments);
         EXPECT_TRUE(program.wait_for_exit(status) && program.wait_for_log(log)) << log;
+        EXPECT_EQ("", program.output());
     }
     ASSERT_EQ(0, mkfifo(dir.file("pipe").c_str(), 0600));
     Fd reader(open(dir.file("pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
