@@ -104,8 +104,8 @@ TEST(Sensor, IsFoundByNameModeAndStandard)
     const std::string mode = "\nProperties.Image.ProfileMode=";
     const std::string type = "\nImageSource.I0.Video.DetectedType=";
     const std::pair<std::string, SensorConfig> cases[] = {
-        {key + "IMX122" + type + "PAL",
-         {"imx122", "2 MEGA", 0, 0, 1920, 1080, 30}}, // the default mode
+        // The first has the default mode.
+        {key + "IMX122" + type + "PAL", {"imx122", "2 MEGA", 0, 0, 1920, 1080, 30}},
         {key + "imx140" + mode + "1080p 25fps", {"imx140", "1080P 25FPS", 0, 1, 1920, 1080, 25}},
         {key + "tw9910" + mode + "D1" + type + "pal", {"tw9910", "d1", 0, 0, 704, 576, 25}},
         {key + "tw9910" + mode + "D1" + type, {"tw9910", "d1", 0, 1, 704, 480, 30}}};
@@ -114,6 +114,19 @@ TEST(Sensor, IsFoundByNameModeAndStandard)
         const auto conf = read_record(conf_getSensorConfig);
         EXPECT_EQ(conf_compareSensorConfig(&conf, &expected), 0) << settings;
     }
+}
+
+TEST(Conf, ComparisonsSeeTheLastByte)
+{
+    const auto sees = []<class Record>(int (*compare)(const Record *, const Record *)) {
+        Record pair[2] = {};
+        reinterpret_cast<char *>(pair)[sizeof pair - 1] = 1;
+        return compare(pair, pair) == 0 && compare(pair, pair + 1) != 0;
+    };
+    EXPECT_TRUE(sees(conf_compareIvsCtrlConf) && sees(conf_compareDISCtrlConf) &&
+                sees(conf_compareFDCtrlConf) && sees(conf_compareODDetMaskConf) &&
+                sees(conf_compareMotionConfig) && sees(conf_comparePrivacyMaskConfig) &&
+                sees(conf_compareODVmfFilterConf));
 }
 
 TEST(Sensor, GuessesTheNearestResolution)
