@@ -235,8 +235,7 @@ TEST_F(DaemonTest, GoesOnAfterAFailureUnlessItCannotStart)
         } else {
             for (const string stream : {"od", "vmf", "fd", "ta"}) {
                 const Client client(files.file("run/" + stream));
-                EXPECT_TRUE(daemon.wait_for_output("run/" + stream +
-                                                   ": accept client. previous clients=0\n"));
+                EXPECT_TRUE(daemon.wait_for_output("run/" + stream + ": accept client. previous "));
             }
             EXPECT_TRUE(daemon.stop());
         }
