@@ -183,7 +183,7 @@ build_host() {
 
 (($#)) || set -- README.md docs/*.md
 shopt -s extglob
-require jq pkgconf dpkg-dev
+require jq pkgconf dpkg-dev file
 require_for_preset arm
 configure host >/dev/null
 run_dir=$(cached host VA_RUN_DIR)
