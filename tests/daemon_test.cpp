@@ -270,18 +270,17 @@ TEST_F(DaemonTest, LivesWithABadRunDirectory)
     std::filesystem::remove_all(files.file("run"));
     files.write("run", "not a directory");
     Daemon daemon(files, {"-t"});
-    EXPECT_TRUE(daemon.wait_for_log("sim: ta control"));
-    EXPECT_TRUE(daemon.wait_for_output("msg_start: fail !\n"));
+    EXPECT_TRUE(daemon.wait_for_log("ta control") && daemon.wait_for_output("msg_start: fail !\n"));
     EXPECT_TRUE(daemon.stop());
 }
 
 // Reads on until a record is as wanted, of which every `step`th word is looked at.
 bool comes(Client &client, const Words &wanted, std::size_t step)
 {
-    for (int count = 0; count < 2000; ++count) {
-        const string record = client.next().value_or("");
-        Words words(record.size() / sizeof(std::uint32_t));
-        std::memcpy(words.data(), record.data(), words.size() * sizeof(std::uint32_t));
+    auto record = client.next();
+    for (int count = 0; record && count < 2000; ++count, record = client.next()) {
+        Words words(record->size() / sizeof(std::uint32_t));
+        std::memcpy(words.data(), record->data(), words.size() * sizeof(std::uint32_t));
         Words found;
         for (std::size_t i = 0; i < words.size(); i += step)
             found.push_back(words[i]);

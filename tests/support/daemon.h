@@ -4,6 +4,7 @@
 #include "ipc/network/fd.h"
 #include "tests/support/program.h"
 #include "tests/support/temp_dir.h"
+#include "util/util.h"
 
 #include <csignal>
 #include <optional>
@@ -22,8 +23,8 @@ public:
 
     // Replaces the store: a supported sensor and `lines`.
     void store(const std::string &lines) const;
-    // Has a running daemon read the store again.
-    void reconfigure() const { write("run/ctrl", "reconfig\n"); }
+    // Has a running daemon read the store again; does not wait for one that has died.
+    void reconfigure() const { pipe_write_str(file("run/ctrl").c_str(), "reconfig\n"); }
 };
 
 // The real daemon on the stand-in. Its working directory, and so all it touches, is that of
