@@ -63,25 +63,41 @@ std::int32_t area_event(std::int32_t type)
     }
 }
 
-void read_filters(ODVmfParamConf &conf)
-{
-    static_assert(CONF_OD_AREAS == CONF_CROSS_LINES);
+struct Sources {
     CrossLineConf lines[CONF_CROSS_LINES];
     ObjectDetectionConf areas[CONF_OD_AREAS];
-    for (int n = 0; n < CONF_OD_AREAS; ++n) {
-        conf_getCrossLineConf(&lines[n], n);
-        conf_getObjectDetectionConf(&areas[n], n);
-    }
+};
 
-    const auto add = [&conf](const auto &source, auto convert) {
-        if (source.valid && conf.filterNum < CONF_VMF_FILTERS)
-            convert(&conf.filters[conf.filterNum++], &source);
+template <class ReadLine>
+Sources read_sources(ReadLine read_line)
+{
+    static_assert(CONF_OD_AREAS == CONF_CROSS_LINES);
+    Sources sources;
+    for (int n = 0; n < CONF_OD_AREAS; ++n) {
+        read_line(&sources.lines[n], n);
+        conf_getObjectDetectionConf(&sources.areas[n], n);
+    }
+    return sources;
+}
+
+// Lines come before areas, each kind by its number, as long as there is room.
+VmfSlots fill_filters(ODVmfParamConf &conf, const Sources &sources)
+{
+    VmfSlots slots{};
+    const auto add = [&](VmfSource kind, const auto &kind_sources, auto convert) {
+        for (int n = 0; n < static_cast<int>(std::size(kind_sources)); ++n) {
+            if (!kind_sources[n].valid || conf.filterNum == CONF_VMF_FILTERS)
+                continue;
+            const int filter = conf.filterNum++;
+            convert(&conf.filters[filter], &kind_sources[n]);
+            slots.slots[static_cast<std::size_t>(filter)] = {kind, n, conf.filters[filter].event,
+                                                             conf_vmfBit(conf, filter)};
+        }
     };
-    for (const CrossLineConf &line : lines)
-        add(line, conf_convCrossLineConf2ODVmfFilterConf);
-    for (const ObjectDetectionConf &area : areas)
-        add(area, conf_convObjectDetectionConf2ODVmfFilterConf);
-    conf.valid = conf.filterNum > 0;
+    add(VmfSource::Line, sources.lines, conf_convCrossLineConf2ODVmfFilterConf);
+    add(VmfSource::Area, sources.areas, conf_convObjectDetectionConf2ODVmfFilterConf);
+    slots.count = conf.filterNum;
+    return slots;
 }
 
 void read_nd_areas(ODVmfParamConf &conf)
@@ -235,12 +251,27 @@ int conf_convCrossLineConf2ODVmfFilterConf(ODVmfFilterConf *filter, const CrossL
 int conf_getODVmfParamConf(ODVmfParamConf *conf)
 {
     *conf = {};
-    read_filters(*conf);
+    fill_filters(*conf, read_sources(conf_getCrossLineConf));
+    conf->valid = conf->filterNum > 0;
     RecordReader store;
     conf->alarmTime = store.number("30", "VideoAnalytics.OD.VmfParam.AlarmTimes");
     read_nd_areas(*conf);
     read_combo(*conf, store);
     return 0;
+}
+
+int conf_getVmfSlots(VmfSlots *slots)
+{
+    ODVmfParamConf conf{};
+    *slots = fill_filters(conf, read_sources(conf_readCrossLineConf));
+    return 0;
+}
+
+int conf_vmfBit(const ODVmfParamConf &conf, int n)
+{
+    const std::span before(conf.filters, static_cast<std::size_t>(n));
+    return static_cast<int>(
+        std::ranges::count(before, conf.filters[n].event, &ODVmfFilterConf::event));
 }
 
 int conf_compareODVmfFilterConf(const ODVmfFilterConf *a, const ODVmfFilterConf *b)

@@ -2,6 +2,7 @@
 
 #include "conf/geometry.h"
 
+#include <array>
 #include <cstdint>
 
 // Event filters of object detection, built from the user's detection areas and cross lines. See
@@ -11,6 +12,7 @@ inline constexpr int CONF_OD_AREAS = 3;
 inline constexpr int CONF_CROSS_LINES = 3;
 inline constexpr int CONF_VMF_FILTERS = 3;
 inline constexpr int CONF_VMF_ND_AREAS = 4;
+inline constexpr int CONF_EVENT_CODES = 4;
 
 enum : std::int32_t {      // ODVmfFilterConf::event
     CONF_EVENT_AREA_0 = 0, // an area of type 0, or of a type unknown here
@@ -88,6 +90,20 @@ struct ODVmfParamConf {
 };
 static_assert(sizeof(ODVmfParamConf) == 644);
 
+// What a filter was made of, and where its alarm shows: in the mask of its event code, of which an
+// alarm record has one for each code.
+enum class VmfSource { Line, Area };
+struct VmfSlot {
+    VmfSource source;
+    int number;         // of the line or area, in the store's keys
+    std::int32_t event; // CONF_EVENT_*
+    int bit;            // of that code's mask
+};
+struct VmfSlots {
+    int count; // slots used, as many as there are filters and in their order
+    std::array<VmfSlot, CONF_VMF_FILTERS> slots;
+};
+
 // Prints a valid line on standard output.
 int conf_getCrossLineConf(CrossLineConf *conf, int n);
 int conf_getObjectDetectionConf(ObjectDetectionConf *conf, int n);
@@ -105,6 +121,12 @@ int conf_convCrossLineConf2ODVmfFilterConf(ODVmfFilterConf *filter, const CrossL
 // The filters are the valid cross lines, then as many of the valid areas as there is room for, each
 // kind by its number. Prints what conf_getCrossLineConf() prints.
 int conf_getODVmfParamConf(ODVmfParamConf *conf);
+
+// The slots of the same filters. Prints nothing.
+int conf_getVmfSlots(VmfSlots *slots);
+
+// The bit of filters[n], n below filterNum: how many filters before it have its event code.
+int conf_vmfBit(const ODVmfParamConf &conf, int n);
 
 int conf_compareODVmfFilterConf(const ODVmfFilterConf *a, const ODVmfFilterConf *b);
 int conf_compareODVmfParamConf(const ODVmfParamConf *a, const ODVmfParamConf *b);

@@ -303,6 +303,14 @@ TEST(Filters, AreLinesThenAreasWithNoDetectionAreasAndAChain)
         store.write(settings);
         EXPECT_TRUE(same_bytes(read_record(conf_getODVmfParamConf), expected)) << settings;
     }
+
+    store.write(line(2) + area(0, 1) + area(1, 1));
+    const VmfSlots slots = read_record(conf_getVmfSlots);
+    ASSERT_EQ(slots.count, 3);
+    const VmfSlot expected[] = {{VmfSource::Line, 2, CONF_EVENT_CROSS_LINE, 0},
+                                {VmfSource::Area, 0, CONF_EVENT_AREA_1, 0},
+                                {VmfSource::Area, 1, CONF_EVENT_AREA_1, 1}};
+    EXPECT_TRUE(same_bytes(slots.slots, std::to_array(expected)));
 }
 
 } // namespace

@@ -4,7 +4,7 @@
 #include "conf/conf_od.h"
 #include "conf/conf_vmf.h"
 
-#include <array>
+#include <algorithm>
 #include <span>
 
 namespace
@@ -64,49 +64,42 @@ void add_od_windows(Shapes &shapes)
     }
 }
 
-// Lines and areas in the order in which the daemon makes filters of them, of which it has three;
-// the alarm masks count the filters of each event code.
-class Filters
+// `Source` is a line or an area; one that is not valid has no points.
+template <class Source>
+void add_filter_source(Shapes &shapes, Shape::Kind kind, int number, const Source &source,
+                       const VmfSlots &slots)
 {
-public:
-    template <class Source, class Convert>
-    void add(Shapes &shapes, Shape::Kind kind, int number, const Source &source, Convert convert)
-    {
-        if (!source.valid)
-            return;
-        ODVmfFilterConf filter;
-        convert(&filter, &source);
-        ::add(shapes, kind, number, source);
-        Shape &shape = shapes.back();
-        shape.used = taken_ < CONF_VMF_FILTERS;
-        if (!shape.used)
-            return;
-        ++taken_;
-        shape.event = filter.event;
-        shape.bit = of_event_[static_cast<std::size_t>(filter.event)]++;
-        shape.direction = filter.movingDirection;
-    }
-
-private:
-    static constexpr std::size_t event_codes = 4;
-
-    int taken_ = 0;
-    std::array<int, event_codes> of_event_{};
-};
+    if (!source.valid)
+        return;
+    add(shapes, kind, number, source);
+    const VmfSource made_of = kind == Shape::Kind::Line ? VmfSource::Line : VmfSource::Area;
+    const std::span used(slots.slots.begin(), static_cast<std::size_t>(slots.count));
+    const auto slot = std::ranges::find_if(used, [=](const VmfSlot &candidate) {
+        return candidate.source == made_of && candidate.number == number;
+    });
+    Shape &shape = shapes.back();
+    shape.used = slot != used.end();
+    if (!shape.used)
+        return;
+    shape.event = slot->event;
+    shape.bit = slot->bit;
+}
 
 void add_filters(Shapes &shapes)
 {
-    Filters filters;
+    VmfSlots slots;
+    conf_getVmfSlots(&slots);
     for (int n = 0; n < CONF_CROSS_LINES; ++n) {
         CrossLineConf line;
         conf_readCrossLineConf(&line, n);
-        filters.add(shapes, Shape::Kind::Line, n, line, conf_convCrossLineConf2ODVmfFilterConf);
+        add_filter_source(shapes, Shape::Kind::Line, n, line, slots);
+        if (line.valid)
+            shapes.back().direction = line.direction;
     }
     for (int n = 0; n < CONF_OD_AREAS; ++n) {
         ObjectDetectionConf area;
         conf_getObjectDetectionConf(&area, n);
-        filters.add(shapes, Shape::Kind::Area, n, area,
-                    conf_convObjectDetectionConf2ODVmfFilterConf);
+        add_filter_source(shapes, Shape::Kind::Area, n, area, slots);
     }
 }
 

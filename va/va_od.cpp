@@ -165,19 +165,16 @@ void set_working(const ODCtrlConf &conf, const OdFrame &frame, ne3_val_od_ctrl &
 
 // One mask per event code; a filter's bit is its number among the filters of its code.
 struct VmfAlarms {
-    std::uint32_t masks[4];
+    std::uint32_t masks[CONF_EVENT_CODES];
 };
 static_assert(sizeof(VmfAlarms) == 16);
 
 VmfAlarms vmf_alarms(const ODVmfParamConf &conf, std::uint32_t flags)
 {
     VmfAlarms alarms{};
-    std::uint32_t filters[std::size(alarms.masks)] = {};
-    for (int n = 0; n < std::min(conf.filterNum, NE3_VAL_OD_FILTERS); ++n) {
-        const std::int32_t event = conf.filters[n].event;
+    for (int n = 0; n < std::min(conf.filterNum, CONF_VMF_FILTERS); ++n) {
         if (flags & 1U << n)
-            alarms.masks[event] |= 1U << filters[event];
-        ++filters[event];
+            alarms.masks[conf.filters[n].event] |= 1U << conf_vmfBit(conf, n);
     }
     return alarms;
 }
