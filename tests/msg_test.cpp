@@ -5,7 +5,9 @@
 #include "tests/support/temp_dir.h"
 #include "util/util.h"
 
+#include <algorithm>
 #include <fstream>
+#include <functional>
 
 #include <gtest/gtest.h>
 
@@ -90,6 +92,14 @@ TEST_F(Msg, ReadsItemsHoweverTheyAreJoinedAndSplit)
     EXPECT_TRUE(start(MSG_FIFO));
     const std::string longest = "$f\xfb\x0f" + std::string(4091, '\n');
     EXPECT_EQ(call(longest), Calls{"$=" + longest});
+}
+
+TEST_F(Msg, GoesOnWhenAnotherReaderWasFirst)
+{
+    EXPECT_TRUE(start(MSG_FIFO));
+    event_info info{*std::ranges::find_if(handle->events, std::identity()), EVENT_FD, 0};
+    EXPECT_EQ(stdout_of([&] { msg_read(&info, handle); }), "");
+    EXPECT_EQ(call("first\n"), (Calls{"1=first", "2=first"}));
 }
 
 TEST_F(Msg, WhatEndsTheFifoChannel)

@@ -260,6 +260,8 @@ std::int32_t msg_read(event_info *info, void *arg)
     const int fd = info->event->fd;
     const auto room = static_cast<std::size_t>(buffer_capacity - handle->used);
     const auto received = static_cast<int>(read(fd, handle->buffer + handle->used, room));
+    if (received == -1 && (errno == EAGAIN || errno == EINTR))
+        return 0;
     if (received <= 0) {
         std::printf("%s(): error ************************************!\n", __func__);
         stop_serving(handle, info->event);

@@ -13,7 +13,8 @@
 //              arguments, then a newline. A zero byte in a line keeps it from ever being complete.
 //   frame      '$', a byte of any value, a little-endian 16-bit length, and as many bytes of body.
 // Incomplete items wait for more. When the buffer is full without a complete one, the descriptor is
-// closed, like after a read error: in FIFO mode this ends the control channel.
+// closed, like after a read error: in FIFO mode this ends the control channel. Nothing to read is
+// no error: another reader of the FIFO may have been first.
 //
 // Socket mode: a connection is answered "OK\n" and closed after its first item; further items that
 // came in the same read are handled, without a reply. The buffer is the server's: what one
