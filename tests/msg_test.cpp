@@ -102,6 +102,19 @@ TEST_F(Msg, GoesOnWhenAnotherReaderWasFirst)
     EXPECT_EQ(call("first\n"), (Calls{"1=first", "2=first"}));
 }
 
+TEST_F(Msg, TellsOfLinesThatNameNoCommand)
+{
+    EXPECT_TRUE(start(MSG_FIFO));
+    handle->others.reset();
+    call("first\n$x\1\0l\nerst\x1b[2J\xfc\n"s);
+    msg_unknown unknown{};
+    EXPECT_EQ(msg_get_unknown(handle, &unknown), 0);
+    EXPECT_EQ(std::to_string(unknown.count) + unknown.last, "2erst?[2J?");
+    call(std::string(4094, 'l') + "\n");
+    msg_get_unknown(handle, &unknown);
+    EXPECT_EQ(std::to_string(unknown.count) + unknown.last, "3" + std::string(63, 'l'));
+}
+
 TEST_F(Msg, WhatEndsTheFifoChannel)
 {
     const auto before = open_descriptors();

@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -82,6 +83,19 @@ bool has_name(const msg_command &command, std::string_view name)
            strncasecmp(command.name, name.data(), name.size()) == 0;
 }
 
+bool is_printable(char letter)
+{
+    return letter >= ' ' && letter <= '~';
+}
+
+void note_unknown(msg_unknown &unknown, std::string_view line)
+{
+    ++unknown.count;
+    const std::string_view kept = line.substr(0, MSG_UNKNOWN_SIZE - 1);
+    std::ranges::replace_copy_if(kept, unknown.last, std::not_fn(is_printable), '?');
+    unknown.last[kept.size()] = '\0';
+}
+
 void handle_line(msg_handle *handle, const char *line, int length)
 {
     const std::string_view text(line, static_cast<std::size_t>(length));
@@ -95,7 +109,10 @@ void handle_line(msg_handle *handle, const char *line, int length)
         if (!std::exchange(command.handled, 1))
             command.callback(command.arg, line, length);
     }
-    if (!matched && handle->others)
+    if (matched)
+        return;
+    note_unknown(handle->unknown, text);
+    if (handle->others)
         handle->others->callback(handle->others->arg, line, length);
 }
 
@@ -245,6 +262,14 @@ int msg_registerOthers(msg_handle *handle, msg_callback callback, void *arg)
     }
     handle->others = new_command("", callback, arg);
     return handle->others ? 0 : -1;
+}
+
+int msg_get_unknown(const msg_handle *handle, msg_unknown *unknown)
+{
+    if (!handle || !unknown)
+        return -1;
+    *unknown = handle->unknown;
+    return 0;
 }
 
 int msg_start(msg_handle *handle)

@@ -40,6 +40,7 @@ enum {
     MSG_NAME_SIZE = 128,
     MSG_MAX_COMMANDS = 128,
     MSG_BUFFER_SIZE = 4096, // one byte is kept for a terminating zero
+    MSG_UNKNOWN_SIZE = 64,  // the terminating zero included
 };
 
 struct msg_conf {
@@ -59,6 +60,13 @@ struct msg_extend {
     void *arg;
 };
 
+// The lines that named no command.
+struct msg_unknown {
+    std::uint32_t count;
+    char
+        last[MSG_UNKNOWN_SIZE]; // how the last one began; bytes that are not printable ASCII as '?'
+};
+
 struct msg_handle {
     char path[MSG_PATH_SIZE];
     std::int32_t mode;
@@ -71,6 +79,7 @@ struct msg_handle {
 
     event *events[FD_SETSIZE]; // of the open descriptors, by descriptor
     event *rest_timer;         // socket mode: wakes the listener after a failed accept
+    msg_unknown unknown;
 };
 
 // The functions below return 0, or -1 with nothing changed: when memory is short, the handle or the
@@ -89,6 +98,10 @@ int msg_registerExtend(msg_handle *handle, msg_callback callback, void *arg);
 
 // Calls `callback` for every line that names no command. -1 also for a second one.
 int msg_registerOthers(msg_handle *handle, msg_callback callback, void *arg);
+
+// Copies what is known of the lines that named no command, whether or not a callback was registered
+// for them. Loop thread. -1 also when `unknown` is null.
+int msg_get_unknown(const msg_handle *handle, msg_unknown *unknown);
 
 // Opens the FIFO, made if missing, or listens on the socket, and adds it to the event loop. Once a
 // server. -1 also when it cannot be set up.
