@@ -63,8 +63,8 @@ struct msg_extend {
 // The lines that named no command.
 struct msg_unknown {
     std::uint32_t count;
-    char
-        last[MSG_UNKNOWN_SIZE]; // how the last one began; bytes that are not printable ASCII as '?'
+    // How the last one began; a byte that is no printable ASCII stands as '?'.
+    char last[MSG_UNKNOWN_SIZE];
 };
 
 struct msg_handle {
