@@ -174,8 +174,10 @@ TEST_F(VaModulesTest, ArePolledInOrderReconfiguredAndStopped)
     };
     context.odEnable = context.fdEnable = context.taEnable = context.disEnable = 1;
     push_results();
+    context.wake = va_new_wake();
     std::thread thread(va_proc, &context);
     EXPECT_TRUE(wait_until([] { return calls_ending("_get_data").size() == 3; }));
+    event_loop(1); // without an end, but for the wake
 
     // Everything differs from what the context holds, which nothing has read from the store.
     files.store("FaceDetection.Sensitivity=10\nVideoAnalytics.DIS.Mf_cutf=7\n");
@@ -185,6 +187,7 @@ TEST_F(VaModulesTest, ArePolledInOrderReconfiguredAndStopped)
     EXPECT_TRUE(wait_until([] { return calls_ending("_get_data").size() == 6; }));
     run([this] { return va_stop(&context); });
     thread.join();
+    free_soft_queue(&context.wake);
 
     EXPECT_EQ(1, context.threadEnded);
     EXPECT_EQ(string::npos, log.find("get_data failed")) << log; // a cancelled read is no failure

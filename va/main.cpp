@@ -36,6 +36,7 @@ bool prepare_loop()
 
 void run(VaContext *context)
 {
+    context->wake = va_new_wake();
     start_processing_thread(context);
     if (prepare_loop()) {
         event_loop(0);

@@ -18,7 +18,7 @@ void sig1_handler(int signal);
 // takes its number and receives what is printed. Before anything else is opened.
 void open_standard_descriptors();
 
-// Callback of the periodic timer that bounds the loop's wait; does nothing.
+// Callback of what only ends the loop's wait, such as the periodic timer; does nothing.
 std::int32_t null_timer(event_info *info, void *arg);
 
 // Callback for the loop's first cycle: a stop request that came before the loop ran would be lost.

@@ -13,6 +13,8 @@
 
 #include <pthread.h>
 
+struct soft_queue;
+
 // The analytics back end of the daemon, as one record and its beginning and end.
 //
 // The daemon has two threads. The main thread starts and ends it; in between it runs the event
@@ -74,6 +76,8 @@ struct VaContext {
     std::atomic<std::int32_t> threadEnded; // set once, when the processing thread has ended
     std::atomic<std::int32_t> reconfig; // set by the main thread, cleared by the processing thread
     std::int32_t wideAspect;            // flag: the sensor frame is 16:9
+
+    soft_queue *wake; // one slot; an item ends the event loop's wait; null: only its timer does
 };
 
 // Main thread, once: makes the run directory, looks the sensor up, boots the co-processor (one

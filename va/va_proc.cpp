@@ -1,5 +1,6 @@
 #include "va/va_proc.h"
 
+#include "event/event.h"
 #include "platform/ne3_val.h"
 #include "va/process.h"
 #include "va/va_dis.h"
@@ -47,6 +48,13 @@ void reconfigure(VaContext *context)
         va_ta_updateConfig(context);
 }
 
+// Not after the pass: the next module's read may wait.
+void wake_loop(const VaContext *context)
+{
+    if (context->wake)
+        soft_queue_add(context->wake, 0);
+}
+
 template <class Result>
 Poll poll_module(VaContext *context, int (*get_data)(int, Result *), const char *name,
                  Result &result, int (*relay)(VaContext *, const Result *))
@@ -54,6 +62,7 @@ Poll poll_module(VaContext *context, int (*get_data)(int, Result *), const char 
     switch (get_data(read_prm, &result)) {
     case 0:
         relay(context, &result);
+        wake_loop(context);
         return Poll::result;
     case -1:
         if (errno != NE3_VAL_ERR_CANCEL)
@@ -125,6 +134,14 @@ void run(VaContext *context)
 }
 
 } // namespace
+
+soft_queue *va_new_wake()
+{
+    soft_queue *wake = new_soft_queue(1);
+    if (wake && !add_softqueue_event(wake, 0, null_timer, nullptr))
+        free_soft_queue(&wake);
+    return wake;
+}
 
 void *va_proc(void *argument)
 {

@@ -16,9 +16,10 @@
 // when a write to it fails. Writing to one that has gone raises no SIGPIPE.
 //
 // The event loop accepts and serves the clients on its thread; sck_svr_write() only fills their
-// buffers. Queuing does not wake the loop: keep a periodic timer running to bound the delay. A
-// connection that cannot be accepted, for want of descriptors as a rule, stays pending; the
-// listener rests for 100 ms before it is tried again.
+// buffers. Queuing does not wake the loop: keep a periodic timer running to bound the delay, and to
+// have none add to a soft queue of one slot on the loop (event/event.h) after each record; that an
+// add is refused means that a wake is under way. A connection that cannot be accepted, for want of
+// descriptors as a rule, stays pending; the listener rests for 100 ms before it is tried again.
 
 struct event;
 struct sck_clt_t;
