@@ -1,3 +1,4 @@
+#include "ipc/network/recent.h"
 #include "ipc/network/sck_svr.h"
 #include "tests/support/capture.h"
 #include "tests/support/event_failing_new.h"
@@ -138,6 +139,66 @@ TEST(SckSvr, AClientWhoseSocketFillsAfterTheWaitIsKept)
     add_always_event(EVENT_ONESHOT, fill, server.handle->clients);
     EXPECT_EQ(stdout_of(cycle), "write error. ret = -1, len=9\n");
     EXPECT_TRUE(cycle_until([&] { return client.receive().ends_with("fill" + frame("later")); }));
+}
+
+TEST(SckSvr, CountsForItselfAndForEachClient)
+{
+    Server server;
+    server.write("to nobody");
+    LoopClient older(server.path);
+    server.write("ab");
+    EXPECT_TRUE(gets(older, frame("ab")));
+    LoopClient newer(server.path);
+    const std::string largest(1019, 'l');
+    stdout_of([&] {
+        for (const char *payload : {largest.c_str(), "x", "yz"})
+            server.write(payload);
+    });
+    const auto status = [&] {
+        sck_svr_status_t told{};
+        EXPECT_EQ(sck_svr_get_status(server.handle, &told), 0);
+        std::vector<std::uint64_t> numbers{told.counts.records, told.counts.bytes,
+                                           told.counts.refused};
+        for (const auto &[pid, queued, counts] : told.clients) {
+            EXPECT_EQ(pid, getpid());
+            numbers.insert(numbers.end(), {queued, counts.records, counts.bytes, counts.refused});
+        }
+        return numbers;
+    };
+    EXPECT_EQ(status(),
+              (std::vector<std::uint64_t>{5, 1033, 4, 1023, 1, 1019, 2, 1023, 2, 1021, 2}));
+    EXPECT_TRUE(gets(older, frame("ab") + frame(largest)));
+    older.fd.reset();
+    newer.fd.reset();
+    EXPECT_TRUE(cycle_until([&] { return server.count() == 0; }));
+    EXPECT_EQ(status(), (std::vector<std::uint64_t>{5, 1033, 4}));
+    EXPECT_EQ(sck_svr_get_status(nullptr, nullptr), -1);
+}
+
+TEST(SckSvr, TimesRecordsInGroupsAndForgetsAfterAMinute)
+{
+    va::QueueTimer timer;
+    timer.put(10, 5);
+    timer.put(20, 3); // of the next group
+    timer.put(30, 4); // likewise
+    EXPECT_FALSE(timer.wants_time() || timer.take(4));
+    EXPECT_TRUE(timer.take(2));
+    EXPECT_EQ(timer.end(40, 6), 30U);
+    EXPECT_TRUE(timer.wants_time() && timer.take(6));
+    EXPECT_EQ(timer.end(55, 0), 35U);
+    timer.put(60, 1);
+    EXPECT_TRUE(timer.take(1));
+    EXPECT_EQ(timer.end(61, 0), 1U);
+
+    constexpr std::uint64_t second = 1'000'000;
+    va::RecentGreatest longest;
+    longest.add(9 * second, 70);
+    longest.add(9 * second, 60);
+    longest.add(20 * second, 50);
+    EXPECT_EQ(longest.at(69 * second), 70U);
+    EXPECT_EQ(longest.at(80 * second), 50U);
+    longest.add(80 * second, 1); // where the first stood
+    EXPECT_EQ(longest.at(90 * second), 1U);
 }
 
 TEST(SckSvr, TwoHundredClients)

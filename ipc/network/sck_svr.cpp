@@ -2,6 +2,7 @@
 
 #include "event/event.h"
 #include "ipc/network/fd.h"
+#include "ipc/network/recent.h"
 #include "ipc/network/rest.h"
 #include "ipc/network/socket.h"
 #include "util/owned_text.h"
@@ -10,6 +11,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <new>
 #include <span>
 #include <utility>
@@ -23,6 +25,40 @@ namespace
 
 constexpr int listen_backlog = 5;
 constexpr std::uint32_t header_size = sizeof(std::uint32_t); // the length in front of a payload
+
+// What servers and clients have besides the described records, which they are allocated with. The
+// lock guards it, but for the timer and the process number.
+struct Server : sck_svr_t {
+    event *restTimer; // wakes the listener after a failed accept
+    sck_counts_t counts;
+    va::RecentGreatest longest;
+};
+
+struct Client : sck_clt_t {
+    va::QueueTimer timer;
+    std::int32_t pid;
+    sck_counts_t before;        // the server's counts when it was linked; what came since, and was
+    std::uint64_t refused;      // not refused, has been queued
+    std::uint64_t refusedBytes; // payloads
+};
+
+Server *own(sck_svr_t *server)
+{
+    return static_cast<Server *>(server);
+}
+
+Client *own(sck_clt_t *client)
+{
+    return static_cast<Client *>(client);
+}
+
+std::uint64_t clock_us()
+{
+    timespec time{};
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    return static_cast<std::uint64_t>(time.tv_sec) * 1'000'000 +
+           static_cast<std::uint64_t>(time.tv_nsec / 1000);
+}
 
 using Bytes = std::span<const std::uint8_t>;
 
@@ -107,26 +143,41 @@ void take_out(sck_buf_t &ring, std::uint32_t count)
         ring.writePos = 0;
 }
 
+void refuse(Client *client, Bytes payload)
+{
+    ++client->refused;
+    client->refusedBytes += payload.size();
+}
+
 // Returns how many clients had no room.
-int queue_for_all(sck_svr_t *server, Bytes payload)
+int queue_for_all(Server *server, Bytes payload)
 {
     int refused = 0;
+    std::uint64_t now = 0; // read when first wanted
     const std::scoped_lock lock(server->lock);
-    for (sck_clt_t *client = server->clients; client; client = client->next) {
+    for (Client *client = own(server->clients); client; client = own(client->next)) {
         if (!has_room(client->send, static_cast<std::uint32_t>(payload.size()))) {
+            refuse(client, payload);
             ++refused;
             continue;
         }
         if (client->send.count == 0)
             set_event_enabled(client->writeEvent, 1);
+        if (now == 0 && client->timer.wants_time())
+            now = clock_us();
         put_frame(client->send, payload);
+        client->timer.put(now, client->send.count);
     }
+    ++server->counts.records;
+    server->counts.bytes += payload.size();
+    server->counts.refused += static_cast<std::uint64_t>(refused);
     return refused;
 }
 
-void link_client(sck_clt_t *client)
+void link_client(Client *client)
 {
-    sck_svr_t *server = client->server;
+    Server *const server = own(client->server);
+    client->before = server->counts;
     client->next = server->clients;
     if (client->next)
         client->next->prev = client;
@@ -144,25 +195,37 @@ void unlink_client(sck_clt_t *client)
 }
 
 // Ends the connection and hands out the record, to be freed without the lock, which is held here.
-[[nodiscard]] std::unique_ptr<sck_clt_t> disconnect(sck_clt_t *client, const char *reporter)
+[[nodiscard]] std::unique_ptr<Client> disconnect(Client *client, const char *reporter)
 {
     std::printf("%s: client disconnect.\n", reporter);
     close(client->socket);
     remove_event(client->writeEvent);
     remove_event(client->readEvent);
     unlink_client(client);
-    return std::unique_ptr<sck_clt_t>(client);
+    return std::unique_ptr<Client>(client);
+}
+
+// Some records' way to the socket has ended.
+void note_way(Client *client)
+{
+    const std::uint64_t now = clock_us();
+    const std::uint64_t time = client->timer.end(now, client->send.count);
+    own(client->server)
+        ->longest.add(now, static_cast<std::uint32_t>(std::min<std::uint64_t>(time, UINT32_MAX)));
 }
 
 // One write. Returns whether the connection still stands.
-bool drain(sck_clt_t *client)
+bool drain(Client *client)
 {
     const Bytes run = first_run(client->send);
     if (run.empty())
         return true;
     const ssize_t written = send(client->socket, run.data(), run.size(), MSG_NOSIGNAL);
     if (written > 0) {
-        take_out(client->send, static_cast<std::uint32_t>(written));
+        const auto count = static_cast<std::uint32_t>(written);
+        take_out(client->send, count);
+        if (client->timer.take(count))
+            note_way(client);
         return true;
     }
     const bool try_again = written < 0 && errno == EAGAIN;
@@ -173,9 +236,9 @@ bool drain(sck_clt_t *client)
 
 std::int32_t sck_clt_event_write(event_info *, void *arg)
 {
-    auto *const client = static_cast<sck_clt_t *>(arg);
+    auto *const client = static_cast<Client *>(arg);
     sck_svr_t *const server = client->server;
-    std::unique_ptr<sck_clt_t> gone; // outlives the lock
+    std::unique_ptr<Client> gone; // outlives the lock
     const std::scoped_lock lock(server->lock);
     if (!drain(client))
         gone = disconnect(client, server->path.get());
@@ -186,14 +249,14 @@ std::int32_t sck_clt_event_write(event_info *, void *arg)
 
 std::int32_t sck_clt_event_read(event_info *, void *arg)
 {
-    auto *const client = static_cast<sck_clt_t *>(arg);
+    auto *const client = static_cast<Client *>(arg);
     sck_svr_t *const server = client->server;
     sck_buf_t &ring = client->recv;
     if (ring.writePos >= ring.readPos) {
         const ssize_t got =
             read(client->socket, ring.data + ring.writePos, ring.size - ring.writePos);
         if (got <= 0) {
-            std::unique_ptr<sck_clt_t> gone; // outlives the lock
+            std::unique_ptr<Client> gone; // outlives the lock
             const std::scoped_lock lock(server->lock);
             gone = disconnect(client, __func__);
             return 0;
@@ -204,16 +267,35 @@ std::int32_t sck_clt_event_read(event_info *, void *arg)
     return 0;
 }
 
+// The process at the other end, 0 when unknown.
+std::int32_t peer_of(int connection)
+{
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &size);
+    return peer.pid;
+}
+
+sck_clt_status_t status_of(const Client &client)
+{
+    const sck_counts_t &all = own(client.server)->counts;
+    return {client.pid,
+            client.send.count,
+            {all.records - client.before.records - client.refused,
+             all.bytes - client.before.bytes - client.refusedBytes, client.refused}};
+}
+
 // A client that is not on the list yet; null when memory is short or the loop cannot serve it. The
 // connection stays the caller's.
-std::unique_ptr<sck_clt_t> new_client(sck_svr_t *server, int connection)
+std::unique_ptr<Client> new_client(sck_svr_t *server, int connection)
 {
-    std::unique_ptr<sck_clt_t> client(new (std::nothrow) sck_clt_t{});
+    std::unique_ptr<Client> client(new (std::nothrow) Client{});
     if (!client || sck_buf_init(&client->send, server->size) == -1 ||
         sck_buf_init(&client->recv, server->size) == -1)
         return nullptr;
     client->socket = connection;
     client->server = server;
+    client->pid = peer_of(connection);
     client->readEvent =
         add_fd_event(connection, 0, EVENT_ENABLED, sck_clt_event_read, client.get());
     client->writeEvent =
@@ -229,7 +311,7 @@ std::unique_ptr<sck_clt_t> new_client(sck_svr_t *server, int connection)
 
 std::int32_t sck_svr_event_accept(event_info *, void *arg)
 {
-    auto *const server = static_cast<sck_svr_t *>(arg);
+    auto *const server = static_cast<Server *>(arg);
     Fd connection(accept4(server->socket, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
     if (!connection) {
         std::puts("ERR## accept fail.");
@@ -238,7 +320,7 @@ std::int32_t sck_svr_event_accept(event_info *, void *arg)
     }
     std::printf("%s: accept client. previous clients=%d\n", server->path.get(),
                 sck_svr_get_client_count(server));
-    std::unique_ptr<sck_clt_t> client = new_client(server, connection.get());
+    std::unique_ptr<Client> client = new_client(server, connection.get());
     if (!client) {
         std::fprintf(stderr, "%s: can't serve client.\n", server->path.get());
         return 0;
@@ -259,7 +341,7 @@ int sck_svr_init(sck_svr_t **slot, const char *path, std::uint32_t size)
     }
     if (!slot || size <= header_size)
         return -1;
-    std::unique_ptr<sck_svr_t> server(new (std::nothrow) sck_svr_t{});
+    std::unique_ptr<Server> server(new (std::nothrow) Server{});
     if (!server)
         return -1;
     server->path = copy_text(path);
@@ -291,7 +373,7 @@ int sck_svr_write(sck_svr_t *server, const void *data, std::uint32_t length)
     if (length == 0)
         return 0;
     // Printed without the lock: standard output may block, and must not hold up the loop with it.
-    for (int refused = queue_for_all(server, bytes_of(data, length)); refused > 0; --refused)
+    for (int refused = queue_for_all(own(server), bytes_of(data, length)); refused > 0; --refused)
         std::printf("Can't write data to client.sck_path=%s\n", server->path.get());
     return 0;
 }
@@ -307,6 +389,25 @@ int sck_svr_get_client_count(sck_svr_t *server)
     return count;
 }
 
+int sck_svr_get_status(sck_svr_t *handle, sck_svr_status_t *status)
+{
+    if (!handle || !status)
+        return -1;
+    Server &server = *own(handle);
+    sck_svr_status_t found{};
+    try {
+        const std::scoped_lock lock(server.lock);
+        found.counts = server.counts;
+        found.longest_us = server.longest.at(clock_us());
+        for (sck_clt_t *client = server.clients; client; client = client->next)
+            found.clients.push_back(status_of(*own(client)));
+    } catch (const std::bad_alloc &) {
+        return -1;
+    }
+    *status = std::move(found);
+    return 0;
+}
+
 int sck_svr_set_recv_callback(sck_svr_t *server, sck_recv_handler handler, void *arg)
 {
     if (!server)
@@ -320,13 +421,13 @@ void sck_svr_release(sck_svr_t **slot)
 {
     if (!slot)
         return;
-    const std::unique_ptr<sck_svr_t> server(std::exchange(*slot, nullptr));
+    const std::unique_ptr<Server> server(own(std::exchange(*slot, nullptr)));
     if (!server)
         return;
     close(server->socket);
     remove_event(server->restTimer);
     remove_event(server->acceptEvent);
-    while (const std::unique_ptr<sck_clt_t> client{server->clients}) {
+    while (const std::unique_ptr<Client> client{own(server->clients)}) {
         server->clients = client->next;
         remove_event(client->readEvent);
         remove_event(client->writeEvent);

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 // Result broadcast server: one stream of records for any number of local clients.
 //
@@ -73,8 +74,25 @@ struct sck_svr_t {
     sck_recv_handler recvHandler;
     void *recvArg;
     std::mutex lock; // clients, their send buffers and write events
+};
 
-    event *restTimer; // wakes the listener after a failed accept
+// What has been counted. A client's refused records are not among its others.
+struct sck_counts_t {
+    std::uint64_t records; // of a server: given to sck_svr_write(); of a client: queued for it
+    std::uint64_t bytes;   // their payloads'
+    std::uint64_t refused; // records for which a client had no room; of a server: of all clients
+};
+
+struct sck_clt_status_t {
+    std::int32_t pid;     // the process that connected; 0 when the system does not tell
+    std::uint32_t queued; // bytes that wait for its socket, lengths included
+    sck_counts_t counts;
+};
+
+struct sck_svr_status_t {
+    sck_counts_t counts;                   // since the start; those of clients that left stay
+    std::uint32_t longest_us;              // of a record's way to its client's socket, see below
+    std::vector<sck_clt_status_t> clients; // newest first
 };
 
 static_assert(sizeof(void *) != 4 || (sizeof(sck_buf_t) == 20 && sizeof(sck_clt_t) == 64));
@@ -92,6 +110,13 @@ int sck_svr_write(sck_svr_t *server, const void *data, std::uint32_t length);
 
 // Number of connected clients, -1 when `server` is null. Any thread.
 int sck_svr_get_client_count(sck_svr_t *server);
+
+// Tells how the server does; any thread. Of the records that have gone to a socket within the last
+// minute, `longest_us` is the longest time from sck_svr_write() to the last byte's way into the
+// socket, in microseconds. Where a client's buffer did not run empty in between, records are timed
+// together, from the first one's write to the last one's end. Returns 0, or -1 with *status
+// untouched when an argument is null or memory is short.
+int sck_svr_get_status(sck_svr_t *server, sck_svr_status_t *status);
 
 // Loop thread, or before the loop runs. Replaces the handler and its argument, which is not owned.
 // Returns 0, or -1 when `server` is null.
