@@ -178,7 +178,7 @@ leave() {
 # build_host RUN_DIR
 build_host() {
     configure host -DVA_RUN_DIR="$1" >/dev/null
-    build host va va_dump make_firmware >/dev/null
+    build host va va_dump va_picture make_firmware >/dev/null
 }
 
 (($#)) || set -- README.md docs/*.md

@@ -13,13 +13,13 @@ bin=build/$preset/bin
 store=$root/build/$preset/demo/nvram.conf
 picture=$root/build/$preset/demo/picture.svg
 
-dump_arguments=()
 va_arguments=()
+draws=false
 verbose=false
 passing_on=
 for argument; do
     case $argument in
-    -s) dump_arguments=(-s "$picture") ;;
+    -s) draws=true ;;
     -v) verbose=true ;;
     *) va_arguments+=("$argument") ;;
     esac
@@ -98,7 +98,7 @@ pass_on() {
 }
 
 configure "$preset"
-build "$preset" va va_dump make_firmware
+build "$preset" va va_dump va_picture make_firmware
 "$bin/make_firmware"
 [[ -f $store ]] || write_store "$store"
 run_dir=$(cached "$preset" VA_RUN_DIR)
@@ -108,6 +108,7 @@ make_run_dir "$run_dir"
 # which then ends both in order.
 set -m
 children=()
+clients=()
 stop_requests=0
 sigterm=15
 
@@ -137,12 +138,16 @@ trap stop INT TERM HUP
 say "settings     $store"
 say "apply edits  echo reconfig > $run_dir/ctrl"
 say "results      sockets od, vmf, fd, ta in $run_dir"
-((${#dump_arguments[@]} == 0)) || say "picture      $picture, for a browser"
+! "$draws" || say "picture      $picture, for a browser"
 say "end          Ctrl-C"
 
-NVRAM_FILE=$store "$bin/va_dump" "${dump_arguments[@]}" &
-dump=$!
-children+=("$dump")
+"$bin/va_dump" &
+clients+=($!)
+if "$draws"; then
+    NVRAM_FILE=$store "$bin/va_picture" "$picture" &
+    clients+=($!)
+fi
+children+=("${clients[@]}")
 if "$verbose"; then
     exec {lines}>&1
 else
@@ -159,7 +164,9 @@ exec {lines}>&-
 status=0
 end_of "$va" || status=$?
 stop_children
-end_of "$dump" || true
+for client in "${clients[@]}"; do
+    end_of "$client" || true
+done
 [[ -z $passing_on ]] || end_of "$passing_on" || true
 # A stop request in its first moments finds `va` without its handler.
 ((stop_requests == 0 || status != 128 + sigterm)) || status=0

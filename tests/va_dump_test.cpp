@@ -3,8 +3,8 @@
 #include "tests/support/daemon.h"
 #include "tests/support/store_file.h"
 #include "tests/support/wait.h"
-#include "tools/capture.h"
-#include "tools/picture_printer.h"
+#include "tools/common/capture.h"
+#include "tools/va_picture/picture_printer.h"
 
 #include <filesystem>
 #include <fstream>
@@ -144,7 +144,7 @@ TEST(DumpTest, ReplaysCapturesAndTellsWhatIsWrong)
         {{"-n", "2x"}, 2, "2x is no number of records"},
         {{"-r", "copy", "-w", "./copy"}, 2, "the same file"},
         {{"-r", "foreign"}, 1, "foreign: this is no capture"},
-        {{"-s", "missing/picture"}, 1, "missing/picture: No such file"},
+        {{"-d"}, 2, "-d needs a value"},
         {{"-W", "0.01", "-d", ".", "fd"}, 3, "nobody listens"},
     };
     for (const auto &[arguments, status, log] : wrong) {

@@ -1,0 +1,152 @@
+#include "tools/common/capture.h"
+
+#include "ipc/client/frame_reader.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <iterator>
+#include <stdexcept>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+namespace
+{
+
+using TimePoint = std::chrono::system_clock::time_point;
+using std::chrono::microseconds;
+
+[[noreturn]] void fail(const std::string &path)
+{
+    throw std::system_error(errno, std::generic_category(), path);
+}
+
+CaptureFile open_file(const std::string &path, const char *mode)
+{
+    CaptureFile file(std::fopen(path.c_str(), mode));
+    if (!file)
+        fail(path);
+    return file;
+}
+
+template <class Plain>
+std::span<const std::uint8_t> bytes_of(const Plain &plain)
+{
+    return {reinterpret_cast<const std::uint8_t *>(&plain), sizeof plain};
+}
+
+// Reads a capture piece by piece.
+class Reader
+{
+public:
+    explicit Reader(const std::string &path) : path_(path), file_(open_file(path, "rbe")) {}
+
+    // How many bytes there were, at most the buffer's size.
+    std::size_t read(std::span<std::uint8_t> buffer)
+    {
+        const std::size_t got = std::fread(buffer.data(), 1, buffer.size(), file_.get());
+        if (got < buffer.size() && std::ferror(file_.get()))
+            fail(path_);
+        return got;
+    }
+
+    template <class Plain>
+    std::size_t read_plain(Plain &plain)
+    {
+        return read({reinterpret_cast<std::uint8_t *>(&plain), sizeof plain});
+    }
+
+private:
+    const std::string &path_;
+    CaptureFile file_;
+};
+
+// Null when all is well.
+const char *fault_of(const CaptureHeader &header)
+{
+    if (!std::ranges::equal(header.magic, CAPTURE_MAGIC))
+        return "no capture of va_dump";
+    if (header.byte_order != CAPTURE_BYTE_ORDER)
+        return "a capture of a machine with the other byte order";
+    return header.version == CAPTURE_VERSION ? nullptr : "a capture of another version of va_dump";
+}
+
+bool is_plausible(const CaptureRecordHeader &header)
+{
+    constexpr std::int64_t latest = 9'000'000'000'000'000; // in 2255: the clock's type ends in 2262
+    return header.time >= 0 && header.time <= latest && header.length <= FrameReader::MAX_PAYLOAD;
+}
+
+// Null when it names none.
+const StreamKind *stream_of(const CaptureRecordHeader &header)
+{
+    const auto *end = std::ranges::find(header.stream, '\0');
+    return find_stream({header.stream, static_cast<std::size_t>(end - header.stream)});
+}
+
+} // namespace
+
+CaptureWriter::CaptureWriter(const std::string &path) : path_(path), file_(open_file(path, "wbe"))
+{
+    CaptureHeader header{{}, CAPTURE_VERSION, CAPTURE_BYTE_ORDER};
+    std::ranges::copy(CAPTURE_MAGIC, header.magic);
+    write(bytes_of(header));
+    flush();
+}
+
+void CaptureWriter::print(const Record &record)
+{
+    CaptureRecordHeader header{};
+    header.time = std::chrono::duration_cast<microseconds>(record.time.time_since_epoch()).count();
+    record.kind.name.copy(header.stream, sizeof header.stream);
+    header.length = static_cast<std::uint32_t>(record.payload.size());
+    write(bytes_of(header));
+    write(record.payload);
+}
+
+void CaptureWriter::flush()
+{
+    if (std::fflush(file_.get()) != 0)
+        fail(path_);
+}
+
+void CaptureWriter::write(std::span<const std::uint8_t> bytes)
+{
+    if (std::fwrite(bytes.data(), 1, bytes.size(), file_.get()) != bytes.size())
+        fail(path_);
+}
+
+std::string read_capture(const std::string &path, const std::function<bool(const Record &)> &take)
+{
+    Reader reader(path);
+    CaptureHeader file_header{};
+    if (reader.read_plain(file_header) < sizeof file_header)
+        file_header = {};
+    if (const char *fault = fault_of(file_header))
+        throw std::runtime_error(path + ": this is " + fault);
+
+    CaptureRecordHeader header;
+    std::vector<std::uint8_t> payload;
+    std::int64_t first = 0;
+    Elapsed at{};
+    for (bool begun = false;; begun = true) {
+        const std::size_t got = reader.read_plain(header);
+        if (got == 0)
+            return "";
+        if (got < sizeof header)
+            return "ends within a record";
+        const StreamKind *kind = stream_of(header);
+        if (!kind || !is_plausible(header))
+            return "damaged behind the last record shown";
+        payload.resize(header.length);
+        if (reader.read(payload) < payload.size())
+            return "ends within a record";
+        if (!begun)
+            first = header.time;
+        at = std::max(at, Elapsed(header.time - first)); // the clock may have been set back
+        const TimePoint time{microseconds(header.time)};
+        if (!take({*kind, time, at, payload}))
+            return "";
+    }
+}

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "tools/common/printer.h"
+
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <string>
+
+// Captures: records in a file, with the times at which they came. All numbers are in the byte order
+// of the machine that wrote it, as the payloads are; a capture of the other order is refused.
+
+inline constexpr char CAPTURE_MAGIC[8] = {'v', 'a', '_', 'd', 'u', 'm', 'p', '\n'};
+inline constexpr std::uint32_t CAPTURE_VERSION = 1;
+inline constexpr std::uint32_t CAPTURE_BYTE_ORDER = 0x01020304;
+
+struct CaptureHeader {
+    char magic[8];
+    std::uint32_t version;
+    std::uint32_t byte_order;
+};
+static_assert(offsetof(CaptureHeader, version) == 8 && offsetof(CaptureHeader, byte_order) == 12 &&
+              sizeof(CaptureHeader) == 16);
+
+// In front of each payload.
+struct CaptureRecordHeader {
+    std::int64_t time;    // microseconds since 1970, UTC
+    char stream[4];       // the stream's name, zeros behind it
+    std::uint32_t length; // of the payload, bytes
+};
+static_assert(offsetof(CaptureRecordHeader, stream) == 8 &&
+              offsetof(CaptureRecordHeader, length) == 12 && sizeof(CaptureRecordHeader) == 16);
+
+struct CloseFile {
+    void operator()(std::FILE *file) const { std::fclose(file); }
+};
+using CaptureFile = std::unique_ptr<std::FILE, CloseFile>;
+
+// Writes a capture. What came is in the file after each tick.
+class CaptureWriter : public Printer
+{
+public:
+    explicit CaptureWriter(const std::string &path); // throws std::system_error
+    void print(const Record &record) override;
+    void tick(Elapsed) override { flush(); }
+    void finish(Elapsed) override { flush(); }
+
+private:
+    void flush();
+    void write(std::span<const std::uint8_t> bytes);
+
+    std::string path_;
+    CaptureFile file_;
+};
+
+// Hands on the records of a capture, one after another, until `take` returns false; a payload is
+// valid during the call. Returns what is wrong with the file's end, for people, and nothing when it
+// is whole; all records before are handed on. Throws std::system_error when the file cannot be
+// read, and std::runtime_error when it is none of ours.
+std::string read_capture(const std::string &path, const std::function<bool(const Record &)> &take);

@@ -1,0 +1,77 @@
+#include "platform/sim/entries.h"
+#include "tools/common/entries.h"
+
+#include <cstring>
+#include <iterator>
+
+namespace
+{
+
+constexpr std::size_t word_size = sizeof(std::uint32_t);
+
+constexpr Field object_fields[] = {
+    {"id"},           {"kind"},           {"x", true},        {"y", true}, {"width", true},
+    {"height", true}, {"centre_x", true}, {"centre_y", true}, {"result"},  {"reserved"}};
+static_assert(std::size(object_fields) == OBJECT_WORDS &&
+              sizeof(SimObjectEntry) == OBJECT_WORDS * word_size);
+
+constexpr Field face_fields[] = {{"id"},           {"x", true}, {"y", true}, {"width", true},
+                                 {"height", true}, {"score"},   {"angle"}};
+static_assert(std::size(face_fields) == FACE_WORDS &&
+              sizeof(SimFaceEntry) == FACE_WORDS * word_size);
+
+Sighting sighting_of(const SimObjectEntry &object)
+{
+    return {object.kind == SimObjectKind::stationary ? Sighting::Kind::Static
+                                                     : Sighting::Kind::Moving,
+            object.id,
+            object.x,
+            object.y,
+            object.width,
+            object.height};
+}
+
+Sighting sighting_of(const SimFaceEntry &face)
+{
+    return {Sighting::Kind::Face, face.id, face.x, face.y, face.width, face.height};
+}
+
+template <class Entry>
+std::vector<Sighting> sightings_in(std::span<const std::uint8_t> payload)
+{
+    std::vector<Sighting> all;
+    for (; payload.size() >= sizeof(Entry); payload = payload.subspan(sizeof(Entry))) {
+        Entry entry;
+        std::memcpy(&entry, payload.data(), sizeof entry);
+        all.push_back(sighting_of(entry));
+    }
+    return all;
+}
+
+} // namespace
+
+constinit const std::span<const Field> OBJECT_FIELDS = object_fields;
+constinit const std::span<const Field> FACE_FIELDS = face_fields;
+const bool TAMPER_RECORDS_ARE_ALARMS = true;
+
+std::vector<Sighting> objects_in(std::span<const std::uint8_t> payload)
+{
+    return sightings_in<SimObjectEntry>(payload);
+}
+
+std::vector<Sighting> faces_in(std::span<const std::uint8_t> payload)
+{
+    return sightings_in<SimFaceEntry>(payload);
+}
+
+Crossing crossing_of(std::int32_t direction)
+{
+    switch (direction) {
+    case 1:
+        return Crossing::ToRight;
+    case 2:
+        return Crossing::ToLeft;
+    default:
+        return Crossing::Both;
+    }
+}

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "tools/common/command_line.h"
+#include "tools/common/stream_kind.h"
+
+#include <chrono>
+#include <cstdint>
+#include <limits>
+#include <optional>
+#include <string>
+#include <vector>
+
+// Where a program's records come from, and for how long.
+struct Source {
+    std::string directory;                   // of the sockets
+    std::string capture;                     // to be read instead of the sockets, unless empty
+    std::vector<const StreamKind *> streams; // each once, in the order of STREAM_KINDS
+    std::uint64_t count = std::numeric_limits<std::uint64_t>::max(); // of records
+    std::optional<std::chrono::milliseconds> time_limit;
+};
+
+// All streams, of the daemon that was built with this program.
+Source default_source();
+
+// The options that set it. They are `source`'s, which must outlive them.
+OptionTable source_options(Source &source);
+
+// Throws WrongUse when the sockets' names would be too long.
+void check(const Source &source);

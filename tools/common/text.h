@@ -1,0 +1,28 @@
+#pragma once
+
+#include "tools/common/field.h"
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+// Pieces of printed lines.
+
+// "14:02:03.123", local time.
+std::string clock_text(std::chrono::system_clock::time_point time);
+
+// "2026-03-01T14:02:03.123+01:00"
+std::string iso_text(std::chrono::system_clock::time_point time);
+
+// A word in decimal, signed where its field is.
+std::string decimal_text(std::uint32_t word, const Field &field);
+
+// As printf(); up to 255 characters.
+__attribute__((format(printf, 1, 2))) std::string formatted(const char *format, ...);
+
+// Says something on standard error, with the program's name in front.
+void say(const std::string &text);
+
+// On standard output, at once; throw std::system_error.
+void write_text(const std::string &text);
+void write_line(const std::string &line);

@@ -1,0 +1,157 @@
+#include "tools/common/watch.h"
+
+#include "ipc/client/stream_client.h"
+#include "tools/common/text.h"
+
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <utility>
+
+#include <poll.h>
+#include <unistd.h>
+
+namespace
+{
+
+using Clock = std::chrono::steady_clock;
+
+// Between two attempts to connect, and the bound on the delay of a signal that arrives just before
+// poll().
+constexpr std::chrono::milliseconds retry_interval{200};
+
+std::atomic<bool> stop_requested{false};
+std::atomic<bool> report_requested{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "written by a signal handler");
+
+void install_handlers()
+{
+    struct sigaction action = {}; // without SA_RESTART: a blocked call must return
+    action.sa_handler = [](int) { stop_requested = true; };
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+    action.sa_handler = [](int) { report_requested = true; };
+    sigaction(SIGUSR1, &action, nullptr);
+}
+
+// One stream: what becomes of its connection is said on standard error whenever it changes.
+class Stream
+{
+public:
+    Stream(const StreamKind &kind, const std::string &directory)
+        : kind_(kind), client_(directory + "/" + std::string(kind.name))
+    {
+    }
+
+    int fd() const { return client_.fd(); }
+
+    void connect()
+    {
+        client_.connect();
+        say_status();
+    }
+
+    // One read.
+    void receive(Clock::time_point start, Output &output)
+    {
+        const auto time = std::chrono::system_clock::now();
+        const auto at = std::chrono::duration_cast<Elapsed>(Clock::now() - start);
+        client_.receive([&](std::span<const std::uint8_t> payload) {
+            return output.print({kind_, time, at, payload});
+        });
+        say_status();
+        if (fd() == -1)
+            output.tell(&Printer::lost, kind_);
+    }
+
+private:
+    void say_status()
+    {
+        if (client_.status() == said_)
+            return;
+        said_ = client_.status();
+        say(std::string(kind_.name) + ": " + said_);
+    }
+
+    const StreamKind &kind_;
+    StreamClient client_;
+    std::string said_;
+};
+
+class Watch
+{
+public:
+    Watch(const Source &source, Output &output) : output_(output), limit_(source.time_limit)
+    {
+        for (const StreamKind *kind : source.streams)
+            streams_.emplace_back(*kind, source.directory);
+        // poll() passes over the descriptor -1. Of the output it only tells that nobody reads it.
+        polled_.resize(streams_.size());
+        polled_.push_back({STDOUT_FILENO, 0, 0});
+    }
+
+    bool goes_on() const
+    {
+        return !stop_requested && !output_.is_complete() && !(polled_.back().revents & POLLERR) &&
+               !(limit_ && elapsed() >= *limit_);
+    }
+
+    void pass()
+    {
+        connect_all();
+        for (std::size_t i = 0; i < streams_.size(); ++i)
+            polled_[i] = {streams_[i].fd(), POLLIN, 0};
+        if (poll(polled_.data(), polled_.size(), timeout_ms()) > 0)
+            receive_all();
+        if (report_requested.exchange(false))
+            output_.tell(&Printer::report, elapsed());
+        output_.tell(&Printer::tick, elapsed());
+    }
+
+    Elapsed elapsed() const { return std::chrono::duration_cast<Elapsed>(Clock::now() - start_); }
+
+private:
+    void connect_all()
+    {
+        if (Clock::now() < next_attempt_)
+            return;
+        for (Stream &stream : streams_)
+            stream.connect();
+        next_attempt_ = Clock::now() + retry_interval;
+    }
+
+    void receive_all()
+    {
+        for (std::size_t i = 0; i < streams_.size() && !output_.is_complete(); ++i) {
+            if (polled_[i].revents)
+                streams_[i].receive(start_, output_);
+        }
+    }
+
+    int timeout_ms() const
+    {
+        if (!limit_)
+            return static_cast<int>(retry_interval.count());
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(*limit_ - elapsed());
+        return static_cast<int>(
+            std::clamp(left, std::chrono::milliseconds(), retry_interval).count());
+    }
+
+    Output &output_;
+    std::optional<std::chrono::milliseconds> limit_;
+    std::vector<Stream> streams_;
+    std::vector<pollfd> polled_;
+    Clock::time_point start_ = Clock::now();
+    Clock::time_point next_attempt_{};
+};
+
+} // namespace
+
+Elapsed watch(const Source &source, Output &output)
+{
+    install_handlers();
+    Watch watch(source, output);
+    while (watch.goes_on())
+        watch.pass();
+    return watch.elapsed();
+}

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "tools/common/printer.h"
+
+#include <vector>
+
+// No records: how many there were. Prints, when asked and at the end, a table with a line for each
+// stream: records, payload bytes, records a second over the whole time, the longest time without a
+// record since the first one (the time now running too), disconnects.
+class FiguresPrinter : public Printer
+{
+public:
+    explicit FiguresPrinter(std::vector<const StreamKind *> streams);
+    void print(const Record &record) override;
+    void lost(const StreamKind &kind) override;
+    void report(Elapsed now) override;
+    void finish(Elapsed now) override { report(now); }
+
+private:
+    struct Figures {
+        std::uint64_t records = 0;
+        std::uint64_t bytes = 0;
+        std::uint64_t disconnects = 0;
+        Elapsed last{};
+        Elapsed longest_pause{};
+    };
+
+    std::vector<const StreamKind *> streams_;
+    Figures figures_[STREAM_COUNT];
+};

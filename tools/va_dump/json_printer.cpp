@@ -1,0 +1,87 @@
+#include "tools/va_dump/json_printer.h"
+
+#include "tools/common/text.h"
+
+#include <utility>
+
+namespace
+{
+
+// Names and texts here are this program's own and hold nothing that JSON escapes.
+std::string quoted(std::string_view text)
+{
+    return '"' + std::string(text) + '"';
+}
+
+std::string member(std::string_view name, const std::string &value)
+{
+    return quoted(name) + ':' + value;
+}
+
+// What `item(i)` gives for each i of [begin, end), between `open` and `close`.
+template <class Item>
+std::string list(char open, std::size_t begin, std::size_t end, char close, Item item)
+{
+    std::string text(1, open);
+    for (std::size_t i = begin; i < end; ++i) {
+        text += i > begin ? "," : "";
+        text += item(i);
+    }
+    return text + close;
+}
+
+std::string words_text(const Words &words, std::size_t begin)
+{
+    return list('[', begin, words.size(), ']',
+                [&](std::size_t i) { return std::to_string(words[i]); });
+}
+
+std::string entries_text(const Words &words, std::span<const Field> fields, std::size_t count)
+{
+    return list('[', 0, count, ']', [&](std::size_t entry) {
+        return list('{', 0, fields.size(), '}', [&](std::size_t i) {
+            return member(fields[i].name,
+                          decimal_text(words[entry * fields.size() + i], fields[i]));
+        });
+    });
+}
+
+std::string hexadecimal(std::span<const std::uint8_t> bytes)
+{
+    std::string text;
+    for (const std::uint8_t byte : bytes)
+        text += formatted("%02x", byte);
+    return text;
+}
+
+std::string payload_members(const Words &words, std::span<const Field> fields)
+{
+    if (fields.empty())
+        return ',' + member("words", words_text(words, 0));
+    const std::size_t count = words.size() / fields.size();
+    const std::size_t labelled = count * fields.size();
+    std::string text = ',' + member("entries", entries_text(words, fields, count));
+    if (labelled < words.size())
+        text += ',' + member("words", words_text(words, labelled));
+    return text;
+}
+
+} // namespace
+
+std::string json_text(const Record &record, bool labels)
+{
+    const Words words(record.payload);
+    const auto fields = labels ? record.kind.fields : std::span<const Field>();
+    std::string text = '{' + member("time", quoted(iso_text(record.time))) + ',' +
+                       member("stream", quoted(record.kind.name)) + ',' +
+                       member("length", std::to_string(record.payload.size())) +
+                       payload_members(words, fields);
+    if (!words.rest().empty())
+        text += ',' + member("rest", quoted(hexadecimal(words.rest())));
+    return text + '}';
+}
+
+void JsonPrinter::print(const Record &record)
+{
+    write_line(json_text(record, labels_));
+}

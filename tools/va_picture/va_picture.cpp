@@ -1,0 +1,37 @@
+#include "tools/common/program.h"
+#include "tools/va_picture/picture_printer.h"
+
+namespace
+{
+
+constexpr char introduction[] =
+    "usage: va_picture [option...] FILE\n"
+    "Keeps FILE, an SVG picture, up to date: the settings' windows, masks, lines and areas, the\n"
+    "objects and faces that the video-analytics daemon sees, alarms. A browser that shows it "
+    "loads\n"
+    "it again by itself. Sockets that do not exist yet are waited for.\n"
+    "\n";
+
+const char *only(std::span<char *const> files)
+{
+    if (files.size() != 1)
+        throw WrongUse(files.empty() ? "no file is named" : "more than one file is named");
+    return files[0];
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    return run_program([&]() -> int {
+        Source source = default_source();
+        std::span<char *> files;
+        if (!parse_command_line({argv, static_cast<std::size_t>(argc)}, source_options(source),
+                                {introduction, EXIT_STATUSES}, files))
+            return RECORDS_CAME;
+        check(source);
+        std::vector<std::unique_ptr<Printer>> printers;
+        printers.push_back(std::make_unique<PicturePrinter>(only(files)));
+        return print_records(source, std::move(printers));
+    });
+}

@@ -1,9 +1,0 @@
-#pragma once
-
-#include "tools/options.h"
-#include "tools/output.h"
-
-// Hands on what the daemon sends, until the count is reached, the time is up, nobody reads standard
-// output any more, or SIGINT or SIGTERM comes. Says on standard error what becomes of the
-// connections. Returns how long it took.
-Elapsed watch(const Options &options, Output &output);
