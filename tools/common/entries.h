@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -31,6 +32,10 @@ struct Sighting {
 // The entries of a payload of "od" or "fd"; none where the layout is not known.
 std::vector<Sighting> objects_in(std::span<const std::uint8_t> payload);
 std::vector<Sighting> faces_in(std::span<const std::uint8_t> payload);
+
+// The number of the result whose objects they are, by which one that is missing shows; none where
+// the layout is not known.
+std::optional<std::uint32_t> result_number(std::span<const std::uint8_t> objects);
 
 // Whether every record of "ta" tells of an alarm.
 extern const bool TAMPER_RECORDS_ARE_ALARMS;

@@ -14,6 +14,11 @@ std::vector<Sighting> faces_in(std::span<const std::uint8_t>)
     return {};
 }
 
+std::optional<std::uint32_t> result_number(std::span<const std::uint8_t>)
+{
+    return std::nullopt;
+}
+
 Crossing crossing_of(std::int32_t)
 {
     return Crossing::Unknown;

@@ -37,14 +37,19 @@ Sighting sighting_of(const SimFaceEntry &face)
 }
 
 template <class Entry>
+Entry first_in(std::span<const std::uint8_t> payload)
+{
+    Entry entry;
+    std::memcpy(&entry, payload.data(), sizeof entry);
+    return entry;
+}
+
+template <class Entry>
 std::vector<Sighting> sightings_in(std::span<const std::uint8_t> payload)
 {
     std::vector<Sighting> all;
-    for (; payload.size() >= sizeof(Entry); payload = payload.subspan(sizeof(Entry))) {
-        Entry entry;
-        std::memcpy(&entry, payload.data(), sizeof entry);
-        all.push_back(sighting_of(entry));
-    }
+    for (; payload.size() >= sizeof(Entry); payload = payload.subspan(sizeof(Entry)))
+        all.push_back(sighting_of(first_in<Entry>(payload)));
     return all;
 }
 
@@ -62,6 +67,13 @@ std::vector<Sighting> objects_in(std::span<const std::uint8_t> payload)
 std::vector<Sighting> faces_in(std::span<const std::uint8_t> payload)
 {
     return sightings_in<SimFaceEntry>(payload);
+}
+
+std::optional<std::uint32_t> result_number(std::span<const std::uint8_t> objects)
+{
+    if (objects.size() < sizeof(SimObjectEntry))
+        return std::nullopt;
+    return first_in<SimObjectEntry>(objects).result;
 }
 
 Crossing crossing_of(std::int32_t direction)

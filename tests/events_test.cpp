@@ -1,0 +1,142 @@
+#include "tools/common/events.h"
+
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+namespace
+{
+
+using std::chrono::milliseconds;
+
+constexpr const char *kind_names[] = {"here",    "gone",      "appeared", "left",         "crossed",
+                                      "entered", "area left", "tampered", "tamper ended", "missed"};
+
+long count_ms(Elapsed time)
+{
+    return static_cast<long>(std::chrono::floor<milliseconds>(time).count());
+}
+
+// "left 1/7 0-400 10-30" is object 7 of kind 1, there from 0 to 400 ms, from x = 10 to 30.
+std::string text_of(const Event &event)
+{
+    using enum Event::Kind;
+    std::ostringstream text;
+    text << kind_names[static_cast<int>(event.kind)];
+    if (event.kind == ObjectAppeared || event.kind == ObjectLeft)
+        text << ' ' << static_cast<int>(event.from.kind) << '/' << event.from.number;
+    if (event.kind == LineCrossed || event.kind == AreaEntered || event.kind == AreaLeft)
+        text << ' ' << name_of(event.rule);
+    if (event.kind == ObjectLeft || event.kind == AreaLeft || event.kind == TamperEnded)
+        text << ' ' << count_ms(event.first) << '-' << count_ms(event.last);
+    if (event.kind == ObjectLeft)
+        text << ' ' << event.from.x << '-' << event.to.x;
+    if (event.missed)
+        text << ' ' << event.missed;
+    return text.str() + (event.cut_off ? " cut off; " : "; ");
+}
+
+// What happens at a moment: a stream with the words of a record, "+" or "-" before its name for a
+// connection made or lost; empty when only time passes.
+struct Step {
+    long ms;
+    const char *feed;
+    const char *told;
+};
+
+class Script
+{
+public:
+    std::string play(const Step &step)
+    {
+        told_.clear();
+        now_ = milliseconds(step.ms);
+        std::istringstream feed(step.feed);
+        std::string name;
+        feed >> name;
+        if (name.empty())
+            maker_.pass(now_);
+        else if (name[0] == '+' || name[0] == '-')
+            maker_.set_connected(*find_stream(name.substr(1)), name[0] == '+', now_);
+        else
+            take(*find_stream(name), feed);
+        return told_;
+    }
+
+    EventMaker &maker() { return maker_; }
+
+private:
+    void take(const StreamKind &kind, std::istream &feed)
+    {
+        std::vector<std::uint32_t> words;
+        for (std::uint32_t word; feed >> word;)
+            words.push_back(word);
+        const auto *bytes = reinterpret_cast<const std::uint8_t *>(words.data());
+        maker_.take({kind, {}, now_, {bytes, words.size() * sizeof words[0]}});
+    }
+
+    Elapsed now_{};
+    std::string told_;
+    EventMaker maker_{[this](const Event &event) {
+        EXPECT_EQ(now_, event.at);
+        told_ += text_of(event);
+    }};
+};
+
+// Object 7 walks through line 0, then through area 2; object 9 is static. The entries of the
+// stand-in: number, kind, x, y, width, height, centre, result, 0.
+TEST(EventsTest, ATableOfWhatHappensAndWhatIsTold)
+{
+    constexpr AlarmRule rules[] = {{AlarmRule::Source::Line, 1, 0, 0},
+                                   {AlarmRule::Source::Area, 3, 0, 2}};
+    constexpr Step steps[] = {
+        {0, "+od", "here; "},
+        {0, "+vmf", ""},
+        {0, "+ta", ""},
+        {0, "+od", ""},
+        {0, "od 7 3 10 5 4 4 12 7 0 0", "appeared 0/7; "},
+        {200, "vmf 0 1 0 0", "crossed CrossLine.C0; "},
+        {200, "od 7 3 20 5 4 4 22 7 1 0  9 19 50 5 4 4 52 7 1 0", "appeared 1/9; "},
+        {400, "vmf 0 1 0 0", ""}, // the bit stays
+        {400, "od 7 3 30 5 4 4 32 7 4 0", "missed 2; "},
+        {600, "vmf 0 0 0 1", "entered ObjectDetection.O2; "},
+        {899, "vmf 0 1 0 0", ""}, // rose within the line's rest
+        {1199, "od 7 3 40 5 4 4 42 7 5 0", ""},
+        {1200, "", "left 1/9 200-200 50-50; "},
+        {1399, "vmf 0 1 0 1", "crossed CrossLine.C0; "},
+        {2198, "od 7 3 60 5 4 4 62 7 6 0", ""}, // shortly before its rest is over
+        {2398, "", ""},
+        {2399, "", "area left ObjectDetection.O2 600-1399; "},
+        {3300, "od 7 3 80 5 4 4 82 7 0 0", "left 0/7 0-2198 10-60; appeared 0/7; "}, // began anew
+        {3300, "vmf 2 4 0 8",
+         "entered event 0 bit 1; crossed event 1 bit 2; entered event 3 bit 3; "},
+        {3300, "fd 3 1 1 1 1 100 0", "appeared 2/3; "},
+        {3300, "ta 1 0 0 0", "tampered; "},
+        {5200, "ta 1 0 0 0",
+         "left 0/7 3300-3300 80-80; area left event 0 bit 1 3300-3300; "
+         "area left event 3 bit 3 3300-3300; left 2/3 3300-3300 1-1; "},
+        {7199, "od 7 3 80 5 4 4 82 7 1 0", "appeared 0/7; "},
+        {7200, "", "tamper ended 3300-5200; "},
+        {7300, "vmf 0 1 0 1", "crossed CrossLine.C0; entered ObjectDetection.O2; "},
+        {7300, "fd 3 1 1 1 1 100 0", "appeared 2/3; "},
+        {7400, "ta 1 0 0 0", "tampered; "},
+        {7500, "-od", "left 0/7 7199-7199 80-80 cut off; "},
+        {7500, "-vmf", "area left ObjectDetection.O2 7300-7300 cut off; "},
+        {7500, "-ta", "tamper ended 7400-7400 cut off; gone; "},
+        {7500, "-ta", ""},
+        {8200, "+od", "here; "},
+        {8250, "od 7 3 80 5 4 4 82 7 900 0", "appeared 0/7; "}, // nothing is missed: a new daemon
+        {8300, "", "left 2/3 7300-7300 1-1; "},                 // was never connected
+        {8400, "od 7 3 80 5 4 4", ""},                          // half an entry, an empty record
+        {8400, "vmf", ""},
+        {8400, "vmf 0 0 0 0 1", ""}, // no such event code
+    };
+    Script script;
+    for (const Step &step : steps) {
+        // Before the settings could be read, and after.
+        script.maker().set_rules(step.ms == 3300 ? std::span<const AlarmRule>() : rules);
+        EXPECT_EQ(step.told, script.play(step)) << step.ms << ' ' << step.feed;
+    }
+}
+
+} // namespace
