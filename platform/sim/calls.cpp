@@ -1,6 +1,5 @@
 #include "platform/sim/calls.h"
 
-#include "platform/sim/chip.h"
 #include "platform/sim/sim.h"
 
 #include <utility>
@@ -31,14 +30,4 @@ std::optional<int> Calls::planned_failure(std::string_view function)
     }
     std::erase_if(plans_, [](const Plan &plan) { return plan.calls_left <= 0; });
     return error;
-}
-
-void sim_fail(const std::string &function, int nth, int error)
-{
-    LockedChip()->calls.plan_failure(function, nth, error);
-}
-
-std::vector<std::string> sim_calls()
-{
-    return LockedChip()->calls.names();
 }

@@ -1,5 +1,8 @@
 #include "platform/sim/chip.h"
 
+#include "platform/sim/playback.h"
+#include "platform/sim/scene.h"
+
 #include <algorithm>
 #include <condition_variable>
 #include <cstddef>
@@ -37,7 +40,10 @@ bool follow_scene(Memory &memory, const std::string &path)
         return false;
     for (const PlannedFailure &failure : scene->failures)
         memory.calls.plan_failure(failure.function, failure.nth, failure.error);
-    memory.playback = Playback(*std::move(scene));
+    memory.frame = scene->frame;
+    memory.source = std::make_unique<Playback>(*std::move(scene));
+    if (memory.library_is_open())
+        memory.source->start();
     return clean;
 }
 
@@ -51,23 +57,6 @@ LockedChip::LockedChip() : lock_(shared().mutex), memory_(shared().memory)
     // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing changes the environment while threads run.
     if (const char *path = std::getenv(scene_variable))
         follow_scene(memory_, path);
-}
-
-Moment Memory::end_of_read(const Module &module) const
-{
-    const auto now = std::chrono::steady_clock::now();
-    Moment own = now + usual_read;
-    Moment others = Moment::max();
-    const auto look_at = [&](const Module &candidate, Moment due) {
-        if (&candidate == &module)
-            own = due <= now + longest_read ? due : own;
-        else if (candidate.is_started())
-            others = std::min(others, due);
-    };
-    look_at(od, playback.od_due());
-    look_at(ta, playback.alarm_due());
-    look_at(fd, playback.fd_due());
-    return std::min(own, others);
 }
 
 bool LockedChip::wait(Module &module, Moment end)
@@ -85,6 +74,23 @@ void wake_reads()
     shared().changed.notify_all();
 }
 
+Moment end_of_read(const Memory &chip, const Module &module)
+{
+    const auto now = std::chrono::steady_clock::now();
+    Moment own = now + usual_read;
+    Moment others = never;
+    const auto look_at = [&](const Module &candidate, Moment due) {
+        if (&candidate == &module)
+            own = due <= now + longest_read ? due : own;
+        else if (candidate.is_started())
+            others = std::min(others, due);
+    };
+    look_at(chip.od, chip.source->objects_due());
+    look_at(chip.ta, chip.source->alarm_due());
+    look_at(chip.fd, chip.source->faces_due());
+    return std::min(own, others);
+}
+
 void sim_reset()
 {
     *LockedChip() = Memory();
@@ -94,4 +100,14 @@ void sim_reset()
 bool sim_play_scene(const std::string &path)
 {
     return follow_scene(*LockedChip(), path);
+}
+
+void sim_fail(const std::string &function, int nth, int error)
+{
+    LockedChip()->calls.plan_failure(function, nth, error);
+}
+
+std::vector<std::string> sim_calls()
+{
+    return LockedChip()->calls.names();
 }

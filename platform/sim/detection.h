@@ -1,6 +1,7 @@
 #pragma once
 
-#include "platform/sim/scene.h"
+#include "platform/sim/entries.h"
+#include "platform/sim/frame.h"
 #include "platform/sim/sim.h"
 
 #include <algorithm>

@@ -21,15 +21,12 @@ FdResult result_of(std::vector<unsigned char> faces, int count)
     return result;
 }
 
-std::optional<FdResult> scripted_faces(Playback &playback)
+std::optional<FdResult> observed_faces(Source &source)
 {
-    const auto tick = playback.take_fd_tick();
-    if (!tick)
+    const auto faces = source.take_faces();
+    if (!faces || faces->empty())
         return {};
-    const std::vector<SimFaceEntry> faces = playback.faces_at(tick->time);
-    if (faces.empty())
-        return {};
-    return result_of(bytes_of(faces), static_cast<int>(faces.size()));
+    return result_of(bytes_of(*faces), static_cast<int>(faces->size()));
 }
 
 bool copy_blocks(const FaceDetection::Areas &areas, SimFdControl &control)
@@ -118,7 +115,7 @@ int ne3_val_fd_set_ctrl(const ne3_val_fd_ctrl *ctrl)
         SimFdControl control{*ctrl, {}, {}};
         if (!copy_blocks(*chip.fd.areas, control))
             return refuse(EINVAL);
-        print_control(control, chip.playback.scene().frame);
+        print_control(control, chip.frame);
         chip.fd.accepted = control;
         return 0;
     });
@@ -138,7 +135,7 @@ int ne3_val_fd_get_area_data_mem(std::uint16_t *count, ne3_val_fd_area_data **ar
 int ne3_val_fd_get_data(int prm, ne3_val_fd_result *result)
 {
     return read_call(__func__, prm, &Memory::fd, [=](Memory &chip) {
-        auto next = next_result(chip.fd.pushed, [&] { return scripted_faces(chip.playback); });
+        auto next = next_result(chip.fd.pushed, [&] { return observed_faces(*chip.source); });
         if (!next)
             return false;
         chip.fd.current = *std::move(next);

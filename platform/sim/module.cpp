@@ -1,6 +1,5 @@
 #include "platform/sim/module.h"
 
-#include "platform/sim/chip.h"
 #include "platform/sim/text.h"
 
 int Module::open(bool library_is_open)
@@ -21,7 +20,6 @@ int Module::cancel_data()
         return refuse(EAGAIN);
     pending->cancelled = true;
     pending = nullptr;
-    wake_reads();
     return 0;
 }
 
@@ -29,10 +27,8 @@ int Module::step(State from, State to, const char *what)
 {
     if (::step(state_, from, to) == -1)
         return -1;
-    if (from != to) {
+    if (from != to)
         say("%s %s", name_, what);
-        wake_reads();
-    }
     return 0;
 }
 

@@ -135,12 +135,12 @@ private:
     std::unique_ptr<Block> memory_ = std::make_unique<Block>();
 };
 
-// The oldest result that was pushed, else what `scripted` makes of the scene, if anything.
-template <class Result, class Scripted>
-std::optional<Result> next_result(std::deque<Result> &pushed, Scripted scripted)
+// The oldest result that was pushed, else what `observe` makes of the source, if anything.
+template <class Result, class Observe>
+std::optional<Result> next_result(std::deque<Result> &pushed, Observe observe)
 {
     if (pushed.empty())
-        return scripted();
+        return observe();
     std::optional<Result> result(std::move(pushed.front()));
     pushed.pop_front();
     return result;

@@ -12,7 +12,7 @@ int ne3_val_open()
     return library_call(__func__, [](Memory &chip) {
         if (step(chip.library, LibraryState::initialised, LibraryState::open) == -1)
             return -1;
-        chip.playback.restart();
+        chip.source->start();
         return 0;
     });
 }
@@ -22,6 +22,7 @@ int ne3_val_close()
     return library_call(__func__, [](Memory &chip) {
         if (step(chip.library, LibraryState::open, LibraryState::initialised) == -1)
             return -1;
+        chip.source->stop();
         for (Module *module :
              std::initializer_list<Module *>{&chip.od, &chip.fd, &chip.ta, &chip.dis})
             module->force_close();

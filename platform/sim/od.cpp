@@ -22,15 +22,14 @@ OdResult result_of(std::vector<unsigned char> objects, int count, std::uint32_t 
     return result;
 }
 
-std::optional<OdResult> scripted_objects(Memory &chip)
+std::optional<OdResult> observed_objects(Memory &chip)
 {
-    const auto tick = chip.playback.take_od_tick();
-    if (!tick)
+    const auto seen = chip.source->take_objects();
+    if (!seen)
         return {};
-    if (tick->new_round)
+    if (seen->anew)
         chip.od.centres.clear(); // a jump back to the beginning crosses no line
-    Detection detection = detect(chip.od.accepted, chip.playback.scene().frame,
-                                 chip.playback.objects_at(tick->time), chip.od.centres);
+    Detection detection = detect(chip.od.accepted, chip.frame, seen->objects, chip.od.centres);
     chip.od.centres = centres_of(detection.objects);
     if (detection.objects.empty())
         return {}; // and so without an alarm
@@ -187,7 +186,7 @@ int ne3_val_od_get_area_data_mem(std::uint16_t *count, ne3_val_od_area_table **a
 int ne3_val_od_get_data(int prm, ne3_val_od_result *result)
 {
     return read_call(__func__, prm, &Memory::od, [=](Memory &chip) {
-        auto next = next_result(chip.od.pushed, [&] { return scripted_objects(chip); });
+        auto next = next_result(chip.od.pushed, [&] { return observed_objects(chip); });
         if (!next)
             return false;
         chip.od.current = *std::move(next);

@@ -1,19 +1,19 @@
-#include "platform/sim/scene.h"
+#include "platform/sim/playback.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace
 {
 
 constexpr std::int64_t kept_ms = 100;
+constexpr std::int64_t faces_interval_ms = 200;
 
 std::int32_t between(std::int32_t from, std::int32_t to, std::int64_t part, std::int64_t whole)
 {
     return static_cast<std::int32_t>(from + (std::int64_t{to} - from) * part / whole);
 }
 
-SimObjectEntry entry_of(const ScriptedObject &script, std::int64_t time)
+SimObjectEntry entry_at(const ScriptedObject &script, std::int64_t time)
 {
     const std::int64_t passed = time - script.shown.begin;
     const std::int64_t length = script.shown.end - script.shown.begin;
@@ -25,24 +25,53 @@ SimObjectEntry entry_of(const ScriptedObject &script, std::int64_t time)
     return entry;
 }
 
-} // namespace
-
-Playback::Playback(Scene scene) : scene_(std::move(scene))
+SimFaceEntry entry_at(const ScriptedFace &script, std::int64_t)
 {
-    restart();
+    return script.entry;
 }
 
-void Playback::restart()
+template <class Script>
+auto entries_at(const std::vector<Script> &scripts, std::int64_t time)
+{
+    std::vector<decltype(Script::entry)> entries;
+    for (const Script &script : scripts) {
+        if (script.shown.holds(time))
+            entries.push_back(entry_at(script, time));
+    }
+    return entries;
+}
+
+} // namespace
+
+Playback::Playback(Scene scene) : scene_(std::move(scene)) {}
+
+void Playback::start()
 {
     start_ = std::chrono::steady_clock::now();
     alarms_due_.clear();
     for (const ScriptedAlarm &alarm : scene_.alarms)
         alarms_due_.push_back(start_ + std::chrono::milliseconds(alarm.first));
-    od_ = {};
-    fd_ = {};
+    objects_ = {scene_.od_interval};
+    faces_ = {faces_interval_ms};
 }
 
-std::optional<std::array<std::uint32_t, 4>> Playback::take_alarm()
+std::optional<SeenObjects> Playback::take_objects()
+{
+    const auto tick = take_tick(objects_);
+    if (!tick)
+        return {};
+    return SeenObjects{entries_at(scene_.objects, tick->time), tick->new_round};
+}
+
+std::optional<std::vector<SimFaceEntry>> Playback::take_faces()
+{
+    const auto tick = take_tick(faces_);
+    if (!tick)
+        return {};
+    return entries_at(scene_.faces, tick->time);
+}
+
+std::optional<AlarmWords> Playback::take_alarm()
 {
     const Moment now = std::chrono::steady_clock::now();
     for (std::size_t i = 0; i < alarms_due_.size(); ++i) {
@@ -51,7 +80,7 @@ std::optional<std::array<std::uint32_t, 4>> Playback::take_alarm()
             continue;
         const ScriptedAlarm &alarm = scene_.alarms[i];
         const std::chrono::milliseconds step(alarm.every ? alarm.every : scene_.period);
-        due = step.count() ? due + ((now - due) / step + 1) * step : Moment::max();
+        due = step.count() ? due + ((now - due) / step + 1) * step : never;
         return alarm.words;
     }
     return {};
@@ -59,40 +88,20 @@ std::optional<std::array<std::uint32_t, 4>> Playback::take_alarm()
 
 Moment Playback::alarm_due() const
 {
-    return alarms_due_.empty() ? Moment::max() : *std::ranges::min_element(alarms_due_);
+    return alarms_due_.empty() ? never : *std::ranges::min_element(alarms_due_);
 }
 
-std::optional<Tick> Playback::take_tick(Cursor &cursor, std::int64_t interval) const
+std::optional<Playback::Tick> Playback::take_tick(Cursor &cursor) const
 {
     const std::int64_t newest =
-        (std::chrono::steady_clock::now() - start_) / std::chrono::milliseconds(interval);
+        (std::chrono::steady_clock::now() - start_) / std::chrono::milliseconds(cursor.interval);
     if (newest < cursor.next)
         return {};
-    const std::int64_t number = std::max(cursor.next, newest - kept_ms / interval);
+    const std::int64_t number = std::max(cursor.next, newest - kept_ms / cursor.interval);
     cursor.next = number + 1;
-    const std::int64_t time = number * interval;
+    const std::int64_t time = number * cursor.interval;
     const std::int64_t round = scene_.period ? time / scene_.period : 0;
     const bool new_round = round != cursor.round;
     cursor.round = round;
     return Tick{time - round * scene_.period, new_round};
-}
-
-std::vector<SimObjectEntry> Playback::objects_at(std::int64_t time) const
-{
-    std::vector<SimObjectEntry> entries;
-    for (const ScriptedObject &script : scene_.objects) {
-        if (script.shown.holds(time))
-            entries.push_back(entry_of(script, time));
-    }
-    return entries;
-}
-
-std::vector<SimFaceEntry> Playback::faces_at(std::int64_t time) const
-{
-    std::vector<SimFaceEntry> entries;
-    for (const ScriptedFace &script : scene_.faces) {
-        if (script.shown.holds(time))
-            entries.push_back(script.entry);
-    }
-    return entries;
 }

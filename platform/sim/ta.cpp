@@ -12,9 +12,9 @@ bool wrong_prm(const Module &module, int prm)
     return module.is_open() && prm != expected_prm;
 }
 
-std::optional<ne3_val_ta_result> scripted_alarm(Playback &playback)
+std::optional<ne3_val_ta_result> observed_alarm(Source &source)
 {
-    const auto words = playback.take_alarm();
+    const auto words = source.take_alarm();
     if (!words)
         return {};
     ne3_val_ta_result result{};
@@ -83,8 +83,7 @@ int ne3_val_ta_set_ctrl_ex(const ne3_val_ta_ctrl *ctrl, int prm)
 int ne3_val_ta_get_data(int prm, ne3_val_ta_result *result)
 {
     return read_call(__func__, prm, &Memory::ta, [=](Memory &chip) {
-        const auto next =
-            next_result(chip.ta.pushed, [&] { return scripted_alarm(chip.playback); });
+        const auto next = next_result(chip.ta.pushed, [&] { return observed_alarm(*chip.source); });
         if (next)
             *result = *next;
         return next.has_value();
