@@ -1,3 +1,4 @@
+#include "ipc/client/records.h"
 #include "ipc/client/run_dir.h"
 #include "ipc/client/stream_client.h"
 
@@ -15,12 +16,11 @@
 namespace
 {
 
-constexpr std::size_t object_words = 10; // in the layout of the chip
 constexpr int retry_ms = 200;
 
 void print_objects(std::span<const std::uint8_t> payload)
 {
-    std::uint32_t object[object_words];
+    std::uint32_t object[OD_ENTRY_SIZE / sizeof(std::uint32_t)]; // the words are the chip's
     std::printf("%zu object(s)\n", payload.size() / sizeof object);
     for (; payload.size() >= sizeof object; payload = payload.subspan(sizeof object)) {
         std::memcpy(object, payload.data(), sizeof object);

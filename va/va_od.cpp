@@ -13,8 +13,6 @@
 namespace
 {
 
-constexpr int static_object = 19;
-
 OdFrame frame_of(const VaContext &context)
 {
     const SensorConfig &sensor = context.sensorConf;
@@ -163,20 +161,16 @@ void set_working(const ODCtrlConf &conf, const OdFrame &frame, ne3_val_od_ctrl &
     ctrl.flags |= daemon_flags;
 }
 
-// One mask per event code; a filter's bit is its number among the filters of its code.
-struct VmfAlarms {
-    std::uint32_t masks[CONF_EVENT_CODES];
-};
-static_assert(sizeof(VmfAlarms) == 16);
+static_assert(CONF_EVENT_CODES == VMF_EVENT_CODES);
 
-VmfAlarms vmf_alarms(const ODVmfParamConf &conf, std::uint32_t flags)
+VmfRecord vmf_record(const ODVmfParamConf &conf, std::uint32_t flags)
 {
-    VmfAlarms alarms{};
+    VmfRecord record{};
     for (int n = 0; n < std::min(conf.filterNum, CONF_VMF_FILTERS); ++n) {
         if (flags & 1U << n)
-            alarms.masks[conf.filters[n].event] |= 1U << conf_vmfBit(conf, n);
+            record.alarms[conf.filters[n].event] |= 1U << conf_vmfBit(conf, n);
     }
-    return alarms;
+    return record;
 }
 
 } // namespace
@@ -267,8 +261,8 @@ int va_od_processData(VaContext *context, const ne3_val_od_result *result)
 {
     constexpr std::int32_t suspicious_count = 1000;
     if (result->vmfAlarms != 0) {
-        const VmfAlarms alarms = vmf_alarms(context->odVmfParam, result->vmfAlarms);
-        sck_svr_write(context->vmfServer, &alarms, sizeof alarms);
+        const VmfRecord record = vmf_record(context->odVmfParam, result->vmfAlarms);
+        sck_svr_write(context->vmfServer, &record, sizeof record);
     }
     if (result->objects && result->objectNum > suspicious_count)
         std::puts("******************* err.");
@@ -279,21 +273,4 @@ int va_od_processData(VaContext *context, const ne3_val_od_result *result)
 int va_od_cancel(VaContext *context)
 {
     return va_cancel(context, ne3_val_od_cancel_data);
-}
-
-const char *ODString(std::int32_t kind)
-{
-    return kind == static_object ? "Static" : "Dynamic";
-}
-
-const char *StaticObjectString(std::uint32_t kind)
-{
-    switch (kind) {
-    case 0:
-        return "Desertion";
-    case 1:
-        return "Theft";
-    default:
-        return "Undefined";
-    }
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ipc/client/records.h" // ODString(), StaticObjectString()
 #include "platform/ne3_val.h"
 #include "va/va.h"
 
@@ -31,7 +32,3 @@ int va_od_processData(VaContext *context, const ne3_val_od_result *result);
 
 // Main thread, at shutdown: see va_cancel().
 int va_od_cancel(VaContext *context);
-
-// Words for kind codes: "Static" (19) or "Dynamic"; "Desertion" (0), "Theft" (1) or "Undefined".
-const char *ODString(std::int32_t kind);
-const char *StaticObjectString(std::uint32_t kind);

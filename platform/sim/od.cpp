@@ -1,5 +1,5 @@
+#include "ipc/client/records.h"
 #include "platform/sim/chip.h"
-#include "platform/sim/entries.h"
 #include "platform/sim/text.h"
 
 #include <span>

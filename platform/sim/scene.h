@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/sim/entries.h"
+#include "ipc/client/records.h"
 #include "platform/sim/frame.h"
 #include "platform/sim/source.h"
 

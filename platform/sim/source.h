@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/sim/entries.h"
+#include "ipc/client/records.h"
 
 #include <array>
 #include <chrono>

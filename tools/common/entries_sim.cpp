@@ -1,4 +1,4 @@
-#include "platform/sim/entries.h"
+#include "ipc/client/records.h"
 #include "tools/common/entries.h"
 
 #include <cstring>
@@ -10,15 +10,13 @@ namespace
 constexpr std::size_t word_size = sizeof(std::uint32_t);
 
 constexpr Field object_fields[] = {
-    {"id"},           {"kind"},           {"x", true},        {"y", true}, {"width", true},
-    {"height", true}, {"centre_x", true}, {"centre_y", true}, {"result"},  {"reserved"}};
-static_assert(std::size(object_fields) == OBJECT_WORDS &&
-              sizeof(SimObjectEntry) == OBJECT_WORDS * word_size);
+    {"id"},           {"kind", false, ODString}, {"x", true},        {"y", true}, {"width", true},
+    {"height", true}, {"centre_x", true},        {"centre_y", true}, {"result"},  {"reserved"}};
+static_assert(std::size(object_fields) * word_size == sizeof(SimObjectEntry));
 
 constexpr Field face_fields[] = {{"id"},           {"x", true}, {"y", true}, {"width", true},
                                  {"height", true}, {"score"},   {"angle"}};
-static_assert(std::size(face_fields) == FACE_WORDS &&
-              sizeof(SimFaceEntry) == FACE_WORDS * word_size);
+static_assert(std::size(face_fields) * word_size == sizeof(SimFaceEntry));
 
 Sighting sighting_of(const SimObjectEntry &object)
 {

@@ -1,5 +1,6 @@
 #include "tools/common/stream_kind.h"
 
+#include "ipc/client/records.h"
 #include "tools/common/entries.h"
 
 #include <algorithm>
@@ -8,16 +9,19 @@
 namespace
 {
 
+constexpr std::size_t word_size = sizeof(std::uint32_t);
+
 // The event codes whose alarm masks they are.
 constexpr Field vmf_fields[] = {{"event0"}, {"event1"}, {"event2"}, {"event3"}};
+static_assert(std::size(vmf_fields) == VMF_EVENT_CODES);
 
 } // namespace
 
 const StreamKind STREAM_KINDS[STREAM_COUNT] = {
-    {"od", OBJECT_WORDS, OBJECT_FIELDS}, // the objects of a result
-    {"vmf", std::size(vmf_fields), vmf_fields},
-    {"fd", FACE_WORDS, FACE_FIELDS}, // the faces of a result
-    {"ta", 4, {}},                   // one tamper result
+    {"od", OD_ENTRY_SIZE / word_size, OBJECT_FIELDS}, // the objects of a result
+    {"vmf", VMF_EVENT_CODES, vmf_fields},
+    {"fd", FD_ENTRY_SIZE / word_size, FACE_FIELDS}, // the faces of a result
+    {"ta", sizeof(TaRecord) / word_size, {}},
 };
 
 const StreamKind *find_stream(std::string_view name)

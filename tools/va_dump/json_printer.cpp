@@ -36,12 +36,20 @@ std::string words_text(const Words &words, std::size_t begin)
                 [&](std::size_t i) { return std::to_string(words[i]); });
 }
 
+std::string field_text(const Field &field, std::uint32_t word)
+{
+    std::string text = member(field.name, decimal_text(word, field));
+    if (field.meaning)
+        text += ',' + member(std::string(field.name) + "_word",
+                             quoted(field.meaning(static_cast<std::int32_t>(word))));
+    return text;
+}
+
 std::string entries_text(const Words &words, std::span<const Field> fields, std::size_t count)
 {
     return list('[', 0, count, ']', [&](std::size_t entry) {
         return list('{', 0, fields.size(), '}', [&](std::size_t i) {
-            return member(fields[i].name,
-                          decimal_text(words[entry * fields.size() + i], fields[i]));
+            return field_text(fields[i], words[entry * fields.size() + i]);
         });
     });
 }

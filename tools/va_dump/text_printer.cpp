@@ -17,7 +17,9 @@ std::string word_text(const StreamKind &kind, std::size_t index, std::uint32_t w
 {
     if (style.labels && !kind.fields.empty()) {
         const Field &field = kind.fields[index % kind.entry_words];
-        return std::string(field.name) + '=' + decimal_text(word, field);
+        return std::string(field.name) + '=' +
+               (field.meaning ? field.meaning(static_cast<std::int32_t>(word))
+                              : decimal_text(word, field));
     }
     return style.base == Base::Hexadecimal ? formatted("%08x", word) : std::to_string(word);
 }

@@ -182,7 +182,7 @@ private:
     bool is_lit(const Shape &shape) const
     {
         const bool alarms = shape.kind == Shape::Kind::Line || shape.kind == Shape::Kind::Area;
-        return alarms && shape.used && picture_.alarms[shape.event] >> shape.bit & 1;
+        return alarms && shape.used && picture_.alarms.alarms[shape.event] >> shape.bit & 1;
     }
 
     // Shapes of different kinds often share an edge: their tags go to different corners.

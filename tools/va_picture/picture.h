@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ipc/client/records.h"
 #include "tools/common/entries.h"
 #include "tools/va_picture/overlay.h"
 
@@ -11,7 +12,7 @@ struct Picture {
     ConfSize frame; // of the video, both above 0
     std::vector<Shape> shapes;
     std::vector<Sighting> sightings = {};
-    std::uint32_t alarms[4] = {}; // masks by event code, as "vmf" records have them
+    VmfRecord alarms = {}; // what is lit
     bool tamper = false;
     std::string caption; // plain text
     std::string clock;

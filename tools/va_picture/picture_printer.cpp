@@ -88,7 +88,7 @@ void PicturePrinter::finish(Elapsed now)
 void PicturePrinter::take_alarms(const Record &record)
 {
     const Words masks(record.payload);
-    for (std::size_t event = 0; event < std::min(masks.size(), event_codes); ++event) {
+    for (std::size_t event = 0; event < std::min(masks.size(), VMF_EVENT_CODES); ++event) {
         for (std::size_t bit = 0; bit < mask_bits; ++bit) {
             if (masks[event] >> bit & 1)
                 alarmed_[event][bit] = record.at;
@@ -120,9 +120,9 @@ Picture PicturePrinter::picture_at(Elapsed now) const
             picture.sightings.insert(picture.sightings.end(), seen->sightings.begin(),
                                      seen->sightings.end());
     }
-    for (std::size_t event = 0; event < event_codes; ++event) {
+    for (std::size_t event = 0; event < VMF_EVENT_CODES; ++event) {
         for (std::size_t bit = 0; bit < mask_bits; ++bit)
-            picture.alarms[event] |= std::uint32_t{is_recent(alarmed_[event][bit])} << bit;
+            picture.alarms.alarms[event] |= std::uint32_t{is_recent(alarmed_[event][bit])} << bit;
     }
     return picture;
 }

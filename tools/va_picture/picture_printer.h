@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ipc/client/records.h"
 #include "tools/common/printer.h"
 #include "tools/va_picture/picture.h"
 
@@ -21,7 +22,6 @@ public:
     void finish(Elapsed now) override;
 
 private:
-    static constexpr std::size_t event_codes = 4;
     static constexpr std::size_t mask_bits = 32;
     static constexpr Elapsed never{-3'600'000'000};
 
@@ -41,7 +41,7 @@ private:
     Elapsed shapes_read_{};
     Seen objects_;
     Seen faces_;
-    std::array<std::array<Elapsed, mask_bits>, event_codes> alarmed_;
+    std::array<std::array<Elapsed, mask_bits>, VMF_EVENT_CODES> alarmed_;
     Elapsed tampered_ = never;
     std::array<std::uint64_t, STREAM_COUNT> records_{};
     Elapsed last_record_{};
