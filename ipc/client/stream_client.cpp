@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <optional>
 #include <system_error>
 #include <utility>
 
@@ -19,7 +20,6 @@ namespace
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t read_size = std::size_t{64} * 1024;
-constexpr char connected[] = "connected";
 
 std::string text_of(int error)
 {
@@ -66,6 +66,7 @@ struct StreamClient::Connection {
     Clock::time_point since;
     bool useful = false; // has brought a whole frame
     FrameReader reader = {};
+    std::optional<Outcome> end = {}; // once nothing more can be read
 };
 
 StreamClient::StreamClient(std::string path) : path_(std::move(path)) {}
@@ -82,17 +83,17 @@ void StreamClient::connect()
 {
     if (connection_) {
         if (connection_->is_trusted())
-            status_ = connected;
+            say_connected();
         return;
     }
     Fd fd = connect_to(path_);
     if (fd) {
         connection_.reset(new Connection{std::move(fd), Clock::now()});
         if (!turned_away_)
-            status_ = connected;
+            say_connected();
     } else {
         turned_away_ = false;
-        status_ = "waiting for " + path_ + ": " + refusal(errno);
+        outcome_ = {State::Waiting, "waiting for " + path_ + ": " + refusal(errno)};
     }
 }
 
@@ -100,39 +101,51 @@ void StreamClient::receive(const Sink &sink)
 {
     if (!connection_)
         return;
-    std::array<std::uint8_t, read_size> bytes;
-    const ssize_t got = read(fd(), bytes.data(), bytes.size());
-    if (got > 0) {
-        connection_->reader.append(std::span(bytes).first(static_cast<std::size_t>(got)));
-        take_frames(sink);
-    } else if (got == 0) {
-        take_frames(sink); // what an earlier sink has left
-        if (connection_)
-            disconnect(connection_->reader.at_boundary() ? "closed by the daemon"
-                                                         : "closed within a record");
-    } else if (errno != EINTR && errno != EAGAIN) {
-        disconnect(text_of(errno));
-    }
+    if (!connection_->end)
+        read_once();
+    if (take_frames(sink) && connection_->end)
+        disconnect();
 }
 
-void StreamClient::take_frames(const Sink &sink)
+void StreamClient::read_once()
+{
+    std::array<std::uint8_t, read_size> bytes;
+    const ssize_t got = read(fd(), bytes.data(), bytes.size());
+    if (got > 0)
+        connection_->reader.append(std::span(bytes).first(static_cast<std::size_t>(got)));
+    else if (got == 0)
+        connection_->end = {State::Closed, "closed by the daemon"};
+    else if (errno != EINTR && errno != EAGAIN)
+        connection_->end = {State::Broken, text_of(errno)};
+}
+
+bool StreamClient::take_frames(const Sink &sink)
 {
     FrameReader &reader = connection_->reader;
     std::span<const std::uint8_t> payload;
     FrameReader::Result result;
     while ((result = reader.next(payload)) == FrameReader::Result::Frame) {
         connection_->useful = true;
-        status_ = connected;
+        say_connected();
         if (!sink(payload))
-            return;
+            return false;
     }
     if (result == FrameReader::Result::BadLength)
-        disconnect("absurd record length " + std::to_string(reader.announced()));
+        connection_->end = {State::Broken,
+                            "absurd record length " + std::to_string(reader.announced())};
+    else if (connection_->end && !reader.at_boundary())
+        connection_->end = {State::Broken, "closed within a record"};
+    return true;
 }
 
-void StreamClient::disconnect(std::string reason)
+void StreamClient::say_connected()
+{
+    outcome_ = {State::Connected, "connected"};
+}
+
+void StreamClient::disconnect()
 {
     turned_away_ = !connection_->is_trusted();
-    status_ = std::move(reason);
+    outcome_ = std::move(*connection_->end);
     connection_.reset();
 }

@@ -44,20 +44,35 @@ public:
     // while not connected.
     void receive(const Sink &sink);
 
-    // What last became of the connection, for people: "connected", "waiting for PATH: nobody
-    // listens", "closed by the daemon", ... It changes only when there is something new to say: a
-    // daemon that closes every connection at once stays "closed by the daemon" until a connection
-    // brings a record or has stood for a second.
-    const std::string &status() const { return status_; }
+    // What last became of the connection. It changes only when there is something new to say: a
+    // daemon that closes every connection at once stays Closed until a connection brings a record
+    // or has stood for a second.
+    enum class State {
+        Waiting,   // none yet: nobody listens, or another reason
+        Connected, // and silent only for want of results
+        Closed,    // by the daemon, between two records
+        Broken,    // ended within a record, by an error or because something else listens there
+    };
+    State state() const { return outcome_.state; }
+
+    // The same for people: "connected", "waiting for PATH: nobody listens", "closed by the daemon",
+    // ...; empty before the first connect().
+    const std::string &status() const { return outcome_.text; }
 
 private:
     struct Connection;
+    struct Outcome {
+        State state = State::Waiting;
+        std::string text;
+    };
 
-    void take_frames(const Sink &sink);
-    void disconnect(std::string reason);
+    void read_once();
+    bool take_frames(const Sink &sink); // false when the sink had enough
+    void say_connected();
+    void disconnect();
 
     std::string path_;
-    std::string status_;
+    Outcome outcome_;
     bool turned_away_ = false;               // the last connection ended at once, without a record
     std::unique_ptr<Connection> connection_; // null while not connected
 };
