@@ -1,4 +1,5 @@
 #include "ipc/client/frame_reader.h"
+#include "ipc/client/stream_client.h"
 #include "ipc/network/socket.h"
 #include "tests/support/daemon.h"
 #include "tests/support/store_file.h"
@@ -60,6 +61,26 @@ TEST(FrameReaderTest, ReadsFramesHoweverTheyAreCut)
         EXPECT_EQ(Result::BadLength, reader.next(payload));
         EXPECT_EQ(FrameReader::MAX_PAYLOAD + 1, reader.announced());
     }
+}
+
+TEST(StreamClientTest, HandsOnWhatWasReadWhenTheEndComesAndTheSinkHasEnough)
+{
+    const TempDir dir;
+    int fd = -1;
+    ASSERT_EQ(0, unix_domain_socket_init(&fd, dir.file("od").c_str(), 5));
+    const Fd listener(fd);
+    StreamClient client(dir.file("od"));
+    client.connect();
+    EXPECT_EQ(StreamClient::State::Connected, client.state());
+    ASSERT_EQ(1, unix_domain_socket_accept(listener.get(), &fd));
+    const std::string sent = frame("a") + frame("b") + frame("c");
+    EXPECT_EQ(static_cast<ssize_t>(sent.size()), write(fd, sent.data(), sent.size()));
+    close(fd);
+    std::string got;
+    for (int reads = 0; reads < 4; ++reads)
+        client.receive([&](auto payload) { return got += payload.front(), false; });
+    EXPECT_EQ("abc", got);
+    EXPECT_EQ(StreamClient::State::Closed, client.state());
 }
 
 TEST(PictureTest, ShowsSettingsObjectsAndForASecondAlarms)
@@ -156,6 +177,11 @@ TEST(DumpTest, ReplaysCapturesAndTellsWhatIsWrong)
     Fd reader(open(dir.file("pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     Program piped(VA_DUMP, dir.path(), {"-d", ".", "fd"}, "pipe");
     EXPECT_TRUE(piped.wait_for_log("nobody listens"));
+    const Fd filler(open(dir.file("pipe").c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+    while (write(filler.get(), "x", 1) == 1)
+        ;
+    Program stalled(VA_DUMP, dir.path(), {"-q", "-W", "0.1", "-d", ".", "fd"}, "pipe");
+    EXPECT_TRUE(stalled.wait_for_exit(3)) << "waits for a reader beyond its time";
     reader.reset();
     EXPECT_TRUE(piped.wait_for_exit(3));
 }

@@ -1,3 +1,4 @@
+#include "ipc/network/fd.h"
 #include "va/options.h"
 #include "va/pid_file.h"
 #include "va/process.h"
@@ -54,7 +55,7 @@ int main(int argc, char **argv)
     // Static, since the processing thread may still set its flag while the process exits.
     static VaContext context{};
 
-    open_standard_descriptors();
+    va::open_standard_descriptors();
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     openlog("VA", LOG_CONS | LOG_PERROR, LOG_USER);
     std::signal(SIGINT, sig1_handler);

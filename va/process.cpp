@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <string_view>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 std::atomic<int> terminate{0};
@@ -17,16 +16,6 @@ void sig1_handler(int)
     terminate = 1;
     exit_event_loop();
     errno = error;
-}
-
-void open_standard_descriptors()
-{
-    int fd = 0;
-    do {
-        fd = open("/dev/null", O_RDWR); // without O_CLOEXEC: a child's standard descriptors too
-    } while (fd >= 0 && fd <= STDERR_FILENO);
-    if (fd > STDERR_FILENO)
-        close(fd);
 }
 
 std::int32_t null_timer(event_info *, void *)

@@ -14,10 +14,6 @@ extern std::atomic<int> terminate;
 // and ends the event loop.
 void sig1_handler(int signal);
 
-// Opens /dev/null for each of standard input, output and error that is closed, so that no socket
-// takes its number and receives what is printed. Before anything else is opened.
-void open_standard_descriptors();
-
 // Callback of what only ends the loop's wait, such as the periodic timer; does nothing.
 std::int32_t null_timer(event_info *info, void *arg);
 

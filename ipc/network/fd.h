@@ -55,6 +55,18 @@ inline bool set_non_blocking(const Fd &fd)
     return flags != -1 && fcntl(fd.get(), F_SETFL, flags | O_NONBLOCK) != -1;
 }
 
+// Opens /dev/null for each of standard input, output and error that is closed, so that no socket or
+// file takes its number and receives what is printed. Before anything else is opened.
+inline void open_standard_descriptors()
+{
+    int fd = 0;
+    do {
+        fd = open("/dev/null", O_RDWR); // without O_CLOEXEC: a child's standard descriptors too
+    } while (fd >= 0 && fd <= STDERR_FILENO);
+    if (fd > STDERR_FILENO)
+        close(fd);
+}
+
 } // namespace va
 
 using va::Fd;

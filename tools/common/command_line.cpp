@@ -1,8 +1,10 @@
 #include "tools/common/command_line.h"
 
+#include "tools/common/standard_output.h"
 #include "tools/common/text.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cstring>
 

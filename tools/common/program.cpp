@@ -1,8 +1,9 @@
 #include "tools/common/program.h"
 
+#include "ipc/network/fd.h"
 #include "tools/common/capture.h"
 #include "tools/common/output.h"
-#include "tools/common/text.h"
+#include "tools/common/standard_output.h"
 #include "tools/common/watch.h"
 
 #include <algorithm>
@@ -10,7 +11,6 @@
 #include <exception>
 #include <new>
 #include <stdexcept>
-#include <system_error>
 #include <utility>
 
 namespace
@@ -41,8 +41,12 @@ const char EXIT_STATUSES[] =
 
 int run_program(const std::function<int()> &body)
 {
+    va::open_standard_descriptors();
+    std::signal(SIGPIPE, SIG_IGN);
     try {
         return body();
+    } catch (const OutputEnded &) {
+        return RECORDS_CAME; // of what it says of itself
     } catch (const WrongUse &wrong) {
         say(std::string(wrong.what()) + " (--help tells more)");
         return USED_WRONGLY;
@@ -56,16 +60,13 @@ int run_program(const std::function<int()> &body)
 
 int print_records(const Source &source, std::vector<std::unique_ptr<Printer>> printers)
 {
-    std::signal(SIGPIPE, SIG_IGN);
     Output output(std::move(printers), source.count);
     try {
         if (source.capture.empty())
             output.tell(&Printer::finish, watch(source, output));
         else
             replay(source, output);
-    } catch (const std::system_error &error) {
-        if (error.code() != std::errc::broken_pipe)
-            throw;
+    } catch (const OutputEnded &) {
     }
     return output.any() ? RECORDS_CAME : NO_RECORDS;
 }

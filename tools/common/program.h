@@ -14,7 +14,8 @@ enum ExitStatus { RECORDS_CAME = 0, FAILED = 1, USED_WRONGLY = 2, NO_RECORDS = 3
 // Its end of the manual.
 extern const char EXIT_STATUSES[];
 
-// Calls `body`, which returns an exit status, and tells people what it throws.
+// Calls `body`, which returns an exit status, and tells people what it throws. Standard descriptors
+// that are closed are opened before.
 int run_program(const std::function<int()> &body);
 
 // Hands the source's records to all printers. Returns an exit status; a standard output that nobody

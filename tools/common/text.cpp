@@ -1,11 +1,9 @@
 #include "tools/common/text.h"
 
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <system_error>
 
 namespace
 {
@@ -61,21 +59,4 @@ std::string iso_text(TimePoint time)
 std::string decimal_text(std::uint32_t word, const Field &field)
 {
     return field.is_signed ? std::to_string(static_cast<std::int32_t>(word)) : std::to_string(word);
-}
-
-void say(const std::string &text)
-{
-    std::fprintf(stderr, "%s: %s\n", program_invocation_short_name, text.c_str());
-}
-
-void write_text(const std::string &text)
-{
-    errno = 0;
-    if (std::fputs(text.c_str(), stdout) == EOF || std::fflush(stdout) != 0)
-        throw std::system_error(errno, std::generic_category(), "standard output");
-}
-
-void write_line(const std::string &line)
-{
-    write_text(line + '\n');
 }

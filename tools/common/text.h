@@ -19,10 +19,3 @@ std::string decimal_text(std::uint32_t word, const Field &field);
 
 // As printf(); up to 255 characters.
 __attribute__((format(printf, 1, 2))) std::string formatted(const char *format, ...);
-
-// Says something on standard error, with the program's name in front.
-void say(const std::string &text);
-
-// On standard output, at once; throw std::system_error.
-void write_text(const std::string &text);
-void write_line(const std::string &line);

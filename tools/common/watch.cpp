@@ -1,9 +1,9 @@
 #include "tools/common/watch.h"
 
 #include "ipc/client/stream_client.h"
-#include "tools/common/text.h"
+#include "tools/common/standard_output.h"
+#include "tools/common/stop.h"
 
-#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <utility>
@@ -14,22 +14,15 @@
 namespace
 {
 
-using Clock = std::chrono::steady_clock;
-
-// Between two attempts to connect, and the bound on the delay of a signal that arrives just before
-// poll().
+// Between two attempts to connect.
 constexpr std::chrono::milliseconds retry_interval{200};
 
-std::atomic<bool> stop_requested{false};
 std::atomic<bool> report_requested{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "written by a signal handler");
 
-void install_handlers()
+void install_report_handler()
 {
-    struct sigaction action = {}; // without SA_RESTART: a blocked call must return
-    action.sa_handler = [](int) { stop_requested = true; };
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+    struct sigaction action = {}; // without SA_RESTART, so that the wait ends
     action.sa_handler = [](int) { report_requested = true; };
     sigaction(SIGUSR1, &action, nullptr);
 }
@@ -81,19 +74,19 @@ private:
 class Watch
 {
 public:
-    Watch(const Source &source, Output &output) : output_(output), limit_(source.time_limit)
+    Watch(const Source &source, Output &output) : output_(output)
     {
         for (const StreamKind *kind : source.streams)
             streams_.emplace_back(*kind, source.directory);
         // poll() passes over the descriptor -1. Of the output it only tells that nobody reads it.
         polled_.resize(streams_.size());
         polled_.push_back({STDOUT_FILENO, 0, 0});
+        prepare_stop(source.time_limit ? std::optional(start_ + *source.time_limit) : std::nullopt);
     }
 
     bool goes_on() const
     {
-        return !stop_requested && !output_.is_complete() && !(polled_.back().revents & POLLERR) &&
-               !(limit_ && elapsed() >= *limit_);
+        return !must_stop() && !output_.is_complete() && !(polled_.back().revents & POLLERR);
     }
 
     void pass()
@@ -101,7 +94,7 @@ public:
         connect_all();
         for (std::size_t i = 0; i < streams_.size(); ++i)
             polled_[i] = {streams_[i].fd(), POLLIN, 0};
-        if (poll(polled_.data(), polled_.size(), timeout_ms()) > 0)
+        if (poll(polled_.data(), polled_.size(), patience_ms()) > 0)
             receive_all();
         if (report_requested.exchange(false))
             output_.tell(&Printer::report, elapsed());
@@ -128,17 +121,7 @@ private:
         }
     }
 
-    int timeout_ms() const
-    {
-        if (!limit_)
-            return static_cast<int>(retry_interval.count());
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(*limit_ - elapsed());
-        return static_cast<int>(
-            std::clamp(left, std::chrono::milliseconds(), retry_interval).count());
-    }
-
     Output &output_;
-    std::optional<std::chrono::milliseconds> limit_;
     std::vector<Stream> streams_;
     std::vector<pollfd> polled_;
     Clock::time_point start_ = Clock::now();
@@ -149,7 +132,7 @@ private:
 
 Elapsed watch(const Source &source, Output &output)
 {
-    install_handlers();
+    install_report_handler();
     Watch watch(source, output);
     while (watch.goes_on())
         watch.pass();

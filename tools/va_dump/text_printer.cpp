@@ -1,5 +1,6 @@
 #include "tools/va_dump/text_printer.h"
 
+#include "tools/common/standard_output.h"
 #include "tools/common/text.h"
 
 namespace
