@@ -2,13 +2,10 @@
 
 #include "conf/conf_sensor.h"
 #include "tools/common/text.h"
+#include "tools/va_picture/replace_file.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cinttypes>
-#include <cstdio>
-#include <fstream>
-#include <system_error>
 #include <utility>
 
 namespace
@@ -28,21 +25,6 @@ ConfSize frame_size()
     if (conf_getSensorConfig(&sensor) == 0)
         return {sensor.width, sensor.height};
     return {1920, 1080}; // as if it were the usual one; the reader has said that there is none
-}
-
-[[noreturn]] void fail(const std::string &path)
-{
-    throw std::system_error(errno, std::generic_category(), path);
-}
-
-void replace_file(const std::string &path, const std::string &content)
-{
-    const std::string written = path + ".tmp";
-    std::ofstream file(written, std::ios::binary);
-    file << content;
-    file.close();
-    if (!file || std::rename(written.c_str(), path.c_str()) != 0)
-        fail(path);
 }
 
 } // namespace

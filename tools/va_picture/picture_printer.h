@@ -7,8 +7,7 @@
 #include <array>
 #include <string>
 
-// Keeps a picture up to date: after records at most four times a second, else once a second. The
-// file is written whole beside the old one, as PATH.tmp, and takes its place then.
+// Keeps a picture up to date: after records at most four times a second, else once a second.
 //
 // What lies in the store is read every two seconds, the sensor once. Objects and faces stay until
 // the next result, a second at the longest: a result without any sends no record. An alarm is lit
