@@ -1,6 +1,6 @@
-#include "ipc/client/records.h"
 #include "ipc/client/run_dir.h"
 #include "ipc/client/stream_client.h"
+#include "records/records.h"
 
 #include <cstdint>
 #include <cstdio>

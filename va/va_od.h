@@ -1,7 +1,7 @@
 #pragma once
 
-#include "ipc/client/records.h" // ODString(), StaticObjectString()
 #include "platform/ne3_val.h"
+#include "records/records.h" // ODString(), StaticObjectString()
 #include "va/va.h"
 
 // Object detection: its settings go to the library at start and when they change; its results go to

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "ipc/client/records.h"
 #include "platform/sim/frame.h"
 #include "platform/sim/sim.h"
+#include "records/records.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -1,6 +1,6 @@
-#include "ipc/client/records.h"
 #include "platform/sim/chip.h"
 #include "platform/sim/text.h"
+#include "records/records.h"
 
 #include <span>
 #include <utility>

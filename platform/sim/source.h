@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ipc/client/records.h"
+#include "records/records.h"
 
 #include <array>
 #include <chrono>

@@ -1,4 +1,4 @@
-#include "ipc/client/records.h"
+#include "records/records.h"
 #include "tools/common/entries.h"
 
 #include <cstring>

@@ -1,6 +1,6 @@
 #include "tools/common/stream_kind.h"
 
-#include "ipc/client/records.h"
+#include "records/records.h"
 #include "tools/common/entries.h"
 
 #include <algorithm>
