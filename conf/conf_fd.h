@@ -30,6 +30,10 @@ struct FDWindowConf {
 };
 static_assert(sizeof(FDWindowConf) == 28);
 
+inline constexpr int CONF_FD_WINDOWS = 30; // in the store; in use are the first of each kind:
+inline constexpr int CONF_FD_WATCH_WINDOWS = 20;
+inline constexpr int CONF_FD_DETECT_WINDOWS = 10;
+
 int conf_getFDCtrlConf(FDCtrlConf *conf);
 int conf_getFDWindowConf(FDWindowConf *conf, int n);
 

@@ -98,6 +98,11 @@ struct PrivacyMaskConfig {
 };
 static_assert(sizeof(PrivacyMaskConfig) == 92);
 
+// How many windows and masks are read, from number 0 on.
+inline constexpr int CONF_OD_WINDOWS = 4; // of each kind
+inline constexpr int CONF_MOTION_WINDOWS = 30;
+inline constexpr int CONF_PRIVACY_MASKS = 20;
+
 int conf_getODCtrlConf(ODCtrlConf *conf);
 int conf_getODMaskConf(ODMaskConf *conf, int n);
 int conf_getODDetMaskConf(ODDetMaskConf *conf, int n);

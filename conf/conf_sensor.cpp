@@ -2,6 +2,7 @@
 
 #include "conf/sensor_tables.h"
 #include "conf/store.h"
+#include "platform/ne3_val.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -115,8 +116,7 @@ int conf_getSensorConfig(SensorConfig *conf)
 
 std::int32_t conf_isWideAspect(std::int32_t width, std::int32_t height)
 {
-    constexpr std::int32_t aspect_16_9 = 177; // in hundredths, cut
-    return height != 0 && 100 * width / height == aspect_16_9;
+    return ne3_val_is_wide(width, height);
 }
 
 int conf_compareSensorConfig(const SensorConfig *a, const SensorConfig *b)

@@ -11,6 +11,13 @@
 // errno of a get_data that cancel_data ended.
 inline constexpr int NE3_VAL_ERR_CANCEL = static_cast<int>(0x81e030c8);
 
+// A frame of 16:9, for which the grids below have fewer rows: its width is 177 hundredths of its
+// height, cut. One without a height is none.
+constexpr bool ne3_val_is_wide(std::int32_t width, std::int32_t height)
+{
+    return height != 0 && 100 * width / height == 177;
+}
+
 // Open parameters of the tamper alarm and of face detection.
 struct ne3_val_open_prm {
     std::uint16_t prm0; // 1
@@ -79,11 +86,18 @@ static_assert(offsetof(ne3_val_dis_ctrl, localmot_det) == 4 &&
 
 // Face detection
 
-// One bit a cell of a grid 16 columns wide and 9 or 12 rows high, row after row, least significant
-// bit first.
+inline constexpr int NE3_VAL_FD_COLUMNS = 16; // of the watch mask
+
+constexpr int ne3_val_fd_rows(bool wide)
+{
+    return wide ? 9 : 12;
+}
+
+// One bit a cell of the grid, row after row, least significant bit first.
 struct ne3_val_fd_mask {
-    std::uint8_t cells[24];
+    std::uint8_t cells[NE3_VAL_FD_COLUMNS * ne3_val_fd_rows(false) / 8];
 };
+static_assert(sizeof(ne3_val_fd_mask) == 24);
 
 struct ne3_val_fd_window {
     std::uint16_t x0; // sensor pixels
@@ -151,6 +165,18 @@ struct ne3_val_od_open_prm {
     std::uint16_t prm3; // 1
 };
 static_assert(offsetof(ne3_val_od_open_prm, prm2) == 8 && sizeof(ne3_val_od_open_prm) == 12);
+
+inline constexpr std::int32_t NE3_VAL_OD_COLUMNS = 160; // of the detection grid
+
+constexpr std::int32_t ne3_val_od_rows(bool wide)
+{
+    return wide ? 90 : 120;
+}
+
+enum : std::int32_t {        // ne3_val_od_filter::movingDirection of a line; any other: both ways
+    NE3_VAL_OD_TO_RIGHT = 1, // of one who looks from the line's start to its end
+    NE3_VAL_OD_TO_LEFT = 2,
+};
 
 inline constexpr int NE3_VAL_OD_POLYGON_POINTS = 8;
 inline constexpr int NE3_VAL_OD_MASKS = 4;

@@ -27,10 +27,12 @@ static_assert(sizeof(TaRecord) == 16 && std::is_trivially_copyable_v<TaRecord>);
 inline constexpr std::size_t OD_ENTRY_SIZE = 40; // bytes
 inline constexpr std::size_t FD_ENTRY_SIZE = 28;
 
+enum : std::int32_t { OD_DYNAMIC = 3, OD_STATIC = 19 }; // kinds of objects
+
 // The words for an object's kind, and for what became of a static one.
 inline const char *ODString(std::int32_t kind)
 {
-    return kind == 19 ? "Static" : "Dynamic";
+    return kind == OD_STATIC ? "Static" : "Dynamic";
 }
 
 inline const char *StaticObjectString(std::uint32_t kind)
@@ -42,7 +44,7 @@ inline const char *StaticObjectString(std::uint32_t kind)
 // THE STAND-IN'S entries, not the chip's, which have the same sizes but other fields. A client that
 // is to run on the camera keeps what it knows of these in one place.
 
-enum class SimObjectKind : std::uint32_t { moving = 3, stationary = 19 };
+enum class SimObjectKind : std::uint32_t { moving = OD_DYNAMIC, stationary = OD_STATIC };
 
 // An object. Places are pixels of the scene's frame, from its top left corner, x to the right and y
 // down; they may lie outside of it.

@@ -9,14 +9,8 @@
 namespace
 {
 
-constexpr int mask_columns = 16;
 constexpr int bits_per_byte = 8;
 constexpr std::int32_t full_scale = 10000; // of window coordinates
-
-constexpr int mask_rows(bool wide)
-{
-    return wide ? 9 : 12;
-}
 
 struct WatchFrame {
     std::int32_t width;
@@ -69,11 +63,11 @@ void mark(const VaFdWindow &window, int rows, ne3_val_fd_mask &mask)
 {
     const int top = grid_cells(rows, window.y);
     const int bottom = top + grid_cells(rows, window.height);
-    const int left = grid_cells(mask_columns, window.x);
-    const int right = left + grid_cells(mask_columns, window.width);
+    const int left = grid_cells(NE3_VAL_FD_COLUMNS, window.x);
+    const int right = left + grid_cells(NE3_VAL_FD_COLUMNS, window.width);
     for (int row = top; row < bottom; ++row) {
         for (int column = left; column < right; ++column) {
-            const int cell = row * mask_columns + column;
+            const int cell = row * NE3_VAL_FD_COLUMNS + column;
             std::uint8_t &byte = mask.cells[cell / bits_per_byte];
             byte = static_cast<std::uint8_t>(byte | 1 << cell % bits_per_byte);
         }
@@ -116,14 +110,14 @@ ne3_val_fd_mask fd_watch_mask(std::span<const VaFdWindow> windows, bool wide)
     ne3_val_fd_mask mask{};
     for (const VaFdWindow &window : windows) {
         if (window.enabled)
-            mark(window, mask_rows(wide), mask);
+            mark(window, ne3_val_fd_rows(wide), mask);
     }
     return mask;
 }
 
 std::size_t fd_watch_mask_size(bool wide)
 {
-    return static_cast<std::size_t>(mask_columns * mask_rows(wide) / bits_per_byte);
+    return static_cast<std::size_t>(NE3_VAL_FD_COLUMNS * ne3_val_fd_rows(wide) / bits_per_byte);
 }
 
 int va_fd_watchframe_checkRange(std::int32_t *x0, std::int32_t *y0, std::int32_t *x1,
@@ -144,7 +138,7 @@ int va_fd_watchframe_checkRange(std::int32_t *x0, std::int32_t *y0, std::int32_t
     return 0;
 }
 
-FdDetection fd_detection(std::span<const VaFdWindow, VA_FD_DETECT_WINDOWS> windows,
+FdDetection fd_detection(std::span<const VaFdWindow, CONF_FD_DETECT_WINDOWS> windows,
                          std::int32_t width, std::int32_t height)
 {
     FdDetection detection{};

@@ -37,5 +37,5 @@ struct FdDetection {
 };
 
 // The enabled detection windows in pixels of a width x height frame, clamped.
-FdDetection fd_detection(std::span<const VaFdWindow, VA_FD_DETECT_WINDOWS> windows,
+FdDetection fd_detection(std::span<const VaFdWindow, CONF_FD_DETECT_WINDOWS> windows,
                          std::int32_t width, std::int32_t height);

@@ -16,7 +16,7 @@ std::int64_t scale(std::int64_t value, std::int32_t factor, std::int32_t divisor
 
 std::uint16_t cells_across(std::int32_t pixels, const OdFrame &frame)
 {
-    return static_cast<std::uint16_t>(scale(pixels, OdFrame::grid_width, frame.width));
+    return static_cast<std::uint16_t>(scale(pixels, NE3_VAL_OD_COLUMNS, frame.width));
 }
 
 std::uint16_t cells_down(std::int32_t pixels, const OdFrame &frame)
@@ -131,7 +131,7 @@ OdObjectSet od_dynamic_set(const ODDoParamSetConf &conf, const OdFrame &frame)
         .minSizeX = static_cast<std::uint16_t>(cells_across(conf.minSizeX, frame) + 2),
         .minSizeY = static_cast<std::uint16_t>(cells_down(conf.minSizeY, frame) + 2),
     };
-    const bool acceptable = int_chk_range(block.maxSizeX, 2, OdFrame::grid_width) &&
+    const bool acceptable = int_chk_range(block.maxSizeX, 2, NE3_VAL_OD_COLUMNS) &&
                             int_chk_range(block.maxSizeY, 2, grid_height) &&
                             int_chk_range(block.minSizeX, 2, block.maxSizeX) &&
                             int_chk_range(block.minSizeY, 2, block.maxSizeY) &&
@@ -150,7 +150,7 @@ OdObjectSet od_static_set(const ODSoParamSetConf &conf, const OdFrame &frame)
         .minSizeX = static_cast<std::uint16_t>(conf.minSizeX),
         .minSizeY = static_cast<std::uint16_t>(conf.minSizeY),
     };
-    const bool acceptable = int_chk_range(block.maxSizeX, 3, OdFrame::grid_width) &&
+    const bool acceptable = int_chk_range(block.maxSizeX, 3, NE3_VAL_OD_COLUMNS) &&
                             int_chk_range(block.maxSizeY, 3, grid_height) &&
                             int_chk_range(block.minSizeX, 2, block.maxSizeX - 1) &&
                             int_chk_range(block.minSizeY, 2, block.maxSizeY - 1);
@@ -159,7 +159,7 @@ OdObjectSet od_static_set(const ODSoParamSetConf &conf, const OdFrame &frame)
         block.minSizeX = 2;
         block.minSizeY = 2;
     }
-    block.maxSizeX = OdFrame::grid_width; // whatever is configured
+    block.maxSizeX = NE3_VAL_OD_COLUMNS; // whatever is configured
     return {block, acceptable};
 }
 

@@ -18,9 +18,7 @@ struct OdFrame {
     std::int32_t fps;
     bool wide; // 16:9
 
-    // The detection grid, in cells.
-    static constexpr std::int32_t grid_width = 160;
-    std::int32_t grid_height() const { return wide ? 90 : 120; }
+    std::int32_t grid_height() const { return ne3_val_od_rows(wide); } // cells
 };
 
 struct OdWorking {

@@ -21,12 +21,6 @@ struct soft_queue;
 // loop, and is what event/ and ipc/ call the loop thread. The processing thread (va/va_proc.h) is
 // started by it, and another thread to them. docs/architecture.md has the picture.
 
-inline constexpr int VA_OD_WINDOWS = 4;
-inline constexpr int VA_MOTION_WINDOWS = 30;
-inline constexpr int VA_PRIVACY_MASKS = 20;
-inline constexpr int VA_FD_WATCH_WINDOWS = 20;
-inline constexpr int VA_FD_DETECT_WINDOWS = 10;
-
 // A face-detection window in use; what FDWindowConf holds but for its kind.
 struct VaFdWindow {
     std::int32_t enabled;
@@ -45,14 +39,14 @@ struct VaContext {
 
     std::int32_t odEnable; // flag: object detection runs
     ODCtrlConf odCtrl;
-    ODMaskConf odMask[VA_OD_WINDOWS];
-    ODDetMaskConf odDetMask[VA_OD_WINDOWS];
+    ODMaskConf odMask[CONF_OD_WINDOWS];
+    ODDetMaskConf odDetMask[CONF_OD_WINDOWS];
     ODDoParamInitConf odDoParamInit;
     ODDoParamSetConf odDoParamSet;
     ODSoParamInitConf odSoParamInit;
     ODSoParamSetConf odSoParamSet;
-    MotionConfig motion[VA_MOTION_WINDOWS];          // zero until the first reconfiguration
-    PrivacyMaskConfig privacyMask[VA_PRIVACY_MASKS]; // likewise
+    MotionConfig motion[CONF_MOTION_WINDOWS];          // zero until the first reconfiguration
+    PrivacyMaskConfig privacyMask[CONF_PRIVACY_MASKS]; // likewise
     ODVmfParamConf odVmfParam;
     sck_svr_t *odServer;
     sck_svr_t *vmfServer;
@@ -60,8 +54,8 @@ struct VaContext {
 
     std::int32_t fdEnable; // flag: face detection runs
     FDCtrlConf fdCtrl;
-    VaFdWindow fdWatchWindows[VA_FD_WATCH_WINDOWS];
-    VaFdWindow fdDetectWindows[VA_FD_DETECT_WINDOWS];
+    VaFdWindow fdWatchWindows[CONF_FD_WATCH_WINDOWS];
+    VaFdWindow fdDetectWindows[CONF_FD_DETECT_WINDOWS];
     sck_svr_t *fdServer;
 
     TACtrlConf taCtrl;

@@ -13,8 +13,6 @@
 namespace
 {
 
-constexpr int configured_windows = 30;
-
 // Fills slots in order until none is left.
 class Slots
 {
@@ -72,7 +70,7 @@ int va_fd_getConf(VaContext *context)
     conf_getFDCtrlConf(&context->fdCtrl);
     Slots watch(context->fdWatchWindows);
     Slots detect(context->fdDetectWindows);
-    for (int number = 0; number < configured_windows; ++number) {
+    for (int number = 0; number < CONF_FD_WINDOWS; ++number) {
         FDWindowConf window;
         conf_getFDWindowConf(&window, number);
         if (window.enabled)

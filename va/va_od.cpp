@@ -181,7 +181,7 @@ int va_od_getConf(VaContext *context)
     if (!context->odEnable)
         return 0;
     conf_getODCtrlConf(&context->odCtrl);
-    for (int number = 0; number < VA_OD_WINDOWS; ++number) {
+    for (int number = 0; number < CONF_OD_WINDOWS; ++number) {
         conf_getODMaskConf(&context->odMask[number], number);
         conf_getODDetMaskConf(&context->odDetMask[number], number);
     }
@@ -238,13 +238,13 @@ int va_od_set_ctrl(VaContext *context)
 int va_od_updateConfig(VaContext *context)
 {
     // Kept current though object detection does not use them.
-    for (int number = 0; number < VA_MOTION_WINDOWS; ++number)
+    for (int number = 0; number < CONF_MOTION_WINDOWS; ++number)
         conf_getMotionConfig(&context->motion[number], number);
-    for (int number = 0; number < VA_PRIVACY_MASKS; ++number)
+    for (int number = 0; number < CONF_PRIVACY_MASKS; ++number)
         conf_getPrivacyMaskConfig(&context->privacyMask[number], number);
 
     bool changed = false;
-    for (int number = 0; number < VA_OD_WINDOWS; ++number)
+    for (int number = 0; number < CONF_OD_WINDOWS; ++number)
         changed |= refresh(
             context->odMask[number],
             [=](ODMaskConf *conf) { return conf_getODMaskConf(conf, number); },

@@ -6,16 +6,12 @@
 namespace
 {
 
-constexpr int grid_columns = 160;
-
 constexpr std::uint32_t line_points = 2;
-
-enum Direction : std::int32_t { left_to_right = 1, right_to_left = 2 }; // else both ways
 
 Size in_cells(const SimObjectEntry &object, Size frame)
 {
-    const int grid_rows = is_wide(frame) ? 90 : 120;
-    return {object.width * grid_columns / frame.width, object.height * grid_rows / frame.height};
+    return {object.width * NE3_VAL_OD_COLUMNS / frame.width,
+            object.height * ne3_val_od_rows(is_wide(frame)) / frame.height};
 }
 
 bool within(Size size, Size min, Size max)
@@ -70,9 +66,9 @@ bool passes(const ne3_val_od_filter &line, Point from, Point to)
     if (side(from, to, start) * side(from, to, end) > 0)
         return false; // beyond one of the line's ends
     switch (line.movingDirection) {
-    case left_to_right:
+    case NE3_VAL_OD_TO_RIGHT:
         return was_left;
-    case right_to_left:
+    case NE3_VAL_OD_TO_LEFT:
         return is_left;
     default:
         return true;

@@ -9,7 +9,6 @@ namespace
 
 constexpr int handle_of_fd = 0x4644;
 constexpr std::uint16_t area_count = 2;
-constexpr std::size_t mask_columns = 16;
 
 static_assert(sizeof(SimFaceEntry) == NE3_VAL_FD_FACE_SIZE);
 
@@ -38,11 +37,11 @@ bool copy_blocks(const FaceDetection::Areas &areas, SimFdControl &control)
 // Row after row, as many as the frame has; a 1 is a watched cell.
 void add_mask(Line &line, const ne3_val_fd_mask &mask, Size frame)
 {
-    constexpr std::size_t bits = 8;
-    const std::size_t cells = mask_columns * (is_wide(frame) ? 9 : 12);
+    constexpr int bits = 8;
+    const int cells = NE3_VAL_FD_COLUMNS * ne3_val_fd_rows(is_wide(frame));
     line.add(" mask=");
-    for (std::size_t i = 0; i < cells; ++i)
-        line.add("%s%d", i && i % mask_columns == 0 ? "/" : "",
+    for (int i = 0; i < cells; ++i)
+        line.add("%s%d", i && i % NE3_VAL_FD_COLUMNS == 0 ? "/" : "",
                  mask.cells[i / bits] >> i % bits & 1);
 }
 

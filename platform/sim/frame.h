@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/ne3_val.h"
+
 #include <cstdint>
 
 // Sizes and places in the picture that the camera sees.
@@ -11,7 +13,7 @@ struct Size {
 
 inline bool is_wide(Size frame)
 {
-    return 100 * frame.width / frame.height == 177; // 16:9, in hundredths
+    return ne3_val_is_wide(frame.width, frame.height);
 }
 
 struct Point {

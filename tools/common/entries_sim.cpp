@@ -1,3 +1,4 @@
+#include "platform/ne3_val.h"
 #include "records/records.h"
 #include "tools/common/entries.h"
 
@@ -77,9 +78,9 @@ std::optional<std::uint32_t> result_number(std::span<const std::uint8_t> objects
 Crossing crossing_of(std::int32_t direction)
 {
     switch (direction) {
-    case 1:
+    case NE3_VAL_OD_TO_RIGHT:
         return Crossing::ToRight;
-    case 2:
+    case NE3_VAL_OD_TO_LEFT:
         return Crossing::ToLeft;
     default:
         return Crossing::Both;

@@ -12,12 +12,6 @@ namespace
 
 using Shapes = std::vector<Shape>;
 
-// As many as the daemon reads and takes.
-constexpr int od_windows = 4;
-constexpr int fd_windows = 30;
-constexpr int fd_watch_windows = 20;
-constexpr int fd_detection_windows = 10;
-
 // `Source` is any record with `pointNum`, which is 0 when it is not defined, and `points`.
 template <class Source>
 void add(Shapes &shapes, Shape::Kind kind, int number, const Source &source)
@@ -31,7 +25,7 @@ void add_face_windows(Shapes &shapes)
 {
     int watch = 0;
     int detection = 0;
-    for (int n = 0; n < fd_windows; ++n) {
+    for (int n = 0; n < CONF_FD_WINDOWS; ++n) {
         FDWindowConf window;
         conf_getFDWindowConf(&window, n);
         if (!window.enabled)
@@ -41,15 +35,15 @@ void add_face_windows(Shapes &shapes)
         Shape shape{window.detected ? Shape::Kind::FaceDetection : Shape::Kind::FaceWatch,
                     n,
                     {{window.x, window.y}, {window.x, bottom}, {right, bottom}, {right, window.y}}};
-        shape.used =
-            window.detected ? detection++ < fd_detection_windows : watch++ < fd_watch_windows;
+        shape.used = window.detected ? detection++ < CONF_FD_DETECT_WINDOWS
+                                     : watch++ < CONF_FD_WATCH_WINDOWS;
         shapes.push_back(shape);
     }
 }
 
 void add_od_windows(Shapes &shapes)
 {
-    for (int n = 0; n < od_windows; ++n) {
+    for (int n = 0; n < CONF_OD_WINDOWS; ++n) {
         ODMaskConf mask;
         conf_getODMaskConf(&mask, n);
         add(shapes, Shape::Kind::NonDetection, n, mask);
