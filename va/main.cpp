@@ -5,6 +5,7 @@
 #include "va/run_dir.h"
 #include "va/va.h"
 #include "va/va_proc.h"
+#include "va/watchdog.h"
 
 #include <csignal>
 #include <cstdio>
@@ -21,10 +22,12 @@ constexpr int loop_wait_ms = 100; // bound on the loop's wait
 // sockets all the same.
 void start_processing_thread(VaContext *context)
 {
-    if (pthread_create(&context->thread, nullptr, va_proc, context) == 0)
+    if (pthread_create(&context->thread, nullptr, va_proc, context) == 0) {
         pthread_detach(context->thread);
-    else
+    } else {
+        context->health.ends("no thread could be made");
         context->threadEnded = 1;
+    }
 }
 
 // Without either of its events the loop would go on unseen: results stay in the buffers, or a stop
@@ -35,16 +38,17 @@ bool prepare_loop()
            add_always_event(EVENT_ONESHOT, stop_if_requested, nullptr);
 }
 
-void run(VaContext *context)
+void run(VaContext *context, Watchdog &watchdog)
 {
     context->wake = va_new_wake();
     start_processing_thread(context);
-    if (prepare_loop()) {
+    if (prepare_loop() && watchdog.start()) {
         event_loop(0);
     } else {
         syslog(LOG_ERR, "Can't add the events of the event loop.");
         terminate = 1; // ends the processing thread, for which va_stop() waits
     }
+    watchdog.says_stopping();
     va_stop(context);
 }
 
@@ -61,11 +65,14 @@ int main(int argc, char **argv)
     std::signal(SIGINT, sig1_handler);
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGTERM, sig1_handler);
+    Watchdog watchdog(context.health); // before any child could speak for the daemon
     check_run_dir();
     create_pid_file();
     va_parse_arg(argc, argv);
     if (va_init(&context) == 0)
-        run(&context);
+        run(&context, watchdog);
+    else
+        watchdog.says_not_started();
     remove_own_pid_file();
     syslog(LOG_ERR, "Application quit.");
     return 0;

@@ -7,6 +7,7 @@
 #include "conf/conf_vmf.h"
 #include "ipc/msg/msg.h"
 #include "ipc/network/sck_svr.h"
+#include "va/health.h"
 
 #include <atomic>
 #include <cstdint>
@@ -72,6 +73,7 @@ struct VaContext {
     std::int32_t wideAspect;            // flag: the sensor frame is 16:9
 
     soft_queue *wake; // one slot; an item ends the event loop's wait; null: only its timer does
+    VaHealth health;
 };
 
 // Main thread, once: makes the run directory, looks the sensor up, boots the co-processor (one

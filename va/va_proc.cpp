@@ -29,12 +29,27 @@ struct Results {
     ne3_val_fd_result fd;
 };
 
+// Whether it runs now, or is not to run.
+bool start_module(VaContext *context, VaModule module, std::int32_t enabled,
+                  int (*init)(VaContext *))
+{
+    if (!enabled)
+        return true;
+    context->health.opens(module);
+    const bool runs = init(context) == 0;
+    if (runs)
+        context->health.runs(module);
+    else
+        context->health.fails(module, "did not start");
+    return runs;
+}
+
 bool start_modules(VaContext *context)
 {
-    return (!context->odEnable || va_od_init(context) == 0) &&
-           (!context->fdEnable || va_fd_init(context) == 0) &&
-           (!context->taEnable || va_ta_init(context) == 0) &&
-           (!context->disEnable || va_dis_init(context) == 0);
+    return start_module(context, VaModule::od, context->odEnable, va_od_init) &&
+           start_module(context, VaModule::fd, context->fdEnable, va_fd_init) &&
+           start_module(context, VaModule::ta, context->taEnable, va_ta_init) &&
+           start_module(context, VaModule::dis, context->disEnable, va_dis_init);
 }
 
 void reconfigure(VaContext *context)
@@ -55,18 +70,27 @@ void wake_loop(const VaContext *context)
         soft_queue_add(context->wake, 0);
 }
 
+void read_has_failed(VaContext *context, VaModule module, const char *name)
+{
+    const int code = errno;
+    if (code == NE3_VAL_ERR_CANCEL)
+        return;
+    context->health.fails(module, name, code);
+    syslog(LOG_ERR, "%s failed.\n", name);
+}
+
 template <class Result>
-Poll poll_module(VaContext *context, int (*get_data)(int, Result *), const char *name,
-                 Result &result, int (*relay)(VaContext *, const Result *))
+Poll poll_module(VaContext *context, VaModule module, int (*get_data)(int, Result *),
+                 const char *name, Result &result, int (*relay)(VaContext *, const Result *))
 {
     switch (get_data(read_prm, &result)) {
     case 0:
+        context->health.has_result(module);
         relay(context, &result);
         wake_loop(context);
         return Poll::result;
     case -1:
-        if (errno != NE3_VAL_ERR_CANCEL)
-            syslog(LOG_ERR, "%s failed.\n", name);
+        read_has_failed(context, module, name);
         return Poll::end;
     default:
         return Poll::nothing;
@@ -75,20 +99,20 @@ Poll poll_module(VaContext *context, int (*get_data)(int, Result *), const char 
 
 Poll poll_od(VaContext *context, Results &results)
 {
-    return poll_module(context, ne3_val_od_get_data, "ne3_val_od_get_data", results.od,
-                       va_od_processData);
+    return poll_module(context, VaModule::od, ne3_val_od_get_data, "ne3_val_od_get_data",
+                       results.od, va_od_processData);
 }
 
 Poll poll_ta(VaContext *context, Results &results)
 {
-    return poll_module(context, ne3_val_ta_get_data, "ne3_val_ta_get_data", results.ta,
-                       va_ta_processData);
+    return poll_module(context, VaModule::ta, ne3_val_ta_get_data, "ne3_val_ta_get_data",
+                       results.ta, va_ta_processData);
 }
 
 Poll poll_fd(VaContext *context, Results &results)
 {
-    return poll_module(context, ne3_val_fd_get_data, "ne3_val_fd_get_data", results.fd,
-                       va_fd_processData);
+    return poll_module(context, VaModule::fd, ne3_val_fd_get_data, "ne3_val_fd_get_data",
+                       results.fd, va_fd_processData);
 }
 
 // In the order of a pass.
@@ -120,6 +144,7 @@ void run(VaContext *context)
 {
     Results results{};
     while (!terminate) {
+        context->health.begins_pass();
         reconfigure(context);
         switch (poll_modules(context, results)) {
         case Poll::end:
@@ -149,6 +174,10 @@ void *va_proc(void *argument)
     if (start_modules(context))
         run(context);
     std::printf("%s: end\n", "va_proc");
+    context->health.ends();
+    if (!terminate)
+        syslog(LOG_ERR, "Analytics have ended: %s. Until a restart the sockets bring nothing.",
+               context->health.why_ended().text);
     context->threadEnded = 1;
     return nullptr;
 }

@@ -1,0 +1,92 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <mutex>
+#include <optional>
+
+// How the analytics do: told by the processing thread, looked at by the main thread at any time,
+// also while the processing thread hangs in a call of the chip's library.
+
+// In the order in which they are opened.
+enum class VaModule { od, fd, ta, dis };
+inline constexpr VaModule va_modules[] = {VaModule::od, VaModule::fd, VaModule::ta, VaModule::dis};
+
+const char *name_of(VaModule module); // "od"
+
+// A point in time that one thread sets and any other looks at, without a lock. In tenths of a
+// second of a clock that wraps: ages of up to six years are right.
+class Stamp
+{
+public:
+    using Age = std::chrono::duration<std::int32_t, std::deci>;
+
+    void set();                     // to now
+    std::optional<Age> age() const; // nothing before the first set()
+
+private:
+    std::atomic<std::uint32_t> at_{0}; // 0: never
+};
+
+class VaHealth
+{
+public:
+    // Longest time that one pass, or opening one module, may take before analytics count as hung.
+    static constexpr std::chrono::seconds longest_pass{3};
+
+    enum class Analytics {
+        start, // the modules are being opened
+        run,
+        hang,
+        ended, // the processing thread has, or could not be made
+    };
+    enum class State { off, opens, runs, failed, stopped };
+
+    struct Reason {
+        char text[96]; // empty when nothing failed
+    };
+    struct Module {
+        State state = State::off;
+        Reason reason{};
+    };
+
+    // The processing thread, or the main thread when there is none.
+
+    void opens(VaModule module);
+    void runs(VaModule module);
+    // `what` is a call with the library's code for its failure, or, with the code 0, a sentence.
+    void fails(VaModule module, const char *what, int code = 0);
+    void has_result(VaModule module) { results_[index_of(module)].set(); }
+    void begins_pass();
+    void ends(const char *why = "told to"); // `why` counts when no module has failed
+
+    // Any thread.
+
+    Analytics analytics() const;
+    std::optional<Stamp::Age> since_last_pass() const { return last_pass_.age(); }
+    std::optional<Stamp::Age> since_result(VaModule module) const
+    {
+        return results_[index_of(module)].age();
+    }
+    Module module(VaModule module) const;
+    Reason why_ended() const; // a failed module's reason has its name in front
+
+private:
+    enum class Phase { opening, passing, ended };
+
+    static constexpr std::size_t index_of(VaModule module)
+    {
+        return static_cast<std::size_t>(module);
+    }
+    void set_state(VaModule module, State state);
+
+    Stamp last_pass_;
+    Stamp results_[std::size(va_modules)];
+    std::atomic<Phase> phase_{Phase::opening};
+    mutable std::mutex lock_; // the rest; not held while the library is called
+    Module modules_[std::size(va_modules)];
+    Reason why_ended_{};
+};
