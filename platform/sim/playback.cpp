@@ -47,12 +47,15 @@ Playback::Playback(Scene scene) : scene_(std::move(scene)) {}
 
 void Playback::start()
 {
-    start_ = std::chrono::steady_clock::now();
+    const Moment now = std::chrono::steady_clock::now();
+    start_ = now - std::chrono::milliseconds(scene_.begin);
     alarms_due_.clear();
-    for (const ScriptedAlarm &alarm : scene_.alarms)
-        alarms_due_.push_back(start_ + std::chrono::milliseconds(alarm.first));
-    objects_ = {scene_.od_interval};
-    faces_ = {faces_interval_ms};
+    for (const ScriptedAlarm &alarm : scene_.alarms) {
+        const Moment first = start_ + std::chrono::milliseconds(alarm.first);
+        alarms_due_.push_back(first < now ? due_after(now, alarm, first) : first);
+    }
+    objects_ = cursor_at_begin(scene_.od_interval);
+    faces_ = cursor_at_begin(faces_interval_ms);
 }
 
 std::optional<SeenObjects> Playback::take_objects()
@@ -78,10 +81,8 @@ std::optional<AlarmWords> Playback::take_alarm()
         Moment &due = alarms_due_[i];
         if (now < due)
             continue;
-        const ScriptedAlarm &alarm = scene_.alarms[i];
-        const std::chrono::milliseconds step(alarm.every ? alarm.every : scene_.period);
-        due = step.count() ? due + ((now - due) / step + 1) * step : never;
-        return alarm.words;
+        due = due_after(now, scene_.alarms[i], due);
+        return scene_.alarms[i].words;
     }
     return {};
 }
@@ -89,6 +90,17 @@ std::optional<AlarmWords> Playback::take_alarm()
 Moment Playback::alarm_due() const
 {
     return alarms_due_.empty() ? never : *std::ranges::min_element(alarms_due_);
+}
+
+Moment Playback::due_after(Moment now, const ScriptedAlarm &alarm, Moment due) const
+{
+    const std::chrono::milliseconds step(alarm.every ? alarm.every : scene_.period);
+    return step.count() ? due + ((now - due) / step + 1) * step : never;
+}
+
+Playback::Cursor Playback::cursor_at_begin(std::int64_t interval) const
+{
+    return {interval, (scene_.begin + interval - 1) / interval};
 }
 
 std::optional<Playback::Tick> Playback::take_tick(Cursor &cursor) const

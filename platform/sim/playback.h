@@ -5,9 +5,9 @@
 
 #include <algorithm>
 
-// A scene being played, from its beginning whenever it is started. Of the objects and of the faces
-// that fell due while nobody asked, the newest is kept, and with it those of the 100 ms before; an
-// alarm that fell due again is one alarm.
+// A scene being played, from where it begins whenever it is started. Of the objects and of the
+// faces that fell due while nobody asked, the newest is kept, and with it those of the 100 ms
+// before; an alarm that fell due again is one alarm.
 class Playback : public Source
 {
 public:
@@ -37,6 +37,10 @@ private:
         bool new_round;    // the first one taken since the scene began or repeated
     };
 
+    // When an alarm that falls due at `due`, not after `now`, does so again.
+    Moment due_after(Moment now, const ScriptedAlarm &alarm, Moment due) const;
+
+    Cursor cursor_at_begin(std::int64_t interval) const;
     std::optional<Tick> take_tick(Cursor &cursor) const;
 
     template <class Script>

@@ -126,6 +126,7 @@ constexpr Statement statements[] = {
          scene.frame = {v[0], v[1]};
      }},
     {"period D", [](Scene &scene, const Values &v) { scene.period = v[0]; }},
+    {"begin T", [](Scene &scene, const Values &v) { scene.begin = v[0]; }},
     {"od_interval D", [](Scene &scene, const Values &v) { scene.od_interval = v[0]; }},
     {"every D ta W W W W", [](Scene &scene, const Values &v) { add_alarm(scene, v, v[0]); }},
     {"at T ta W W W W", [](Scene &scene, const Values &v) { add_alarm(scene, v, 0); }},

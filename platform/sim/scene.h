@@ -45,6 +45,7 @@ struct PlannedFailure {
 struct Scene {
     Size frame{1920, 1080};
     std::int64_t period = 0; // 0: the scene does not repeat
+    std::int64_t begin = 0;  // where the first period is entered
     std::int64_t od_interval = 200;
     std::vector<ScriptedAlarm> alarms;
     std::vector<ScriptedObject> objects;
