@@ -4,6 +4,7 @@
 #include "conf/conf_od.h"
 #include "conf/conf_sensor.h"
 #include "conf/conf_vmf.h"
+#include "tests/support/capture.h"
 #include "tests/support/store_file.h"
 
 #include <algorithm>
@@ -42,6 +43,23 @@ TEST(Conf, NumbersAreTheDecimalPrefixHeldInside32Bits)
         EXPECT_EQ(conf.gcRegionSens, value) << text;
         EXPECT_EQ(std::uint32_t(conf.dfAlarmTime), std::uint32_t(value) * 15) << text;
     }
+}
+
+TEST(Conf, KeepsWhatWasReadWhileTheStoreCannotBe)
+{
+    StoreFile store("CameraTampering.T0.gcRegionSens=5\n");
+    const auto value = [] { return read_record(conf_getTACtrlConf).gcRegionSens; };
+    EXPECT_EQ(5, value());
+    std::filesystem::remove(store.path());
+    const std::string said = "sim: " + store.path() +
+                             ": cannot be read: No such file or directory; "
+                             "what was read last stays in use\n";
+    EXPECT_EQ(said, stderr_of([&] { EXPECT_EQ(5, value()); }));
+    store.write("CameraTampering.T0.gcRegionSens=6\n");
+    EXPECT_EQ(6, value());
+    const StoreFile other;
+    std::filesystem::remove(other.path());
+    EXPECT_EQ(50, value()); // of another store nothing was read
 }
 
 using Fields = std::vector<std::int32_t>;

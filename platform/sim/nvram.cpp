@@ -3,25 +3,27 @@
 #include "platform/sim/text.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <optional>
 #include <string_view>
+#include <utility>
 
 #include <fcntl.h>
 #include <unistd.h>
 
-// The store is a text file, looked at afresh in each call: a change takes effect at once, and all
-// that threads share is what was last said about it. It holds key=value lines, which end in LF or
-// CR LF; a line that begins with # is a comment, one without = is passed over, and the last line of
-// a key counts. A file written in place may be seen half written; one renamed into place is always
-// seen whole.
+// The store is a text file, looked at afresh in each call: a change takes effect at once. It holds
+// key=value lines, which end in LF or CR LF; a line that begins with # is a comment, one without =
+// is passed over, and the last line of a key counts. A file written in place may be seen half
+// written; one renamed into place is always seen whole. While the file cannot be read, or is gone,
+// what was read last stays; before the first time the store is empty.
 
 namespace
 {
@@ -44,41 +46,75 @@ const char *store_path()
     return path ? path : default_path;
 }
 
-// Returns how many bytes were read; `error` is why there are no more, 0 at the end of the file.
-std::size_t read_file(const char *path, char *buffer, std::size_t size, int &error)
-{
-    constexpr int of_any_size = O_LARGEFILE; // else a 32-bit process is refused 2 GiB and more
-    const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | of_any_size);
-    error = fd == -1 ? errno : 0;
+struct Content {
+    std::unique_ptr<char[]> text;
     std::size_t length = 0;
-    while (error == 0 && length < size) {
-        const ssize_t count = read(fd, buffer + length, size - length);
+};
+
+// What all threads share.
+std::mutex store_lock;
+Content last_read;
+char last_path[PATH_MAX];
+
+// The next two return why not all could be read, 0 if it could.
+
+int read_all(int fd, Content &content)
+{
+    content.text.reset(new (std::nothrow) char[store_limit]);
+    if (!content.text)
+        return ENOMEM;
+    while (content.length < store_limit) {
+        const ssize_t count =
+            read(fd, content.text.get() + content.length, store_limit - content.length);
         if (count == 0)
             break;
         if (count > 0)
-            length += static_cast<std::size_t>(count);
+            content.length += static_cast<std::size_t>(count);
         else if (errno != EINTR)
-            error = errno;
+            return errno;
     }
-    if (fd != -1)
-        close(fd);
-    return length;
+    return 0;
+}
+
+int read_file(const char *path, Content &content)
+{
+    constexpr int of_any_size = O_LARGEFILE; // else a 32-bit process is refused 2 GiB and more
+    const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | of_any_size);
+    if (fd == -1)
+        return errno;
+    const int error = read_all(fd, content);
+    close(fd);
+    return error;
 }
 
 // A lasting fault is told once, not in each call: again after it was gone, or was another.
 
 void tell_unreadable(const char *path, int error)
 {
-    static std::atomic<int> told{0};
-    if (told.exchange(error) != error && error != 0)
-        say("%s: cannot be read: %s", path, std::strerror(error));
+    static int told = 0;
+    if (std::exchange(told, error) != error && error != 0)
+        say("%s: cannot be read: %s%s", path, std::strerror(error),
+            last_read.text ? "; what was read last stays in use" : "");
 }
 
 void tell_no_sensor(const char *path, bool missing)
 {
-    static std::atomic<bool> told{false};
-    if (!told.exchange(missing) && missing)
+    static bool told = false;
+    if (!std::exchange(told, missing) && missing)
         say("%s: no %s", path, sensor_key);
+}
+
+void read_store(const char *path)
+{
+    if (std::strcmp(path, last_path) != 0) {
+        last_read = {};
+        std::snprintf(last_path, sizeof last_path, "%s", path);
+    }
+    Content content;
+    const int error = read_file(path, content);
+    tell_unreadable(path, error);
+    if (error == 0)
+        last_read = std::move(content);
 }
 
 std::optional<std::string_view> find_value(std::string_view text, std::string_view key)
@@ -115,13 +151,11 @@ int nvram_get_with_buffer(char *buffer, std::size_t size, const char *default_te
     va_end(arguments);
 
     const char *path = store_path();
+    const std::scoped_lock lock(store_lock);
     std::optional<std::string_view> value;
-    const std::unique_ptr<char[]> content(new (std::nothrow) char[store_limit]);
-    if (content && name_length >= 0 && static_cast<std::size_t>(name_length) < sizeof name) {
-        int error = 0;
-        const std::size_t length = read_file(path, content.get(), store_limit, error);
-        tell_unreadable(path, error);
-        value = find_value({content.get(), length}, name);
+    if (name_length >= 0 && static_cast<std::size_t>(name_length) < sizeof name) {
+        read_store(path);
+        value = find_value({last_read.text.get(), last_read.length}, name);
         if (name == std::string_view(sensor_key))
             tell_no_sensor(path, !value || value->empty());
     }
