@@ -2,6 +2,8 @@
 #include "tests/support/va_fixture.h"
 #include "va/vana.h"
 
+#include <sys/stat.h>
+
 namespace
 {
 
@@ -71,9 +73,13 @@ TEST_F(VanaTest, RefusesBadFiles)
         EXPECT_EQ(-1, boot());
         EXPECT_EQ(test.log, log);
     }
-    for (const char *missing : {"firmware/vabi_1920x1080.dat", "firmware/vanafw.bin"}) {
-        std::filesystem::remove(files.file(missing));
-        EXPECT_EQ(-1, boot()) << missing;
+    for (const std::string name : {"firmware/vabi_1920x1080.dat", "firmware/vanafw.bin"}) {
+        std::filesystem::remove(files.file(name));
+        EXPECT_EQ(-1, boot());
+        EXPECT_EQ("VA: va_vana_boot: " + name + ": No such file or directory\n", log);
+        mkfifo(files.file(name).c_str(), 0600);
+        EXPECT_EQ(-1, boot());
+        EXPECT_EQ("VA: va_vana_boot: " + name + ": not a regular file\n", log);
     }
     EXPECT_EQ(0, calls_of("ne3_cl_cpu3_xfer_complete"));
 

@@ -1,5 +1,6 @@
 #include "va/vana.h"
 
+#include "ipc/network/fd.h"
 #include "platform/ne3_val.h"
 #include "util/util.h"
 #include "va/firmware.h"
@@ -9,10 +10,13 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
-#include <memory>
+#include <cstring>
 
+#include <fcntl.h>
 #include <strings.h>
+#include <sys/stat.h>
 #include <syslog.h>
+#include <unistd.h>
 
 namespace
 {
@@ -23,15 +27,17 @@ constexpr VanaConfigFile config_files[] = {
     {"imx140la", va_work_data_1080p_path},
 };
 
-struct CloseFile {
-    void operator()(std::FILE *file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, CloseFile>;
-
-// Null when it cannot be opened.
-File open_file(const char *path)
+// Empty, after a log line, when there is no such file. Anything else is not waited for.
+Fd open_file(const char *path)
 {
-    return File(std::fopen(path, "rbe"));
+    Fd file(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    struct stat status;
+    const bool found = file && fstat(file.get(), &status) == 0;
+    if (found && S_ISREG(status.st_mode))
+        return file;
+    syslog(LOG_ERR, "%s: %s: %s", "va_vana_boot", path,
+           found ? "not a regular file" : std::strerror(errno));
+    return Fd();
 }
 
 struct Area {
@@ -40,15 +46,22 @@ struct Area {
     std::uint32_t size;
 };
 
-bool read_whole(const File &file, void *destination, std::size_t length)
+bool read_whole(const Fd &file, void *destination, std::size_t length)
 {
-    return std::fread(destination, length, 1, file.get()) == 1;
+    auto *const bytes = static_cast<std::uint8_t *>(destination);
+    std::size_t got = 0;
+    while (got < length) {
+        const ssize_t count = read(file.get(), bytes + got, length - got);
+        if (count <= 0)
+            return false;
+        got += static_cast<std::size_t>(count);
+    }
+    return length > 0;
 }
 
 // Reads the next `length` bytes to where the co-processor sees `load_address`. An image that is not
 // wholly inside the area is refused like one that cannot be read.
-bool read_image(const File &file, const Area &area, std::uint32_t load_address,
-                std::uint32_t length)
+bool read_image(const Fd &file, const Area &area, std::uint32_t load_address, std::uint32_t length)
 {
     if (load_address < area.physical)
         return false;
@@ -58,7 +71,7 @@ bool read_image(const File &file, const Area &area, std::uint32_t load_address,
     return read_whole(file, static_cast<std::uint8_t *>(area.address) + offset, length);
 }
 
-bool load_firmware(const File &file, const vanaMemInfo &info)
+bool load_firmware(const Fd &file, const vanaMemInfo &info)
 {
     FirmwareHeader header;
     if (!read_whole(file, &header, sizeof header)) {
@@ -75,7 +88,7 @@ bool load_firmware(const File &file, const vanaMemInfo &info)
     return true;
 }
 
-bool load_work_data(const File &file, const vanaMemInfo &info)
+bool load_work_data(const Fd &file, const vanaMemInfo &info)
 {
     WorkDataHeader header;
     const Area work{info.pWorkAddress, info.workPhysAddress, info.workSize};
@@ -98,10 +111,10 @@ const char *work_data_path(const char *sensor)
 
 int load_images(const char *work_data, const vanaMemInfo &info)
 {
-    const File firmware = open_file(va_firmware_path);
+    const Fd firmware = open_file(va_firmware_path);
     if (!firmware)
         return -1;
-    const File work = open_file(work_data);
+    const Fd work = open_file(work_data);
     if (!work)
         return -1;
     return load_firmware(firmware, info) && load_work_data(work, info) ? 0 : -1;
