@@ -5,11 +5,15 @@
 
 extern const char va_run_dir[];
 extern const char va_pid_path[];
+extern const char va_pid_lock_path[];
 extern const char va_ctrl_path[]; // control FIFO
 extern const char va_od_path[];   // result sockets
 extern const char va_vmf_path[];
 extern const char va_fd_path[];
 extern const char va_ta_path[];
+
+// Shell command that asks the process in the PID file to end.
+extern const char va_stop_command[];
 
 extern const char va_firmware_path[];        // co-processor program
 extern const char va_work_data_1080p_path[]; // work data of the 1920 x 1080 sensors

@@ -9,11 +9,11 @@
 #include <charconv>
 #include <csignal>
 #include <cstdlib>
-#include <string>
 #include <string_view>
 #include <system_error>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -25,24 +25,53 @@ namespace
 constexpr pid_t nobody = 0;
 constexpr pid_t unknown = -1; // there is a file, but it cannot be read
 
-bool pid_file_written = false;
-
-// Whether there is anything; a link counts, wherever it leads.
-bool exists(const char *path)
+bool is_trusted(const Fd &file)
 {
     struct stat status;
-    return lstat(path, &status) == 0;
+    return fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) &&
+           (status.st_uid == 0 || status.st_uid == geteuid());
 }
+
+// The right to replace the PID file, kept for moments: of two that start at once and see the same
+// stale file, the slower would else remove what the faster has put in its place.
+class Lock
+{
+public:
+    Lock() : file_(open(va_pid_lock_path, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600))
+    {
+        if (!file_ || !is_trusted(file_)) // it cannot be had
+            return;
+        held_ = flock(file_.get(), LOCK_EX | LOCK_NB) == 0 && is_in_place();
+        busy_ = !held_;
+    }
+    ~Lock()
+    {
+        if (held_)
+            unlink(va_pid_lock_path);
+    }
+    Lock(const Lock &) = delete;
+    Lock &operator=(const Lock &) = delete;
+
+    bool busy() const { return busy_; }
+
+private:
+    // The one that had the lock before may have removed it meanwhile.
+    bool is_in_place() const
+    {
+        struct stat locked;
+        struct stat present;
+        return fstat(file_.get(), &locked) == 0 && lstat(va_pid_lock_path, &present) == 0 &&
+               locked.st_dev == present.st_dev && locked.st_ino == present.st_ino;
+    }
+
+    Fd file_;
+    bool held_ = false;
+    bool busy_ = false;
+};
 
 bool is_alive(pid_t process)
 {
     return kill(process, 0) == 0 || errno != ESRCH;
-}
-
-bool is_regular(const Fd &file)
-{
-    struct stat status;
-    return fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
 // The process that one decimal number and nothing else names. The kill command is handed the very
@@ -62,7 +91,7 @@ pid_t recorded_process()
     const Fd file(open(va_pid_path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!file)
         return errno == ELOOP || errno == ENXIO ? nobody : unknown; // a link, a socket
-    if (!is_regular(file))
+    if (!is_trusted(file))
         return nobody;
     char text[32];
     const ssize_t length = read(file.get(), text, sizeof text);
@@ -72,77 +101,57 @@ pid_t recorded_process()
     return size < sizeof text ? parse_process({text, size}) : nobody;
 }
 
-// `text` as one word of a shell command.
-std::string shell_word(std::string_view text)
-{
-    constexpr std::string_view plain = "abcdefghijklmnopqrstuvwxyz"
-                                       "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789/._-+";
-    if (text.find_first_not_of(plain) == std::string_view::npos)
-        return std::string(text);
-    std::string word = "'";
-    for (const char letter : text)
-        word += letter == '\'' ? std::string("'\\''") : std::string(1, letter);
-    return word + "'";
-}
-
-void send_sigterm()
-{
-    const std::string command = "cat " + shell_word(va_pid_path) + " | xargs kill ";
-    [[maybe_unused]] const int status = std::system(command.c_str());
-}
-
 // Asks an instance to stop, if it is known, and gives it a second.
 void wait_for(pid_t process)
 {
     syslog(LOG_ERR, "==> Warning: Old process is not stop. Waiting now.");
-    if (process > 0)
-        send_sigterm();
+    if (process > 0) {
+        [[maybe_unused]] const int status = std::system(va_stop_command);
+    }
     sleep(1);
     if (terminate)
         std::exit(0);
 }
 
-// Whether the file that told of `process` a second ago tells of no living instance.
+// Whether the file still tells of `process`, and that is no other living process.
 bool is_stale(pid_t process)
 {
-    if (!exists(va_pid_path) || recorded_process() != process || process == unknown)
+    if (process == unknown || recorded_process() != process)
         return false;
-    return process == nobody || !is_alive(process);
+    return process == nobody || process == getpid() || !is_alive(process);
 }
 
-bool remove_stale_file()
+// Returns false after a log line when a stale file stays.
+bool remove_if_stale(pid_t process)
 {
+    const Lock lock;
+    if (lock.busy() || !is_stale(process))
+        return true;
     const bool removed = unlink(va_pid_path) == 0;
-    syslog(LOG_ERR, "%s is stale: it names no other process. %s", va_pid_path,
-           removed ? "Removed it." : "It cannot be removed.");
+    syslog(LOG_ERR, "%s is stale: it names no other process of this user or root. %s", va_pid_path,
+           removed ? "Removed it." : "It cannot be removed: there is no PID file.");
     return removed;
 }
 
-// file_printf() follows links and leaves the mode to the umask. So a regular file, which only its
-// owner may write, is seen to beforehand. Returns false when something else is in the way.
-bool prepare_pid_file()
-{
-    constexpr mode_t not_writable_for_others = 0755;
-    const Fd file(
-        open(va_pid_path, O_RDONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0644));
-    if (!file && errno != ELOOP)
-        return true; // file_printf() will fail, and say so
-    struct stat status;
-    if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
-        syslog(LOG_ERR, "%s is no regular file: no PID file is written.", va_pid_path);
-        return false;
-    }
-    fchmod(file.get(), status.st_mode & not_writable_for_others);
-    return true;
-}
+enum class Claim { written, taken, failed };
 
-int write_pid_file()
+// Makes the PID file, unless there is one.
+Claim claim_pid_file()
 {
-    if (!prepare_pid_file())
-        return -1;
-    const int result = file_printf(va_pid_path, "%d", getpid());
-    pid_file_written = result == 0;
-    return result;
+    const Lock lock;
+    struct stat status; // tells also when no descriptor is left
+    if (lock.busy() || lstat(va_pid_path, &status) == 0)
+        return Claim::taken;
+    const Fd file(open(va_pid_path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+    if (!file && errno == EEXIST)
+        return Claim::taken;
+    if (file_printf(va_pid_path, "%d", getpid()) == 0)
+        return Claim::written;
+    if (file) {
+        unlink(va_pid_path);
+        syslog(LOG_ERR, "%s cannot be written whole: there is no PID file.", va_pid_path);
+    }
+    return Claim::failed;
 }
 
 } // namespace
@@ -151,20 +160,19 @@ int create_pid_file()
 {
     if (terminate)
         std::exit(0);
-    while (exists(va_pid_path)) {
+    Claim claim = claim_pid_file();
+    for (; claim == Claim::taken; claim = claim_pid_file()) {
         const pid_t old = recorded_process();
-        // Left by a process of an earlier boot; signalling it would end this one.
-        const bool own_number = old == getpid();
-        if (!own_number)
+        if (old != getpid()) // left by a process of an earlier boot; a signal would end this one
             wait_for(old);
-        if ((own_number || is_stale(old)) && !remove_stale_file())
-            break;
+        if (!remove_if_stale(old))
+            return -1;
     }
-    return write_pid_file();
+    return claim == Claim::written ? 0 : -1;
 }
 
 void remove_own_pid_file()
 {
-    if (pid_file_written)
+    if (recorded_process() == getpid())
         unlink(va_pid_path);
 }
