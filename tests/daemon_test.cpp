@@ -256,16 +256,19 @@ TEST_F(DaemonTest, LivesWithABadRunDirectory)
     };
     const string others = " is writable for others. ";
     files.write("scene", alarms);
-    files.write("run/ctrl", "not a FIFO");
-    expect_service("run/ctrl is of the wrong kind. Make run anew before va starts",
-                   "msg_read(): error ************************************!\n");
+    files.write("target", "kept");
+    std::filesystem::create_symlink("../target", files.file("run/ctrl"));
+    expect_service("run/ctrl is a link. Make run anew before va starts", "");
+    EXPECT_TRUE(std::filesystem::is_fifo(files.file("run/ctrl")));
+    EXPECT_EQ("kept", files.read("target"));
+    std::filesystem::remove(files.file("run/ctrl"));
+    std::filesystem::create_directories(files.file("run/ctrl/full"));
+    expect_service("run/ctrl cannot be made anew: Directory not empty. ", "");
     std::filesystem::remove_all(files.file("run")); // made by the daemon, too late for the PID file
     const mode_t mask = umask(0);
     expect_service("run: No such file or directory. ", "Can't open run/pid .\n");
     std::filesystem::create_symlink("elsewhere", files.file("run/vmf"));
-    expect_service("run" + others + "run/ctrl" + others + "run/vmf is a link. run/ta" + others +
-                       "Make run",
-                   "");
+    expect_service("run" + others + "run/vmf is a link. Make run", "");
     umask(mask);
     std::filesystem::remove_all(files.file("run"));
     files.write("run", "not a directory");

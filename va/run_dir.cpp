@@ -3,10 +3,14 @@
 #include "va/paths.h"
 #include "va/streams.h"
 
+#include <array>
 #include <cerrno>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdio>
 #include <cstring>
-#include <string>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -14,32 +18,56 @@
 namespace
 {
 
-// Null when there is nothing wrong.
+// Sentences, one behind the other; what does not fit is cut off.
+class Sentences
+{
+public:
+    [[gnu::format(printf, 2, 3)]] void add(const char *format, ...)
+    {
+        va_list arguments;
+        va_start(arguments, format);
+        std::vsnprintf(text_.data() + length_, text_.size() - length_, format, arguments);
+        va_end(arguments);
+        length_ = std::strlen(text_.data());
+    }
+    const char *text() const { return text_.data(); }
+
+private:
+    std::array<char, 2048> text_{};
+    std::size_t length_ = 0;
+};
+
+// Null when there is nothing wrong. The modes of sockets and FIFO do not count: they are made anew.
 const char *fault(const struct stat &status, mode_t kind)
 {
+    const bool lasts = kind == S_IFDIR || kind == S_IFREG;
     if (S_ISLNK(status.st_mode))
         return "is a link";
     if ((status.st_mode & S_IFMT) != kind)
         return "is of the wrong kind";
     if (status.st_uid != 0 && status.st_uid != geteuid())
         return "belongs to another user";
-    return status.st_mode & S_IWOTH ? "is writable for others" : nullptr;
+    return lasts && (status.st_mode & S_IWOTH) ? "is writable for others" : nullptr;
 }
 
-// A sentence; empty when there is nothing wrong, or nothing at all.
-std::string fault_of(const char *path, mode_t kind)
+// Nothing there is no fault.
+void add_fault(Sentences &faults, const char *path, mode_t kind)
 {
     struct stat status;
-    const char *const found = lstat(path, &status) == 0 ? fault(status, kind) : nullptr;
-    return found ? std::string(path) + " " + found + ". " : "";
+    if (const char *const found = lstat(path, &status) == 0 ? fault(status, kind) : nullptr)
+        faults.add("%s %s. ", path, found);
 }
 
-std::string all_faults()
+Sentences all_faults()
 {
-    std::string faults = fault_of(va_run_dir, S_IFDIR) + fault_of(va_pid_path, S_IFREG) +
-                         fault_of(va_ctrl_path, S_IFIFO);
+    Sentences faults;
+    add_fault(faults, va_run_dir, S_IFDIR);
+    if (faccessat(AT_FDCWD, va_run_dir, W_OK | X_OK, AT_EACCESS) != 0)
+        faults.add("%s cannot be written: %s. ", va_run_dir, std::strerror(errno));
+    add_fault(faults, va_pid_path, S_IFREG);
+    add_fault(faults, va_ctrl_path, S_IFIFO);
     for (const VaStream &stream : va_streams)
-        faults += fault_of(stream.path, S_IFSOCK);
+        add_fault(faults, stream.path, S_IFSOCK);
     return faults;
 }
 
@@ -54,9 +82,19 @@ void check_run_dir()
                va_run_dir, std::strerror(errno));
         return;
     }
-    const std::string faults = all_faults();
-    if (!faults.empty())
+    const Sentences faults = all_faults();
+    if (*faults.text())
         syslog(LOG_ERR,
                "%sMake %s anew before va starts: owned by the user of va, not writable for others.",
-               faults.c_str(), va_run_dir);
+               faults.text(), va_run_dir);
+}
+
+bool renew_control_fifo()
+{
+    const bool removed = std::remove(va_ctrl_path) == 0 || errno == ENOENT || errno == ENOTDIR;
+    if (removed && (mkfifo(va_ctrl_path, 0777) == 0 || errno != EEXIST))
+        return true;
+    syslog(LOG_ERR, "%s cannot be made anew: %s. There is no control channel.", va_ctrl_path,
+           std::strerror(errno));
+    return false;
 }

@@ -2,6 +2,7 @@
 
 #include "util/util.h"
 #include "va/paths.h"
+#include "va/run_dir.h"
 #include "va/streams.h"
 #include "va/va_dis.h"
 #include "va/va_fd.h"
@@ -53,7 +54,8 @@ int start_control_server(VaContext *context)
         return -1;
     }
     msg_register(context->msg, "reconfig", va_msg_reconfig, context);
-    msg_start(context->msg);
+    if (renew_control_fifo())
+        msg_start(context->msg);
     return 0;
 }
 
