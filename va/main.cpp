@@ -9,6 +9,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 
 #include <pthread.h>
 #include <syslog.h>
@@ -22,12 +23,15 @@ constexpr int loop_wait_ms = 100; // bound on the loop's wait
 // sockets all the same.
 void start_processing_thread(VaContext *context)
 {
-    if (pthread_create(&context->thread, nullptr, va_proc, context) == 0) {
+    const int error = pthread_create(&context->thread, nullptr, va_proc, context);
+    if (error == 0) {
         pthread_detach(context->thread);
-    } else {
-        context->health.ends("no thread could be made");
-        context->threadEnded = 1;
+        return;
     }
+    syslog(LOG_ERR, "Can't create the processing thread: %s. There are no results.",
+           std::strerror(error));
+    context->health.ends("no thread could be made");
+    context->threadEnded = 1;
 }
 
 // Without either of its events the loop would go on unseen: results stay in the buffers, or a stop
