@@ -70,6 +70,7 @@ int main(int argc, char **argv)
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGTERM, sig1_handler);
     Watchdog watchdog(context.health); // before any child could speak for the daemon
+    raise_descriptor_limit();
     check_run_dir();
     create_pid_file();
     va_parse_arg(argc, argv);

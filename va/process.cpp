@@ -1,8 +1,12 @@
 #include "va/process.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <string_view>
 
+#include <sys/resource.h>
+#include <sys/select.h>
+#include <syslog.h>
 #include <unistd.h>
 
 std::atomic<int> terminate{0};
@@ -16,6 +20,19 @@ void sig1_handler(int)
     terminate = 1;
     exit_event_loop();
     errno = error;
+}
+
+void raise_descriptor_limit()
+{
+    constexpr rlim_t own = 64;
+    constexpr rlim_t wanted = FD_SETSIZE + own;
+    rlimit limit;
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= wanted)
+        return;
+    limit.rlim_cur = std::min(limit.rlim_max, wanted);
+    if (setrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur < wanted)
+        syslog(LOG_ERR, "The limit of descriptors is below %lu: clients can take the last one.",
+               static_cast<unsigned long>(wanted));
 }
 
 std::int32_t null_timer(event_info *, void *)

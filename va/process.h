@@ -14,6 +14,11 @@ extern std::atomic<int> terminate;
 // and ends the event loop.
 void sig1_handler(int signal);
 
+// Raises the soft limit of descriptors as far as the hard limit lets, until those that no client
+// can have (a descriptor of 1024 or more is refused) suffice for store, loader and log. A log line
+// tells when they do not.
+void raise_descriptor_limit();
+
 // Callback of what only ends the loop's wait, such as the periodic timer; does nothing.
 std::int32_t null_timer(event_info *info, void *arg);
 
