@@ -79,6 +79,9 @@ TEST_F(DaemonTest, RelaysAlarmsToEveryClientAndAppliesChanges)
     files.store("CameraTampering.T0.gcRegionSens=51\n");
     files.reconfigure();
     EXPECT_TRUE(daemon.wait_for_log("gcRegionSens=51"));
+    files.store("CameraTampering.T0.gcRegionSens=52\n");
+    daemon.signal(SIGHUP);
+    EXPECT_TRUE(daemon.wait_for_log("gcRegionSens=52"));
     EXPECT_TRUE(daemon.stop());
     const string log = daemon.log();
     EXPECT_EQ(string::npos, log.find("Make run")) << log; // nothing is wrong with the directory

@@ -46,6 +46,7 @@ void run(VaContext *context, Watchdog &watchdog)
 {
     context->wake = va_new_wake();
     start_processing_thread(context);
+    block_sighup(false);
     if (prepare_loop() && watchdog.start()) {
         event_loop(0);
     } else {
@@ -69,6 +70,8 @@ int main(int argc, char **argv)
     std::signal(SIGINT, sig1_handler);
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGTERM, sig1_handler);
+    std::signal(SIGHUP, sighup_handler);
+    block_sighup(true);
     Watchdog watchdog(context.health); // before any child could speak for the daemon
     raise_descriptor_limit();
     check_run_dir();

@@ -2,14 +2,17 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <string_view>
 
+#include <pthread.h>
 #include <sys/resource.h>
 #include <sys/select.h>
 #include <syslog.h>
 #include <unistd.h>
 
 std::atomic<int> terminate{0};
+std::atomic<int> hangup{0};
 static_assert(std::atomic<int>::is_always_lock_free, "written by a signal handler");
 
 void sig1_handler(int)
@@ -20,6 +23,19 @@ void sig1_handler(int)
     terminate = 1;
     exit_event_loop();
     errno = error;
+}
+
+void sighup_handler(int)
+{
+    hangup = 1;
+}
+
+void block_sighup(bool block)
+{
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGHUP);
+    pthread_sigmask(block ? SIG_BLOCK : SIG_UNBLOCK, &set, nullptr);
 }
 
 void raise_descriptor_limit()

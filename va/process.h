@@ -10,9 +10,19 @@
 // 1 once SIGINT or SIGTERM has arrived.
 extern std::atomic<int> terminate;
 
+// Set by SIGHUP, cleared by the processing thread: the settings are to be read again.
+extern std::atomic<int> hangup;
+
 // Handler of SIGINT and SIGTERM: async-signal-safe, says so on standard output, sets `terminate`
 // and ends the event loop.
 void sig1_handler(int signal);
+
+// Handler of SIGHUP: async-signal-safe, sets `hangup`.
+void sighup_handler(int signal);
+
+// Blocks SIGHUP for the calling thread and those that it makes, or lets it through. A read of the
+// chip's library is not to be interrupted by it, so the main thread alone takes it.
+void block_sighup(bool block);
 
 // Raises the soft limit of descriptors as far as the hard limit lets, until those that no client
 // can have (a descriptor of 1024 or more is refused) suffice for store, loader and log. A log line

@@ -55,7 +55,9 @@ bool start_modules(VaContext *context)
 void reconfigure(VaContext *context)
 {
     // Cleared first: a request that arrives during the update counts for the next pass.
-    if (context->reconfig.exchange(0) == 0)
+    const bool by_command = context->reconfig.exchange(0) != 0;
+    const bool by_signal = hangup.exchange(0) != 0;
+    if (!by_command && !by_signal)
         return;
     if (context->odEnable)
         va_od_updateConfig(context);
