@@ -12,7 +12,7 @@ set_target_properties(vaipc PROPERTIES LINKER_LANGUAGE CXX)
 target_compile_features(vaipc PUBLIC cxx_std_20)
 target_link_libraries(vaipc PUBLIC Threads::Threads)
 target_sources(vaipc PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FILES
-    event/event.h event/soft_queue.h
+    event/clock.h event/event.h event/soft_queue.h
     ipc/client/frame_reader.h ipc/client/stream_client.h
     ipc/msg/msg.h ipc/msg/msgcmd.h
     ipc/network/sck_svr.h ipc/network/socket.h

@@ -1,5 +1,7 @@
 #include "event/event.h"
 
+#include "event/due_time.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <mutex>
@@ -15,14 +17,7 @@ namespace
 
 static_assert(std::atomic<int>::is_always_lock_free, "written by a signal handler");
 
-// A timer this close to its due time is served now rather than after another wait.
-constexpr int early_ms = 4;
-
-// How late or early a timer may be for time_diff to tell; beyond, the difference wraps.
-constexpr std::int64_t max_diff_us = 2'147'000'000;
-
 constexpr int no_timeout = -1;
-constexpr int no_interval = -1;
 
 // Innermost lock of the process: nothing else is locked while it is held.
 std::mutex event_mutex;
@@ -113,45 +108,6 @@ bool arm(event *entry)
     return state & EVENT_ENABLED;
 }
 
-std::int64_t microseconds(const timeval &time)
-{
-    return std::int64_t{time.tv_sec} * 1'000'000 + time.tv_usec;
-}
-
-timeval time_at(std::int64_t us)
-{
-    return {static_cast<time_t>(us / 1'000'000), static_cast<suseconds_t>(us % 1'000'000)};
-}
-
-bool is_periodic(const event *timer)
-{
-    return timer->interval >= 0;
-}
-
-// A due time that the clock has left far behind would be made up for in hours of periods, and that
-// of a beat which a clock set back has left far ahead would silence the timer. Such a beat is then
-// as far ahead as it was at `previous`, when the last cycle looked, but not behind: a timer that
-// was moved only since the step would have periods to make up for that never were.
-void follow_clock(event *timer, const timeval &now, const timeval &previous)
-{
-    const std::int64_t clock = microseconds(now);
-    const std::int64_t due = microseconds(timer->when);
-    const std::int64_t set_back = microseconds(previous) - clock;
-    const bool on_beat = is_periodic(timer) && !has_flag(timer, EVENT_FIXED);
-    if (due - clock < -max_diff_us)
-        timer->when = now;
-    else if (set_back > 0 && on_beat && due - clock > std::int64_t{timer->interval} * 1000)
-        timer->when = time_at(std::max(clock, due - set_back));
-}
-
-int remaining_ms(const event *timer, const timeval &now)
-{
-    if (microseconds(timer->when) - microseconds(now) > max_diff_us)
-        return max_diff_us / 1000;
-    const int ms = -time_diff(&timer->when, &now);
-    return ms <= early_ms ? 0 : ms;
-}
-
 // Milliseconds until the first due time, or no_timeout. One reading of the clock serves the step
 // check and the timeout, so that no step slips in between.
 int arm_timers()
@@ -161,10 +117,10 @@ int arm_timers()
     const timeval previous = std::exchange(cycle_start, now);
     int timeout = no_timeout;
     for (event *timer = time_event_list; timer; timer = timer->next) {
-        follow_clock(timer, now, previous);
+        timer->when = va::follow_clock(timer->when, timer->interval, timer->given, now, previous);
         if (!arm(timer))
             continue;
-        const int remaining = remaining_ms(timer, now);
+        const int remaining = va::remaining_ms(timer->when, now);
         timeout = timeout == no_timeout ? remaining : std::min(timeout, remaining);
     }
     return timeout;
@@ -228,14 +184,13 @@ bool is_due(const event *timer)
 {
     timeval now{};
     time_now(&now);
-    return remaining_ms(timer, now) == 0;
+    return va::remaining_ms(timer->when, now) == 0;
 }
 
 void start_next_period(event *timer)
 {
     time_add(&timer->when, timer->interval);
-    if (has_flag(timer, EVENT_FIXED))
-        timer->flags &= ~EVENT_FIXED;
+    timer->given = false;
 }
 
 void dispatch_timers()
@@ -377,13 +332,12 @@ void resched_event(event *timer, const timeval *when)
 {
     if (when) {
         timer->when = *when;
-        if (is_periodic(timer))
-            timer->flags |= EVENT_FIXED;
+        timer->given = true;
     } else if (get_event_enabled(timer)) {
         time_add(&timer->when, timer->interval);
     } else {
         time_future(&timer->when, timer->interval);
-        timer->flags &= ~EVENT_FIXED;
+        timer->given = false;
     }
     change_flags(timer, EVENT_ENABLED, EVENT_REMOVED);
 }
@@ -419,43 +373,6 @@ event *new_event(event_callback callback, void *arg)
     if (created) {
         created->callback = callback;
         created->arg = arg;
-        created->interval = no_interval;
     }
     return created;
-}
-
-int time_now(timeval *now)
-{
-    return gettimeofday(now, nullptr);
-}
-
-void time_add(timeval *time, int ms)
-{
-    time->tv_usec += suseconds_t{ms % 1000} * 1000;
-    time->tv_sec += ms / 1000;
-    if (time->tv_usec > 999'999) {
-        time->tv_sec += 1;
-        time->tv_usec -= 1'000'000;
-    }
-}
-
-void time_future(timeval *time, int ms)
-{
-    time_now(time);
-    time_add(time, ms);
-}
-
-int time_diff(const timeval *from, const timeval *to)
-{
-    const auto wrapped = [](auto value) { return static_cast<std::uint32_t>(value); };
-    const std::uint32_t seconds = wrapped(to->tv_sec) - wrapped(from->tv_sec);
-    const std::uint32_t rest = wrapped(to->tv_usec) - wrapped(from->tv_usec);
-    return static_cast<std::int32_t>(seconds * 1'000'000 + rest + 500) / 1000;
-}
-
-int time_ago(const timeval *time)
-{
-    timeval now{};
-    time_now(&now);
-    return time_diff(time, &now);
 }

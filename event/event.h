@@ -1,11 +1,11 @@
 #pragma once
 
+#include "event/clock.h"
 #include "event/soft_queue.h"
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
-
-#include <sys/time.h>
 
 // A single-threaded select() reactor: descriptor, timer, alarm and always events, and, in
 // event/soft_queue.h, the soft queues that carry items from other threads into it.
@@ -18,9 +18,10 @@
 // Order within a cycle: due timers, then always events, then ready descriptors, each newest first.
 // Times are wall-clock times. A timer or alarm is served up to 4 ms early rather than after another
 // short wait. A timer that is late by several periods is served once in each of the following
-// cycles; one late by more than 35 minutes is served once and counts from then on. When the clock
-// is set back, timers follow. So a step of the clock neither silences them nor makes them replay
-// hours. A time that was given, an alarm's or resched_event()'s, stays.
+// cycles; one late by more than 35 minutes is served once and counts from then on. A clock that is
+// set back delays a timer by no more than that step, and by about its period at most. So a step of
+// the clock neither silences them nor makes them replay hours. A time that was given, an alarm's or
+// resched_event()'s, stays.
 
 // What a callback is told about its call; valid during the call only.
 struct event_info {
@@ -44,7 +45,6 @@ enum : std::uint32_t {
     EVENT_REMOVED = 2, // dead; freed at the end of the cycle
     EVENT_ONESHOT = 4, // removed by its first dispatch
     EVENT_ARMED = 8,   // found enabled when the cycle was prepared: may be dispatched in this cycle
-    EVENT_FIXED = 16,  // a timer's due time was given: it does not follow a clock that is set back
 };
 
 // The loop owns every event. A pointer returned by an add operation stays good until
@@ -66,11 +66,14 @@ struct event {
         timeval when;      // absolute due time of a timer or alarm
         soft_queue *queue; // owner of a soft-queue event
     };
-    std::int32_t interval; // timer period, ms; negative for alarms
+    std::int32_t interval; // timer period, ms; 0 for alarms
+
+    bool given; // the timer's due time was given: it does not follow a clock that is set back
 };
 
 static_assert(std::atomic<std::uint32_t>::is_always_lock_free);
-static_assert(sizeof(void *) != 4 || sizeof(timeval) != 8 || sizeof(event) == 36);
+static_assert(sizeof(void *) != 4 || sizeof(timeval) != 8 ||
+              (offsetof(event, flags) == 20 && offsetof(event, interval) == 32));
 
 // Runs cycles on the calling thread until exit_event_loop(); with `once` non-zero exactly one
 // cycle. Without an enabled timer or always event a cycle waits for descriptors without limit. A
@@ -132,11 +135,3 @@ void strip_events(event **head);
 // An event on no list, without type and flags, the caller's until it is put on one; null when
 // memory is short.
 event *new_event(event_callback callback, void *arg);
-
-// Time helpers. Milliseconds; differences wrap beyond 35 minutes, are rounded to the nearest when
-// positive (halves up) and cut when negative.
-int time_now(timeval *now);              // gettimeofday's result
-void time_add(timeval *time, int ms);    // ms >= 0
-void time_future(timeval *time, int ms); // now + ms
-int time_diff(const timeval *from, const timeval *to);
-int time_ago(const timeval *time); // positive for a past time

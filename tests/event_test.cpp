@@ -1,3 +1,4 @@
+#include "event/due_time.h"
 #include "event/event.h"
 #include "tests/support/event_failing_new.h"
 #include "tests/support/ipc_loop.h"
@@ -124,6 +125,33 @@ TEST_F(EventLoop, ClockSteps)
             EXPECT_GE(called.size(), replays + 4) << step;
             EXPECT_LE(std::ranges::count(waits, 0), static_cast<int>(replays) + 2) << step;
         }
+    }
+}
+
+TEST(DueTime, IsDelayedByAStepOfTheClockAtMost)
+{
+    const auto at = [](std::int64_t ms) { return in(ms * 1000); };
+    constexpr int interval = 100;
+    constexpr int hour = 3'600'000;
+    const struct {
+        int due, clock; // ms after the last cycle
+        bool given;
+        int left; // ms
+    } cases[] = {
+        {100, 30, false, 70},
+        {39, -60, false, 99},
+        {41, -60, false, 41},
+        {350, -hour, false, 350},
+        {9, 5, true, 0},
+        {10, 5, true, 5},
+        {0, -hour, true, 2'147'000},
+        {-hour + 350, -hour, false, 0},
+    };
+    for (const auto &[due, clock, given, left] : cases) {
+        timeval when = at(due);
+        when.tv_usec += 500; // what is left is cut to whole ms
+        when = va::follow_clock(when, interval, given, at(clock), at(0));
+        EXPECT_EQ(va::remaining_ms(when, at(clock)), left) << due << ' ' << clock;
     }
 }
 
