@@ -1,6 +1,7 @@
 #include "event/event.h"
 
 #include "event/due_time.h"
+#include "event/list.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -53,14 +54,15 @@ void change_flags(event *entry, std::uint32_t set, std::uint32_t clear)
     }
 }
 
-void push(event **pending, event *entry)
+void add(event **pending, event *entry)
 {
     const std::scoped_lock lock(event_mutex);
-    entry->prev = nullptr;
-    entry->next = *pending;
-    if (*pending)
-        (*pending)->prev = entry;
-    *pending = entry;
+    va::push_front(pending, entry);
+}
+
+std::uint32_t first_flags(unsigned flags)
+{
+    return flags & EVENT_ASLEEP ? flags & ~(EVENT_ASLEEP | EVENT_ENABLED) : flags | EVENT_ENABLED;
 }
 
 event *new_event_of(std::int32_t type, unsigned flags, event_callback callback, void *arg)
@@ -68,32 +70,20 @@ event *new_event_of(std::int32_t type, unsigned flags, event_callback callback, 
     event *created = new_event(callback, arg);
     if (created) {
         created->type = type;
-        created->flags = flags;
+        created->flags = first_flags(flags);
     }
     return created;
-}
-
-void splice(event **pending, event **list)
-{
-    if (!*pending)
-        return;
-    event *last = *pending;
-    while (last->next)
-        last = last->next;
-    last->next = *list;
-    if (*list)
-        (*list)->prev = last;
-    *list = *pending;
-    *pending = nullptr;
-    any_removed = true; // perhaps while pending, where an earlier strip pass did not look
 }
 
 void take_in_pending()
 {
     const std::scoped_lock lock(event_mutex);
-    splice(&tmp_fd_event_list, &fd_event_list);
-    splice(&tmp_time_event_list, &time_event_list);
-    splice(&tmp_always_event_list, &always_event_list);
+    // Perhaps one that was removed while pending, where an earlier strip pass did not look.
+    if (tmp_fd_event_list || tmp_time_event_list || tmp_always_event_list)
+        any_removed = true;
+    va::splice_front(&fd_event_list, &tmp_fd_event_list);
+    va::splice_front(&time_event_list, &tmp_time_event_list);
+    va::splice_front(&always_event_list, &tmp_always_event_list);
 }
 
 // Arms the events this cycle may dispatch. Returns whether `entry` is one of them. From cycle to
@@ -264,12 +254,12 @@ event *add_fd_event(int fd, int write, unsigned flags, event_callback callback, 
 {
     if (fd < 0 || fd >= FD_SETSIZE)
         return nullptr;
-    event *added = new_event_of(EVENT_FD, flags | EVENT_ENABLED, callback, arg);
+    event *added = new_event_of(EVENT_FD, flags, callback, arg);
     if (!added)
         return nullptr;
     added->fd = fd;
     added->write = write;
-    push(&tmp_fd_event_list, added);
+    add(&tmp_fd_event_list, added);
     return added;
 }
 
@@ -279,9 +269,8 @@ event *add_timer_event(int interval, unsigned flags, event_callback callback, vo
     if (!added)
         return nullptr;
     added->interval = interval;
-    time_now(&added->when); // with EVENT_ENABLED in `flags` the interval counts from here
-    resched_event(added, nullptr);
-    push(&tmp_time_event_list, added);
+    time_future(&added->when, interval);
+    add(&tmp_time_event_list, added);
     return added;
 }
 
@@ -290,16 +279,17 @@ event *add_alarm_event(const timeval *when, unsigned flags, event_callback callb
     event *added = new_event_of(EVENT_TIMER, flags | EVENT_ONESHOT, callback, arg);
     if (!added)
         return nullptr;
-    resched_event(added, when);
-    push(&tmp_time_event_list, added);
+    added->when = *when;
+    added->given = true;
+    add(&tmp_time_event_list, added);
     return added;
 }
 
 event *add_always_event(unsigned flags, event_callback callback, void *arg)
 {
-    event *added = new_event_of(EVENT_ALWAYS, flags | EVENT_ENABLED, callback, arg);
+    event *added = new_event_of(EVENT_ALWAYS, flags, callback, arg);
     if (added)
-        push(&tmp_always_event_list, added);
+        add(&tmp_always_event_list, added);
     return added;
 }
 

@@ -1,14 +1,14 @@
 #pragma once
 
 #include "event/clock.h"
-#include "event/soft_queue.h"
+#include "util/owner.h"
 
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 
-// A single-threaded select() reactor: descriptor, timer, alarm and always events, and, in
-// event/soft_queue.h, the soft queues that carry items from other threads into it.
+// A single-threaded select() reactor: descriptor, timer, alarm and always events. What carries
+// items from other threads into it is in event/soft_queue.h.
 //
 // One thread, the loop thread, calls event_loop(); every callback runs on it, one after another,
 // with no lock held. Any thread may add events and enable or disable them; such a change takes part
@@ -22,6 +22,8 @@
 // set back delays a timer by no more than that step, and by about its period at most. So a step of
 // the clock neither silences them nor makes them replay hours. A time that was given, an alarm's or
 // resched_event()'s, stays.
+
+struct soft_queue;
 
 // What a callback is told about its call; valid during the call only.
 struct event_info {
@@ -46,6 +48,9 @@ enum : std::uint32_t {
     EVENT_ONESHOT = 4, // removed by its first dispatch
     EVENT_ARMED = 8,   // found enabled when the cycle was prepared: may be dispatched in this cycle
 };
+
+// For the add operations alone, and not among an event's flags: it is not enabled yet.
+inline constexpr unsigned EVENT_ASLEEP = 1U << 31;
 
 // The loop owns every event. A pointer returned by an add operation stays good until
 // remove_event(), or until the cycle of a one-shot's dispatch ends; drop it then. All fields but
@@ -89,9 +94,10 @@ void exit_event_loop();
 // Non-zero from exit_event_loop() until the next event_loop() call.
 extern std::atomic<int> end_loop;
 
-// The add operations may be called from any thread and leave the event enabled. `flags` is 0 or
-// EVENT_ONESHOT (EVENT_ENABLED is tolerated). `arg` is handed to the callback and not owned. They
-// return null, having added nothing, when memory is short.
+// The add operations may be called from any thread and leave the event enabled, unless they are
+// given EVENT_ASLEEP. `flags` is this, EVENT_ONESHOT, both or 0 (EVENT_ENABLED is tolerated). `arg`
+// is handed to the callback and not owned. They return null, having added nothing, when memory is
+// short.
 
 // `fd` must lie in 0..1023 (null otherwise) and stay open until the event is removed: remove it in
 // the callback that closes the descriptor. A closed one left in the loop keeps every descriptor
@@ -135,3 +141,6 @@ void strip_events(event **head);
 // An event on no list, without type and flags, the caller's until it is put on one; null when
 // memory is short.
 event *new_event(event_callback callback, void *arg);
+
+// An event that is removed with what owns it; else it is used like the pointer.
+using event_owner = va::Owner<event, remove_event>;

@@ -1,16 +1,18 @@
-#include "event/event.h"
+#include "event/soft_queue.h"
+
+#include "event/list.h"
 
 #include <cerrno>
 #include <limits>
+#include <memory>
 #include <new>
+#include <utility>
 
 #include <fcntl.h>
 #include <unistd.h>
 
 namespace
 {
-
-constexpr int no_descriptor = -1;
 
 // The functions on queues and lists are called under the queue's mutex.
 
@@ -54,12 +56,9 @@ std::uintptr_t take_item(soft_queue &queue)
 
 void close_pipe(soft_queue &queue)
 {
-    remove_event(queue.pipe_event);
-    queue.pipe_event = nullptr;
-    close(queue.pipe_read);
-    close(queue.pipe_write);
-    queue.pipe_read = no_descriptor;
-    queue.pipe_write = no_descriptor;
+    queue.pipe_event.reset();
+    queue.pipe_read.reset();
+    queue.pipe_write.reset();
 }
 
 // Non-blocking, since the bytes are written and read under the mutex that the other side needs.
@@ -68,9 +67,9 @@ bool open_pipe(soft_queue &queue)
     int ends[2];
     if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) == -1)
         return false;
-    queue.pipe_read = ends[0];
-    queue.pipe_write = ends[1];
-    queue.pipe_event = add_fd_event(queue.pipe_read, 0, 0, sq_run, &queue);
+    queue.pipe_read.reset(ends[0]);
+    queue.pipe_write.reset(ends[1]);
+    queue.pipe_event.reset(add_fd_event(queue.pipe_read, 0, 0, sq_run, &queue));
     if (!queue.pipe_event)
         close_pipe(queue);
     return queue.pipe_event;
@@ -93,14 +92,6 @@ Wake read_wake_byte(const soft_queue &queue)
     return got < 0 && errno == EAGAIN ? Wake::None : Wake::End;
 }
 
-void push_event(soft_queue &queue, event *listener)
-{
-    listener->next = queue.events;
-    if (queue.events)
-        queue.events->prev = listener;
-    queue.events = listener;
-}
-
 } // namespace
 
 soft_queue *new_soft_queue(int slots)
@@ -112,8 +103,6 @@ soft_queue *new_soft_queue(int slots)
     std::unique_ptr<soft_queue> queue(new (std::nothrow) soft_queue{});
     if (!queue)
         return nullptr;
-    queue->pipe_read = no_descriptor;
-    queue->pipe_write = no_descriptor;
     queue->slots.reset(new (std::nothrow) sq_node[count]);
     if (!queue->slots)
         return nullptr;
@@ -157,7 +146,7 @@ event *add_softqueue_event(soft_queue *queue, unsigned flags, event_callback cal
     const std::scoped_lock lock(queue->mutex);
     if (!queue->pipe_event && !open_pipe(*queue))
         return nullptr;
-    push_event(*queue, created.get());
+    va::push_front(&queue->events, created.get());
     return created.release();
 }
 
@@ -189,10 +178,7 @@ void free_soft_queue(soft_queue **queue)
 {
     if (!queue || !*queue)
         return;
-    std::unique_ptr<soft_queue> freed(*queue);
-    *queue = nullptr;
-    if (freed->pipe_event)
-        close_pipe(*freed);
+    const std::unique_ptr<soft_queue> freed(std::exchange(*queue, nullptr));
     for (event *listener = freed->events; listener; listener = listener->next)
         remove_event(listener);
     strip_events(&freed->events);

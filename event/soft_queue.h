@@ -1,12 +1,12 @@
 #pragma once
 
+#include "event/event.h"
+#include "util/owner.h"
+
 #include <condition_variable>
 #include <cstdint>
-#include <memory>
 #include <mutex>
 
-// Part of event/event.h, which brings all of this in: include that.
-//
 // A soft queue carries items of one word, a number or a pointer, from producer threads to one kind
 // of consumer: a thread that blocks in get_next_event(), or, once it has a soft-queue event, the
 // event loop, which hands every item to all the queue's events. Items come out in the order they
@@ -15,10 +15,6 @@
 // A queue on the loop is woken through a pipe, one byte an item. Items that were queued before the
 // first add_softqueue_event() have none: each later byte takes the oldest item, so they come first
 // and as many of the newest stay behind.
-
-struct event;
-struct event_info;
-using event_callback = std::int32_t (*)(event_info *info, void *arg); // as event/event.h says
 
 struct sq_node {
     sq_node *next; // circular
@@ -33,10 +29,11 @@ struct soft_queue {
     sq_node *free_nodes;
     sq_node *pending; // oldest first
     event *events;    // the soft-queue events, newest first
-    int pipe_read;    // close-on-exec and non-blocking, both ends; -1 while there is no pipe
-    int pipe_write;
-    event *pipe_event; // the loop's event on pipe_read; null while not on the loop
-    std::unique_ptr<sq_node[]> slots;
+    va::Fd pipe_read; // close-on-exec and non-blocking, both ends; -1 while there is no pipe
+    va::Fd pipe_write;
+    event_owner pipe_event; // the loop's event on pipe_read; null while not on the loop
+
+    va::Array<sq_node> slots;
 };
 
 // A queue for at most `slots` items at a time (none below 1); null when memory is short.

@@ -1,7 +1,8 @@
 #pragma once
 
+#include "util/owner.h"
+
 #include <cstring>
-#include <memory>
 #include <new>
 
 // Private to this tree, like ipc/network/fd.h: apart from what the library's users define.
@@ -9,12 +10,12 @@ namespace va
 {
 
 // A copy of `text`; null when memory is short.
-inline std::unique_ptr<char[]> copy_text(const char *text)
+inline Array<char> copy_text(const char *text)
 {
     const std::size_t size = std::strlen(text) + 1;
-    std::unique_ptr<char[]> copy(new (std::nothrow) char[size]);
+    Array<char> copy(new (std::nothrow) char[size]);
     if (copy)
-        std::memcpy(copy.get(), text, size);
+        std::memcpy(copy, text, size);
     return copy;
 }
 

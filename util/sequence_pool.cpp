@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <memory>
 #include <new>
 #include <span>
 
@@ -63,7 +64,7 @@ std::int32_t for_each_chunk(seqpool &pool, std::int32_t position, unsigned lengt
     while (length > 0) {
         const unsigned in_page = offset % page_size;
         const unsigned size = std::min(page_size - in_page, length);
-        take(std::span(pool.pages[offset / page_size].get() + in_page, size));
+        take(std::span(pool.pages[offset / page_size] + in_page, size));
         length -= size;
         offset += size;
         if (offset == static_cast<unsigned>(pool.totalSize))

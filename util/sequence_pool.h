@@ -1,8 +1,8 @@
 #pragma once
 
-#include <array>
+#include "util/owner.h"
+
 #include <cstdint>
-#include <memory>
 #include <mutex>
 
 // A byte ring buffer in pages of 4096 bytes: a FIFO of bytes that needs no large contiguous memory.
@@ -23,8 +23,8 @@ struct seqpool {
     std::int32_t pageNum;   // 0..seqpool_max_pages
     std::int32_t readPos;   // offset of the oldest byte; equal to writePos when empty
     std::int32_t writePos;  // offset of the next byte to come
-    std::array<std::unique_ptr<std::uint8_t[]>, seqpool_max_pages> pages; // null from pageNum on
-    std::mutex mutex;                                                     // guards all of the above
+    va::Array<std::uint8_t> pages[seqpool_max_pages]; // null from pageNum on
+    std::mutex mutex;                                 // guards all of the above
 };
 
 // Makes an empty pool of `size` bytes, prints its measures on standard output and stores it in

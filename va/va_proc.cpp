@@ -1,6 +1,5 @@
 #include "va/va_proc.h"
 
-#include "event/event.h"
 #include "platform/ne3_val.h"
 #include "va/process.h"
 #include "va/va_dis.h"

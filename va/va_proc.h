@@ -1,6 +1,6 @@
 #pragma once
 
-#include "event/event.h"
+#include "event/soft_queue.h"
 #include "va/va.h"
 
 // The processing thread: opens and starts the enabled modules, then polls them, relays their

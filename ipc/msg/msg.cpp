@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -40,21 +41,21 @@ static_assert(sizeof(FrameHeader) == 4 && offsetof(FrameHeader, length) == 2);
 
 constexpr int frame_header_size = sizeof(FrameHeader);
 
-bool serve(msg_handle *handle, Fd fd, event_callback callback)
+event *serve(msg_handle *handle, Fd fd, event_callback callback)
 {
-    event *added = add_fd_event(fd.get(), 0, EVENT_ENABLED, callback, handle);
-    if (!added)
-        return false;
-    handle->events[fd.release()] = added;
-    return true;
+    event *const added = add_fd_event(fd, 0, 0, callback, handle);
+    if (added)
+        handle->events[fd.release()].reset(added);
+    return added;
 }
 
+// Also when another part of the program has put it on the loop.
 void stop_serving(msg_handle *handle, event *served)
 {
-    close(served->fd);
     if (handle->events[served->fd] == served)
-        handle->events[served->fd] = nullptr;
-    remove_event(served);
+        handle->events[served->fd].reset();
+    else
+        msg_stop_serving(served);
 }
 
 int frame_size(const char *frame, int available)
@@ -170,12 +171,13 @@ int start_socket(msg_handle *handle)
     int listener = -1;
     if (unix_domain_socket_init(&listener, handle->path, listen_backlog) == -1)
         return -1;
-    if (!serve(handle, Fd(listener), socket_accept))
+    event *const served = serve(handle, Fd(listener), socket_accept);
+    if (!served)
         return -1;
-    handle->rest_timer = va::add_rest_timer(handle->events[listener]);
+    handle->rest_timer = va::add_rest_timer(served);
     if (handle->rest_timer)
         return 0;
-    stop_serving(handle, handle->events[listener]);
+    stop_serving(handle, served);
     return -1;
 }
 
@@ -190,9 +192,9 @@ int start_fifo(msg_handle *handle)
     return 0;
 }
 
-std::unique_ptr<msg_command> new_command(std::string_view name, msg_callback callback, void *arg)
+va::One<msg_command> new_command(std::string_view name, msg_callback callback, void *arg)
 {
-    std::unique_ptr<msg_command> command(new (std::nothrow) msg_command{});
+    va::One<msg_command> command(new (std::nothrow) msg_command{});
     if (command) {
         std::ranges::copy(name, command->name);
         command->callback = callback;
@@ -316,13 +318,12 @@ int msg_release(msg_handle **slot)
 {
     if (!slot)
         return -1;
-    const std::unique_ptr<msg_handle> handle(std::exchange(*slot, nullptr));
-    if (!handle)
-        return 0;
-    remove_event(handle->rest_timer);
-    for (event *const served : handle->events) {
-        if (served)
-            stop_serving(handle.get(), served);
-    }
+    delete std::exchange(*slot, nullptr);
     return 0;
+}
+
+void msg_stop_serving(event *served)
+{
+    remove_event(served);
+    close(served->fd);
 }

@@ -1,7 +1,9 @@
 #pragma once
 
+#include "event/event.h"
+#include "util/owner.h"
+
 #include <cstdint>
-#include <memory>
 
 #include <sys/select.h>
 
@@ -21,9 +23,6 @@
 // connection leaves incomplete is completed by the next.
 //
 // Everything belongs to the loop thread: register and start before the loop runs, or on it.
-
-struct event;
-struct event_info;
 
 // `data` is `length` bytes, valid during the call: a whole line without its newline, arguments
 // included, zero-terminated; or a whole frame with its header. The result is ignored. It runs on
@@ -67,18 +66,21 @@ struct msg_unknown {
     char last[MSG_UNKNOWN_SIZE];
 };
 
+// Removes a descriptor event and closes its descriptor.
+void msg_stop_serving(event *served);
+
 struct msg_handle {
     char path[MSG_PATH_SIZE];
     std::int32_t mode;
     std::int32_t count; // of commands
-    std::unique_ptr<msg_command> commands[MSG_MAX_COMMANDS];
-    std::unique_ptr<msg_extend> extend;
-    std::unique_ptr<msg_command> others;
+    va::One<msg_command> commands[MSG_MAX_COMMANDS];
+    va::One<msg_extend> extend;
+    va::One<msg_command> others;
     char buffer[MSG_BUFFER_SIZE];
     std::int32_t used; // bytes held in `buffer`
 
-    event *events[FD_SETSIZE]; // of the open descriptors, by descriptor
-    event *rest_timer;         // socket mode: wakes the listener after a failed accept
+    va::Owner<event, msg_stop_serving> events[FD_SETSIZE]; // by descriptor
+    event_owner rest_timer; // socket mode: wakes the listener after a failed accept
     msg_unknown unknown;
 };
 

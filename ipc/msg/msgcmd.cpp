@@ -1,6 +1,5 @@
 #include "ipc/msg/msgcmd.h"
 
-#include "event/event.h"
 #include "ipc/network/fd.h"
 #include "ipc/network/socket.h"
 #include "util/owned_text.h"
@@ -10,6 +9,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdio>
+#include <memory>
 #include <new>
 #include <utility>
 
@@ -18,8 +18,6 @@
 
 namespace
 {
-
-constexpr std::int32_t no_fd = -1;
 
 using Chunk = std::array<char, MSGCMD_CHUNK_SIZE>;
 
@@ -64,7 +62,7 @@ unsigned take_chunk(msgcmd *client, Chunk &chunk)
 void disable_when_empty(msgcmd *client)
 {
     const std::scoped_lock lock(client->lock);
-    if (client->write_event && seqpool_askDataSize(client->pool) == 0)
+    if (seqpool_askDataSize(client->pool) == 0)
         set_event_enabled(client->write_event, 0);
 }
 
@@ -74,10 +72,10 @@ void disable_when_empty(msgcmd *client)
 // put on the loop.
 bool install(msgcmd *client, Fd &socket)
 {
-    client->read_event = add_fd_event(socket.get(), 0, EVENT_ENABLED, msgcmd_on_read, client);
+    client->read_event.reset(add_fd_event(socket, 0, 0, msgcmd_on_read, client));
     if (!client->read_event)
         return false;
-    client->fd = socket.release();
+    client->fd = std::move(socket);
     return true;
 }
 
@@ -85,12 +83,10 @@ bool install(msgcmd *client, Fd &socket)
 // the loop thread may close what it waits for. The next send tries again.
 bool ensure_write_event(msgcmd *client)
 {
-    if (!client->write_event) {
-        client->write_event = add_fd_event(client->fd, 1, EVENT_ENABLED, msgcmd_on_write, client);
-        if (client->write_event)
-            set_event_enabled(client->write_event, 0); // nothing is queued
-    }
-    return client->write_event != nullptr;
+    if (!client->write_event)
+        client->write_event.reset(
+            add_fd_event(client->fd, 1, EVENT_ASLEEP, msgcmd_on_write, client));
+    return client->write_event;
 }
 
 enum class Outcome { Queued, Disconnected, NoEvent, NoRoom };
@@ -99,9 +95,9 @@ enum class Outcome { Queued, Disconnected, NoEvent, NoRoom };
 Outcome queue(msgcmd *client, Fd &socket, const void *data, unsigned length)
 {
     const std::scoped_lock lock(client->lock);
-    if (client->fd == no_fd && !socket)
+    if (!client->fd && !socket)
         return Outcome::Disconnected;
-    if ((client->fd == no_fd && !install(client, socket)) || !ensure_write_event(client))
+    if ((!client->fd && !install(client, socket)) || !ensure_write_event(client))
         return Outcome::NoEvent;
     if (seqpool_writeData(client->pool, data, length) == -1)
         return Outcome::NoRoom;
@@ -111,7 +107,7 @@ Outcome queue(msgcmd *client, Fd &socket, const void *data, unsigned length)
 
 Fd connect_to(const char *path)
 {
-    int connected = no_fd;
+    int connected = -1;
     unix_domain_socket_connect(&connected, path);
     return Fd(connected);
 }
@@ -147,10 +143,11 @@ int msgcmd_init(msgcmd **out, const char *path, unsigned size)
         std::printf("%s: Can't alloc memory!\n", __func__);
         return -1;
     }
-    client->fd = no_fd;
     client->pool_size = size;
-    if (seqpool_init(&client->pool, size) == -1)
+    seqpool *pool = nullptr;
+    if (seqpool_init(&pool, size) == -1)
         return -1;
+    client->pool.reset(pool);
     *out = client.release();
     return 0;
 }
@@ -223,20 +220,14 @@ void msgcmd_close(msgcmd *client)
     if (!client)
         return;
     const std::scoped_lock lock(client->lock);
-    if (client->fd >= 0)
-        close(std::exchange(client->fd, no_fd));
-    remove_event(std::exchange(client->write_event, nullptr));
-    remove_event(std::exchange(client->read_event, nullptr));
+    client->write_event.reset();
+    client->read_event.reset();
+    client->fd.reset();
     seqpool_clearData(client->pool);
 }
 
 void msgcmd_release(msgcmd **client)
 {
-    if (!client)
-        return;
-    const std::unique_ptr<msgcmd> owned(std::exchange(*client, nullptr));
-    if (!owned)
-        return;
-    msgcmd_close(owned.get());
-    seqpool_destroy(&owned->pool);
+    if (client)
+        delete std::exchange(*client, nullptr);
 }

@@ -1,7 +1,10 @@
 #pragma once
 
+#include "event/event.h"
+#include "util/owner.h"
+#include "util/sequence_pool.h"
+
 #include <cstdint>
-#include <memory>
 #include <mutex>
 
 // Control-message client: sends bytes to a control-message server in socket mode (ipc/msg/msg.h),
@@ -21,10 +24,6 @@
 // bound the delay. A send that has to connect waits while the server's backlog is full, alone: the
 // loop and other senders go on meanwhile. Writing to a server that has gone raises no SIGPIPE.
 
-struct event;
-struct event_info;
-struct seqpool;
-
 // Called after each read: `count` bytes lie at `data`, valid during the call. 0: the server closed
 // the connection, -1: it failed; the client is then disconnected already.
 using msgcmd_read_callback = void (*)(int count, const void *data, void *arg);
@@ -39,12 +38,12 @@ enum {
 
 // All fields belong to the client.
 struct msgcmd {
-    std::unique_ptr<char[]> path;
-    seqpool *pool; // bytes not yet written
+    va::Array<char> path;
+    va::One<seqpool> pool; // bytes not yet written
     std::uint32_t pool_size;
-    std::int32_t fd;    // -1: not connected
-    event *read_event;  // of the connection, like the next
-    event *write_event; // enabled while `pool` holds bytes
+    va::Fd fd;               // -1: not connected
+    event_owner read_event;  // of the connection, like the next
+    event_owner write_event; // enabled while `pool` holds bytes
     msgcmd_read_callback read_cb;
     msgcmd_write_callback write_cb;
     void *cb_arg;

@@ -1,47 +1,16 @@
 #pragma once
 
-#include <cerrno>
+#include "util/owner.h"
+
 #include <utility>
 
 #include <fcntl.h>
-#include <unistd.h>
 
-// Descriptors as values. Private to this tree: the installed headers do not include it, and the
-// namespace keeps it apart from what the library's users define.
+// Descriptors as values, under their short name. Private to this tree: the installed headers do not
+// include it, so it is not in the way of what the library's users define.
 
 namespace va
 {
-
-// Owns one descriptor and closes it. Closing keeps errno, so a failure can be reported afterwards.
-class Fd
-{
-public:
-    Fd() = default;
-    explicit Fd(int fd) : fd_(fd) {}
-    Fd(Fd &&other) noexcept : fd_(other.release()) {}
-    Fd &operator=(Fd &&other) noexcept
-    {
-        reset(other.release());
-        return *this;
-    }
-    ~Fd() { reset(); }
-
-    explicit operator bool() const { return fd_ >= 0; }
-    int get() const { return fd_; }
-    [[nodiscard]] int release() { return std::exchange(fd_, none); }
-    void reset(int fd = none)
-    {
-        const int error = errno;
-        if (fd_ >= 0)
-            close(fd_);
-        fd_ = fd;
-        errno = error;
-    }
-
-private:
-    static constexpr int none = -1;
-    int fd_ = none;
-};
 
 // The same file, not as descriptor 0, for those to whom 0 reads as none; empty when that fails.
 inline Fd above_zero(Fd fd)
@@ -49,10 +18,10 @@ inline Fd above_zero(Fd fd)
     return fd.get() == 0 ? Fd(fcntl(fd.get(), F_DUPFD_CLOEXEC, 1)) : std::move(fd);
 }
 
-inline bool set_non_blocking(const Fd &fd)
+inline bool set_non_blocking(int fd)
 {
-    const int flags = fcntl(fd.get(), F_GETFL);
-    return flags != -1 && fcntl(fd.get(), F_SETFL, flags | O_NONBLOCK) != -1;
+    const int flags = fcntl(fd, F_GETFL);
+    return flags != -1 && fcntl(fd, F_SETFL, flags | O_NONBLOCK) != -1;
 }
 
 // Opens /dev/null for each of standard input, output and error that is closed, so that no socket or

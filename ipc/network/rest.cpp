@@ -1,7 +1,5 @@
 #include "ipc/network/rest.h"
 
-#include "event/event.h"
-
 namespace
 {
 
@@ -16,12 +14,9 @@ std::int32_t wake_listener(event_info *info, void *accept_event)
 
 } // namespace
 
-event *va::add_rest_timer(event *accept_event)
+event_owner va::add_rest_timer(event *accept_event)
 {
-    event *const timer = add_timer_event(rest_ms, 0, wake_listener, accept_event);
-    if (timer)
-        set_event_enabled(timer, 0);
-    return timer;
+    return event_owner(add_timer_event(rest_ms, EVENT_ASLEEP, wake_listener, accept_event));
 }
 
 void va::rest_listener(event *rest_timer)

@@ -1,6 +1,5 @@
 #include "ipc/network/sck_svr.h"
 
-#include "event/event.h"
 #include "ipc/network/fd.h"
 #include "ipc/network/recent.h"
 #include "ipc/network/rest.h"
@@ -12,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <memory>
 #include <new>
 #include <span>
 #include <utility>
@@ -29,7 +29,9 @@ constexpr std::uint32_t header_size = sizeof(std::uint32_t); // the length in fr
 // What servers and clients have besides the described records, which they are allocated with. The
 // lock guards it, but for the timer and the process number.
 struct Server : sck_svr_t {
-    event *restTimer; // wakes the listener after a failed accept
+    ~Server();
+
+    event_owner restTimer; // wakes the listener after a failed accept
     sck_counts_t counts;
     va::RecentGreatest longest;
 };
@@ -50,6 +52,12 @@ Server *own(sck_svr_t *server)
 Client *own(sck_clt_t *client)
 {
     return static_cast<Client *>(client);
+}
+
+Server::~Server()
+{
+    while (clients)
+        delete own(std::exchange(clients, clients->next));
 }
 
 std::uint64_t clock_us()
@@ -194,13 +202,10 @@ void unlink_client(sck_clt_t *client)
         client->server->clients = client->next;
 }
 
-// Ends the connection and hands out the record, to be freed without the lock, which is held here.
+// Hands out the record, which ends the connection: without the lock, which is held here.
 [[nodiscard]] std::unique_ptr<Client> disconnect(Client *client, const char *reporter)
 {
     std::printf("%s: client disconnect.\n", reporter);
-    close(client->socket);
-    remove_event(client->writeEvent);
-    remove_event(client->readEvent);
     unlink_client(client);
     return std::unique_ptr<Client>(client);
 }
@@ -241,7 +246,7 @@ std::int32_t sck_clt_event_write(event_info *, void *arg)
     std::unique_ptr<Client> gone; // outlives the lock
     const std::scoped_lock lock(server->lock);
     if (!drain(client))
-        gone = disconnect(client, server->path.get());
+        gone = disconnect(client, server->path);
     else if (client->send.count == 0)
         set_event_enabled(client->writeEvent, 0);
     return 0;
@@ -285,28 +290,20 @@ sck_clt_status_t status_of(const Client &client)
              all.bytes - client.before.bytes - client.refusedBytes, client.refused}};
 }
 
-// A client that is not on the list yet; null when memory is short or the loop cannot serve it. The
-// connection stays the caller's.
-std::unique_ptr<Client> new_client(sck_svr_t *server, int connection)
+// A client that is not on the list yet; null when memory is short or the loop cannot serve it.
+std::unique_ptr<Client> new_client(Server *server, Fd connection)
 {
     std::unique_ptr<Client> client(new (std::nothrow) Client{});
     if (!client || sck_buf_init(&client->send, server->size) == -1 ||
         sck_buf_init(&client->recv, server->size) == -1)
         return nullptr;
-    client->socket = connection;
     client->server = server;
     client->pid = peer_of(connection);
-    client->readEvent =
-        add_fd_event(connection, 0, EVENT_ENABLED, sck_clt_event_read, client.get());
-    client->writeEvent =
-        add_fd_event(connection, 1, EVENT_ENABLED, sck_clt_event_write, client.get());
-    if (!client->readEvent || !client->writeEvent) {
-        remove_event(client->readEvent);
-        remove_event(client->writeEvent);
-        return nullptr;
-    }
-    set_event_enabled(client->writeEvent, 0); // nothing is queued
-    return client;
+    client->readEvent.reset(add_fd_event(connection, 0, 0, sck_clt_event_read, client.get()));
+    client->writeEvent.reset(
+        add_fd_event(connection, 1, EVENT_ASLEEP, sck_clt_event_write, client.get()));
+    client->socket = std::move(connection);
+    return client->readEvent && client->writeEvent ? std::move(client) : nullptr;
 }
 
 std::int32_t sck_svr_event_accept(event_info *, void *arg)
@@ -320,12 +317,11 @@ std::int32_t sck_svr_event_accept(event_info *, void *arg)
     }
     std::printf("%s: accept client. previous clients=%d\n", server->path.get(),
                 sck_svr_get_client_count(server));
-    std::unique_ptr<Client> client = new_client(server, connection.get());
+    std::unique_ptr<Client> client = new_client(server, std::move(connection));
     if (!client) {
         std::fprintf(stderr, "%s: can't serve client.\n", server->path.get());
         return 0;
     }
-    static_cast<void>(connection.release());
     const std::scoped_lock lock(server->lock);
     link_client(client.release());
     return 0;
@@ -348,20 +344,15 @@ int sck_svr_init(sck_svr_t **slot, const char *path, std::uint32_t size)
     int listener = -1;
     if (!server->path || unix_domain_socket_init(&listener, path, listen_backlog) == -1)
         return -1;
-    Fd socket(listener);
+    server->socket.reset(listener);
     server->size = size;
     server->recvHandler = sck_clt_ignore_read;
-    server->socket = socket.get();
-    server->acceptEvent =
-        add_fd_event(server->socket, 0, EVENT_ENABLED, sck_svr_event_accept, server.get());
+    server->acceptEvent.reset(add_fd_event(listener, 0, 0, sck_svr_event_accept, server.get()));
     if (!server->acceptEvent)
         return -1;
     server->restTimer = va::add_rest_timer(server->acceptEvent);
-    if (!server->restTimer) {
-        remove_event(server->acceptEvent);
+    if (!server->restTimer)
         return -1;
-    }
-    static_cast<void>(socket.release());
     *slot = server.release();
     return 0;
 }
@@ -419,20 +410,8 @@ int sck_svr_set_recv_callback(sck_svr_t *server, sck_recv_handler handler, void 
 
 void sck_svr_release(sck_svr_t **slot)
 {
-    if (!slot)
-        return;
-    const std::unique_ptr<Server> server(own(std::exchange(*slot, nullptr)));
-    if (!server)
-        return;
-    close(server->socket);
-    remove_event(server->restTimer);
-    remove_event(server->acceptEvent);
-    while (const std::unique_ptr<Client> client{own(server->clients)}) {
-        server->clients = client->next;
-        remove_event(client->readEvent);
-        remove_event(client->writeEvent);
-        close(client->socket);
-    }
+    if (slot)
+        delete own(std::exchange(*slot, nullptr));
 }
 
 sck_buf_t::~sck_buf_t()

@@ -1,7 +1,9 @@
 #pragma once
 
+#include "event/event.h"
+#include "util/owner.h"
+
 #include <cstdint>
-#include <memory>
 #include <mutex>
 #include <vector>
 
@@ -18,11 +20,11 @@
 //
 // The event loop accepts and serves the clients on its thread; sck_svr_write() only fills their
 // buffers. Queuing does not wake the loop: keep a periodic timer running to bound the delay, and to
-// have none add to a soft queue of one slot on the loop (event/event.h) after each record; that an
-// add is refused means that a wake is under way. A connection that cannot be accepted, for want of
-// descriptors as a rule, stays pending; the listener rests for 100 ms before it is tried again.
+// have none add to a soft queue of one slot on the loop (event/soft_queue.h) after each record;
+// that an add is refused means that a wake is under way. A connection that cannot be accepted, for
+// want of descriptors as a rule, stays pending; the listener rests for 100 ms before it is tried
+// again.
 
-struct event;
 struct sck_clt_t;
 struct sck_svr_t;
 
@@ -57,20 +59,20 @@ struct sck_buf_t {
 struct sck_clt_t {
     sck_clt_t *next; // older
     sck_clt_t *prev; // newer
-    std::int32_t socket;
-    sck_buf_t send;    // frames not written yet
-    sck_buf_t recv;    // see sck_recv_handler
-    event *writeEvent; // enabled while `send` holds bytes
-    event *readEvent;
+    va::Fd socket;
+    sck_buf_t send;         // frames not written yet
+    sck_buf_t recv;         // see sck_recv_handler
+    event_owner writeEvent; // enabled while `send` holds bytes
+    event_owner readEvent;
     sck_svr_t *server;
 };
 
 struct sck_svr_t {
-    std::int32_t socket; // listening
-    std::uint32_t size;  // of each buffer of each client
-    sck_clt_t *clients;  // newest first; guarded by the lock
-    event *acceptEvent;
-    std::unique_ptr<char[]> path;
+    va::Fd socket;      // listening
+    std::uint32_t size; // of each buffer of each client
+    sck_clt_t *clients; // newest first; guarded by the lock
+    event_owner acceptEvent;
+    va::Array<char> path;
     sck_recv_handler recvHandler;
     void *recvArg;
     std::mutex lock; // clients, their send buffers and write events

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <span>
 #include <utility>
@@ -18,8 +19,8 @@
 namespace
 {
 
-constexpr std::int32_t no_fd = 0;
-constexpr std::int32_t empty_slot = no_fd;
+using Slot = va::FdAboveZero;
+
 static_assert(SPIPE_MAX_CLIENTS == FD_SETSIZE);
 
 // A path that is not terminated is cut, but stays too long for a socket address.
@@ -30,28 +31,22 @@ void copy_path(char (&to)[SPIPE_PATH_SIZE], const char (&from)[SPIPE_PATH_SIZE])
 }
 
 // A descriptor that can be waited on and does not read as none; empty when it cannot be had.
-Fd usable(Fd fd)
+Slot usable(Fd fd)
 {
     fd = above_zero(std::move(fd));
     if (fd.get() >= FD_SETSIZE)
         fd.reset();
-    return fd;
+    return fd ? Slot(fd.release()) : Slot();
 }
 
-void close_fd(std::int32_t &fd)
-{
-    if (fd > no_fd)
-        close(std::exchange(fd, no_fd));
-}
-
-std::span<std::int32_t> slots(const spipe_server &server)
+std::span<Slot> slots(const spipe_server &server)
 {
     return {server.clients.get(), static_cast<std::size_t>(server.max_clients)};
 }
 
-void remove_client(spipe_server &server, std::int32_t &slot)
+void remove_client(spipe_server &server, Slot &slot)
 {
-    close_fd(slot);
+    slot.reset();
     --server.client_count;
 }
 
@@ -60,16 +55,13 @@ bool set_up(spipe_server &server)
     if (server.max_clients < 1 || server.max_clients > SPIPE_MAX_CLIENTS)
         return false;
     const auto count = static_cast<std::size_t>(server.max_clients);
-    server.clients.reset(new (std::nothrow) std::int32_t[count]());
+    server.clients.reset(new (std::nothrow) Slot[count]);
     int listener = -1;
     if (!server.clients ||
         unix_domain_socket_init(&listener, server.path, server.max_clients) == -1)
         return false;
-    Fd socket = usable(Fd(listener));
-    if (!socket)
-        return false;
-    server.listen_fd = socket.release();
-    return true;
+    server.listen_fd = usable(Fd(listener));
+    return bool(server.listen_fd);
 }
 
 // Returns whether the connection still stands.
@@ -88,12 +80,12 @@ bool deliver(int fd, const void *buffer, int length)
 int select_ready(const spipe_server &server, fd_set &ready)
 {
     FD_ZERO(&ready);
-    std::int32_t last = no_fd;
-    for (const std::int32_t slot : slots(server)) {
-        if (slot == empty_slot)
+    int last = 0;
+    for (const Slot &slot : slots(server)) {
+        if (!slot)
             continue;
         FD_SET(slot, &ready);
-        last = std::max(last, slot);
+        last = std::max(last, slot.get());
     }
     timeval at_once{};
     return select(last + 1, &ready, nullptr, nullptr, &at_once);
@@ -102,8 +94,8 @@ int select_ready(const spipe_server &server, fd_set &ready)
 int read_one(spipe_server &server, const fd_set &ready, void *buffer, int *length, int *index)
 {
     int result = SPIPE_NOTHING;
-    for (std::int32_t &slot : slots(server)) {
-        if (slot == empty_slot || !FD_ISSET(slot, &ready))
+    for (Slot &slot : slots(server)) {
+        if (!slot || !FD_ISSET(slot, &ready))
             continue;
         if (result == SPIPE_READ)
             return SPIPE_READ_MORE;
@@ -133,7 +125,7 @@ int spipe_s_init(spipe_server **out, spipe_server_conf conf)
     if (!out)
         return -1;
     *out = nullptr;
-    spipe_server *server = new (std::nothrow) spipe_server{};
+    std::unique_ptr<spipe_server> server(new (std::nothrow) spipe_server{});
     if (!server) {
         std::fprintf(stderr, "%s: Can't allocate memory!\n", __func__);
         return -1;
@@ -142,11 +134,10 @@ int spipe_s_init(spipe_server **out, spipe_server_conf conf)
     server->max_clients = conf.max_clients;
     std::printf("%s: path=%s\n", __func__, server->path);
     if (!set_up(*server)) {
-        spipe_s_destroy(&server);
         std::fprintf(stderr, "%s: init fail.\n", __func__);
         return -1;
     }
-    *out = server;
+    *out = server.release();
     return 0;
 }
 
@@ -158,12 +149,12 @@ int spipe_s_acceptClients(spipe_server *server)
         int accepted = -1;
         if (unix_domain_socket_accept(server->listen_fd, &accepted) == 0)
             return 0;
-        Fd connection = usable(Fd(accepted));
+        Slot connection = usable(Fd(accepted));
         if (!connection || !set_non_blocking(connection)) {
             std::fprintf(stderr, "%s: Error !\n", __func__);
             return -1;
         }
-        *std::ranges::find(slots(*server), empty_slot) = connection.release();
+        *std::ranges::find(slots(*server), false, &Slot::operator bool) = std::move(connection);
         ++server->client_count;
     }
     return 0;
@@ -173,8 +164,8 @@ int spipe_s_write(spipe_server *server, const void *buffer, int length)
 {
     if (length < 1 || spipe_s_acceptClients(server) == -1)
         return -1;
-    for (std::int32_t &slot : slots(*server)) {
-        if (slot != empty_slot && !deliver(slot, buffer, length))
+    for (Slot &slot : slots(*server)) {
+        if (slot && !deliver(slot, buffer, length))
             remove_client(*server, slot);
     }
     return 0;
@@ -201,14 +192,8 @@ int spipe_s_getClientNumbers(const spipe_server *server)
 
 int spipe_s_destroy(spipe_server **server)
 {
-    if (!server)
-        return 0;
-    const std::unique_ptr<spipe_server> owned(std::exchange(*server, nullptr));
-    if (!owned)
-        return 0;
-    if (owned->clients)
-        std::ranges::for_each(slots(*owned), close_fd);
-    close_fd(owned->listen_fd);
+    if (server)
+        delete std::exchange(*server, nullptr);
     return 0;
 }
 
@@ -231,12 +216,9 @@ int spipe_c_isConnect(spipe_client *client)
     if (!client)
         return 0;
     int connected = -1;
-    if (client->fd <= no_fd && unix_domain_socket_connect(&connected, client->path) == 0) {
-        Fd socket = usable(Fd(connected));
-        if (socket)
-            client->fd = socket.release();
-    }
-    return client->fd > no_fd;
+    if (!client->fd && unix_domain_socket_connect(&connected, client->path) == 0)
+        client->fd = usable(Fd(connected));
+    return bool(client->fd);
 }
 
 int spipe_c_read(spipe_client *client, void *buffer, int length, int seconds, int microseconds)
@@ -258,22 +240,20 @@ int spipe_c_read(spipe_client *client, void *buffer, int length, int seconds, in
 
 int spipe_c_getFd(const spipe_client *client)
 {
-    return client ? client->fd : no_fd;
+    return client ? client->fd.get() : 0;
 }
 
 int spipe_c_disconnect(spipe_client *client)
 {
     if (!client)
         return -1;
-    close_fd(client->fd);
+    client->fd.reset();
     return 0;
 }
 
 int spipe_c_destroy(spipe_client **client)
 {
-    if (!client)
-        return 0;
-    const std::unique_ptr<spipe_client> owned(std::exchange(*client, nullptr));
-    spipe_c_disconnect(owned.get());
+    if (client)
+        delete std::exchange(*client, nullptr);
     return 0;
 }

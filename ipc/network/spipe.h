@@ -1,7 +1,8 @@
 #pragma once
 
+#include "util/owner.h"
+
 #include <cstdint>
-#include <memory>
 
 // Socket pipe: a polled message channel over a Unix-domain stream socket, without an event loop. A
 // server with a fixed number of client slots writes to all of its clients and reads from one at a
@@ -40,16 +41,18 @@ struct spipe_client_conf {
 // Read-only for users, like spipe_client.
 struct spipe_server {
     char path[SPIPE_PATH_SIZE];
-    std::int32_t listen_fd;                  // 0: none
-    std::unique_ptr<std::int32_t[]> clients; // max_clients descriptors; 0 marks an empty slot
-    std::int32_t client_count;               // occupied slots
-    std::int32_t max_clients;                // also the listen backlog
+    va::FdAboveZero listen_fd;          // 0: none
+    va::Array<va::FdAboveZero> clients; // max_clients descriptors; 0 marks an empty slot
+    std::int32_t client_count;          // occupied slots
+    std::int32_t max_clients;           // also the listen backlog
 };
 
 struct spipe_client {
     char path[SPIPE_PATH_SIZE];
-    std::int32_t fd; // 0: not connected
+    va::FdAboveZero fd; // 0: not connected
 };
+
+static_assert(sizeof(va::FdAboveZero) == sizeof(std::int32_t));
 
 // Starts a server and stores it in *out; spipe_s_destroy() ends it. Prints the path on standard
 // output. Returns 0, or -1 with *out null: memory is short, max_clients or the path is refused, or
