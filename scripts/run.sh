@@ -138,7 +138,7 @@ trap stop INT TERM HUP
 say "settings     $store"
 say "apply edits  echo reconfig > $run_dir/ctrl"
 say "results      sockets od, vmf, fd, ta in $run_dir"
-! "$draws" || say "picture      $picture, for a browser"
+! "$draws" || say "picture      $picture.html, for a browser"
 say "end          Ctrl-C"
 
 "$bin/va_dump" &

@@ -90,7 +90,7 @@ TEST(PictureTest, ShowsSettingsObjectsAndForASecondAlarms)
                     window("ObjectDetection.O1.", 0, 10, 0, 10) +
                     window("FaceDetection.F9.", 0, 10, 0, 10));
     const TempDir dir;
-    PicturePrinter printer(dir.file("picture"));
+    PicturePrinter printer(dir.file("picture"), PicturePrinter::From::Daemon);
     const auto see = [&](const char *stream, const std::string &payload, Elapsed at) {
         printer.print({*find_stream(stream), {}, at, bytes_of(payload)});
     };
@@ -98,19 +98,29 @@ TEST(PictureTest, ShowsSettingsObjectsAndForASecondAlarms)
         return read_file(dir.file("picture")).find(text) != std::string::npos;
     };
     using std::chrono::milliseconds;
-    see("od", words({7, 3, 960, 540, 192, 108, 1056, 594, 0, 0}), {});
-    see("od", words({8, 19, 0, 0, 1, 1, 0, 0, 0, 0}), milliseconds(100));
-    see("vmf", words({0, 1, 0, 0}), milliseconds(100));
-    printer.tick(milliseconds(200));
-    EXPECT_FALSE(shows("static 8")) << "too soon";
-    printer.tick(milliseconds(250));
+    const auto connect = [&](const char *stream, bool connected, Elapsed at) {
+        printer.connection({*find_stream(stream), {{}, at}, connected, "text"});
+        printer.tick({{}, at + milliseconds(50)});
+    };
+    EXPECT_TRUE(shows("class='gone'") && shows(">waiting for the daemon<"));
+    connect("od", true, {});
+    EXPECT_TRUE(!shows("class='gone'") && shows(">live<"));
+    see("od", words({7, 3, 960, 540, 192, 108, 1056, 594, 0, 0}), milliseconds(100));
+    see("od", words({8, 19, 0, 0, 1, 1, 0, 0, 0, 0}), milliseconds(200));
+    see("vmf", words({0, 1, 0, 0}), milliseconds(200));
+    printer.tick({{}, milliseconds(300)});
     for (const char *text :
-         {"static 8<", "line 1 ALARM<", "area 1<", "face watch 9<", "od 2 vmf 1"})
+         {">static 8<", ">line 1: CrossLine.C1, crossed 1x ALARM<", ">area 1: ObjectDetection.O1<",
+          ">face watch 9: FaceDetection.F9<", "od 2 vmf 1", "  line CrossLine.C1 crossed<"})
         EXPECT_TRUE(shows(text)) << text;
-    EXPECT_FALSE(shows("moving 7")) << "of an earlier result";
+    EXPECT_FALSE(shows(">moving 7<")) << "of an earlier result";
+    EXPECT_FALSE(shows("non-detection window")) << "in the legend, but not configured";
     store.write("");
-    printer.tick(milliseconds(2100));
-    EXPECT_FALSE(shows("static 8") || shows("line 1"));
+    printer.tick({{}, milliseconds(2100)});
+    EXPECT_FALSE(shows(">static 8<") || shows(">line 1"));
+    connect("od", false, milliseconds(2200));
+    EXPECT_TRUE(shows("class='gone'") && shows(">daemon gone since "));
+    EXPECT_NE(std::string::npos, read_file(dir.file("picture.js")).find("class='gone'"));
 }
 
 TEST(DumpTest, WaitsReconnectsAndStopsAfterTheCount)

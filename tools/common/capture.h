@@ -42,8 +42,8 @@ class CaptureWriter : public Printer
 public:
     explicit CaptureWriter(const std::string &path); // throws std::system_error
     void print(const Record &record) override;
-    void tick(Elapsed) override { flush(); }
-    void finish(Elapsed) override { flush(); }
+    void tick(const Moment &) override { flush(); }
+    void finish(const Moment &) override { flush(); }
 
 private:
     void flush();

@@ -2,6 +2,7 @@
 
 #include "tools/common/printer.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -29,6 +30,15 @@ public:
     {
         for (const auto &printer : printers_)
             (*printer.*what)(argument...);
+    }
+
+    // When the first of them wants its next tick.
+    Elapsed due() const
+    {
+        Elapsed first = Elapsed::max();
+        for (const auto &printer : printers_)
+            first = std::min(first, printer->due());
+        return first;
     }
 
     bool is_complete() const { return remaining_ == 0; }

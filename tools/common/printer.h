@@ -2,6 +2,16 @@
 
 #include "tools/common/record.h"
 
+#include <string>
+
+// What became of a stream's connection; told once a change.
+struct Connection {
+    const StreamKind &kind;
+    Moment moment;
+    bool connected;
+    const std::string &status; // for people
+};
+
 // What becomes of the records: text, JSON, figures, a picture, a capture. Throws std::system_error,
 // whose text names what could not be written.
 class Printer
@@ -14,12 +24,12 @@ public:
 
     virtual void print(const Record &record) = 0;
 
-    // The connection to a stream was lost.
-    virtual void lost(const StreamKind &) {}
-    // Called several times a second while the records are the daemon's.
-    virtual void tick(Elapsed) {}
+    virtual void connection(const Connection &) {}
+    // Called several times a second while the records come, and once when due() has come.
+    virtual void tick(const Moment &) {}
+    virtual Elapsed due() const { return Elapsed::max(); }
     // The user asks how it stands.
-    virtual void report(Elapsed) {}
+    virtual void report(const Moment &) {}
     // There will be no more.
-    virtual void finish(Elapsed) {}
+    virtual void finish(const Moment &) {}
 };

@@ -1,38 +1,16 @@
 #include "tools/common/program.h"
 
 #include "ipc/network/fd.h"
-#include "tools/common/capture.h"
 #include "tools/common/output.h"
+#include "tools/common/replay.h"
 #include "tools/common/standard_output.h"
 #include "tools/common/watch.h"
 
-#include <algorithm>
 #include <csignal>
 #include <exception>
 #include <new>
 #include <stdexcept>
 #include <utility>
-
-namespace
-{
-
-// Hands on the wanted records of the capture. Throws std::runtime_error, after all whole records,
-// when its end is missing.
-void replay(const Source &source, Output &output)
-{
-    Elapsed last{};
-    const std::string fault = read_capture(source.capture, [&](const Record &record) {
-        last = record.at;
-        if (source.time_limit && last > *source.time_limit)
-            return false;
-        return std::ranges::count(source.streams, &record.kind) == 0 || output.print(record);
-    });
-    output.tell(&Printer::finish, last);
-    if (!fault.empty())
-        throw std::runtime_error(source.capture + ": " + fault);
-}
-
-} // namespace
 
 const char EXIT_STATUSES[] =
     "\n"

@@ -12,6 +12,11 @@
 // Time since the listening began or, in a capture, since the first record; never runs backwards.
 using Elapsed = std::chrono::microseconds;
 
+struct Moment {
+    std::chrono::system_clock::time_point time;
+    Elapsed at;
+};
+
 struct Record {
     const StreamKind &kind;
     std::chrono::system_clock::time_point time; // when it came

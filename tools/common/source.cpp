@@ -1,6 +1,9 @@
 #include "tools/common/source.h"
 
 #include "ipc/client/run_dir.h"
+#include "tools/common/text.h"
+
+#include <algorithm>
 
 #include <sys/un.h>
 
@@ -16,6 +19,14 @@ std::chrono::milliseconds parse_time(const char *text)
     const double seconds = parse_decimal(text, shortest, longest, "number of seconds");
     return std::chrono::duration_cast<std::chrono::milliseconds>(
         std::chrono::duration<double>(seconds));
+}
+
+double parse_pace(const char *text)
+{
+    constexpr double slowest = 0.001;
+    constexpr double fastest = 1000;
+    const double pace = parse_decimal(text, 0, fastest, "pace");
+    return pace > 0 ? std::max(pace, slowest) : 0;
 }
 
 } // namespace
@@ -36,6 +47,9 @@ OptionTable source_options(Source &source)
          [&](const char *text) { source.directory = text; }},
         {group, 'r', "read", "FILE", "the records of a file that va_dump -w wrote",
          [&](const char *text) { source.capture = text; }},
+        {group, 0, "pace", "NUMBER",
+         formatted("so many times as fast as they came, 0 at once; default %.0f", source.pace),
+         [&](const char *text) { source.pace = parse_pace(text); }},
         {group, 'n', "count", "NUMBER", "end after this many records",
          [&](const char *text) { source.count = parse_count(text, "number of records"); }},
         {group, 'W', "seconds", "NUMBER", "end after this long",

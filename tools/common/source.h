@@ -17,12 +17,14 @@ struct Source {
     std::vector<const StreamKind *> streams; // each once, in the order of STREAM_KINDS
     std::uint64_t count = std::numeric_limits<std::uint64_t>::max(); // of records
     std::optional<std::chrono::milliseconds> time_limit;
+    double pace = 0; // of a capture: how much faster than it came; 0: all at once
 };
 
 // All streams, of the daemon that was built with this program.
 Source default_source();
 
-// The options that set it. They are `source`'s, which must outlive them.
+// The options that set it, which its values now are the defaults of. They are `source`'s, which
+// must outlive them.
 OptionTable source_options(Source &source);
 
 // Throws WrongUse when the sockets' names would be too long.

@@ -33,10 +33,10 @@ bool must_stop()
     return stop_requested || (end && Clock::now() >= *end);
 }
 
-int patience_ms()
+int patience_ms(std::chrono::microseconds longest)
 {
-    if (!end)
-        return static_cast<int>(longest_wait.count());
-    const auto left = std::chrono::ceil<milliseconds>(*end - Clock::now());
-    return static_cast<int>(std::clamp(left, milliseconds(), longest_wait).count());
+    std::chrono::nanoseconds left = std::min<std::chrono::microseconds>(longest_wait, longest);
+    if (end)
+        left = std::min<std::chrono::nanoseconds>(left, *end - Clock::now());
+    return std::max(0, static_cast<int>(std::chrono::ceil<milliseconds>(left).count()));
 }

@@ -14,5 +14,6 @@ void prepare_stop(std::optional<Clock::time_point> deadline);
 
 bool must_stop();
 
-// Milliseconds to wait at most before must_stop() is to be asked again; 0 when the time is up.
-int patience_ms();
+// Milliseconds to wait at most before must_stop() is to be asked again, and not beyond `longest`; 0
+// when the time is up.
+int patience_ms(std::chrono::microseconds longest = std::chrono::microseconds::max());

@@ -38,11 +38,15 @@ std::string formatted(const char *format, ...)
     return text;
 }
 
-std::string clock_text(TimePoint time)
+std::string time_of_day(TimePoint time)
 {
     const std::tm local = local_time(time);
-    return formatted("%02d:%02d:%02d", local.tm_hour, local.tm_min, local.tm_sec) +
-           milliseconds_text(time);
+    return formatted("%02d:%02d:%02d", local.tm_hour, local.tm_min, local.tm_sec);
+}
+
+std::string clock_text(TimePoint time)
+{
+    return time_of_day(time) + milliseconds_text(time);
 }
 
 std::string iso_text(TimePoint time)

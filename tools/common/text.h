@@ -8,6 +8,9 @@
 
 // Pieces of printed lines.
 
+// "14:02:03", local time.
+std::string time_of_day(std::chrono::system_clock::time_point time);
+
 // "14:02:03.123", local time.
 std::string clock_text(std::chrono::system_clock::time_point time);
 

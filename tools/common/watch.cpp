@@ -4,6 +4,7 @@
 #include "tools/common/standard_output.h"
 #include "tools/common/stop.h"
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <utility>
@@ -27,7 +28,8 @@ void install_report_handler()
     sigaction(SIGUSR1, &action, nullptr);
 }
 
-// One stream: what becomes of its connection is said on standard error whenever it changes.
+// One stream. What becomes of its connection is said on standard error, whenever it changes, and to
+// the printers.
 class Stream
 {
 public:
@@ -38,32 +40,31 @@ public:
 
     int fd() const { return client_.fd(); }
 
-    void connect()
+    void connect(const Moment &now, Output &output)
     {
         client_.connect();
-        say_status();
+        tell_status(now, output);
     }
 
     // One read.
-    void receive(Clock::time_point start, Output &output)
+    void receive(const Moment &now, Output &output)
     {
-        const auto time = std::chrono::system_clock::now();
-        const auto at = std::chrono::duration_cast<Elapsed>(Clock::now() - start);
         client_.receive([&](std::span<const std::uint8_t> payload) {
-            return output.print({kind_, time, at, payload});
+            tell_status(now, output); // of a connection that counts as one by its first record
+            return output.print({kind_, now.time, now.at, payload});
         });
-        say_status();
-        if (fd() == -1)
-            output.tell(&Printer::lost, kind_);
+        tell_status(now, output);
     }
 
 private:
-    void say_status()
+    void tell_status(const Moment &now, Output &output)
     {
         if (client_.status() == said_)
             return;
         said_ = client_.status();
         say(std::string(kind_.name) + ": " + said_);
+        const bool connected = client_.state() == StreamClient::State::Connected;
+        output.tell(&Printer::connection, Connection{kind_, now, connected, said_});
     }
 
     const StreamKind &kind_;
@@ -94,14 +95,19 @@ public:
         connect_all();
         for (std::size_t i = 0; i < streams_.size(); ++i)
             polled_[i] = {streams_[i].fd(), POLLIN, 0};
-        if (poll(polled_.data(), polled_.size(), patience_ms()) > 0)
+        const int patience = patience_ms(std::max(output_.due() - now().at, Elapsed()));
+        if (poll(polled_.data(), polled_.size(), patience) > 0)
             receive_all();
         if (report_requested.exchange(false))
-            output_.tell(&Printer::report, elapsed());
-        output_.tell(&Printer::tick, elapsed());
+            output_.tell(&Printer::report, now());
+        output_.tell(&Printer::tick, now());
     }
 
-    Elapsed elapsed() const { return std::chrono::duration_cast<Elapsed>(Clock::now() - start_); }
+    Moment now() const
+    {
+        return {std::chrono::system_clock::now(),
+                std::chrono::duration_cast<Elapsed>(Clock::now() - start_)};
+    }
 
 private:
     void connect_all()
@@ -109,7 +115,7 @@ private:
         if (Clock::now() < next_attempt_)
             return;
         for (Stream &stream : streams_)
-            stream.connect();
+            stream.connect(now(), output_);
         next_attempt_ = Clock::now() + retry_interval;
     }
 
@@ -117,7 +123,7 @@ private:
     {
         for (std::size_t i = 0; i < streams_.size() && !output_.is_complete(); ++i) {
             if (polled_[i].revents)
-                streams_[i].receive(start_, output_);
+                streams_[i].receive(now(), output_);
         }
     }
 
@@ -130,11 +136,11 @@ private:
 
 } // namespace
 
-Elapsed watch(const Source &source, Output &output)
+Moment watch(const Source &source, Output &output)
 {
     install_report_handler();
     Watch watch(source, output);
     while (watch.goes_on())
         watch.pass();
-    return watch.elapsed();
+    return watch.now();
 }

@@ -5,5 +5,5 @@
 
 // Hands on what the daemon sends, until the count is reached, the time is up, nobody reads standard
 // output any more, or SIGINT or SIGTERM comes. Says on standard error what becomes of the
-// connections. Returns how long it took.
-Elapsed watch(const Source &source, Output &output);
+// connections. Returns the end.
+Moment watch(const Source &source, Output &output);

@@ -32,13 +32,17 @@ void FiguresPrinter::print(const Record &record)
     ++figures.records;
 }
 
-void FiguresPrinter::lost(const StreamKind &kind)
+void FiguresPrinter::connection(const Connection &connection)
 {
-    ++figures_[index_of(kind)].disconnects;
+    Figures &figures = figures_[index_of(connection.kind)];
+    if (figures.connected && !connection.connected)
+        ++figures.disconnects;
+    figures.connected = connection.connected;
 }
 
-void FiguresPrinter::report(Elapsed now)
+void FiguresPrinter::report(const Moment &moment)
 {
+    const Elapsed now = moment.at;
     write_line("stream    records         bytes   records/s  longest pause s  disconnects");
     for (const StreamKind *kind : streams_) {
         const Figures &figures = figures_[index_of(*kind)];

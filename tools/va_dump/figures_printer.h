@@ -12,15 +12,16 @@ class FiguresPrinter : public Printer
 public:
     explicit FiguresPrinter(std::vector<const StreamKind *> streams);
     void print(const Record &record) override;
-    void lost(const StreamKind &kind) override;
-    void report(Elapsed now) override;
-    void finish(Elapsed now) override { report(now); }
+    void connection(const Connection &connection) override;
+    void report(const Moment &now) override;
+    void finish(const Moment &now) override { report(now); }
 
 private:
     struct Figures {
         std::uint64_t records = 0;
         std::uint64_t bytes = 0;
         std::uint64_t disconnects = 0;
+        bool connected = false;
         Elapsed last{};
         Elapsed longest_pause{};
     };

@@ -12,6 +12,13 @@ namespace
 
 using Shapes = std::vector<Shape>;
 
+// In the order of Shape::Kind.
+constexpr const char *key_prefixes[] = {
+    "VMDWindow.NonDetect.V", "VMDWindow.Detect.V", "VideoAnalytics.OD.VmfParam.NdArea",
+    "CrossLine.C",           "ObjectDetection.O",  "FaceDetection.F",
+    "FaceDetection.F",
+};
+
 // `Source` is any record with `pointNum`, which is 0 when it is not defined, and `points`.
 template <class Source>
 void add(Shapes &shapes, Shape::Kind kind, int number, const Source &source)
@@ -98,6 +105,11 @@ void add_filters(Shapes &shapes)
 }
 
 } // namespace
+
+std::string key_of(const Shape &shape)
+{
+    return key_prefixes[static_cast<std::size_t>(shape.kind)] + std::to_string(shape.number);
+}
 
 std::vector<Shape> read_overlay()
 {

@@ -3,6 +3,7 @@
 #include "conf/geometry.h"
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 // What the settings mark in the picture, read from the camera's settings store.
@@ -28,6 +29,9 @@ struct Shape {
     int bit = 0;
     std::int32_t direction = 0; // of a line
 };
+
+// What its keys in the store begin with: "CrossLine.C0".
+std::string key_of(const Shape &shape);
 
 // In the order in which they are best drawn.
 std::vector<Shape> read_overlay();

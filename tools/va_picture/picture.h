@@ -1,22 +1,49 @@
 #pragma once
 
-#include "records/records.h"
 #include "tools/common/entries.h"
 #include "tools/va_picture/overlay.h"
+#include "tools/va_picture/trails.h"
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
 // The picture of a moment: the video frame with what the settings mark in it and what was seen.
-struct Picture {
-    ConfSize frame; // of the video, both above 0
-    std::vector<Shape> shapes;
-    std::vector<Sighting> sightings = {};
-    VmfRecord alarms = {}; // what is lit
-    bool tamper = false;
-    std::string caption; // plain text
-    std::string clock;
+
+struct MarkedShape {
+    Shape shape;
+    bool lit = false;            // alarms
+    std::uint64_t crossings = 0; // of a line, so far
 };
 
-// As SVG. A browser that shows it loads it again twice a second.
+struct Picture {
+    // Whether what it shows is still so.
+    enum class State {
+        Live,    // a daemon is connected, however little it sends
+        Waiting, // none was yet
+        Gone,    // none any more
+        Ended,   // nobody draws any more
+        Capture, // of records from a file
+    };
+
+    State state = State::Live;
+    std::string state_text; // for people
+    std::string caption;
+    std::string clock;
+    std::int64_t drawn = 0; // milliseconds since 1970
+
+    ConfSize frame; // of the video, both above 0
+    std::vector<MarkedShape> shapes;
+    std::vector<Sighting> sightings = {};
+    std::vector<Trail> trails = {};
+    bool tamper = false;
+    std::vector<std::string> events = {}; // the newest first
+    bool has_objects = false;             // may be seen, and so stand in the legend
+    bool has_faces = false;
+};
+
+inline constexpr std::size_t PICTURE_EVENTS = 10; // for which there is room
+
+// As SVG. Opened by itself it tells, once it is older than three seconds, since when it has not
+// been drawn; a page that shows it does so by giving its outermost element the class "aged".
 std::string svg_text(const Picture &picture);

@@ -1,11 +1,14 @@
 #include "tools/va_picture/picture_printer.h"
 
 #include "conf/conf_sensor.h"
+#include "tools/common/event_text.h"
 #include "tools/common/text.h"
+#include "tools/va_picture/page.h"
 #include "tools/va_picture/replace_file.h"
 
 #include <algorithm>
 #include <cinttypes>
+#include <stdexcept>
 #include <utility>
 
 namespace
@@ -14,7 +17,7 @@ namespace
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-constexpr milliseconds shortest_pause{250}; // between two pictures
+constexpr milliseconds shortest_pause{50}; // between two pictures
 constexpr seconds longest_pause{1};
 constexpr seconds settings_pause{2};
 constexpr seconds shown_for{1};
@@ -22,49 +25,103 @@ constexpr seconds shown_for{1};
 ConfSize frame_size()
 {
     SensorConfig sensor;
-    if (conf_getSensorConfig(&sensor) == 0)
-        return {sensor.width, sensor.height};
-    return {1920, 1080}; // as if it were the usual one; the reader has said that there is none
+    if (conf_getSensorConfig(&sensor) != 0)
+        throw std::runtime_error("the settings name no known sensor (on a PC they are in the file "
+                                 "that the environment variable NVRAM_FILE names)");
+    return {sensor.width, sensor.height};
+}
+
+bool is_filter(const Shape &shape)
+{
+    return shape.used && (shape.kind == Shape::Kind::Line || shape.kind == Shape::Kind::Area);
+}
+
+// What the bits of the alarm masks stand for.
+std::vector<AlarmRule> rules_of(const std::vector<Shape> &shapes)
+{
+    std::vector<AlarmRule> rules;
+    for (const Shape &shape : shapes) {
+        if (is_filter(shape))
+            rules.push_back({shape.kind == Shape::Kind::Line ? AlarmRule::Source::Line
+                                                             : AlarmRule::Source::Area,
+                             shape.event, shape.bit, shape.number});
+    }
+    return rules;
 }
 
 } // namespace
 
-PicturePrinter::PicturePrinter(std::string path)
-    : path_(std::move(path)), frame_(frame_size()), shapes_(read_overlay())
+PicturePrinter::PicturePrinter(std::string path, From from)
+    : path_(std::move(path)),
+      frame_(frame_size()),
+      state_(from == From::Capture ? Picture::State::Capture : Picture::State::Waiting),
+      events_([this](const Event &event) { take_event(event); })
 {
-    for (auto &event : alarmed_)
-        event.fill(never);
-    write({});
+    read_settings({});
+    write_page(path_);
+    write({std::chrono::system_clock::now(), {}});
 }
 
 void PicturePrinter::print(const Record &record)
 {
-    if (record.kind.name == "od")
+    last_ = {record.time, record.at};
+    events_.take(record);
+    if (record.kind.name == "od") {
         objects_ = {objects_in(record.payload), record.at};
-    else if (record.kind.name == "fd")
+        trails_.take(objects_.sightings, record.at);
+    } else if (record.kind.name == "fd") {
         faces_ = {faces_in(record.payload), record.at};
-    else if (record.kind.name == "vmf")
+    } else if (record.kind.name == "vmf") {
         take_alarms(record);
-    else if (TAMPER_RECORDS_ARE_ALARMS)
+    } else if (TAMPER_RECORDS_ARE_ALARMS) {
         tampered_ = record.at;
+    }
     ++records_[index_of(record.kind)];
     last_record_ = record.at;
     changed_ = true;
 }
 
-void PicturePrinter::tick(Elapsed now)
+void PicturePrinter::connection(const Connection &connection)
 {
-    if (now - shapes_read_ >= settings_pause) {
-        shapes_ = read_overlay();
-        shapes_read_ = now;
+    last_ = connection.moment;
+    events_.set_connected(connection.kind, connection.connected, connection.moment.at);
+    connected_[index_of(connection.kind)] = connection.connected;
+    if (is_connected()) {
+        state_ = Picture::State::Live;
+    } else if (state_ == Picture::State::Live) {
+        state_ = Picture::State::Gone;
+        gone_since_ = connection.moment.time;
     }
-    if (now - written_ >= (changed_ ? Elapsed(shortest_pause) : Elapsed(longest_pause)))
+    changed_ = true;
+}
+
+void PicturePrinter::tick(const Moment &now)
+{
+    last_ = now;
+    events_.pass(now.at);
+    if (now.at - shapes_read_ >= settings_pause)
+        read_settings(now.at);
+    if (now.at >= due())
         write(now);
 }
 
-void PicturePrinter::finish(Elapsed now)
+Elapsed PicturePrinter::due() const
 {
+    return written_ + (changed_ ? Elapsed(shortest_pause) : Elapsed(longest_pause));
+}
+
+void PicturePrinter::finish(const Moment &now)
+{
+    if (state_ != Picture::State::Capture)
+        state_ = Picture::State::Ended;
     write(now);
+}
+
+void PicturePrinter::read_settings(Elapsed now)
+{
+    shapes_ = read_overlay();
+    shapes_read_ = now;
+    events_.set_rules(rules_of(shapes_));
 }
 
 void PicturePrinter::take_alarms(const Record &record)
@@ -73,9 +130,43 @@ void PicturePrinter::take_alarms(const Record &record)
     for (std::size_t event = 0; event < std::min(masks.size(), VMF_EVENT_CODES); ++event) {
         for (std::size_t bit = 0; bit < mask_bits; ++bit) {
             if (masks[event] >> bit & 1)
-                alarmed_[event][bit] = record.at;
+                alarms_[event][bit].at = record.at;
         }
     }
+}
+
+void PicturePrinter::take_event(const Event &event)
+{
+    if (event.kind == Event::Kind::LineCrossed)
+        ++alarms_[static_cast<std::size_t>(event.rule.event)]
+                 [static_cast<std::size_t>(event.rule.bit)]
+                     .crossings;
+    event_lines_.push_front(clock_text(last_.time) + "  " + event_text(event));
+    if (event_lines_.size() > PICTURE_EVENTS)
+        event_lines_.pop_back();
+    changed_ = true;
+}
+
+bool PicturePrinter::is_connected() const
+{
+    return std::ranges::count(connected_, true) > 0;
+}
+
+std::string PicturePrinter::state_text(Picture::State state, const Moment &now) const
+{
+    switch (state) {
+    case Picture::State::Live:
+        return "live";
+    case Picture::State::Waiting:
+        return "waiting for the daemon";
+    case Picture::State::Gone:
+        return "daemon gone since " + time_of_day(gone_since_);
+    case Picture::State::Ended:
+        return "not drawn since " + time_of_day(now.time);
+    case Picture::State::Capture:
+        return "from a capture";
+    }
+    return "";
 }
 
 std::string PicturePrinter::caption_at(Elapsed now) const
@@ -89,29 +180,58 @@ std::string PicturePrinter::caption_at(Elapsed now) const
     return text;
 }
 
-Picture PicturePrinter::picture_at(Elapsed now) const
+std::vector<MarkedShape> PicturePrinter::shapes_at(Elapsed now) const
 {
-    const auto is_recent = [now](Elapsed at) { return now - at < shown_for; };
-    Picture picture{.frame = frame_,
-                    .shapes = shapes_,
-                    .tamper = is_recent(tampered_),
-                    .caption = caption_at(now),
-                    .clock = clock_text(std::chrono::system_clock::now())};
+    std::vector<MarkedShape> all;
+    for (const Shape &shape : shapes_) {
+        MarkedShape marked{shape};
+        if (is_filter(shape)) {
+            const Alarm &alarm =
+                alarms_[static_cast<std::size_t>(shape.event)][static_cast<std::size_t>(shape.bit)];
+            marked.lit = now - alarm.at < shown_for;
+            marked.crossings = alarm.crossings;
+        }
+        all.push_back(std::move(marked));
+    }
+    return all;
+}
+
+Picture PicturePrinter::picture_at(const Moment &now) const
+{
+    const auto may_come = [this](const char *stream) {
+        const std::size_t index = index_of(*find_stream(stream));
+        return connected_[index] || records_[index] > 0;
+    };
+    Picture picture{
+        .state = state_,
+        .state_text = state_text(state_, now),
+        .caption = caption_at(now.at),
+        .clock = time_of_day(now.time),
+        .drawn = std::chrono::floor<milliseconds>(std::chrono::system_clock::now())
+                     .time_since_epoch()
+                     .count(),
+        .frame = frame_,
+        .shapes = shapes_at(now.at),
+        .tamper = now.at - tampered_ < shown_for,
+        .events = {event_lines_.begin(), event_lines_.end()},
+        .has_objects = may_come("od"),
+        .has_faces = may_come("fd"),
+    };
     for (const Seen *seen : {&objects_, &faces_}) {
-        if (is_recent(seen->at))
+        if (now.at - seen->at < shown_for)
             picture.sightings.insert(picture.sightings.end(), seen->sightings.begin(),
                                      seen->sightings.end());
     }
-    for (std::size_t event = 0; event < VMF_EVENT_CODES; ++event) {
-        for (std::size_t bit = 0; bit < mask_bits; ++bit)
-            picture.alarms.alarms[event] |= std::uint32_t{is_recent(alarmed_[event][bit])} << bit;
-    }
+    picture.trails = trails_.trails(picture.sightings, now.at);
     return picture;
 }
 
-void PicturePrinter::write(Elapsed now)
+void PicturePrinter::write(const Moment &now)
 {
-    replace_file(path_, svg_text(picture_at(now)));
+    const Picture picture = picture_at(now);
+    const std::string drawing = svg_text(picture);
+    replace_file(path_, drawing);
+    write_drawing(path_, picture, drawing);
     changed_ = false;
-    written_ = now;
+    written_ = now.at;
 }

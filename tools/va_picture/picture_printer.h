@@ -1,13 +1,18 @@
 #pragma once
 
 #include "records/records.h"
+#include "tools/common/events.h"
 #include "tools/common/printer.h"
 #include "tools/va_picture/picture.h"
 
 #include <array>
+#include <deque>
 #include <string>
 
-// Keeps a picture up to date: after records at most four times a second, else once a second.
+// Keeps a drawing up to date: as soon as there is something new to see, at most twenty times a
+// second, and at least once a second. It is in the file PATH, which is a picture for everybody, and
+// in PATH.js, for the page PATH.html, which is written at the beginning: a browser that shows the
+// page follows without a reload and tells when nobody draws any more.
 //
 // What lies in the store is read every two seconds, the sensor once. Objects and faces stay until
 // the next result, a second at the longest: a result without any sends no record. An alarm is lit
@@ -15,35 +20,59 @@
 class PicturePrinter : public Printer
 {
 public:
-    explicit PicturePrinter(std::string path); // throws std::system_error
+    enum class From { Daemon, Capture };
+
+    // Throws std::system_error, and std::runtime_error when the settings name no known sensor.
+    PicturePrinter(std::string path, From from);
     void print(const Record &record) override;
-    void tick(Elapsed now) override;
-    void finish(Elapsed now) override;
+    void connection(const Connection &connection) override;
+    void tick(const Moment &now) override;
+    Elapsed due() const override;
+    void finish(const Moment &now) override;
 
 private:
     static constexpr std::size_t mask_bits = 32;
     static constexpr Elapsed never{-3'600'000'000};
+    using TimePoint = std::chrono::system_clock::time_point;
 
     struct Seen {
         std::vector<Sighting> sightings;
         Elapsed at = never;
     };
 
+    // A bit of the alarm masks.
+    struct Alarm {
+        Elapsed at = never; // last
+        std::uint64_t crossings = 0;
+    };
+
+    void read_settings(Elapsed now);
     void take_alarms(const Record &record);
+    void take_event(const Event &event);
+    bool is_connected() const;
+    std::string state_text(Picture::State state, const Moment &now) const;
     std::string caption_at(Elapsed now) const;
-    Picture picture_at(Elapsed now) const;
-    void write(Elapsed now);
+    std::vector<MarkedShape> shapes_at(Elapsed now) const;
+    Picture picture_at(const Moment &now) const;
+    void write(const Moment &now);
 
     std::string path_;
     ConfSize frame_;
+    Picture::State state_;
+    TimePoint gone_since_{};
     std::vector<Shape> shapes_;
     Elapsed shapes_read_{};
+    EventMaker events_;
+    Moment last_{}; // known, by which the events' clock is told
+    std::deque<std::string> event_lines_;
     Seen objects_;
     Seen faces_;
-    std::array<std::array<Elapsed, mask_bits>, VMF_EVENT_CODES> alarmed_;
+    Trails trails_;
+    std::array<std::array<Alarm, mask_bits>, VMF_EVENT_CODES> alarms_{};
     Elapsed tampered_ = never;
     std::array<std::uint64_t, STREAM_COUNT> records_{};
+    std::array<bool, STREAM_COUNT> connected_{};
     Elapsed last_record_{};
     bool changed_ = false; // since it was written
-    Elapsed written_{};
+    Elapsed written_ = never;
 };

@@ -7,9 +7,9 @@ namespace
 constexpr char introduction[] =
     "usage: va_picture [option...] FILE\n"
     "Keeps FILE, an SVG picture, up to date: the settings' windows, masks, lines and areas, the\n"
-    "objects and faces that the video-analytics daemon sees, alarms. A browser that shows it "
-    "loads\n"
-    "it again by itself. Sockets that do not exist yet are waited for.\n"
+    "objects and faces that the video-analytics daemon sees, alarms, the last events. Besides it\n"
+    "writes FILE.html, a page to open in a browser, and FILE.js, by which the page follows. Sockets\n"
+    "that do not exist yet are waited for.\n"
     "\n";
 
 const char *only(std::span<char *const> files)
@@ -25,13 +25,16 @@ int main(int argc, char **argv)
 {
     return run_program([&]() -> int {
         Source source = default_source();
+        source.pace = 1;
         std::span<char *> files;
         if (!parse_command_line({argv, static_cast<std::size_t>(argc)}, source_options(source),
                                 {introduction, EXIT_STATUSES}, files))
             return RECORDS_CAME;
         check(source);
         std::vector<std::unique_ptr<Printer>> printers;
-        printers.push_back(std::make_unique<PicturePrinter>(only(files)));
+        printers.push_back(std::make_unique<PicturePrinter>(
+            only(files),
+            source.capture.empty() ? PicturePrinter::From::Daemon : PicturePrinter::From::Capture));
         return print_records(source, std::move(printers));
     });
 }
