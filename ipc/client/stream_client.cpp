@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <filesystem>
 #include <optional>
 #include <system_error>
 #include <utility>
@@ -27,10 +28,15 @@ std::string text_of(int error)
 }
 
 // Why there is no connection, in words of this system where the system's own would puzzle.
-std::string refusal(int error)
+std::string refusal(int error, const std::string &path)
 {
+    const auto directory = std::filesystem::path(path).parent_path();
+    std::error_code ignored;
     switch (error) {
     case ENOENT:
+        if (!directory.empty() && !std::filesystem::exists(directory, ignored))
+            return "no such directory";
+        return "nobody listens";
     case ECONNREFUSED:
         return "nobody listens";
     case EAGAIN:
@@ -93,7 +99,7 @@ void StreamClient::connect()
             say_connected();
     } else {
         turned_away_ = false;
-        outcome_ = {State::Waiting, "waiting for " + path_ + ": " + refusal(errno)};
+        outcome_ = {State::Waiting, "waiting for " + path_ + ": " + refusal(errno, path_)};
     }
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <iterator>
 #include <stdexcept>
 #include <string_view>
@@ -87,8 +88,19 @@ const StreamKind *stream_of(const CaptureRecordHeader &header)
 
 } // namespace
 
-CaptureWriter::CaptureWriter(const std::string &path) : path_(path), file_(open_file(path, "wbe"))
+CaptureWriter::CaptureWriter(const std::string &path, std::optional<std::uint64_t> size)
+    : path_(path), size_(size)
 {
+    begin();
+    std::error_code ignored;
+    if (size && !std::filesystem::is_regular_file(path, ignored))
+        throw std::runtime_error(path + ": is no file that could turn over");
+}
+
+void CaptureWriter::begin()
+{
+    file_ = open_file(path_, "wbe");
+    written_ = 0;
     CaptureHeader header{{}, CAPTURE_VERSION, CAPTURE_BYTE_ORDER};
     std::ranges::copy(CAPTURE_MAGIC, header.magic);
     write(bytes_of(header));
@@ -101,8 +113,19 @@ void CaptureWriter::print(const Record &record)
     header.time = std::chrono::duration_cast<microseconds>(record.time.time_since_epoch()).count();
     record.kind.name.copy(header.stream, sizeof header.stream);
     header.length = static_cast<std::uint32_t>(record.payload.size());
+    if (size_ && written_ + sizeof header + record.payload.size() > *size_ &&
+        written_ > sizeof(CaptureHeader))
+        turn_over();
     write(bytes_of(header));
     write(record.payload);
+}
+
+void CaptureWriter::turn_over()
+{
+    flush();
+    if (std::rename(path_.c_str(), (path_ + ".1").c_str()) != 0)
+        fail(path_ + ".1");
+    begin();
 }
 
 void CaptureWriter::flush()
@@ -115,6 +138,7 @@ void CaptureWriter::write(std::span<const std::uint8_t> bytes)
 {
     if (std::fwrite(bytes.data(), 1, bytes.size(), file_.get()) != bytes.size())
         fail(path_);
+    written_ += bytes.size();
 }
 
 std::string read_capture(const std::string &path, const std::function<bool(const Record &)> &take)

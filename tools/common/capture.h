@@ -36,20 +36,26 @@ struct CloseFile {
 };
 using CaptureFile = std::unique_ptr<std::FILE, CloseFile>;
 
-// Writes a capture. What came is in the file after each tick.
+// Writes a capture. What came is in the file after each tick. Before the file would grow beyond
+// `size` bytes it takes the place of PATH.1, and another one is begun.
 class CaptureWriter : public Printer
 {
 public:
-    explicit CaptureWriter(const std::string &path); // throws std::system_error
+    // Throws std::system_error, and std::runtime_error when what is no file is to turn over.
+    explicit CaptureWriter(const std::string &path, std::optional<std::uint64_t> size = {});
     void print(const Record &record) override;
     void tick(const Moment &) override { flush(); }
     void finish(const Moment &) override { flush(); }
 
 private:
+    void begin();
+    void turn_over();
     void flush();
     void write(std::span<const std::uint8_t> bytes);
 
     std::string path_;
+    std::optional<std::uint64_t> size_;
+    std::uint64_t written_ = 0; // bytes, to this file
     CaptureFile file_;
 };
 

@@ -20,7 +20,9 @@ std::string place_text(const Sighting &seen)
 
 std::string rule_text(const Event &event)
 {
-    return (event.rule.source == AlarmRule::Source::Line ? "line " : "area ") + name_of(event.rule);
+    const std::string name = name_of(event.rule);
+    return (event.rule.source == AlarmRule::Source::Line ? "line " : "area ") +
+           (event.rule.number ? name : '(' + name + ')');
 }
 
 std::string end_text(const Event &event)

@@ -2,6 +2,8 @@
 
 #include "tools/common/record.h"
 
+#include <cstdint>
+#include <optional>
 #include <string>
 
 // What became of a stream's connection; told once a change.
@@ -24,6 +26,8 @@ public:
 
     virtual void print(const Record &record) = 0;
 
+    // How many it has told of, if it does not tell of each record once.
+    virtual std::optional<std::uint64_t> told() const { return std::nullopt; }
     virtual void connection(const Connection &) {}
     // Called several times a second while the records come, and once when due() has come.
     virtual void tick(const Moment &) {}

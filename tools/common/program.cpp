@@ -1,7 +1,6 @@
 #include "tools/common/program.h"
 
 #include "ipc/network/fd.h"
-#include "tools/common/output.h"
 #include "tools/common/replay.h"
 #include "tools/common/standard_output.h"
 #include "tools/common/watch.h"
@@ -36,9 +35,10 @@ int run_program(const std::function<int()> &body)
     return FAILED;
 }
 
-int print_records(const Source &source, std::vector<std::unique_ptr<Printer>> printers)
+int print_records(const Source &source, std::vector<std::unique_ptr<Printer>> printers,
+                  Selection selection)
 {
-    Output output(std::move(printers), source.count);
+    Output output(std::move(printers), source.count, std::move(selection));
     try {
         if (source.capture.empty())
             output.tell(&Printer::finish, watch(source, output));

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/common/printer.h"
+#include "tools/common/output.h"
 #include "tools/common/source.h"
 
 #include <functional>
@@ -18,7 +18,8 @@ extern const char EXIT_STATUSES[];
 // that are closed are opened before.
 int run_program(const std::function<int()> &body);
 
-// Hands the source's records to all printers. Returns an exit status; a standard output that nobody
-// reads any more is a common end. Throws std::runtime_error, also at the end of a capture that is
-// not whole, and what a printer throws.
-int print_records(const Source &source, std::vector<std::unique_ptr<Printer>> printers);
+// Hands the source's records, as far as they are wanted, to all printers. Returns an exit status; a
+// standard output that nobody reads any more is a common end. Throws std::runtime_error, also at
+// the end of a capture that is not whole, and what a printer throws.
+int print_records(const Source &source, std::vector<std::unique_ptr<Printer>> printers,
+                  Selection selection = {});

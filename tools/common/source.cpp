@@ -12,15 +12,6 @@ namespace
 
 constexpr char group[] = "Where from, and how long:";
 
-std::chrono::milliseconds parse_time(const char *text)
-{
-    constexpr double shortest = 0.001;
-    constexpr double longest = 1e9;
-    const double seconds = parse_decimal(text, shortest, longest, "number of seconds");
-    return std::chrono::duration_cast<std::chrono::milliseconds>(
-        std::chrono::duration<double>(seconds));
-}
-
 double parse_pace(const char *text)
 {
     constexpr double slowest = 0.001;
@@ -30,6 +21,15 @@ double parse_pace(const char *text)
 }
 
 } // namespace
+
+std::chrono::milliseconds parse_time(const char *text)
+{
+    constexpr double shortest = 0.001;
+    constexpr double longest = 1e9;
+    const double seconds = parse_decimal(text, shortest, longest, "number of seconds");
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+        std::chrono::duration<double>(seconds));
+}
 
 Source default_source()
 {

@@ -27,5 +27,8 @@ Source default_source();
 // must outlive them.
 OptionTable source_options(Source &source);
 
+// Seconds; throws WrongUse.
+std::chrono::milliseconds parse_time(const char *text);
+
 // Throws WrongUse when the sockets' names would be too long.
 void check(const Source &source);

@@ -17,8 +17,8 @@ double seconds(Elapsed time)
 
 } // namespace
 
-FiguresPrinter::FiguresPrinter(std::vector<const StreamKind *> streams)
-    : streams_(std::move(streams))
+FiguresPrinter::FiguresPrinter(std::vector<const StreamKind *> streams, Elapsed period)
+    : streams_(std::move(streams)), period_(period), due_(period)
 {
 }
 
@@ -38,6 +38,14 @@ void FiguresPrinter::connection(const Connection &connection)
     if (figures.connected && !connection.connected)
         ++figures.disconnects;
     figures.connected = connection.connected;
+}
+
+void FiguresPrinter::tick(const Moment &now)
+{
+    if (now.at < due_)
+        return;
+    report(now);
+    due_ = now.at - now.at % period_ + period_;
 }
 
 void FiguresPrinter::report(const Moment &moment)

@@ -4,15 +4,18 @@
 
 #include <vector>
 
-// No records: how many there were. Prints, when asked and at the end, a table with a line for each
-// stream: records, payload bytes, records a second over the whole time, the longest time without a
-// record since the first one (the time now running too), disconnects.
+// No records: how many there were. Prints, when asked, each period and at the end, a table with a
+// line for each stream: records, payload bytes, records a second over the whole time, the longest
+// time without a record since the first one (the time now running too), disconnects.
 class FiguresPrinter : public Printer
 {
 public:
-    explicit FiguresPrinter(std::vector<const StreamKind *> streams);
+    explicit FiguresPrinter(std::vector<const StreamKind *> streams,
+                            Elapsed period = Elapsed::max());
     void print(const Record &record) override;
     void connection(const Connection &connection) override;
+    void tick(const Moment &now) override;
+    Elapsed due() const override { return due_; }
     void report(const Moment &now) override;
     void finish(const Moment &now) override { report(now); }
 
@@ -27,5 +30,7 @@ private:
     };
 
     std::vector<const StreamKind *> streams_;
+    Elapsed period_;
+    Elapsed due_;
     Figures figures_[STREAM_COUNT];
 };

@@ -1,5 +1,6 @@
 #include "tools/va_dump/json_printer.h"
 
+#include "tools/common/json.h"
 #include "tools/common/standard_output.h"
 #include "tools/common/text.h"
 
@@ -7,17 +8,6 @@
 
 namespace
 {
-
-// Names and texts here are this program's own and hold nothing that JSON escapes.
-std::string quoted(std::string_view text)
-{
-    return '"' + std::string(text) + '"';
-}
-
-std::string member(std::string_view name, const std::string &value)
-{
-    return quoted(name) + ':' + value;
-}
 
 // What `item(i)` gives for each i of [begin, end), between `open` and `close`.
 template <class Item>
@@ -88,6 +78,14 @@ std::string json_text(const Record &record, bool labels)
     if (!words.rest().empty())
         text += ',' + member("rest", quoted(hexadecimal(words.rest())));
     return text + '}';
+}
+
+void JsonPrinter::connection(const Connection &connection)
+{
+    write_line('{' + member("time", quoted(iso_text(connection.moment.time))) + ',' +
+               member("stream", quoted(connection.kind.name)) + ',' +
+               member("connected", connection.connected ? "true" : "false") + ',' +
+               member("status", quoted(connection.status)) + '}');
 }
 
 void JsonPrinter::print(const Record &record)

@@ -4,18 +4,20 @@
 
 #include <string>
 
-// A record as one JSON object: "time" (ISO 8601 with zone), "stream", "length" and either "words",
-// all of the payload's, or, with `labels` and where the fields are known, "entries", an object
-// each. Words that make no entry are in "words" then, and bytes that fill no word are in "rest",
-// hexadecimal; both are there only when there are any.
+// A record as one JSON object: "time" of its arrival (ISO 8601 with zone), "stream", "length" and
+// either "words", all of the payload's, or, with `labels` and where the fields are known,
+// "entries", an object each. Words that make no entry are in "words" then, and bytes that fill no
+// word are in "rest", hexadecimal; both are there only when there are any.
 std::string json_text(const Record &record, bool labels);
 
-// One line for each record.
+// One line for each record, and for each change of a connection one with "time", "stream",
+// "connected" and "status", the words for it.
 class JsonPrinter : public Printer
 {
 public:
     explicit JsonPrinter(bool labels) : labels_(labels) {}
     void print(const Record &record) override;
+    void connection(const Connection &connection) override;
 
 private:
     bool labels_;

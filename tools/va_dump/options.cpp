@@ -8,61 +8,85 @@ namespace
 {
 
 constexpr char introduction[] =
-    "usage: va_dump [option...] [stream...]\n"
+    "usage: va_dump [option...] [stream...] [filter...]\n"
     "Prints the records of the video-analytics daemon, one line each:\n"
-    "    local time, stream, payload length in bytes, payload\n"
+    "    local time of arrival, stream, payload length in bytes, payload\n"
     "The payload is printed in 32-bit words; \" | \" parts its entries:\n"
     "    od   objects, 10 words each\n"
     "    vmf  alarm masks of the event codes 0, 1, 2, 3\n"
     "    fd   faces, 7 words each\n"
     "    ta   tamper result, 4 words\n"
-    "Without a stream, all four. Sockets that do not exist yet are waited for.\n"
+    "Without a stream, all four. Sockets that do not exist yet are waited for. With a filter only\n"
+    "what it is about: kind=moving (static, face), id=NUMBER, line=NUMBER.\n"
     "\n";
 constexpr char printed[] = "What is printed:";
 constexpr char besides[] = "Besides:";
 
-void set_output(Options &options, Options::Output output)
-{
-    if (options.output != Options::Output::Text && options.output != output)
-        throw WrongUse("-j and -q exclude each other");
-    options.output = output;
-}
-
 OptionTable table_of(Options &options)
 {
+    const auto turn_on = [](bool &flag) { return [flag = &flag](const char *) { *flag = true; }; };
     OptionTable table = {
-        {printed, 'j', "json", nullptr, "one JSON object a line",
-         [&](const char *) { set_output(options, Options::Output::Json); }},
+        {printed, 'e', "events", nullptr, "no records, but what they tell: who came, left, crossed",
+         turn_on(options.events)},
+        {printed, 'j', "json", nullptr, "one JSON object a line, also of each connection",
+         turn_on(options.json)},
         {printed, 'l', "labels", nullptr, "the words with their names, where they are known",
-         [&](const char *) { options.style.labels = true; }},
+         turn_on(options.labels)},
         {printed, 'q', "quiet", nullptr, "no records, but figures: at the end and on SIGUSR1",
-         [&](const char *) { set_output(options, Options::Output::Figures); }},
+         turn_on(options.figures)},
+        {printed, 0, "every", "NUMBER", "with -q: the figures also after so many seconds each",
+         [&](const char *text) { options.period = parse_time(text); }},
         {printed, 'x', "hexadecimal", nullptr, "words in hexadecimal, 8 digits, not decimal",
-         [&](const char *) { options.style.base = Base::Hexadecimal; }},
+         turn_on(options.hexadecimal)},
         {besides, 'w', "write", "FILE", "write the records to FILE",
          [&](const char *text) { options.copy = text; }},
+        {besides, 0, "size", "NUMBER", "at so many bytes FILE becomes FILE.1 and begins anew",
+         [&](const char *text) { options.copy_size = parse_count(text, "number of bytes"); }},
     };
     for (Option &option : source_options(options.source))
         table.push_back(std::move(option));
     return table;
 }
 
-void set_streams(std::span<char *const> names, std::vector<const StreamKind *> &streams)
+// Streams and filters.
+void take_operands(std::span<char *const> operands, Options &options)
 {
     bool wanted[STREAM_COUNT] = {};
-    for (const char *name : names) {
-        const StreamKind *kind = find_stream(name);
+    bool any = false;
+    for (const std::string operand : operands) {
+        if (operand.find('=') != std::string::npos) {
+            options.filters.add(operand);
+            continue;
+        }
+        const StreamKind *kind = find_stream(operand);
         if (!kind)
-            throw WrongUse(std::string("no stream is called ") + name);
-        wanted[index_of(*kind)] = true;
+            throw WrongUse("no stream is called " + operand);
+        any = wanted[index_of(*kind)] = true;
     }
-    if (!names.empty())
-        std::erase_if(streams, [&](const StreamKind *kind) { return !wanted[index_of(*kind)]; });
+    if (any)
+        std::erase_if(options.source.streams,
+                      [&](const StreamKind *kind) { return !wanted[index_of(*kind)]; });
 }
 
-void check(const Options &options)
+void check_together(const Options &options)
 {
-    check(options.source);
+    const struct {
+        bool both;
+        const char *text;
+    } conflicts[] = {
+        {options.json && options.figures, "-j and -q exclude each other"},
+        {options.json && options.hexadecimal, "-j and -x exclude each other"},
+        {options.labels && options.hexadecimal, "-l and -x exclude each other"},
+        {options.events && options.figures, "-e and -q exclude each other"},
+        {options.events && options.hexadecimal, "-e and -x exclude each other"},
+        {options.events && options.labels, "-e and -l exclude each other"},
+        {options.period != Elapsed::max() && !options.figures, "--every is of -q"},
+        {options.copy_size && options.copy.empty(), "--size is of -w"},
+    };
+    for (const auto &[both, text] : conflicts) {
+        if (both)
+            throw WrongUse(text);
+    }
     std::error_code ignored;
     if (std::filesystem::equivalent(options.source.capture, options.copy, ignored))
         throw WrongUse("-r and -w name the same file");
@@ -72,10 +96,11 @@ void check(const Options &options)
 
 bool parse_options(std::span<char *> arguments, Options &options)
 {
-    std::span<char *> names;
-    if (!parse_command_line(arguments, table_of(options), {introduction, EXIT_STATUSES}, names))
+    std::span<char *> operands;
+    if (!parse_command_line(arguments, table_of(options), {introduction, EXIT_STATUSES}, operands))
         return false;
-    set_streams(names, options.source.streams);
-    check(options);
+    take_operands(operands, options);
+    check(options.source);
+    check_together(options);
     return true;
 }

@@ -1,20 +1,25 @@
 #pragma once
 
 #include "tools/common/source.h"
-#include "tools/va_dump/text_printer.h"
+#include "tools/va_dump/filters.h"
 
+#include <cstdint>
 #include <span>
 #include <string>
 
 // The command line of va_dump.
 
 struct Options {
-    enum class Output { Text, Json, Figures };
-
     Source source = default_source();
-    Output output = Output::Text;
-    WordStyle style;
-    std::string copy; // capture to be written, unless empty
+    bool events = false; // in place of records
+    bool json = false;
+    bool labels = false;
+    bool figures = false; // in place of records
+    bool hexadecimal = false;
+    Elapsed period = Elapsed::max();        // of the figures
+    std::string copy;                       // capture to be written, unless empty
+    std::optional<std::uint64_t> copy_size; // bytes, at which it turns over
+    Filters filters;
 };
 
 // Returns false when the program is asked about itself, which is then answered. Throws WrongUse.

@@ -1,22 +1,26 @@
 #include "tools/common/capture.h"
 #include "tools/common/program.h"
+#include "tools/va_dump/event_printer.h"
 #include "tools/va_dump/figures_printer.h"
 #include "tools/va_dump/json_printer.h"
 #include "tools/va_dump/options.h"
+#include "tools/va_dump/text_printer.h"
 
 namespace
 {
 
 std::unique_ptr<Printer> make_printer(const Options &options)
 {
-    switch (options.output) {
-    case Options::Output::Json:
-        return std::make_unique<JsonPrinter>(options.style.labels);
-    case Options::Output::Figures:
-        return std::make_unique<FiguresPrinter>(options.source.streams);
-    default:
-        return std::make_unique<TextPrinter>(options.style);
-    }
+    if (options.events)
+        return std::make_unique<EventPrinter>(options.json ? EventPrinter::Style::Json
+                                                           : EventPrinter::Style::Text,
+                                              options.filters, options.source.count);
+    if (options.figures)
+        return std::make_unique<FiguresPrinter>(options.source.streams, options.period);
+    if (options.json)
+        return std::make_unique<JsonPrinter>(options.labels);
+    return std::make_unique<TextPrinter>(
+        WordStyle{options.hexadecimal ? Base::Hexadecimal : Base::Decimal, options.labels});
 }
 
 std::vector<std::unique_ptr<Printer>> make_printers(const Options &options)
@@ -24,8 +28,16 @@ std::vector<std::unique_ptr<Printer>> make_printers(const Options &options)
     std::vector<std::unique_ptr<Printer>> printers;
     printers.push_back(make_printer(options));
     if (!options.copy.empty())
-        printers.push_back(std::make_unique<CaptureWriter>(options.copy));
+        printers.push_back(std::make_unique<CaptureWriter>(options.copy, options.copy_size));
     return printers;
+}
+
+// Events are filtered, not what they are made of.
+Selection make_selection(Options &options)
+{
+    if (options.events || options.filters.empty())
+        return {};
+    return [&](const Record &record) { return options.filters.select(record); };
 }
 
 } // namespace
@@ -36,6 +48,6 @@ int main(int argc, char **argv)
         Options options;
         if (!parse_options({argv, static_cast<std::size_t>(argc)}, options))
             return RECORDS_CAME;
-        return print_records(options.source, make_printers(options));
+        return print_records(options.source, make_printers(options), make_selection(options));
     });
 }

@@ -1,27 +1,8 @@
 #include "tools/va_picture/page.h"
 
+#include "tools/common/json.h"
 #include "tools/va_picture/page_text.h"
 #include "tools/va_picture/replace_file.h"
-
-namespace
-{
-
-// A text as a script has it.
-std::string quoted(const std::string &text)
-{
-    std::string all = "\"";
-    for (const char letter : text) {
-        if (letter == '"' || letter == '\\')
-            all += '\\';
-        if (letter == '\n')
-            all += "\\n";
-        else
-            all += letter;
-    }
-    return all + '"';
-}
-
-} // namespace
 
 void write_page(const std::string &path)
 {

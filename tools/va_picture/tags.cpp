@@ -11,7 +11,9 @@ Point Tags::place(Point wanted, const std::string &text)
     tag.corner.x = std::clamp(wanted.x, edge, std::max(width_ - width - edge, edge));
     const double lowest = std::max(height_ - TAG_HEIGHT - edge, edge);
     const double first = std::clamp(wanted.y, edge, lowest);
-    for (double away = 0; away < height_; away += step) {
+    const int rows = static_cast<int>(height_ / step);
+    for (int row = 0; row <= rows; ++row) {
+        const double away = step * row;
         for (const double y : {first - away, first + away}) {
             tag.corner.y = y;
             if (y >= edge && y <= lowest && is_free(tag)) {

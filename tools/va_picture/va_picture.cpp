@@ -8,7 +8,8 @@ constexpr char introduction[] =
     "usage: va_picture [option...] FILE\n"
     "Keeps FILE, an SVG picture, up to date: the settings' windows, masks, lines and areas, the\n"
     "objects and faces that the video-analytics daemon sees, alarms, the last events. Besides it\n"
-    "writes FILE.html, a page to open in a browser, and FILE.js, by which the page follows. Sockets\n"
+    "writes FILE.html, a page to open in a browser, and FILE.js, by which the page follows. "
+    "Sockets\n"
     "that do not exist yet are waited for.\n"
     "\n";
 

@@ -1,0 +1,110 @@
+#include "tools/va_dump/event_printer.h"
+
+#include "tools/common/event_text.h"
+#include "tools/common/json.h"
+#include "tools/common/standard_output.h"
+#include "tools/common/text.h"
+
+#include <utility>
+
+namespace
+{
+
+// In the order of Event::Kind.
+constexpr const char *names[] = {"daemon_here",  "daemon_gone",   "object_appeared", "object_left",
+                                 "line_crossed", "area_entered",  "area_left",       "tamper_began",
+                                 "tamper_ended", "results_missed"};
+
+std::string place_text(const Sighting &seen)
+{
+    return '{' + member("x", std::to_string(seen.x)) + ',' + member("y", std::to_string(seen.y)) +
+           ',' + member("width", std::to_string(seen.width)) + ',' +
+           member("height", std::to_string(seen.height)) + '}';
+}
+
+std::string object_members(const Event &event)
+{
+    return ',' + member("kind", quoted(kind_word(event.from.kind))) + ',' +
+           member("id", std::to_string(event.from.number)) + ',' +
+           member("from", place_text(event.from));
+}
+
+std::string rule_members(const AlarmRule &rule)
+{
+    return ',' + member("name", quoted(name_of(rule))) + ',' +
+           member("event_code", std::to_string(rule.event)) + ',' +
+           member("bit", std::to_string(rule.bit));
+}
+
+std::string end_members(const Event &event)
+{
+    return ',' + member("seconds", formatted("%.3f", seconds_of(event))) +
+           (event.cut_off ? ',' + member("cut_off", "true") : "");
+}
+
+std::string members(const Event &event)
+{
+    using enum Event::Kind;
+    switch (event.kind) {
+    case ObjectAppeared:
+        return object_members(event);
+    case ObjectLeft:
+        return object_members(event) + ',' + member("to", place_text(event.to)) +
+               end_members(event);
+    case LineCrossed:
+    case AreaEntered:
+        return rule_members(event.rule);
+    case AreaLeft:
+        return rule_members(event.rule) + end_members(event);
+    case TamperEnded:
+        return end_members(event);
+    case RecordsMissed:
+        return ',' + member("results", std::to_string(event.missed));
+    default:
+        return "";
+    }
+}
+
+} // namespace
+
+std::string json_text(const Event &event, std::chrono::system_clock::time_point time)
+{
+    return '{' + member("time", quoted(iso_text(time))) + ',' +
+           member("event", quoted(names[static_cast<std::size_t>(event.kind)])) + members(event) +
+           '}';
+}
+
+EventPrinter::EventPrinter(Style style, Filters filters, std::uint64_t count)
+    : style_(style),
+      filters_(std::move(filters)),
+      count_(count),
+      events_([this](const Event &event) { tell(event); })
+{
+}
+
+void EventPrinter::print(const Record &record)
+{
+    now_ = {record.time, record.at};
+    events_.take(record);
+}
+
+void EventPrinter::connection(const Connection &connection)
+{
+    now_ = connection.moment;
+    events_.set_connected(connection.kind, connection.connected, connection.moment.at);
+}
+
+void EventPrinter::tick(const Moment &now)
+{
+    now_ = now;
+    events_.pass(now.at);
+}
+
+void EventPrinter::tell(const Event &event)
+{
+    if (told_ == count_ || !filters_.want(event))
+        return;
+    ++told_;
+    write_line(style_ == Style::Json ? json_text(event, now_.time)
+                                     : clock_text(now_.time) + "  " + event_text(event));
+}
