@@ -10,10 +10,12 @@ import select
 import signal
 import socket
 import struct
+import sys
 
 STREAMS = ("od", "vmf", "fd", "ta")
 LONGEST = 1 << 20  # bytes of a payload: whoever announces more is not the daemon
 RETRY = 0.2  # seconds between two attempts to connect
+DIRECTORY = os.environ.get("VA_RUN_DIR", "/tmp/va_info")  # of the sockets
 
 
 class Stream:
@@ -22,6 +24,13 @@ class Stream:
         self.path = os.path.join(directory, name)
         self.socket = None
         self.received = b""  # starts with a frame's length
+        self.said = None
+
+    def say(self, text):
+        """What became of the connection, once a change."""
+        if text != self.said:
+            print(f"client.py: {self.path}: {text}", file=sys.stderr)
+        self.said = text
 
     def connect(self):
         connection = socket.socket(socket.AF_UNIX)
@@ -29,8 +38,10 @@ class Stream:
         try:
             connection.connect(self.path)
             self.socket, self.received = connection, b""
-        except OSError:  # nobody listens yet: try again later
+            self.say("connected")
+        except OSError as error:  # nobody listens yet: try again later
             connection.close()
+            self.say(f"waiting for the daemon: {error.strerror}")
 
     def payloads(self):
         """What one read completes. Closes the connection when the daemon did."""
@@ -50,6 +61,7 @@ class Stream:
         if not got:
             self.socket.close()
             self.socket = None
+            self.say("closed by the daemon")
 
 
 def reconfigure(directory):
@@ -60,10 +72,11 @@ def reconfigure(directory):
 
 
 parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-parser.add_argument("-d", "--directory", default="/tmp/va_info", help="of the sockets")
+parser.add_argument("-d", "--directory", default=DIRECTORY, help="of the sockets")
 parser.add_argument("--reconfig", action="store_true", help="have the settings read again first")
 options = parser.parse_args()
 signal.signal(signal.SIGINT, signal.SIG_DFL)
+signal.signal(signal.SIGPIPE, signal.SIG_DFL)  # "| head" is a common end
 if options.reconfig:
     reconfigure(options.directory)
 streams = [Stream(options.directory, name) for name in STREAMS]

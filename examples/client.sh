@@ -4,21 +4,28 @@
 # connects again whenever the daemon was restarted. Needs socat and od.
 
 stream=${1:?usage: client.sh STREAM [DIRECTORY]}
-directory=${2:-/tmp/va_info}
+directory=${2:-${VA_RUN_DIR:-/tmp/va_info}}
 
 # read_bytes COUNT: exactly so many, as decimal 32-bit words on one line; nothing at the end.
 read_bytes() {
     dd bs=1 count="$1" 2>/dev/null | od -A n -v -t u4 | tr -s '\n ' '  '
 }
 
+# Fails when there was none.
 print_records() {
+    some=1
     while length=$(read_bytes 4) && [ -n "$length" ]; do
         # shellcheck disable=SC2046,SC2086 # parted on purpose: superfluous blanks go
         echo "$stream" $(read_bytes $length)
+        some=0
     done
+    return $some
 }
 
+said=
 while :; do
-    socat -u "UNIX-CONNECT:$directory/$stream" - 2>/dev/null | print_records
+    socat -u "UNIX-CONNECT:$directory/$stream" - 2>/dev/null | print_records && said=
+    [ "$said" ] || echo "client.sh: waiting for $directory/$stream" >&2
+    said=yes
     sleep 1
 done

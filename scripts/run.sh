@@ -1,10 +1,42 @@
 #!/usr/bin/env bash
-# usage: scripts/run.sh [-s] [-v] [argument of va...]
-# Runs `va` on the software stand-in with the demonstration scene, and va_dump beside it. Ctrl-C ends
-# both. VA_PRESET=asan, for instance, runs that build.
-#   -s  also keeps a picture of the scene up to date, for a browser
-#   -v  shows all that `va` prints when it starts
 set -euo pipefail
+
+usage="usage: scripts/run.sh [option...] [argument of va...]
+Builds and runs \`va\` on the software stand-in with the demonstration scene, and va_dump beside it.
+Ctrl-C ends both.
+    -s             also keep a picture of the scene up to date, for a browser
+    -v             show all that \`va\` prints when it starts
+    --run-dir DIR  its sockets, PID file and control FIFO in DIR; kept for later runs of this build
+    -h, --help     this text
+Arguments of \`va\` select modules: -o objects, -f faces, -t tamper alarm, -d stabilisation; none:
+what the settings say. VA_PRESET=asan, for instance, runs that build."
+
+va_arguments=()
+options=()
+draws=false
+verbose=false
+passing_on=
+while (($#)); do
+    case $1 in
+    -s) draws=true ;;
+    -v) verbose=true ;;
+    -h | --help)
+        echo "$usage"
+        exit
+        ;;
+    --run-dir)
+        (($# > 1)) || {
+            echo "run.sh: --run-dir needs a directory" >&2
+            exit 2
+        }
+        shift
+        options+=(-DVA_RUN_DIR="$(realpath --canonicalize-missing -- "$1")")
+        ;;
+    *) va_arguments+=("$1") ;;
+    esac
+    shift
+done
+
 # shellcheck source=scripts/setup.sh
 source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
 
@@ -12,18 +44,6 @@ preset=${VA_PRESET:-host}
 bin=build/$preset/bin
 store=$root/build/$preset/demo/nvram.conf
 picture=$root/build/$preset/demo/picture.svg
-
-va_arguments=()
-draws=false
-verbose=false
-passing_on=
-for argument; do
-    case $argument in
-    -s) draws=true ;;
-    -v) verbose=true ;;
-    *) va_arguments+=("$argument") ;;
-    esac
-done
 
 write_store() {
     cat >"$1" <<'END'
@@ -97,7 +117,7 @@ pass_on() {
     exec cat
 }
 
-configure "$preset"
+configure "$preset" "${options[@]}"
 build "$preset" va va_dump va_picture make_firmware
 "$bin/make_firmware"
 [[ -f $store ]] || write_store "$store"
@@ -138,6 +158,7 @@ trap stop INT TERM HUP
 say "settings     $store"
 say "apply edits  echo reconfig > $run_dir/ctrl"
 say "results      sockets od, vmf, fd, ta in $run_dir"
+[[ $run_dir == /tmp/va_info ]] || say "examples     export VA_RUN_DIR=$run_dir"
 ! "$draws" || say "picture      $picture.html, for a browser"
 say "end          Ctrl-C"
 
