@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 
 #include <strings.h>
@@ -21,6 +23,19 @@ std::int32_t parse_number(const char *text, const char **end)
     return static_cast<std::int32_t>(std::clamp<long>(
         value, std::numeric_limits<std::int32_t>::min(), std::numeric_limits<std::int32_t>::max()));
 }
+
+// A key with its number.
+struct FullKey {
+    FullKey(Key key, int index)
+    {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+        std::snprintf(text, sizeof text, key.text(), index);
+#pragma GCC diagnostic pop
+    }
+
+    char text[128];
+};
 
 } // namespace
 
@@ -57,4 +72,17 @@ int parse_pair(const char *text, std::int32_t &first, std::int32_t &second)
         return 1;
     second = value;
     return 2;
+}
+
+void note(Key key, int index, const char *value, const char *default_text)
+{
+    conf_note(FullKey(key, index).text, value, default_text);
+}
+
+void leave_out_with(Key key, int index, const char *why)
+{
+    FullKey full(key, index);
+    if (char *const dot = std::strrchr(full.text, '.'))
+        dot[1] = '\0';
+    conf_leaveOutGroup(full.text, why);
 }

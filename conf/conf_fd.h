@@ -38,3 +38,7 @@ int conf_getFDCtrlConf(FDCtrlConf *conf);
 int conf_getFDWindowConf(FDWindowConf *conf, int n);
 
 int conf_compareFDCtrlConf(const FDCtrlConf *a, const FDCtrlConf *b);
+
+// What is left out where the records are used, for conf/findings.h.
+void conf_leaveOutFDWindowConf(int n, const char *why);
+void conf_leaveOutFDSizes(const char *why); // of FDCtrlConf

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <span>
 
 #include <strings.h>
 
@@ -12,6 +13,8 @@ namespace
 {
 
 constexpr std::int32_t max_objects = 72;
+
+constexpr const char *out_of_range = "out of its range, or set together with such a value";
 
 template <class Record>
 void conclude(Record &record, bool valid)
@@ -31,6 +34,13 @@ struct Setting {
     std::int32_t max;
 };
 
+template <class Settings>
+void leave_out(const Settings &settings, const char *why)
+{
+    for (const auto &setting : settings)
+        conf_leaveOut(setting.key.text(), why);
+}
+
 template <class Record, std::size_t Count>
 void read_settings(Record &record, const Setting<Record> (&settings)[Count])
 {
@@ -41,6 +51,8 @@ void read_settings(Record &record, const Setting<Record> (&settings)[Count])
     conclude(record, std::ranges::all_of(settings, [&](const auto &setting) {
                  return int_chk_range(record.*setting.field, setting.min, setting.max) != 0;
              }));
+    if (!record.valid)
+        leave_out(settings, out_of_range);
 }
 
 // `Mask` is either record of a mask window.
@@ -52,7 +64,20 @@ void read_mask(Mask &mask, const EdgeKeys &keys, int n)
     mask.index = n;
     mask.pointNum = store_corners(read_edges(store, keys, n), max_coordinate, mask.points);
     conclude(mask, mask.pointNum > 0);
+    if (!mask.valid)
+        leave_out_with(keys.left, n, no_window);
 }
+
+constexpr Key dynamic_keys[] = {"VMDWindow.Sensitivity", "VMDWindow.MinDetectionSize",
+                                "VMDWindow.MaxDetectionSize"};
+
+constexpr Setting<ODSoParamSetConf> static_settings[] = {
+    {&ODSoParamSetConf::soThTime, "ObjectDetection.SODetectionTime", "5", 5, 86400},
+    {&ODSoParamSetConf::maxSizeX, "VideoAnalytics.OD.SOParam.MaxSizeX", "160", 2, 160},
+    {&ODSoParamSetConf::maxSizeY, "VideoAnalytics.OD.SOParam.MaxSizeY", "120", 2, 120},
+    {&ODSoParamSetConf::minSizeX, "VideoAnalytics.OD.SOParam.MinSizeX", "1", 1, 160},
+    {&ODSoParamSetConf::minSizeY, "VideoAnalytics.OD.SOParam.MinSizeY", "1", 1, 120},
+};
 
 } // namespace
 
@@ -102,16 +127,24 @@ int conf_getODDoParamSetConf(ODDoParamSetConf *conf)
 
     RecordReader store;
     *conf = {};
-    conf->subth = store.number("25", "VMDWindow.Sensitivity");
-    const ConfSize min = read_size(store, "1x1", "VMDWindow.MinDetectionSize", 0, malformed);
-    const ConfSize max = read_size(store, "1920x1080", "VMDWindow.MaxDetectionSize", 0, malformed);
+    conf->subth = store.number("25", dynamic_keys[0]);
+    const ConfSize min = read_size(store, "1x1", dynamic_keys[1], 0, malformed);
+    const ConfSize max = read_size(store, "1920x1080", dynamic_keys[2], 0, malformed);
     conf->minSizeX = min.width;
     conf->minSizeY = min.height;
     conf->maxSizeX = max.width;
     conf->maxSizeY = max.height;
     conclude(*conf, int_chk_range(conf->subth, 0, max_sensitivity) &&
                         all_in_range({min.width, min.height, max.width, max.height}, 1, max_size));
+    if (!conf->valid)
+        conf_leaveOutODDoParamSetConf(out_of_range);
     return 0;
+}
+
+void conf_leaveOutODDoParamSetConf(const char *why)
+{
+    for (const Key key : dynamic_keys)
+        conf_leaveOut(key.text(), why);
 }
 
 int conf_getODSoParamInitConf(ODSoParamInitConf *conf)
@@ -126,17 +159,17 @@ int conf_getODSoParamInitConf(ODSoParamInitConf *conf)
 
 int conf_getODSoParamSetConf(ODSoParamSetConf *conf)
 {
-    static constexpr Setting<ODSoParamSetConf> settings[] = {
-        {&ODSoParamSetConf::soThTime, "ObjectDetection.SODetectionTime", "5", 5, 86400},
-        {&ODSoParamSetConf::maxSizeX, "VideoAnalytics.OD.SOParam.MaxSizeX", "160", 2, 160},
-        {&ODSoParamSetConf::maxSizeY, "VideoAnalytics.OD.SOParam.MaxSizeY", "120", 2, 120},
-        {&ODSoParamSetConf::minSizeX, "VideoAnalytics.OD.SOParam.MinSizeX", "1", 1, 160},
-        {&ODSoParamSetConf::minSizeY, "VideoAnalytics.OD.SOParam.MinSizeY", "1", 1, 120},
-    };
-    read_settings(*conf, settings);
-    if (conf->minSizeX > conf->maxSizeX || conf->minSizeY > conf->maxSizeY)
+    read_settings(*conf, static_settings);
+    if (conf->minSizeX > conf->maxSizeX || conf->minSizeY > conf->maxSizeY) {
         *conf = {};
+        leave_out(static_settings, "the smallest size is above the largest");
+    }
     return 0;
+}
+
+void conf_leaveOutStaticSizes(const char *why)
+{
+    leave_out(std::span(static_settings).last<4>(), why);
 }
 
 int conf_getMotionConfig(MotionConfig *conf, int n)

@@ -122,3 +122,7 @@ int conf_compareODSoParamInitConf(const ODSoParamInitConf *a, const ODSoParamIni
 int conf_compareODSoParamSetConf(const ODSoParamSetConf *a, const ODSoParamSetConf *b);
 int conf_compareMotionConfig(const MotionConfig *a, const MotionConfig *b);
 int conf_comparePrivacyMaskConfig(const PrivacyMaskConfig *a, const PrivacyMaskConfig *b);
+
+// What is left out where the record is used, for conf/findings.h.
+void conf_leaveOutODDoParamSetConf(const char *why);
+void conf_leaveOutStaticSizes(const char *why); // of ODSoParamSetConf

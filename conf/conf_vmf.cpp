@@ -11,6 +11,19 @@
 namespace
 {
 
+constexpr EdgeKeys area_keys = {"ObjectDetection.O%d.Left", "ObjectDetection.O%d.Right",
+                                "ObjectDetection.O%d.Top", "ObjectDetection.O%d.Bottom"};
+
+constexpr struct {
+    Key start_x;
+    Key start_y;
+    Key end_x;
+    Key end_y;
+} line_keys = {"CrossLine.C%d.StartX", "CrossLine.C%d.StartY", "CrossLine.C%d.EndX",
+               "CrossLine.C%d.EndY"};
+
+constexpr Key chain_key = "VideoAnalytics.OD.VmfParam.ComboFilter.FilterID";
+
 // What areas and lines have in common, but for the name of one field.
 struct LimitKeys {
     Key slow_speed;
@@ -84,18 +97,23 @@ Sources read_sources(ReadLine read_line)
 VmfSlots fill_filters(ODVmfParamConf &conf, const Sources &sources)
 {
     VmfSlots slots{};
-    const auto add = [&](VmfSource kind, const auto &kind_sources, auto convert) {
+    const auto add = [&](VmfSource kind, const auto &kind_sources, auto convert, Key key) {
         for (int n = 0; n < static_cast<int>(std::size(kind_sources)); ++n) {
-            if (!kind_sources[n].valid || conf.filterNum == CONF_VMF_FILTERS)
+            if (!kind_sources[n].valid)
                 continue;
+            if (conf.filterNum == CONF_VMF_FILTERS) {
+                leave_out_with(key, n, "no filter left: three lines and areas at the most");
+                continue;
+            }
             const int filter = conf.filterNum++;
             convert(&conf.filters[filter], &kind_sources[n]);
             slots.slots[static_cast<std::size_t>(filter)] = {kind, n, conf.filters[filter].event,
                                                              conf_vmfBit(conf, filter)};
         }
     };
-    add(VmfSource::Line, sources.lines, conf_convCrossLineConf2ODVmfFilterConf);
-    add(VmfSource::Area, sources.areas, conf_convObjectDetectionConf2ODVmfFilterConf);
+    add(VmfSource::Line, sources.lines, conf_convCrossLineConf2ODVmfFilterConf, line_keys.start_x);
+    add(VmfSource::Area, sources.areas, conf_convObjectDetectionConf2ODVmfFilterConf,
+        area_keys.left);
     slots.count = conf.filterNum;
     return slots;
 }
@@ -127,19 +145,18 @@ int read_combo_ids(ODVmfParamConf &conf, RecordReader &store)
     const std::span ids(conf.comboFilterIds);
     std::size_t count = 0;
     std::ranges::fill(ids, -1);
-    for_each_number(store.text("", "VideoAnalytics.OD.VmfParam.ComboFilter.FilterID"),
-                    [&](std::int32_t id) {
-                        const auto taken = ids.first(count);
-                        const bool fits = int_chk_range(id, 0, CONF_VMF_FILTERS - 1);
-                        const bool repeated = std::ranges::find(taken, id) != taken.end();
-                        if (fits)
-                            ids[count] = id;
-                        if (!fits || repeated) {
-                            conf.comboValid = 0;
-                            return false;
-                        }
-                        return ++count < ids.size();
-                    });
+    for_each_number(store.text("", chain_key), [&](std::int32_t id) {
+        const auto taken = ids.first(count);
+        const bool fits = int_chk_range(id, 0, CONF_VMF_FILTERS - 1);
+        const bool repeated = std::ranges::find(taken, id) != taken.end();
+        if (fits)
+            ids[count] = id;
+        if (!fits || repeated) {
+            conf.comboValid = 0;
+            return false;
+        }
+        return ++count < ids.size();
+    });
     return static_cast<int>(count);
 }
 
@@ -167,25 +184,27 @@ void read_combo(ODVmfParamConf &conf, RecordReader &store)
     const int intervals = read_combo_intervals(conf, store);
     if (intervals != ids - 1)
         conf.comboValid = 0;
+    if (!conf.comboValid)
+        leave_out_with(chain_key, 0, "no chain: two or three filters, one interval fewer");
 }
 
 } // namespace
 
 int conf_getObjectDetectionConf(ObjectDetectionConf *conf, int n)
 {
-    static constexpr EdgeKeys edge_keys = {"ObjectDetection.O%d.Left", "ObjectDetection.O%d.Right",
-                                           "ObjectDetection.O%d.Top", "ObjectDetection.O%d.Bottom"};
     static constexpr LimitKeys limit_keys = {
         "ObjectDetection.O%d.SlowSpeed", "ObjectDetection.O%d.FastSpeed",
         "ObjectDetection.O%d.MinInspectionSize", "ObjectDetection.O%d.MaxInspectionSize"};
     RecordReader store;
     *conf = {};
-    const Edges edges = read_edges(store, edge_keys, n);
+    const Edges edges = read_edges(store, area_keys, n);
     const std::int32_t type = store.number("-1", "ObjectDetection.O%d.Type", n);
     read_limits(*conf, store, limit_keys, n);
     conf->pointNum = store_corners(edges, max_coordinate, conf->points);
-    if (!conf->pointNum)
+    if (!conf->pointNum) {
+        leave_out_with(area_keys.left, n, no_window);
         return 0;
+    }
     conf->valid = 1;
     conf->type = type;
     return 0;
@@ -200,14 +219,16 @@ void conf_readCrossLineConf(CrossLineConf *conf, int n)
     *conf = {};
     ConfPoint start;
     ConfPoint end;
-    start.x = store.number("-1", "CrossLine.C%d.StartX", n);
-    start.y = store.number("-1", "CrossLine.C%d.StartY", n);
-    end.x = store.number("-1", "CrossLine.C%d.EndX", n);
-    end.y = store.number("-1", "CrossLine.C%d.EndY", n);
+    start.x = store.number("-1", line_keys.start_x, n);
+    start.y = store.number("-1", line_keys.start_y, n);
+    end.x = store.number("-1", line_keys.end_x, n);
+    end.y = store.number("-1", line_keys.end_y, n);
     const std::int32_t direction = store.number("-1", "CrossLine.C%d.Direction", n);
     read_limits(*conf, store, limit_keys, n);
-    if (!all_in_range({start.x, start.y, end.x, end.y}, 0, max_coordinate))
+    if (!all_in_range({start.x, start.y, end.x, end.y}, 0, max_coordinate)) {
+        leave_out_with(line_keys.start_x, n, "no line: two points with places of 0 to 9999");
         return;
+    }
     conf->valid = 1;
     conf->points[conf->pointNum++] = start;
     conf->points[conf->pointNum++] = end;
@@ -233,6 +254,8 @@ void conf_readODVmfNdAreaConf(ODVmfNdAreaConf *conf, int n)
     RecordReader store;
     *conf = {};
     conf->pointNum = store_corners(read_edges(store, keys, n), max_nd_coordinate, conf->points);
+    if (!conf->pointNum)
+        leave_out_with(keys.left, n, "no window: four places of 0 to 10000 that enclose an area");
 }
 
 int conf_convObjectDetectionConf2ODVmfFilterConf(ODVmfFilterConf *filter,

@@ -11,6 +11,9 @@
 // The largest coordinate of a window or a line.
 inline constexpr std::int32_t max_coordinate = 9999;
 
+// Why edges are left out.
+inline constexpr const char *no_window = "no window: four places of 0 to 9999 that enclose an area";
+
 struct EdgeKeys {
     Key left;
     Key right;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "conf/conf.h"
+#include "conf/findings.h"
 #include "platform/nvram.h"
 
 #include <cstddef>
@@ -34,8 +35,16 @@ private:
     const char *text_;
 };
 
+// For the findings: what was read; and that it does not count, neither under this key nor under any
+// that differs from it behind the last dot alone.
+void note(Key key, int index, const char *value, const char *default_text);
+void leave_out_with(Key key, int index, const char *why);
+
+// Whether the findings are told what is read.
+enum class Tells { No, Yes };
+
 // Reads keys one after another into one buffer. `index` fills the "%d" of a key that has one.
-template <std::size_t Size>
+template <std::size_t Size, Tells tells>
 class StoreReader
 {
 public:
@@ -46,6 +55,8 @@ public:
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
         nvram_get_with_buffer(buffer_, Size, default_text, key.text(), index);
 #pragma GCC diagnostic pop
+        if (tells == Tells::Yes)
+            note(key, index, buffer_, default_text);
         return buffer_;
     }
 
@@ -63,8 +74,8 @@ private:
     char buffer_[Size];
 };
 
-using RecordReader = StoreReader<1024>;
-using KeyReader = StoreReader<128>;
+using RecordReader = StoreReader<1024, Tells::Yes>;
+using KeyReader = StoreReader<128, Tells::No>;
 
 template <class Record>
 int compare_records(const Record *a, const Record *b)

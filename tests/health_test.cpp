@@ -1,14 +1,19 @@
 #include "tests/support/daemon.h"
+#include "tests/support/store_file.h"
 #include "tests/support/wait.h"
 
 #include <csignal>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <map>
+#include <sstream>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 
@@ -69,7 +74,35 @@ private:
     bool bound_;
 };
 
+using Status = std::map<string, string>;
+
 struct HealthTest : testing::Test {
+    Status read_status() const
+    {
+        Status status;
+        std::istringstream text(files.read("run/status"));
+        for (string line; std::getline(text, line);) {
+            const std::size_t colon = line.find(": ");
+            status[line.substr(0, colon)] = line.substr(colon + 2);
+        }
+        return status;
+    }
+
+    // A file that was made later; empty when none is made in time.
+    Status ask()
+    {
+        const string before = read_status()["va.writes"];
+        pipe_write_str(files.file("run/ctrl").c_str(), "status\n");
+        return wait_until([&] { return read_status()["va.writes"] != before; }) ? read_status()
+                                                                                : Status();
+    }
+
+    // Whether the status comes to say so.
+    bool says(const string &key, const string &value)
+    {
+        return wait_until([&] { return ask()[key] == value; });
+    }
+
     DaemonFiles files;
 };
 
@@ -131,6 +164,162 @@ TEST_F(HealthTest, WatchesForNobodyElse)
     setenv("NOTIFY_SOCKET", "relative", 1);
     Daemon other(files, {"-x"}, "other");
     EXPECT_TRUE(other.wait_for_log("VA: NOTIFY_SOCKET=relative names no socket"));
+}
+
+TEST_F(HealthTest, TellsItsStatusWhenAsked)
+{
+    files.write("scene", "every 50 ta 1 0x20 3 0xffffffff\n");
+    files.store("CameraTampering.T0.gcAreaRate=31\nFaceDetection.F0.Left=5\n");
+    std::filesystem::create_symlink("../store", files.file("run/status"));
+    Daemon daemon(files, {"-tf"});
+    Client client(files.file("run/ta"));
+    for (int count = 0; count < 3; ++count)
+        ASSERT_TRUE(client.next());
+    EXPECT_FALSE(std::filesystem::exists(files.file("run/status"))); // nobody has asked
+    std::filesystem::create_symlink("../store", files.file("run/status.new"));
+    pipe_write_str(files.file("run/ctrl").c_str(), "stat\n");
+    Status status = ask();
+    const auto expect = [&](const string &key, const string &value) {
+        EXPECT_EQ(value, status[key]) << key;
+    };
+    expect("va.process", std::to_string(daemon.pid()));
+    expect("analytics.state", "run");
+    expect("module.od.state", "off");
+    expect("module.ta.state", "runs");
+    expect("module.fd.last_result", ""); // none yet
+    expect("stream.ta.clients", "1");
+    expect("stream.ta.client.1.process", std::to_string(getpid()));
+    expect("stream.ta.client.1.refused", "0");
+    const int records = std::stoi(status["stream.ta.client.1.records"]);
+    EXPECT_LE(3, records);
+    expect("stream.ta.client.1.bytes", std::to_string(16 * records));
+    EXPECT_LE(records, std::stoi(status["stream.ta.records"]));
+    EXPECT_LT(0, std::stoi(status["stream.ta.longest_us"]));
+    EXPECT_TRUE(status.contains("module.ta.last_result") && !status.contains("stream.od.clients"));
+    expect("control.unknown", "1");
+    expect("control.last_unknown", "stat");
+    expect("settings.reloads", "0");
+    expect("setting.CameraTampering.T0.gcAreaRate", "31");
+    expect("setting.VMDWindow.Sensitivity", ""); // of a module that is off
+    expect("left_out.FaceDetection.F0.Left",
+           "5 (no window: four places of 0 to 9999 that enclose an area)");
+    struct stat file;
+    EXPECT_EQ(0, lstat(files.file("run/status").c_str(), &file));
+    EXPECT_TRUE(S_ISREG(file.st_mode) && (file.st_mode & 0133) == 0);
+    EXPECT_NE(string::npos, files.read("store").find("imx122")); // no link was followed
+
+    files.store("CameraTampering.T0.gcAreaRate=32\n");
+    files.reconfigure();
+    EXPECT_TRUE(says("settings.reloads", "1"));
+    status = ask();
+    expect("setting.CameraTampering.T0.gcAreaRate", "32");
+    expect("left_out.FaceDetection.F0.Left",
+           "5 (no window: four places of 0 to 9999 that enclose an area)"); // is not read again
+    EXPECT_TRUE(daemon.stop());
+    EXPECT_FALSE(std::filesystem::exists(files.file("run/status")));
+}
+
+TEST_F(HealthTest, NamesTheSettingsThatAreLeftOut)
+{
+    string store = window("VMDWindow.NonDetect.V1.", 0, 10000, 0, 5) +
+                   window("ObjectDetection.O0.", 1, 2, 3, 4) + // a fourth filter
+                   window("FaceDetection.F1.", 5, 5, 0, 9) +
+                   window("VideoAnalytics.OD.VmfParam.NdArea0.", 0, 0, 0, 0) +
+                   "VMDWindow.Response=9\nVMDWindow.MaxDetectionSize=4000x1\n"
+                   "FaceDetection.MinDetectionSize=961\nObjectDetection.SODetectionTime=4\n"
+                   "VideoAnalytics.OD.VmfParam.ComboFilter.FilterID=0,3\n";
+    for (const string line : {"CrossLine.C0.", "CrossLine.C1.", "CrossLine.C2."})
+        store += lines(line, {"StartX=1", "StartY=1", "EndX=2", "EndY=2"});
+    files.store(store);
+    Daemon daemon(files, {"-of"});
+    EXPECT_TRUE(daemon.wait_for_output("init fd."));
+    const std::map<string, string> wanted = {
+        // why the first key of each record is
+        {"VMDWindow.NonDetect.V1.Bottom", "no window"},
+        {"ObjectDetection.O0.Bottom", "no filter left"},
+        {"FaceDetection.F1.Bottom", "no window"},
+        {"VideoAnalytics.OD.VmfParam.NdArea0.Bottom", "no window"},
+        {"VMDWindow.Response", "out of its range"},
+        {"VMDWindow.MaxDetectionSize", "threshold or sizes do not fit"},
+        {"FaceDetection.MinDetectionSize", "no pair"},
+        {"ObjectDetection.SODetectionTime", "out of its range"},
+        {"VideoAnalytics.OD.VmfParam.ComboFilter.FilterID", "no chain"},
+    };
+    // The settings of faces are judged last.
+    EXPECT_TRUE(
+        wait_until([&] { return ask().contains("left_out.FaceDetection.MinDetectionSize"); }));
+    Status status = ask();
+    for (const auto &[key, why] : wanted) {
+        EXPECT_NE(string::npos, status["left_out." + key].find("(" + why)) << key;
+        EXPECT_FALSE(status.contains("setting." + key)) << key;
+    }
+    EXPECT_EQ("2", status["setting.CrossLine.C2.EndY"]);
+    files.store("");
+    files.reconfigure();
+    EXPECT_TRUE(says("settings.reloads", "1"));
+    status = ask();
+    for (const auto &[key, why] : wanted) // but for faces', which are read at start alone
+        EXPECT_EQ(key.starts_with("Face"), status.contains("left_out." + key)) << key;
+    EXPECT_TRUE(daemon.stop());
+}
+
+TEST_F(HealthTest, TellsWhatFailed)
+{
+    const struct {
+        string scene;
+        Status status;
+    } cases[] = {
+        {"fail ne3_val_fd_start 1 5\n",
+         {{"analytics.state", "ended"},
+          {"analytics.why", "fd: did not start"},
+          {"module.od.state", "stopped"},
+          {"module.fd.state", "failed"},
+          {"module.ta.state", "off"}}},
+        {"fail ne3_val_ta_get_data 2 0x1f\n",
+         {{"analytics.state", "ended"},
+          {"module.ta.why", "ne3_val_ta_get_data failed, code 1F"},
+          {"module.dis.state", "stopped"}}},
+        {"fail ne3_val_od_set_ctrl 1 5\n",
+         {{"analytics.state", "run"},
+          {"module.od.settings", "refused by the chip, the log has the reason"}}},
+    };
+    for (const auto &test : cases) {
+        SCOPED_TRACE(test.scene);
+        files.write("scene", test.scene);
+        Daemon daemon(files, {"-oftd"});
+        EXPECT_TRUE(daemon.wait_for_output("init od."));
+        EXPECT_TRUE(says("analytics.state", test.status.at("analytics.state")));
+        Status status = ask();
+        for (const auto &[key, value] : test.status)
+            EXPECT_EQ(value, status[key]) << key;
+        EXPECT_TRUE(daemon.stop());
+    }
+}
+
+// The processing thread hangs in printing, since nobody reads what the daemon prints.
+TEST_F(HealthTest, TellsThatItHangs)
+{
+    const Supervisor supervisor(files.file("notify"));
+    mkfifo(files.file("out").c_str(), 0600);
+    const Fd output(open(files.file("out").c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    Daemon daemon(files, {"-o"});
+    EXPECT_TRUE(daemon.wait_for_log("sim: od control"));
+    const string filling(4096, '.');
+    while (write(output.get(), filling.data(), filling.size()) > 0) {
+    }
+    files.store("VMDWindow.Sensitivity=26\n");
+    files.reconfigure();
+    EXPECT_TRUE(says("analytics.state", "hang"));
+    EXPECT_TRUE(supervisor.hears("STATUS=Analytics hang"));
+    EXPECT_TRUE(supervisor.hears_nothing());
+    EXPECT_EQ("0", ask()["settings.reloads"]);
+    char bytes[4096];
+    while (read(output.get(), bytes, sizeof bytes) > 0) {
+    }
+    EXPECT_TRUE(says("analytics.state", "run"));
+    EXPECT_TRUE(supervisor.hears("WATCHDOG=1\n"));
+    daemon.signal(SIGTERM);
+    EXPECT_TRUE(daemon.wait_for_exit());
 }
 
 } // namespace

@@ -52,6 +52,12 @@ void VaHealth::opens(VaModule module)
     set_state(module, State::opens);
 }
 
+void VaHealth::configures(VaModule module, bool accepted)
+{
+    const std::scoped_lock guard(lock_);
+    modules_[index_of(module)].refused = !accepted;
+}
+
 void VaHealth::runs(VaModule module)
 {
     set_state(module, State::runs);

@@ -50,12 +50,14 @@ public:
     };
     struct Module {
         State state = State::off;
+        bool refused = false; // the library did not take the settings
         Reason reason{};
     };
 
     // The processing thread, or the main thread when there is none.
 
     void opens(VaModule module);
+    void configures(VaModule module, bool accepted);
     void runs(VaModule module);
     // `what` is a call with the library's code for its failure, or, with the code 0, a sentence.
     void fails(VaModule module, const char *what, int code = 0);

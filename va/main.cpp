@@ -3,6 +3,7 @@
 #include "va/pid_file.h"
 #include "va/process.h"
 #include "va/run_dir.h"
+#include "va/status.h"
 #include "va/va.h"
 #include "va/va_proc.h"
 #include "va/watchdog.h"
@@ -81,6 +82,7 @@ int main(int argc, char **argv)
         run(&context, watchdog);
     else
         watchdog.says_not_started();
+    remove_status_file();
     remove_own_pid_file();
     syslog(LOG_ERR, "Application quit.");
     return 0;

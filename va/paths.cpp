@@ -4,6 +4,7 @@ const char va_run_dir[] = VA_RUN_DIR;
 const char va_pid_path[] = VA_RUN_DIR "/pid";
 const char va_pid_lock_path[] = VA_RUN_DIR "/pid.lock";
 const char va_ctrl_path[] = VA_RUN_DIR "/ctrl";
+const char va_status_path[] = VA_RUN_DIR "/status";
 const char va_od_path[] = VA_RUN_DIR "/od";
 const char va_vmf_path[] = VA_RUN_DIR "/vmf";
 const char va_fd_path[] = VA_RUN_DIR "/fd";

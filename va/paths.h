@@ -7,7 +7,8 @@ extern const char va_run_dir[];
 extern const char va_pid_path[];
 extern const char va_pid_lock_path[];
 extern const char va_ctrl_path[]; // control FIFO
-extern const char va_od_path[];   // result sockets
+extern const char va_status_path[];
+extern const char va_od_path[]; // result sockets
 extern const char va_vmf_path[];
 extern const char va_fd_path[];
 extern const char va_ta_path[];

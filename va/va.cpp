@@ -1,8 +1,10 @@
 #include "va/va.h"
 
 #include "util/util.h"
+#include "va/options.h"
 #include "va/paths.h"
 #include "va/run_dir.h"
+#include "va/status.h"
 #include "va/streams.h"
 #include "va/va_dis.h"
 #include "va/va_fd.h"
@@ -12,6 +14,7 @@
 #include "va/vana.h"
 
 #include <cstdio>
+#include <optional>
 
 #include <syslog.h>
 
@@ -29,12 +32,22 @@ int boot(VaContext *context)
     return -1;
 }
 
+// What a module that does not run would use is in force nowhere.
+void read(VaContext *context, int selected, int (*getConf)(VaContext *))
+{
+    std::optional<ConfFindings::Collector> collector;
+    if (selected)
+        collector.emplace(context->settings.findings);
+    getConf(context);
+}
+
 void read_settings(VaContext *context)
 {
-    va_od_getConf(context);
-    va_fd_getConf(context);
-    va_ta_getConf(context);
-    va_dis_getConf(context);
+    read(context, gm_bOdEna, va_od_getConf);
+    read(context, gm_bFdEna, va_fd_getConf);
+    read(context, gm_bTaEna, va_ta_getConf);
+    read(context, gm_bDisEna, va_dis_getConf);
+    context->settings.publish();
 }
 
 void create_result_servers(VaContext *context)
@@ -54,6 +67,8 @@ int start_control_server(VaContext *context)
         return -1;
     }
     msg_register(context->msg, "reconfig", va_msg_reconfig, context);
+    remove_status_file();
+    msg_register(context->msg, "status", va_msg_status, context);
     if (renew_control_fifo())
         msg_start(context->msg);
     return 0;

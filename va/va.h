@@ -8,6 +8,7 @@
 #include "ipc/msg/msg.h"
 #include "ipc/network/sck_svr.h"
 #include "va/health.h"
+#include "va/settings.h"
 
 #include <atomic>
 #include <cstdint>
@@ -74,6 +75,7 @@ struct VaContext {
 
     soft_queue *wake; // one slot; an item ends the event loop's wait; null: only its timer does
     VaHealth health;
+    VaSettings settings;
 };
 
 // Main thread, once: makes the run directory, looks the sensor up, boots the co-processor (one

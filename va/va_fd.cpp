@@ -23,14 +23,16 @@ public:
             slot.enabled = 0;
     }
 
-    void take(const FDWindowConf &window)
+    // False when none is left.
+    bool take(const FDWindowConf &window)
     {
         if (used_ == slots_.size())
-            return;
+            return false;
         slots_[used_] = {window.enabled, static_cast<std::int32_t>(used_),
                          window.x,       window.y,
                          window.width,   window.height};
         ++used_;
+        return true;
     }
 
 private:
@@ -73,8 +75,8 @@ int va_fd_getConf(VaContext *context)
     for (int number = 0; number < CONF_FD_WINDOWS; ++number) {
         FDWindowConf window;
         conf_getFDWindowConf(&window, number);
-        if (window.enabled)
-            (window.detected ? detect : watch).take(window);
+        if (window.enabled && !(window.detected ? detect : watch).take(window))
+            conf_leaveOutFDWindowConf(number, "one window too many");
     }
     context->fdEnable = gm_bFdEna;
     return 0;

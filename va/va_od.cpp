@@ -151,6 +151,16 @@ ne3_val_od_vmf *set_vmf(const ODVmfParamConf &conf, const OdFrame &frame,
     return attach(area, block);
 }
 
+// The limits that will not be sent as they were read.
+void leave_out_unfit(const VaContext &context)
+{
+    const OdFrame frame = frame_of(context);
+    if (context.odDoParamSet.valid && !od_dynamic_set(context.odDoParamSet, frame).acceptable)
+        conf_leaveOutODDoParamSetConf("threshold or sizes do not fit the detection grid");
+    if (context.odSoParamSet.valid && !od_static_set(context.odSoParamSet, frame).acceptable)
+        conf_leaveOutStaticSizes("sizes do not fit the detection grid: the whole grid, and 2x2");
+}
+
 void set_working(const ODCtrlConf &conf, const OdFrame &frame, ne3_val_od_ctrl &ctrl)
 {
     constexpr std::uint16_t daemon_flags = 1 | 2 | 4;
@@ -187,6 +197,7 @@ int va_od_getConf(VaContext *context)
     }
     refresh_objects(*context);
     conf_getODVmfParamConf(&context->odVmfParam);
+    leave_out_unfit(*context);
     return 0;
 }
 
@@ -205,7 +216,7 @@ int va_od_init(VaContext *context)
         syslog(LOG_ERR, "ne3_val_od_start fail.");
         return -1;
     }
-    va_od_set_ctrl(context);
+    context->health.configures(VaModule::od, va_od_set_ctrl(context) == 0);
     return 0;
 }
 
@@ -252,8 +263,9 @@ int va_od_updateConfig(VaContext *context)
     changed |= refresh_objects(*context);
     changed |= refresh(context->odCtrl, conf_getODCtrlConf, conf_compareODCtrlConf);
     changed |= refresh(context->odVmfParam, conf_getODVmfParamConf, conf_compareODVmfParamConf);
+    leave_out_unfit(*context);
     if (changed)
-        va_od_set_ctrl(context);
+        context->health.configures(VaModule::od, va_od_set_ctrl(context) == 0);
     return 0;
 }
 

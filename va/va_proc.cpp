@@ -62,6 +62,7 @@ void reconfigure(VaContext *context)
         va_od_updateConfig(context);
     if (context->taEnable)
         va_ta_updateConfig(context);
+    context->settings.publish_reload();
 }
 
 // Not after the pass: the next module's read may wait.
@@ -172,8 +173,11 @@ soft_queue *va_new_wake()
 void *va_proc(void *argument)
 {
     auto *context = static_cast<VaContext *>(argument);
-    if (start_modules(context))
+    const ConfFindings::Collector collector(context->settings.findings);
+    if (start_modules(context)) {
+        context->settings.publish();
         run(context);
+    }
     std::printf("%s: end\n", "va_proc");
     context->health.ends();
     if (!terminate)

@@ -51,7 +51,7 @@ int va_ta_init(VaContext *context)
         syslog(LOG_ERR, "start failed.\n");
         return -1;
     }
-    va_ta_set_ctrl(context);
+    context->health.configures(VaModule::ta, va_ta_set_ctrl(context) == 0);
     return 0;
 }
 
@@ -69,7 +69,7 @@ int va_ta_set_ctrl(VaContext *context)
 int va_ta_updateConfig(VaContext *context)
 {
     if (refresh(context->taCtrl, conf_getTACtrlConf, conf_compareTACtrlConf))
-        va_ta_set_ctrl(context);
+        context->health.configures(VaModule::ta, va_ta_set_ctrl(context) == 0);
     return 0;
 }
 

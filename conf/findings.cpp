@@ -1,0 +1,80 @@
+#include "conf/findings.h"
+
+#include <cstring>
+#include <iterator>
+#include <new>
+#include <string_view>
+
+namespace
+{
+
+thread_local ConfFindings *collected = nullptr;
+
+// Whether a default says that there is nothing, as that of a window's edge does.
+bool is_none(std::string_view default_text)
+{
+    return default_text.empty() || default_text == "-1";
+}
+
+} // namespace
+
+ConfFindings::Collector::Collector(ConfFindings &findings)
+{
+    collected = &findings;
+}
+
+ConfFindings::Collector::~Collector()
+{
+    collected = nullptr;
+}
+
+template <class What>
+void ConfFindings::tell(What what)
+{
+    if (!collected)
+        return;
+    try {
+        what(*collected);
+    } catch (const std::bad_alloc &) {
+        collected->complete_ = false;
+    }
+}
+
+void ConfFindings::note(const char *key, const char *value, const char *default_text)
+{
+    const bool is_default = std::strcmp(value, default_text) == 0;
+    if (is_default && is_none(default_text))
+        settings_.erase(key);
+    else
+        settings_[key] = {value, is_default, ""};
+}
+
+void ConfFindings::leave_out(const char *key, const char *why)
+{
+    if (const auto setting = settings_.find(key); setting != settings_.end())
+        setting->second.why_not = why;
+}
+
+void ConfFindings::leave_out_group(const char *beginning, const char *why)
+{
+    auto setting = settings_.lower_bound(beginning);
+    while (setting != settings_.end() && setting->first.starts_with(beginning)) {
+        setting->second.why_not = why;
+        setting = setting->second.is_default ? settings_.erase(setting) : std::next(setting);
+    }
+}
+
+void conf_note(const char *key, const char *value, const char *default_text)
+{
+    ConfFindings::tell([=](ConfFindings &findings) { findings.note(key, value, default_text); });
+}
+
+void conf_leaveOut(const char *key, const char *why)
+{
+    ConfFindings::tell([=](ConfFindings &findings) { findings.leave_out(key, why); });
+}
+
+void conf_leaveOutGroup(const char *beginning, const char *why)
+{
+    ConfFindings::tell([=](ConfFindings &findings) { findings.leave_out_group(beginning, why); });
+}

@@ -1,0 +1,259 @@
+#include "va/status.h"
+
+#include "ipc/network/fd.h"
+#include "va/paths.h"
+#include "va/streams.h"
+#include "va/va.h"
+
+#include <cerrno>
+#include <cinttypes>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <new>
+#include <string>
+#include <string_view>
+
+#include <fcntl.h>
+#include <syslog.h>
+#include <unistd.h>
+
+namespace
+{
+
+using SystemTime = std::chrono::system_clock::time_point;
+using Analytics = VaHealth::Analytics;
+using State = VaHealth::State;
+
+// Of the process, as good as.
+const SystemTime started = std::chrono::system_clock::now();
+const auto started_steady = std::chrono::steady_clock::now();
+
+std::uint32_t writes = 0; // tells one file from the next
+
+// "KEY: VALUE" each.
+class Lines
+{
+public:
+    __attribute__((format(printf, 2, 3))) void add(const char *format, ...)
+    {
+        char line[256];
+        std::va_list arguments;
+        va_start(arguments, format);
+        std::vsnprintf(line, sizeof line, format, arguments);
+        va_end(arguments);
+        text_ += line;
+        text_ += '\n';
+    }
+
+    void add_time(const char *key, SystemTime time)
+    {
+        const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
+        char text[32] = "";
+        std::tm utc{};
+        if (gmtime_r(&seconds, &utc))
+            std::strftime(text, sizeof text, "%FT%TZ", &utc);
+        add("%s: %s", key, text);
+    }
+
+    void append(const std::string &lines) { text_ += lines; }
+    const std::string &text() const { return text_; }
+
+private:
+    std::string text_;
+};
+
+const char *word_for(Analytics analytics)
+{
+    switch (analytics) {
+    case Analytics::start:
+        return "start";
+    case Analytics::run:
+        return "run";
+    case Analytics::hang:
+        return "hang";
+    default:
+        return "ended";
+    }
+}
+
+const char *word_for(State state)
+{
+    switch (state) {
+    case State::off:
+        return "off";
+    case State::opens:
+        return "opens";
+    case State::runs:
+        return "runs";
+    case State::failed:
+        return "failed";
+    default:
+        return "stopped";
+    }
+}
+
+void add_age(Lines &lines, const std::string &key, std::optional<Stamp::Age> age)
+{
+    if (age)
+        lines.add("%s: %" PRId32 ".%" PRId32, key.c_str(), age->count() / 10, age->count() % 10);
+}
+
+void add_daemon(Lines &lines, const VaContext &context)
+{
+    const auto uptime = std::chrono::steady_clock::now() - started_steady;
+    const SensorConfig &sensor = context.sensorConf;
+    lines.add("va.version: %s", VA_VERSION);
+    lines.add("va.process: %d", static_cast<int>(getpid()));
+    lines.add_time("va.started", started);
+    lines.add("va.uptime: %" PRId64,
+              std::int64_t{std::chrono::duration_cast<std::chrono::seconds>(uptime).count()});
+    lines.add_time("va.written", std::chrono::system_clock::now());
+    lines.add("va.writes: %" PRIu32, ++writes);
+    lines.add("va.sensor: %s %" PRId32 "x%" PRId32 " %" PRId32 "/s", sensor.sensor, sensor.width,
+              sensor.height, sensor.fps);
+}
+
+void add_analytics(Lines &lines, const VaHealth &health)
+{
+    const Analytics analytics = health.analytics();
+    lines.add("analytics.state: %s", word_for(analytics));
+    if (analytics == Analytics::ended)
+        lines.add("analytics.why: %s", health.why_ended().text);
+    add_age(lines, "analytics.last_pass", health.since_last_pass());
+    for (const VaModule number : va_modules) {
+        const VaHealth::Module module = health.module(number);
+        const std::string key = std::string("module.") + name_of(number);
+        lines.add("%s.state: %s", key.c_str(), word_for(module.state));
+        if (module.state == State::failed)
+            lines.add("%s.why: %s", key.c_str(), module.reason.text);
+        if (module.refused)
+            lines.add("%s.settings: refused by the chip, the log has the reason", key.c_str());
+        add_age(lines, key + ".last_result", health.since_result(number));
+    }
+}
+
+void add_counts(Lines &lines, const std::string &key, const sck_counts_t &counts)
+{
+    lines.add("%s.records: %" PRIu64, key.c_str(), counts.records);
+    lines.add("%s.bytes: %" PRIu64, key.c_str(), counts.bytes);
+    lines.add("%s.refused: %" PRIu64, key.c_str(), counts.refused);
+}
+
+void add_stream(Lines &lines, const std::string &key, const sck_svr_status_t &status)
+{
+    lines.add("%s.clients: %zu", key.c_str(), status.clients.size());
+    add_counts(lines, key, status.counts);
+    lines.add("%s.longest_us: %" PRIu32, key.c_str(), status.longest_us);
+    int number = 0;
+    for (const sck_clt_status_t &client : status.clients) {
+        const std::string client_key = key + ".client." + std::to_string(++number);
+        lines.add("%s.process: %" PRId32, client_key.c_str(), client.pid);
+        add_counts(lines, client_key, client.counts);
+        lines.add("%s.queued: %" PRIu32, client_key.c_str(), client.queued);
+    }
+}
+
+const char *name_of(const VaStream &stream)
+{
+    return std::strrchr(stream.path, '/') + 1;
+}
+
+void add_streams(Lines &lines, const VaContext &context)
+{
+    for (const VaStream &stream : va_streams) {
+        if (!(context.*stream.enabled))
+            continue;
+        const std::string key = std::string("stream.") + name_of(stream);
+        sck_svr_status_t status;
+        if (sck_svr_get_status(context.*stream.server, &status) == 0)
+            add_stream(lines, key, status);
+        else
+            lines.add("%s.missing: its socket could not be made", key.c_str());
+    }
+}
+
+void add_control(Lines &lines, const VaContext &context)
+{
+    msg_unknown unknown;
+    if (msg_get_unknown(context.msg, &unknown) != 0)
+        return;
+    lines.add("control.unknown: %" PRIu32, unknown.count);
+    if (unknown.count > 0)
+        lines.add("control.last_unknown: %s", unknown.last);
+}
+
+void add_settings(Lines &lines, const VaSettings &settings)
+{
+    const VaSettings::Shown shown = settings.shown();
+    lines.add("settings.reloads: %" PRIu32, shown.reloads);
+    if (shown.reloads > 0)
+        lines.add_time("settings.last_reload", shown.last_reload);
+    if (!shown.is_complete)
+        lines.add("settings.incomplete: memory was short");
+    lines.append(shown.lines);
+}
+
+std::string status_of(const VaContext &context)
+{
+    Lines lines;
+    add_daemon(lines, context);
+    add_analytics(lines, context.health);
+    add_streams(lines, context);
+    add_control(lines, context);
+    add_settings(lines, context.settings);
+    return lines.text();
+}
+
+bool write_all(const Fd &file, std::string_view text)
+{
+    while (!text.empty()) {
+        const ssize_t written = write(file.get(), text.data(), text.size());
+        if (written <= 0)
+            return false;
+        text.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+// Whole or not at all, so that a reader finds one or the other. False with the reason in errno.
+bool replace_status(const std::string &text)
+{
+    const std::string fresh = std::string(va_status_path) + ".new";
+    unlink(fresh.c_str());
+    const Fd file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+    if (file && write_all(file, text) && rename(fresh.c_str(), va_status_path) == 0)
+        return true;
+    const int error = errno;
+    unlink(fresh.c_str());
+    errno = error;
+    return false;
+}
+
+bool write_status(const VaContext &context)
+{
+    try {
+        return replace_status(status_of(context));
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+        return false;
+    }
+}
+
+} // namespace
+
+int va_msg_status(void *argument, const char *, int)
+{
+    static bool failing = false;
+    const bool written = write_status(*static_cast<const VaContext *>(argument));
+    if (!written && !failing)
+        syslog(LOG_ERR, "Can't write %s: %s.", va_status_path, std::strerror(errno));
+    failing = !written;
+    return 0;
+}
+
+void remove_status_file()
+{
+    unlink(va_status_path);
+}
