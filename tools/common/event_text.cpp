@@ -27,7 +27,9 @@ std::string rule_text(const Event &event)
 
 std::string end_text(const Event &event)
 {
-    return formatted(" after %.1f s", seconds_of(event)) + (event.cut_off ? ", cut off" : "");
+    const double seconds = seconds_of(event); // 0 of what a single record told
+    return (seconds > 0 ? formatted(" after %.1f s", seconds) : "") +
+           (event.cut_off ? ", cut off" : "");
 }
 
 } // namespace
