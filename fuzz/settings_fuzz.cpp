@@ -56,7 +56,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         od_static_set(context->odSoParamSet, frame);
         od_vmf(context->odVmfParam, frame);
         fd_watch_mask(context->fdWatchWindows, frame.wide);
-        fd_detection(context->fdDetectWindows, frame.width, frame.height);
+        for (const VaFdWindow &window : context->fdDetectWindows)
+            fd_pixels(window, frame.width, frame.height);
     }
     ne3_val_fd_ctrl ctrl{};
     fd_apply_settings(context->fdCtrl, ctrl);

@@ -3,7 +3,6 @@
 #include "conf/conf.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <iterator>
 
 namespace
@@ -15,24 +14,21 @@ constexpr std::int32_t full_scale = 10000; // of window coordinates
 struct WatchFrame {
     std::int32_t width;
     std::int32_t height;
-    std::int32_t minX;
-    std::int32_t minY;
-    std::int32_t maxX;
-    std::int32_t maxY;
+    FdRectangle allowed;
 };
 
 constexpr WatchFrame watch_frames[] = {
-    {2736, 2200, 88, 140, 2648, 2060}, //
-    {2248, 2048, 4, 184, 2244, 1864},  //
-    {2048, 1536, 64, 48, 1984, 1488},  //
-    {1920, 1440, 0, 0, 1920, 1440},    //
-    {1280, 1024, 0, 32, 1280, 992},    //
-    {1280, 960, 0, 0, 1280, 960},      //
-    {800, 600, 0, 0, 800, 600},        //
-    {720, 480, 0, 0, 720, 480},        //
-    {720, 576, 0, 0, 720, 576},        //
-    {1920, 1080, 0, 0, 1920, 1080},    //
-    {1280, 720, 0, 0, 1280, 720},      //
+    {2736, 2200, {88, 140, 2648, 2060}}, //
+    {2248, 2048, {4, 184, 2244, 1864}},  //
+    {2048, 1536, {64, 48, 1984, 1488}},  //
+    {1920, 1440, {0, 0, 1920, 1440}},    //
+    {1280, 1024, {0, 32, 1280, 992}},    //
+    {1280, 960, {0, 0, 1280, 960}},      //
+    {800, 600, {0, 0, 800, 600}},        //
+    {720, 480, {0, 0, 720, 480}},        //
+    {720, 576, {0, 0, 720, 576}},        //
+    {1920, 1080, {0, 0, 1920, 1080}},    //
+    {1280, 720, {0, 0, 1280, 720}},      //
 };
 
 constexpr std::int32_t unset = -1;
@@ -122,42 +118,17 @@ std::size_t fd_watch_mask_size(bool wide)
     return static_cast<std::size_t>(NE3_VAL_FD_COLUMNS * ne3_val_fd_rows(wide) / bits_per_byte);
 }
 
-int va_fd_watchframe_checkRange(std::int32_t *x0, std::int32_t *y0, std::int32_t *x1,
-                                std::int32_t *y1, std::int32_t width, std::int32_t height)
+FdRectangle fd_pixels(const VaFdWindow &window, std::int32_t width, std::int32_t height)
+{
+    return {width * window.x / full_scale, height * window.y / full_scale,
+            width * (window.x + window.width) / full_scale,
+            height * (window.y + window.height) / full_scale};
+}
+
+const FdRectangle *fd_watch_frame(std::int32_t width, std::int32_t height)
 {
     const auto frame = std::ranges::find_if(watch_frames, [=](const WatchFrame &row) {
         return row.width == width && row.height == height;
     });
-    if (frame == std::end(watch_frames)) {
-        std::printf("%s: input resolution is incorrect(%dx%d).\n", "va_fd_watchframe_checkRange",
-                    width, height);
-        return -1;
-    }
-    *x0 = std::max(*x0, frame->minX);
-    *y0 = std::max(*y0, frame->minY);
-    *x1 = std::min(*x1, frame->maxX);
-    *y1 = std::min(*y1, frame->maxY);
-    return 0;
-}
-
-FdDetection fd_detection(std::span<const VaFdWindow, CONF_FD_DETECT_WINDOWS> windows,
-                         std::int32_t width, std::int32_t height)
-{
-    FdDetection detection{};
-    for (std::size_t k = 0; k < windows.size(); ++k) {
-        const VaFdWindow &window = windows[k];
-        if (!window.enabled)
-            continue;
-        std::int32_t x0 = width * window.x / full_scale;
-        std::int32_t y0 = height * window.y / full_scale;
-        std::int32_t x1 = width * (window.x + window.width) / full_scale;
-        std::int32_t y1 = height * (window.y + window.height) / full_scale;
-        if (va_fd_watchframe_checkRange(&x0, &y0, &x1, &y1, width, height) != 0)
-            continue;
-        detection.list.windows[k] = {static_cast<std::uint16_t>(x0), static_cast<std::uint16_t>(y0),
-                                     static_cast<std::uint16_t>(x1),
-                                     static_cast<std::uint16_t>(y1)};
-        detection.bits |= 1U << k;
-    }
-    return detection;
+    return frame == std::end(watch_frames) ? nullptr : &frame->allowed;
 }

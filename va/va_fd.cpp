@@ -4,6 +4,7 @@
 #include "va/module.h"
 #include "va/options.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <span>
@@ -52,12 +53,34 @@ void set_watch_mask(const VaContext &context, ne3_val_fd_mask *memory, ne3_val_f
     ctrl.maskEnable = 1;
 }
 
+struct Detection {
+    ne3_val_fd_window_list list; // entries not sent are zero
+    std::uint32_t bits;          // bit k: entry k is sent
+};
+
+Detection detection_of(std::span<const VaFdWindow, CONF_FD_DETECT_WINDOWS> windows,
+                       const SensorConfig &sensor)
+{
+    Detection detection{};
+    for (std::size_t k = 0; k < windows.size(); ++k) {
+        if (!windows[k].enabled)
+            continue;
+        auto [x0, y0, x1, y1] = fd_pixels(windows[k], sensor.width, sensor.height);
+        if (va_fd_watchframe_checkRange(&x0, &y0, &x1, &y1, sensor.width, sensor.height) != 0)
+            continue;
+        detection.list.windows[k] = {static_cast<std::uint16_t>(x0), static_cast<std::uint16_t>(y0),
+                                     static_cast<std::uint16_t>(x1),
+                                     static_cast<std::uint16_t>(y1)};
+        detection.bits |= 1U << k;
+    }
+    return detection;
+}
+
 void set_detection_windows(const VaContext &context, ne3_val_fd_window_list *memory,
                            ne3_val_fd_ctrl &ctrl)
 {
     ctrl.windows = nullptr;
-    const FdDetection detection =
-        fd_detection(context.fdDetectWindows, context.sensorConf.width, context.sensorConf.height);
+    const Detection detection = detection_of(context.fdDetectWindows, context.sensorConf);
     if (detection.bits == 0)
         return;
     std::memcpy(memory, &detection.list, sizeof detection.list);
@@ -116,6 +139,22 @@ int va_fd_set_ctrl(VaContext *context)
         *context, static_cast<ne3_val_fd_window_list *>(fdAreaDataMem->windows.address), fdCtrlPrm);
     if (ne3_val_fd_set_ctrl(&fdCtrlPrm) == -1)
         return log_failure("ne3_val_fd_set_ctrl fail. errno = ");
+    return 0;
+}
+
+int va_fd_watchframe_checkRange(std::int32_t *x0, std::int32_t *y0, std::int32_t *x1,
+                                std::int32_t *y1, std::int32_t width, std::int32_t height)
+{
+    const FdRectangle *allowed = fd_watch_frame(width, height);
+    if (!allowed) {
+        std::printf("%s: input resolution is incorrect(%dx%d).\n", "va_fd_watchframe_checkRange",
+                    width, height);
+        return -1;
+    }
+    *x0 = std::max(*x0, allowed->x0);
+    *y0 = std::max(*y0, allowed->y0);
+    *x1 = std::min(*x1, allowed->x1);
+    *y1 = std::min(*y1, allowed->y1);
     return 0;
 }
 

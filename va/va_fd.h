@@ -3,6 +3,8 @@
 #include "platform/ne3_val.h"
 #include "va/va.h"
 
+#include <cstdint>
+
 // Face detection: its settings go to the library once, at start; its results go to the clients of
 // the fd stream, the library's face entries unchanged.
 
@@ -18,6 +20,12 @@ int va_fd_init(VaContext *context);
 
 // Hands the settings to the library. Returns 0, or -1 after a log line.
 int va_fd_set_ctrl(VaContext *context);
+
+// Clamps a rectangle (pixels) to the part of a width x height frame in which detection windows may
+// lie; one wholly outside comes out empty or inverted. Returns 0, or -1 after a line on standard
+// output when the frame size is not known; the rectangle is then untouched. Any thread.
+int va_fd_watchframe_checkRange(std::int32_t *x0, std::int32_t *y0, std::int32_t *x1,
+                                std::int32_t *y1, std::int32_t width, std::int32_t height);
 
 // Does nothing and returns 0: the settings are read at start only.
 int va_fd_updateConfig(VaContext *context);
