@@ -18,13 +18,14 @@ struct SensorConfig {
 };
 static_assert(sizeof(SensorConfig) == 148);
 
-inline constexpr int CONF_FRAME_BUFFER_SIZES = 6;
+inline constexpr int CONF_FRAME_BUFFER_SIZES = 6; // pairs of width and height
 
 struct FrameBufferConf {
     const char *name; // sensor model; static text
     std::int32_t bufferNum;
-    ConfSize sizes[CONF_FRAME_BUFFER_SIZES]; // largest first, 0 x 0 where unused
+    std::int32_t sizes[2 * CONF_FRAME_BUFFER_SIZES]; // pixels, largest first, 0 x 0 where unused
 };
+static_assert(sizeof(FrameBufferConf::sizes) == 48);
 static_assert(sizeof(void *) != 4 || sizeof(FrameBufferConf) == 56);
 
 // Looks up the sensor, profile mode and detected video standard that the store holds; `ntsc` of the
