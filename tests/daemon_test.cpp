@@ -2,11 +2,15 @@
 #include "tests/support/store_file.h"
 #include "tests/support/wait.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstring>
 #include <deque>
+#include <fstream>
 #include <set>
+#include <sstream>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -32,6 +36,38 @@ Names names_in_run(const DaemonFiles &files)
         names.insert(entry.path().filename().string());
     names.erase("pid");
     return names;
+}
+
+// Name and mode of all that is in the run directory.
+Names modes_in_run(const DaemonFiles &files)
+{
+    Names modes;
+    for (const auto &entry : std::filesystem::directory_iterator(files.file("run"))) {
+        std::ostringstream mode;
+        mode << entry.path().filename().string() << ' ' << std::oct
+             << static_cast<int>(entry.status().permissions());
+        modes.insert(mode.str());
+    }
+    return modes;
+}
+
+// What a child of the process would inherit, but for the standard descriptors.
+Names inheritable(pid_t process)
+{
+    Names found;
+    const string folder = "/proc/" + std::to_string(process);
+    for (const auto &entry : std::filesystem::directory_iterator(folder + "/fd")) {
+        const string number = entry.path().filename().string();
+        std::ifstream info(folder + "/fdinfo/" + number);
+        string word;
+        while (info >> word && word != "flags:") {
+        }
+        unsigned flags = 0;
+        info >> std::oct >> flags;
+        if (std::stoi(number) > STDERR_FILENO && !(flags & O_CLOEXEC))
+            found.insert(number + " " + std::filesystem::read_symlink(entry.path()).string());
+    }
+    return found;
 }
 
 // A process that stays, killed in the end.
@@ -66,15 +102,26 @@ struct DaemonTest : testing::Test {
 TEST_F(DaemonTest, RelaysAlarmsToEveryClientAndAppliesChanges)
 {
     files.write("scene", alarms);
+    rlimit limit;
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit lowered{100, limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &lowered);
+    const mode_t mask = umask(0);
+    const Names inherited = inheritable(getpid());
     Daemon daemon(files, {"-t"});
+    umask(mask);
+    setrlimit(RLIMIT_NOFILE, &limit);
     Client clients[] = {Client(files.file("run/ta")), Client(files.file("run/ta"))};
     const std::uint32_t alarm[] = {1, 0x20, 3, 0xffffffff};
     daemon.signal(SIGPIPE); // does nothing
     for (int count = 0; count < 4; ++count)
         EXPECT_EQ(string(reinterpret_cast<const char *>(alarm), sizeof alarm),
                   clients[count % 2].next());
-    EXPECT_EQ((Names{"ctrl", "ta"}), made());
+    EXPECT_EQ((Names{"ctrl 777", "pid 644", "ta 777"}), modes_in_run(files));
     EXPECT_EQ(std::to_string(daemon.pid()), files.read("run/pid"));
+    EXPECT_EQ(inherited, inheritable(daemon.pid()));
+    prlimit(daemon.pid(), RLIMIT_NOFILE, nullptr, &limit);
+    EXPECT_EQ(std::min<rlim_t>(1024 + 64, limit.rlim_max), limit.rlim_cur);
 
     files.store("CameraTampering.T0.gcRegionSens=51\n");
     files.reconfigure();
@@ -133,7 +180,7 @@ TEST_F(DaemonTest, WaitsForALivingInstanceUntilItIsStoppedItself)
 {
     const string waiting = "Old process is not stop";
     Bystander stubborn(SIG_IGN);
-    const string recorded = std::to_string(stubborn.pid);
+    const string recorded = std::to_string(stubborn.pid) + '\n'; // as `echo` writes it
     files.write("run/pid", recorded);
     Daemon stopped(files, {"word"}, "stopped");
     EXPECT_TRUE(stopped.wait_for_log(waiting, 2));

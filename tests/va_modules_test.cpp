@@ -30,6 +30,17 @@ struct VaModulesTest : VaTest {
         std::erase_if(calls, [&](const string &call) { return !call.ends_with(suffix); });
         return calls;
     }
+    // All calls but the reads, their common beginning left out; of several alike in a row one.
+    static string calls_but_reads()
+    {
+        Names calls = sim_calls();
+        std::erase_if(calls, [](const string &call) { return call.ends_with("_get_data"); });
+        calls.erase(std::unique(calls.begin(), calls.end()), calls.end());
+        string all;
+        for (const string &call : calls)
+            all += call.substr(std::strlen("ne3_")) + " ";
+        return all;
+    }
 };
 
 TEST_F(VaModulesTest, ReportEachRefusedCall)
@@ -110,10 +121,12 @@ TEST_F(VaModulesTest, SendEachChangeOnce)
         update();
         EXPECT_EQ(std::pair(od + test.od, ta + test.ta), sent()) << test.change;
     }
-    files.store("CameraTampering.T0.gcWaitTime=11\nVideoAnalytics.OD.DOParam.MaxObjNum=11\n");
+    files.store("CameraTampering.T0.gcWaitTime=11\nVideoAnalytics.OD.DOParam.MaxObjNum=11\n"
+                "Motion.M29.Name=door\nPrivacyMask.M19.Name=wall\n");
     sim_fail("ne3_val_od_set_ctrl", 1, library_error);
     sim_fail("ne3_val_ta_set_ctrl_ex", 1, library_error);
     update();
+    EXPECT_TRUE(context.motion[29].valid && context.privacyMask[19].valid); // read all the same
     const std::size_t calls = sim_calls().size();
     update();
     EXPECT_EQ(calls, sim_calls().size());
@@ -172,34 +185,49 @@ TEST_F(VaModulesTest, ArePolledInOrderReconfiguredAndStopped)
         sim_push_ta({});
         sim_push_od({}, 0, 0);
     };
-    context.odEnable = context.fdEnable = context.taEnable = context.disEnable = 1;
+    gm_bFdEna = gm_bDisEna = 1;
+    sim_reset();
+    sim_fail("ne3_cl_cpu3_boot", 1, library_error);
     push_results();
-    context.wake = va_new_wake();
+    EXPECT_EQ(0, run([this] { return va_init(&context); }));
     std::thread thread(va_proc, &context);
     EXPECT_TRUE(wait_until([] { return calls_ending("_get_data").size() == 3; }));
-    event_loop(1); // without an end, but for the wake
 
-    // Everything differs from what the context holds, which nothing has read from the store.
-    files.store("FaceDetection.Sensitivity=10\nVideoAnalytics.DIS.Mf_cutf=7\n");
+    files.store("FaceDetection.Sensitivity=10\nVideoAnalytics.DIS.Mf_cutf=7\n"
+                "VMDWindow.Sensitivity=51\nCameraTampering.T0.gcWaitTime=11\n");
     va_msg_reconfig(&context, "reconfig", 8);
     EXPECT_TRUE(wait_until([this] { return context.reconfig == 0; }));
     push_results();
     EXPECT_TRUE(wait_until([] { return calls_ending("_get_data").size() == 6; }));
     run([this] { return va_stop(&context); });
     thread.join();
-    free_soft_queue(&context.wake);
 
     EXPECT_EQ(1, context.threadEnded);
     EXPECT_EQ(string::npos, log.find("get_data failed")) << log; // a cancelled read is no failure
-    Names cancels = calls_ending("_cancel_data");
-    cancels.erase(std::unique(cancels.begin(), cancels.end()), cancels.end());
-    EXPECT_EQ((Names{"ne3_val_od_cancel_data", "ne3_val_fd_cancel_data", "ne3_val_ta_cancel_data"}),
-              cancels); // each at least once, the last two when the thread has ended
     Names polls = calls_ending("_get_data");
     polls.resize(3);
     EXPECT_EQ((Names{"ne3_val_od_get_data", "ne3_val_ta_get_data", "ne3_val_fd_get_data"}), polls);
-    EXPECT_EQ(2, calls_of("ne3_val_od_set_ctrl") * calls_of("ne3_val_fd_set_ctrl"));
-    EXPECT_EQ(2, calls_of("ne3_val_ta_set_ctrl_ex") * calls_of("ne3_val_dis_set_ctrl"));
+
+    const string modules_closed =
+        "val_od_stop val_od_close val_fd_stop val_fd_close val_ta_stop val_ta_close val_dis_stop "
+        "val_dis_close val_close val_exit cl_cpu3_shutdown ";
+    const string od_set = "val_od_get_area_data_mem val_od_get_ctrl val_od_set_ctrl ";
+    const string ta_set = "val_ta_get_ctrl_ex val_ta_set_ctrl_ex ";
+    EXPECT_EQ("cl_library_init cl_sys_open_device "
+              // a first boot that fails, and what is torn down before the second
+              "cl_cpu3_get_memory_info cl_cpu3_xfer_complete cl_cpu3_boot cl_cpu3_xfer_cancel " +
+                  modules_closed +
+                  "cl_cpu3_get_memory_info cl_cpu3_xfer_complete cl_cpu3_boot val_init val_open "
+                  "val_od_open_ex val_od_start " +
+                  od_set +
+                  "val_fd_open val_fd_start val_fd_get_ctrl val_fd_get_area_data_mem "
+                  "val_fd_set_ctrl val_ta_open val_ta_start " +
+                  ta_set + "val_dis_open val_dis_start val_dis_get_ctrl val_dis_set_ctrl " +
+                  od_set + ta_set +
+                  // each at least once, the last two when the thread has ended
+                  "val_od_cancel_data val_fd_cancel_data val_ta_cancel_data " + modules_closed +
+                  "cl_cpu3_xfer_cancel cl_sys_close_device cl_library_exit ",
+              calls_but_reads());
 }
 
 TEST_F(VaModulesTest, TamperAlarmGetsTheSettingsCutToTheLibrarysWidths)
