@@ -1,6 +1,7 @@
 #pragma once
 
-#include "conf/conf_sensor.h"
+#include "conf/geometry.h"
+#include "conf/sensor_config.h"
 
 #include <cstdint>
 
