@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/ne3_val.h"
-#include "va/va.h"
+#include "va/context.h"
 
 #include <cstddef>
 #include <cstdint>

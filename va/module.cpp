@@ -1,5 +1,8 @@
 #include "va/module.h"
 
+#include "event/soft_queue.h"
+#include "platform/ne3_val.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <limits>
@@ -22,6 +25,21 @@ void relay_entries(sck_svr_t *server, const void *entries, std::int32_t count,
     constexpr std::uint64_t longest = std::numeric_limits<std::uint32_t>::max();
     const std::uint64_t length = std::uint64_t{entry_size} * static_cast<std::uint32_t>(count);
     sck_svr_write(server, entries, static_cast<std::uint32_t>(std::min(length, longest)));
+}
+
+void wake_loop(const VaContext *context)
+{
+    if (context->wake)
+        soft_queue_add(context->wake, 0);
+}
+
+void note_failed_read(VaContext *context, VaModule module, const char *name)
+{
+    const int code = errno;
+    if (code == NE3_VAL_ERR_CANCEL)
+        return;
+    context->health.fails(module, name, code);
+    syslog(LOG_ERR, "%s failed.\n", name);
 }
 
 int va_cancel(const VaContext *context, int (*cancel_data)())

@@ -1,12 +1,15 @@
 #pragma once
 
 #include "ipc/network/sck_svr.h"
-#include "va/va.h"
+#include "va/context.h"
 
 #include <cstddef>
 #include <cstdint>
 
 // What the drivers of the analytics modules have in common.
+
+// What one read of a module has brought.
+enum class Poll { nothing, result, end };
 
 // Logs what failed, the library's code in errno behind it as hexadecimal digits, then `end`.
 // Returns -1.
@@ -30,6 +33,34 @@ bool refresh(Record &live, Get get, int (*compare)(const Record *, const Record 
 // server, which does not touch the array then.
 void relay_entries(sck_svr_t *server, const void *entries, std::int32_t count,
                    std::size_t entry_size);
+
+// Ends the event loop's wait: what was relayed goes out now.
+void wake_loop(const VaContext *context);
+
+// Tells log and health of a failed read, unless it was cancelled; the library's code is in errno.
+void note_failed_read(VaContext *context, VaModule module, const char *name);
+
+// Reads a module's next result, if there is one, into a record kept for that, and relays it. `name`
+// is that of `get_data`, for the log. A read that fails or is cancelled is the thread's end.
+template <class Result>
+Poll poll(VaContext *context, VaModule module, int (*get_data)(int, Result *), const char *name,
+          int (*relay)(VaContext *, const Result *))
+{
+    constexpr int read_prm = 1; // the library's; always 1
+    static Result result;
+    switch (get_data(read_prm, &result)) {
+    case 0:
+        context->health.has_result(module);
+        relay(context, &result);
+        wake_loop(context);
+        return Poll::result;
+    case -1:
+        note_failed_read(context, module, name);
+        return Poll::end;
+    default:
+        return Poll::nothing;
+    }
+}
 
 // Main thread, at shutdown: calls `cancel_data` every 100 ms until it returns 0 or the processing
 // thread has ended; at least once. Returns 0.

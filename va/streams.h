@@ -1,7 +1,7 @@
 #pragma once
 
+#include "va/context.h"
 #include "va/paths.h"
-#include "va/va.h"
 
 #include <cstdint>
 

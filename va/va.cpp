@@ -1,16 +1,12 @@
 #include "va/va.h"
 
 #include "util/util.h"
-#include "va/options.h"
+#include "va/modules.h"
 #include "va/paths.h"
 #include "va/run_dir.h"
 #include "va/status.h"
 #include "va/streams.h"
-#include "va/va_dis.h"
-#include "va/va_fd.h"
-#include "va/va_od.h"
 #include "va/va_proc.h"
-#include "va/va_ta.h"
 #include "va/vana.h"
 
 #include <cstdio>
@@ -33,20 +29,18 @@ int boot(VaContext *context)
 }
 
 // What a module that does not run would use is in force nowhere.
-void read(VaContext *context, int selected, int (*getConf)(VaContext *))
+void read_settings_of(const VaDriver &driver, VaContext *context)
 {
     std::optional<ConfFindings::Collector> collector;
-    if (selected)
+    if (*driver.selected)
         collector.emplace(context->settings.findings);
-    getConf(context);
+    driver.getConf(context);
 }
 
 void read_settings(VaContext *context)
 {
-    read(context, gm_bOdEna, va_od_getConf);
-    read(context, gm_bFdEna, va_fd_getConf);
-    read(context, gm_bTaEna, va_ta_getConf);
-    read(context, gm_bDisEna, va_dis_getConf);
+    for (const VaDriver &driver : va_drivers)
+        read_settings_of(driver, context);
     context->settings.publish();
 }
 
@@ -90,9 +84,10 @@ int va_init(VaContext *context)
 
 int va_stop(VaContext *context)
 {
-    va_od_cancel(context);
-    va_fd_cancel(context);
-    va_ta_cancel(context);
+    for (const VaDriver &driver : va_drivers) {
+        if (driver.cancel)
+            driver.cancel(context);
+    }
     va_vana_quit(context);
     va_cl_stop();
     return 0;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "va/va.h"
+#include "va/context.h"
 
 // Image stabilisation: its settings go to the library once, at start. It has no results.
 

@@ -169,6 +169,12 @@ int va_fd_processData(VaContext *context, const ne3_val_fd_result *result)
     return 0;
 }
 
+Poll va_fd_poll(VaContext *context)
+{
+    return poll(context, VaModule::fd, ne3_val_fd_get_data, "ne3_val_fd_get_data",
+                va_fd_processData);
+}
+
 int va_fd_cancel(VaContext *context)
 {
     return va_cancel(context, ne3_val_fd_cancel_data);

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/ne3_val.h"
-#include "va/va.h"
+#include "va/module.h"
 
 #include <cstdint>
 
@@ -32,6 +32,9 @@ int va_fd_updateConfig(VaContext *context);
 
 // Relays a result. Returns 0, also when no client gets it.
 int va_fd_processData(VaContext *context, const ne3_val_fd_result *result);
+
+// Reads and relays the next result: see poll().
+Poll va_fd_poll(VaContext *context);
 
 // Main thread, at shutdown: see va_cancel().
 int va_fd_cancel(VaContext *context);

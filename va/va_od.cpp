@@ -282,6 +282,12 @@ int va_od_processData(VaContext *context, const ne3_val_od_result *result)
     return 0;
 }
 
+Poll va_od_poll(VaContext *context)
+{
+    return poll(context, VaModule::od, ne3_val_od_get_data, "ne3_val_od_get_data",
+                va_od_processData);
+}
+
 int va_od_cancel(VaContext *context)
 {
     return va_cancel(context, ne3_val_od_cancel_data);

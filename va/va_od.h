@@ -2,7 +2,7 @@
 
 #include "platform/ne3_val.h"
 #include "records/records.h" // ODString(), StaticObjectString()
-#include "va/va.h"
+#include "va/module.h"
 
 // Object detection: its settings go to the library at start and when they change; its results go to
 // the clients of the od stream (objects) and of the vmf stream (filter alarms).
@@ -29,6 +29,9 @@ int va_od_updateConfig(VaContext *context);
 // stands for the (k+1)-th filter of that code), then the library's object entries unchanged.
 // Returns 0, also when no client gets it.
 int va_od_processData(VaContext *context, const ne3_val_od_result *result);
+
+// Reads and relays the next result: see poll().
+Poll va_od_poll(VaContext *context);
 
 // Main thread, at shutdown: see va_cancel().
 int va_od_cancel(VaContext *context);

@@ -1,13 +1,9 @@
 #include "va/va_proc.h"
 
-#include "platform/ne3_val.h"
+#include "va/modules.h"
 #include "va/process.h"
-#include "va/va_dis.h"
-#include "va/va_fd.h"
-#include "va/va_od.h"
-#include "va/va_ta.h"
 
-#include <cerrno>
+#include <algorithm>
 #include <cstdio>
 
 #include <syslog.h>
@@ -17,38 +13,24 @@ namespace
 {
 
 constexpr useconds_t idle_us = 100'000;
-constexpr int read_prm = 1; // the library's; always 1
 
-enum class Poll { nothing, result, end };
-
-// The library's result records, reused by every pass.
-struct Results {
-    ne3_val_od_result od;
-    ne3_val_ta_result ta;
-    ne3_val_fd_result fd;
-};
-
-// Whether it runs now, or is not to run.
-bool start_module(VaContext *context, VaModule module, std::int32_t enabled,
-                  int (*init)(VaContext *))
+// Whether it runs now.
+bool start_module(VaContext *context, const VaDriver &driver)
 {
-    if (!enabled)
-        return true;
-    context->health.opens(module);
-    const bool runs = init(context) == 0;
+    context->health.opens(driver.module);
+    const bool runs = driver.init(context) == 0;
     if (runs)
-        context->health.runs(module);
+        context->health.runs(driver.module);
     else
-        context->health.fails(module, "did not start");
+        context->health.fails(driver.module, "did not start");
     return runs;
 }
 
 bool start_modules(VaContext *context)
 {
-    return start_module(context, VaModule::od, context->odEnable, va_od_init) &&
-           start_module(context, VaModule::fd, context->fdEnable, va_fd_init) &&
-           start_module(context, VaModule::ta, context->taEnable, va_ta_init) &&
-           start_module(context, VaModule::dis, context->disEnable, va_dis_init);
+    return std::ranges::all_of(va_drivers, [&](const VaDriver &driver) {
+        return !(context->*driver.enabled) || start_module(context, driver);
+    });
 }
 
 void reconfigure(VaContext *context)
@@ -58,82 +40,20 @@ void reconfigure(VaContext *context)
     const bool by_signal = hangup.exchange(0) != 0;
     if (!by_command && !by_signal)
         return;
-    if (context->odEnable)
-        va_od_updateConfig(context);
-    if (context->taEnable)
-        va_ta_updateConfig(context);
+    for (const VaDriver &driver : va_drivers) {
+        if (context->*driver.enabled && driver.updateConfig)
+            driver.updateConfig(context);
+    }
     context->settings.publish_reload();
 }
 
-// Not after the pass: the next module's read may wait.
-void wake_loop(const VaContext *context)
-{
-    if (context->wake)
-        soft_queue_add(context->wake, 0);
-}
-
-void read_has_failed(VaContext *context, VaModule module, const char *name)
-{
-    const int code = errno;
-    if (code == NE3_VAL_ERR_CANCEL)
-        return;
-    context->health.fails(module, name, code);
-    syslog(LOG_ERR, "%s failed.\n", name);
-}
-
-template <class Result>
-Poll poll_module(VaContext *context, VaModule module, int (*get_data)(int, Result *),
-                 const char *name, Result &result, int (*relay)(VaContext *, const Result *))
-{
-    switch (get_data(read_prm, &result)) {
-    case 0:
-        context->health.has_result(module);
-        relay(context, &result);
-        wake_loop(context);
-        return Poll::result;
-    case -1:
-        read_has_failed(context, module, name);
-        return Poll::end;
-    default:
-        return Poll::nothing;
-    }
-}
-
-Poll poll_od(VaContext *context, Results &results)
-{
-    return poll_module(context, VaModule::od, ne3_val_od_get_data, "ne3_val_od_get_data",
-                       results.od, va_od_processData);
-}
-
-Poll poll_ta(VaContext *context, Results &results)
-{
-    return poll_module(context, VaModule::ta, ne3_val_ta_get_data, "ne3_val_ta_get_data",
-                       results.ta, va_ta_processData);
-}
-
-Poll poll_fd(VaContext *context, Results &results)
-{
-    return poll_module(context, VaModule::fd, ne3_val_fd_get_data, "ne3_val_fd_get_data",
-                       results.fd, va_fd_processData);
-}
-
-// In the order of a pass.
-constexpr struct {
-    std::int32_t VaContext::*enabled;
-    Poll (*poll)(VaContext *, Results &);
-} polled_modules[] = {
-    {&VaContext::odEnable, poll_od},
-    {&VaContext::taEnable, poll_ta},
-    {&VaContext::fdEnable, poll_fd},
-};
-
 // Each enabled module once.
-Poll poll_modules(VaContext *context, Results &results)
+Poll poll_modules(VaContext *context)
 {
     Poll pass = Poll::nothing;
-    for (const auto &module : polled_modules) {
-        const Poll outcome =
-            context->*module.enabled ? module.poll(context, results) : Poll::nothing;
+    for (const VaModule module : va_polled) {
+        const VaDriver &driver = driver_of(module);
+        const Poll outcome = context->*driver.enabled ? driver.poll(context) : Poll::nothing;
         if (outcome == Poll::end)
             return Poll::end;
         if (outcome == Poll::result)
@@ -144,11 +64,10 @@ Poll poll_modules(VaContext *context, Results &results)
 
 void run(VaContext *context)
 {
-    Results results{};
     while (!terminate) {
         context->health.begins_pass();
         reconfigure(context);
-        switch (poll_modules(context, results)) {
+        switch (poll_modules(context)) {
         case Poll::end:
             return;
         case Poll::nothing:

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "event/soft_queue.h"
-#include "va/va.h"
+#include "va/context.h"
 
 // The processing thread: opens and starts the enabled modules, then polls them, relays their
 // results and applies changed settings, until it is told to stop, a read is cancelled or fails, or

@@ -79,6 +79,12 @@ int va_ta_processData(VaContext *context, const ne3_val_ta_result *result)
     return 0;
 }
 
+Poll va_ta_poll(VaContext *context)
+{
+    return poll(context, VaModule::ta, ne3_val_ta_get_data, "ne3_val_ta_get_data",
+                va_ta_processData);
+}
+
 int va_ta_cancel(VaContext *context)
 {
     return va_cancel(context, ne3_val_ta_cancel_data);

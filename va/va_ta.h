@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/ne3_val.h"
-#include "va/va.h"
+#include "va/module.h"
 
 // Tamper alarm: its settings go to the library at start and when they change; its results go to the
 // clients of the ta stream, 16 bytes each.
@@ -24,6 +24,9 @@ int va_ta_updateConfig(VaContext *context);
 
 // Relays a result. Returns 0, also when no client gets it.
 int va_ta_processData(VaContext *context, const ne3_val_ta_result *result);
+
+// Reads and relays the next result: see poll().
+Poll va_ta_poll(VaContext *context);
 
 // Main thread, at shutdown: see va_cancel().
 int va_ta_cancel(VaContext *context);

@@ -4,6 +4,7 @@
 #include "platform/ne3_val.h"
 #include "util/util.h"
 #include "va/firmware.h"
+#include "va/modules.h"
 #include "va/paths.h"
 
 #include <algorithm>
@@ -210,14 +211,10 @@ int va_vana_init(VaContext *)
 
 int va_vana_quit(VaContext *context)
 {
-    ne3_val_od_stop();
-    ne3_val_od_close();
-    ne3_val_fd_stop();
-    ne3_val_fd_close();
-    ne3_val_ta_stop();
-    ne3_val_ta_close();
-    ne3_val_dis_stop();
-    ne3_val_dis_close();
+    for (const VaDriver &driver : va_drivers) {
+        driver.stop();
+        driver.close();
+    }
     ne3_val_close();
     ne3_val_exit();
     va_vana_shutdown(context);

@@ -1,0 +1,79 @@
+#pragma once
+
+#include "conf/conf_analytics.h"
+#include "conf/conf_fd.h"
+#include "conf/conf_od.h"
+#include "conf/conf_sensor.h"
+#include "conf/conf_vmf.h"
+#include "ipc/msg/msg.h"
+#include "ipc/network/sck_svr.h"
+#include "va/health.h"
+#include "va/settings.h"
+
+#include <atomic>
+#include <cstdint>
+
+#include <pthread.h>
+
+struct soft_queue;
+
+// The analytics back end of the daemon as one record.
+//
+// The daemon has two threads. The main thread starts and ends it; in between it runs the event
+// loop, and is what event/ and ipc/ call the loop thread. The processing thread (va/va_proc.h) is
+// started by it, and another thread to them. docs/architecture.md has the picture.
+
+// A face-detection window in use; what FDWindowConf holds but for its kind.
+struct VaFdWindow {
+    std::int32_t enabled;
+    std::int32_t id; // slot number
+    std::int32_t x;  // ten-thousandths of the frame
+    std::int32_t y;
+    std::int32_t width;
+    std::int32_t height;
+};
+
+// Zero-filled before va_init(). Written by the main thread until the processing thread starts, then
+// by the processing thread alone, but for the atomic flags. A server handle is null when the server
+// was not created; its results then go nowhere.
+struct VaContext {
+    SensorConfig sensorConf;
+
+    std::int32_t odEnable; // flag: object detection runs
+    ODCtrlConf odCtrl;
+    ODMaskConf odMask[CONF_OD_WINDOWS];
+    ODDetMaskConf odDetMask[CONF_OD_WINDOWS];
+    ODDoParamInitConf odDoParamInit;
+    ODDoParamSetConf odDoParamSet;
+    ODSoParamInitConf odSoParamInit;
+    ODSoParamSetConf odSoParamSet;
+    MotionConfig motion[CONF_MOTION_WINDOWS];          // zero until the first reconfiguration
+    PrivacyMaskConfig privacyMask[CONF_PRIVACY_MASKS]; // likewise
+    ODVmfParamConf odVmfParam;
+    sck_svr_t *odServer;
+    sck_svr_t *vmfServer;
+    std::int32_t odOpened; // flag: the module was opened, or tried to be
+
+    std::int32_t fdEnable; // flag: face detection runs
+    FDCtrlConf fdCtrl;
+    VaFdWindow fdWatchWindows[CONF_FD_WATCH_WINDOWS];
+    VaFdWindow fdDetectWindows[CONF_FD_DETECT_WINDOWS];
+    sck_svr_t *fdServer;
+
+    TACtrlConf taCtrl;
+    std::int32_t taEnable; // flag: the tamper alarm runs
+    sck_svr_t *taServer;
+
+    std::int32_t disEnable; // flag: image stabilisation runs
+    DISCtrlConf disCtrl;
+
+    msg_handle *msg;
+    pthread_t thread;                      // the processing thread
+    std::atomic<std::int32_t> threadEnded; // set once, when the processing thread has ended
+    std::atomic<std::int32_t> reconfig; // set by the main thread, cleared by the processing thread
+    std::int32_t wideAspect;            // flag: the sensor frame is 16:9
+
+    soft_queue *wake; // one slot; an item ends the event loop's wait; null: only its timer does
+    VaHealth health;
+    VaSettings settings;
+};
