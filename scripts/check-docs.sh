@@ -16,8 +16,8 @@
 set -euo pipefail
 # shellcheck source=scripts/setup.sh
 source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
-# shellcheck source=scripts/own.sh
-source "$root/scripts/own.sh"
+# shellcheck source=scripts/daemon.sh
+source "$root/scripts/daemon.sh"
 
 longest=300   # seconds that a block, or a command in the background, may take
 wait_limit=60 # seconds until a command in the background has printed what is shown

@@ -3,8 +3,8 @@
 set -euo pipefail
 # shellcheck source=scripts/setup.sh
 source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
-# shellcheck source=scripts/own.sh
-source "$root/scripts/own.sh"
+# shellcheck source=scripts/daemon.sh
+source "$root/scripts/daemon.sh"
 
 (($# == 0)) || die "usage: scripts/memory.sh"
 
@@ -12,7 +12,7 @@ source "$root/scripts/own.sh"
 connect() {
     while ((clients < $1)); do
         clients=$((clients + 1))
-        "$own_bin/va_dump" od >"client.$clients" 2>/dev/null &
+        "$daemon_bin/va_dump" od >"client.$clients" 2>/dev/null &
     done
     wait_until 30 all_have_records || die "clients without records, see $folder"
 }
@@ -24,7 +24,7 @@ all_have_records() {
     done
 }
 
-build_own
+build_daemon
 enter_folder
 cat >store <<'END_OF_STORE'
 Properties.ImageSource.Sensor=imx122

@@ -6,8 +6,8 @@
 set -euo pipefail
 # shellcheck source=scripts/setup.sh
 source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
-# shellcheck source=scripts/own.sh
-source "$root/scripts/own.sh"
+# shellcheck source=scripts/daemon.sh
+source "$root/scripts/daemon.sh"
 
 [[ $# == 1 && $1 =~ ^[1-9][0-9]*$ ]] || die "usage: scripts/soak.sh MINUTES"
 minutes=$1
@@ -82,7 +82,7 @@ judge() {
 # watch NAME: a client of the objects in the background, judged in the file NAME; sets `client`.
 watch() {
     rm -f "$1"
-    "$own_bin/va_dump" od > >(judge >"$1.part" && mv "$1.part" "$1") 2>"$1.err" &
+    "$daemon_bin/va_dump" od > >(judge >"$1.part" && mv "$1.part" "$1") 2>"$1.err" &
     client=$!
 }
 
@@ -115,15 +115,15 @@ stall() {
 
 come_and_go() {
     while crowd_stays; do
-        "$own_bin/va_dump" -n 50 od 2>/dev/null | judge >>visits
-        "$own_bin/va_dump" -n 20 >/dev/null 2>&1
+        "$daemon_bin/va_dump" -n 50 od 2>/dev/null | judge >>visits
+        "$daemon_bin/va_dump" -n 20 >/dev/null 2>&1
     done
 }
 
 # Stopped until a frame has found no room in its socket.
 die_within_a_frame() {
     while crowd_stays; do
-        "$own_bin/va_dump" od >/dev/null 2>victim.err &
+        "$daemon_bin/va_dump" od >/dev/null 2>victim.err &
         client=$!
         wait_until 20 is_connected victim.err
         kill -STOP "$client"
@@ -232,7 +232,7 @@ report_daemon() {
 }
 
 has_two_objects() {
-    "$own_bin/va_dump" -n 1 od 2>/dev/null | grep --quiet ' od  *80 '
+    "$daemon_bin/va_dump" -n 1 od 2>/dev/null | grep --quiet ' od  *80 '
 }
 
 check_that_settings_count() {
@@ -242,7 +242,7 @@ check_that_settings_count() {
 }
 
 require socat
-build_own
+build_daemon
 enter_folder
 write_scene >scene
 write_store 0

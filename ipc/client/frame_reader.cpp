@@ -18,14 +18,14 @@ void FrameReader::append(std::span<const std::uint8_t> bytes)
 
 FrameReader::Result FrameReader::next(std::span<const std::uint8_t> &payload)
 {
-    if (rest().size() < length_size)
+    if (untaken().size() < length_size)
         return Result::Incomplete;
     const std::uint32_t length = announced();
     if (length > MAX_PAYLOAD)
         return Result::BadLength;
-    if (rest().size() - length_size < length)
+    if (untaken().size() - length_size < length)
         return Result::Incomplete;
-    payload = rest().subspan(length_size, length);
+    payload = untaken().subspan(length_size, length);
     taken_ += length_size + length;
     return Result::Frame;
 }
@@ -33,17 +33,17 @@ FrameReader::Result FrameReader::next(std::span<const std::uint8_t> &payload)
 std::uint32_t FrameReader::announced() const
 {
     std::uint32_t length = 0;
-    if (rest().size() >= length_size)
-        std::memcpy(&length, rest().data(), length_size);
+    if (untaken().size() >= length_size)
+        std::memcpy(&length, untaken().data(), length_size);
     return length;
 }
 
 bool FrameReader::at_boundary() const
 {
-    return rest().empty();
+    return untaken().empty();
 }
 
-std::span<const std::uint8_t> FrameReader::rest() const
+std::span<const std::uint8_t> FrameReader::untaken() const
 {
     return std::span(buffer_).subspan(taken_);
 }

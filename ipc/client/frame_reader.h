@@ -39,7 +39,7 @@ public:
     bool at_boundary() const;
 
 private:
-    std::span<const std::uint8_t> rest() const;
+    std::span<const std::uint8_t> untaken() const;
 
     std::vector<std::uint8_t> buffer_;
     std::size_t taken_ = 0; // bytes at the front that next() has handed out

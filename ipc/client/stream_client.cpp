@@ -2,6 +2,7 @@
 
 #include "ipc/client/frame_reader.h"
 #include "ipc/network/fd.h"
+#include "ipc/network/unix_address.h"
 
 #include <array>
 #include <cerrno>
@@ -11,8 +12,6 @@
 #include <system_error>
 #include <utility>
 
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 namespace
@@ -50,15 +49,12 @@ std::string refusal(int error, const std::string &path)
 // Empty, with errno set, on failure.
 Fd connect_to(const std::string &path)
 {
-    sockaddr_un address{};
-    if (path.size() >= sizeof address.sun_path) {
-        errno = ENAMETOOLONG;
+    const auto address = va::unix_address(path);
+    if (!address)
         return Fd();
-    }
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, path.size());
     Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    if (fd && connect(fd.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) == -1)
+    if (fd &&
+        connect(fd.get(), reinterpret_cast<const sockaddr *>(&*address), sizeof *address) == -1)
         fd.reset();
     return fd;
 }

@@ -1,6 +1,7 @@
 #include "ipc/network/socket.h"
 
 #include "ipc/network/fd.h"
+#include "ipc/network/unix_address.h"
 
 #include <cerrno>
 #include <cstddef>
@@ -36,18 +37,6 @@ template <class Address>
 const sockaddr *generic(const Address &address)
 {
     return reinterpret_cast<const sockaddr *>(&address);
-}
-
-// Empty when the path has no room in an address.
-std::optional<sockaddr_un> unix_address(const char *path)
-{
-    sockaddr_un address{};
-    const std::size_t length = std::strlen(path);
-    if (length >= sizeof address.sun_path)
-        return std::nullopt;
-    address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path, path, length);
-    return address;
 }
 
 sockaddr_in ipv4_address(in_addr_t address, int port)
@@ -101,7 +90,7 @@ Fd accept_connection(int listener)
 
 int unix_domain_socket_init(int *out, const char *path, int backlog)
 {
-    const auto address = unix_address(path);
+    const auto address = va::unix_address(path);
     if (!address)
         return -1;
     unlink(path);
@@ -135,7 +124,7 @@ int unix_domain_socket_accept(int listener, int *out)
 
 int unix_domain_socket_connect(int *out, const char *path)
 {
-    const auto address = unix_address(path);
+    const auto address = va::unix_address(path);
     if (!address)
         return -1;
     Fd fd = unix_socket();

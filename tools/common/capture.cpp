@@ -1,15 +1,14 @@
 #include "tools/common/capture.h"
 
 #include "ipc/client/frame_reader.h"
+#include "tools/common/file_error.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <iterator>
 #include <stdexcept>
 #include <string_view>
-#include <system_error>
 #include <vector>
 
 namespace
@@ -18,16 +17,11 @@ namespace
 using TimePoint = std::chrono::system_clock::time_point;
 using std::chrono::microseconds;
 
-[[noreturn]] void fail(const std::string &path)
-{
-    throw std::system_error(errno, std::generic_category(), path);
-}
-
 CaptureFile open_file(const std::string &path, const char *mode)
 {
     CaptureFile file(std::fopen(path.c_str(), mode));
     if (!file)
-        fail(path);
+        throw_file_error(path);
     return file;
 }
 
@@ -48,7 +42,7 @@ public:
     {
         const std::size_t got = std::fread(buffer.data(), 1, buffer.size(), file_.get());
         if (got < buffer.size() && std::ferror(file_.get()))
-            fail(path_);
+            throw_file_error(path_);
         return got;
     }
 
@@ -124,20 +118,20 @@ void CaptureWriter::turn_over()
 {
     flush();
     if (std::rename(path_.c_str(), (path_ + ".1").c_str()) != 0)
-        fail(path_ + ".1");
+        throw_file_error(path_ + ".1");
     begin();
 }
 
 void CaptureWriter::flush()
 {
     if (std::fflush(file_.get()) != 0)
-        fail(path_);
+        throw_file_error(path_);
 }
 
 void CaptureWriter::write(std::span<const std::uint8_t> bytes)
 {
     if (std::fwrite(bytes.data(), 1, bytes.size(), file_.get()) != bytes.size())
-        fail(path_);
+        throw_file_error(path_);
     written_ += bytes.size();
 }
 

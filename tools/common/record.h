@@ -24,7 +24,8 @@ struct Record {
     std::span<const std::uint8_t> payload;
 };
 
-// A payload as 32-bit words in the machine's byte order, and the bytes behind them that fill none.
+// A payload as 32-bit words in the machine's byte order, and the odd bytes behind them that fill
+// none.
 class Words
 {
 public:
@@ -37,7 +38,7 @@ public:
         std::memcpy(&word, &payload_[index * word_size], word_size);
         return word;
     }
-    std::span<const std::uint8_t> rest() const { return payload_.subspan(size() * word_size); }
+    std::span<const std::uint8_t> odd_bytes() const { return payload_.subspan(size() * word_size); }
 
 private:
     static constexpr std::size_t word_size = sizeof(std::uint32_t);

@@ -15,9 +15,9 @@ namespace
 {
 
 // False when it has to be given up.
-bool wait_until_writable(int fd)
+bool wait_until_writable(int descriptor)
 {
-    pollfd polled{fd, POLLOUT, 0};
+    pollfd polled{descriptor, POLLOUT, 0};
     while (poll(&polled, 1, 0) <= 0) {
         if (must_stop())
             return false;
@@ -27,13 +27,13 @@ bool wait_until_writable(int fd)
 }
 
 // The error, 0 or, when it has to be given up, EPIPE. What is writable takes so many bytes at once.
-int write_all(int fd, std::string_view text)
+int write_all(int descriptor, std::string_view text)
 {
     while (!text.empty()) {
-        if (!wait_until_writable(fd))
+        if (!wait_until_writable(descriptor))
             return EPIPE;
         const ssize_t written =
-            write(fd, text.data(), std::min<std::size_t>(text.size(), PIPE_BUF));
+            write(descriptor, text.data(), std::min<std::size_t>(text.size(), PIPE_BUF));
         if (written < 0 && errno != EINTR && errno != EAGAIN)
             return errno;
         text.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(written, 0)));

@@ -38,7 +38,7 @@ public:
     {
     }
 
-    int fd() const { return client_.fd(); }
+    int descriptor() const { return client_.fd(); }
 
     void connect(const Moment &now, Output &output)
     {
@@ -94,7 +94,7 @@ public:
     {
         connect_all();
         for (std::size_t i = 0; i < streams_.size(); ++i)
-            polled_[i] = {streams_[i].fd(), POLLIN, 0};
+            polled_[i] = {streams_[i].descriptor(), POLLIN, 0};
         const int patience = patience_ms(std::max(output_.due() - now().at, Elapsed()));
         if (poll(polled_.data(), polled_.size(), patience) > 0)
             receive_all();

@@ -75,8 +75,8 @@ std::string json_text(const Record &record, bool labels)
                        member("stream", quoted(record.kind.name)) + ',' +
                        member("length", std::to_string(record.payload.size())) +
                        payload_members(words, fields);
-    if (!words.rest().empty())
-        text += ',' + member("rest", quoted(hexadecimal(words.rest())));
+    if (!words.odd_bytes().empty())
+        text += ',' + member("rest", quoted(hexadecimal(words.odd_bytes())));
     return text + '}';
 }
 

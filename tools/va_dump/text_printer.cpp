@@ -36,7 +36,7 @@ std::string payload_text(const StreamKind &kind, std::span<const std::uint8_t> p
         text += separator(i, kind.entry_words);
         text += word_text(kind, i, words[i], style);
     }
-    for (const std::uint8_t byte : words.rest())
+    for (const std::uint8_t byte : words.odd_bytes())
         text += formatted(" %02x", byte);
     return text;
 }

@@ -1,22 +1,17 @@
 #include "tools/va_picture/replace_file.h"
 
 #include "ipc/network/fd.h"
+#include "tools/common/file_error.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
-#include <system_error>
 
 #include <sys/stat.h>
 
 namespace
 {
-
-[[noreturn]] void fail(const std::string &path)
-{
-    throw std::system_error(errno, std::generic_category(), path);
-}
 
 // A new file beside `path`, which is removed unless it has taken its place.
 class Beside
@@ -26,7 +21,7 @@ public:
         : name_(path + ".XXXXXX"), fd_(mkostemp(name_.data(), O_CLOEXEC))
     {
         if (!fd_)
-            fail(path);
+            throw_file_error(path);
     }
     ~Beside()
     {
@@ -76,8 +71,8 @@ bool is_replaceable(const std::string &path)
 void replace_file(const std::string &path, const std::string &content)
 {
     if (!is_replaceable(path))
-        fail(path);
+        throw_file_error(path);
     Beside file(path);
     if (!file.write(content) || !file.take_place_of(path))
-        fail(path);
+        throw_file_error(path);
 }

@@ -2,19 +2,19 @@
 # Sourced after setup.sh by scripts that watch a real daemon: a build whose daemon keeps all it makes
 # below the folder it is started in, beside any other; a folder that goes with the script.
 
-own_build=${root:?}/build/own
-own_bin=$own_build/bin
+daemon_build=${root:?}/build/daemon
+daemon_bin=$daemon_build/bin
 
-build_own() {
-    configure host -B "$own_build" -DVA_TESTS=OFF -DVA_RUN_DIR=run -DVA_FIRMWARE_DIR=firmware
-    cmake --build "$own_build"
+build_daemon() {
+    configure host -B "$daemon_build" -DVA_TESTS=OFF -DVA_RUN_DIR=run -DVA_FIRMWARE_DIR=firmware
+    cmake --build "$daemon_build"
 }
 
 # start_daemon: in the working directory, with the files `store` and `scene`; sets `daemon`.
 start_daemon() {
-    "$own_bin/make_firmware" firmware
+    "$daemon_bin/make_firmware" firmware
     mkdir -p run
-    NVRAM_FILE=store VA_SIM_SCENE=scene "$own_bin/va" >va.out 2>&1 &
+    NVRAM_FILE=store VA_SIM_SCENE=scene "$daemon_bin/va" >va.out 2>&1 &
     daemon=$!
     wait_until 20 daemon_is_ready || die "va does not start, see $PWD/va.out"
 }
