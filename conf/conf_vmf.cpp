@@ -107,14 +107,16 @@ VmfSlots fill_filters(ODVmfParamConf &conf, const Sources &sources)
             }
             const int filter = conf.filterNum++;
             convert(&conf.filters[filter], &kind_sources[n]);
-            slots.slots[static_cast<std::size_t>(filter)] = {kind, n, conf.filters[filter].event,
-                                                             conf_vmfBit(conf, filter)};
+            const VmfSlot slot{kind, n, conf.filters[filter].event, conf_vmfBit(conf, filter)};
+            slots.slots[static_cast<std::size_t>(filter)] = slot;
+            note_filter(filter, key, n, slot.event, slot.bit);
         }
     };
     add(VmfSource::Line, sources.lines, conf_convCrossLineConf2ODVmfFilterConf, line_keys.start_x);
     add(VmfSource::Area, sources.areas, conf_convObjectDetectionConf2ODVmfFilterConf,
         area_keys.left);
     slots.count = conf.filterNum;
+    conf_noteFilterNum(slots.count);
     return slots;
 }
 

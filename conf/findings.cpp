@@ -78,3 +78,17 @@ void conf_leaveOutGroup(const char *beginning, const char *why)
 {
     ConfFindings::tell([=](ConfFindings &findings) { findings.leave_out_group(beginning, why); });
 }
+
+void conf_noteFilter(int number, const char *name, std::int32_t event, int bit)
+{
+    ConfFindings::tell([=](ConfFindings &findings) {
+        findings.filters_[number] = {name, event, bit};
+    });
+}
+
+void conf_noteFilterNum(int count)
+{
+    ConfFindings::tell([=](ConfFindings &findings) {
+        findings.filters_.erase(findings.filters_.lower_bound(count), findings.filters_.end());
+    });
+}

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <string>
 
@@ -14,8 +15,16 @@ public:
         std::string why_not; // empty: it is in use
     };
 
+    struct Filter {
+        std::string name; // what the keys of its line or area begin with
+        std::int32_t event;
+        int bit; // of that event code's mask
+    };
+
     // By key, as last read. A window, a line or an area that is not defined has none.
     const std::map<std::string, Setting> &settings() const { return settings_; }
+    // By number, as last read.
+    const std::map<int, Filter> &filters() const { return filters_; }
     bool is_complete() const { return complete_; } // memory was never short
 
     // As long as it lives, the readers that the calling thread calls tell `findings`. One at a time
@@ -33,6 +42,8 @@ private:
     friend void conf_note(const char *key, const char *value, const char *default_text);
     friend void conf_leaveOut(const char *key, const char *why);
     friend void conf_leaveOutGroup(const char *beginning, const char *why);
+    friend void conf_noteFilter(int number, const char *name, std::int32_t event, int bit);
+    friend void conf_noteFilterNum(int count);
 
     template <class What>
     static void tell(What what);
@@ -41,6 +52,7 @@ private:
     void leave_out_group(const char *beginning, const char *why);
 
     std::map<std::string, Setting> settings_;
+    std::map<int, Filter> filters_;
     bool complete_ = true;
 };
 
@@ -53,3 +65,7 @@ void conf_note(const char *key, const char *value, const char *default_text);
 // not count; `why` is for people.
 void conf_leaveOut(const char *key, const char *why);
 void conf_leaveOutGroup(const char *beginning, const char *why);
+
+// Filter `number` was made of the line or area that is called so; there are `count` filters.
+void conf_noteFilter(int number, const char *name, std::int32_t event, int bit);
+void conf_noteFilterNum(int count);

@@ -69,3 +69,11 @@ void leave_out_with(Key key, int index, const char *why)
         dot[1] = '\0';
     conf_leaveOutGroup(full.text, why);
 }
+
+void note_filter(int number, Key key, int index, std::int32_t event, int bit)
+{
+    FullKey full(key, index);
+    if (char *const dot = std::strrchr(full.text, '.'))
+        *dot = '\0';
+    conf_noteFilter(number, full.text, event, bit);
+}

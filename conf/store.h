@@ -40,6 +40,9 @@ private:
 void note(Key key, int index, const char *value, const char *default_text);
 void leave_out_with(Key key, int index, const char *why);
 
+// The line or area that the key is of became a filter.
+void note_filter(int number, Key key, int index, std::int32_t event, int bit);
+
 // Whether the findings are told what is read.
 enum class Tells { No, Yes };
 

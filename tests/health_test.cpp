@@ -254,10 +254,13 @@ TEST_F(HealthTest, NamesTheSettingsThatAreLeftOut)
         EXPECT_FALSE(status.contains("setting." + key)) << key;
     }
     EXPECT_EQ("2", status["setting.CrossLine.C2.EndY"]);
+    EXPECT_EQ("CrossLine.C2/1/2", status["filter.2.name"] + '/' + status["filter.2.event"] + '/' +
+                                      status["filter.2.bit"]);
     files.store("");
     files.reconfigure();
     EXPECT_TRUE(says("settings.reloads", "1"));
     status = ask();
+    EXPECT_FALSE(status.contains("filter.0.name"));
     for (const auto &[key, why] : wanted) // but for faces', which are read at start alone
         EXPECT_EQ(key.starts_with("Face"), status.contains("left_out." + key)) << key;
     EXPECT_TRUE(daemon.stop());

@@ -26,7 +26,14 @@ std::string lines_of(const ConfFindings &findings)
         else
             left_out += "left_out." + item + " (" + setting.why_not + ")\n";
     }
-    return used + left_out;
+    std::string filters;
+    for (const auto &[number, filter] : findings.filters()) {
+        const std::string key = "filter." + std::to_string(number);
+        filters += key + ".name: " + filter.name + '\n' + key +
+                   ".event: " + std::to_string(filter.event) + '\n' + key +
+                   ".bit: " + std::to_string(filter.bit) + '\n';
+    }
+    return filters + used + left_out;
 }
 
 } // namespace

@@ -13,7 +13,7 @@ class VaSettings
 {
 public:
     struct Shown {
-        std::string lines; // "setting.KEY: VALUE", "left_out.KEY: VALUE (WHY)"
+        std::string lines; // "filter.N...", "setting.KEY: VALUE", "left_out.KEY: VALUE (WHY)"
         bool is_complete = false;
         std::uint32_t reloads = 0;
         std::chrono::system_clock::time_point last_reload{};
