@@ -21,6 +21,3 @@ constexpr std::array<VaDriver, std::size(va_modules)> va_drivers = {{
 }};
 
 static_assert(std::ranges::equal(va_drivers, va_modules, {}, &VaDriver::module));
-static_assert(std::ranges::all_of(va_polled, [](VaModule module) {
-    return va_drivers[static_cast<std::size_t>(module)].poll != nullptr;
-}));
