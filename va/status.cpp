@@ -1,9 +1,9 @@
 #include "va/status.h"
 
 #include "ipc/network/fd.h"
+#include "va/context.h"
 #include "va/paths.h"
 #include "va/streams.h"
-#include "va/va.h"
 
 #include <cerrno>
 #include <cinttypes>

@@ -43,7 +43,3 @@ struct Picture {
 };
 
 inline constexpr std::size_t PICTURE_EVENTS = 10; // for which there is room
-
-// As SVG. Opened by itself it tells, once it is older than three seconds, since when it has not
-// been drawn; a page that shows it does so by giving its outermost element the class "aged".
-std::string svg_text(const Picture &picture);

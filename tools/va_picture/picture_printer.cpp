@@ -3,6 +3,7 @@
 #include "conf/conf_sensor.h"
 #include "tools/common/event_text.h"
 #include "tools/common/text.h"
+#include "tools/va_picture/drawing.h"
 #include "tools/va_picture/page.h"
 #include "tools/va_picture/replace_file.h"
 

@@ -1,4 +1,4 @@
-#include "tools/va_picture/picture.h"
+#include "tools/va_picture/drawing.h"
 
 #include "tools/common/text.h"
 #include "tools/va_picture/frame.h"
