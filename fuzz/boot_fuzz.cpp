@@ -40,9 +40,9 @@ bool holds(const std::vector<unsigned char> &area, const Image &image)
     return area == expected;
 }
 
-std::string_view from(std::string_view file, std::uint64_t begin)
+std::string_view from(std::string_view file, std::size_t begin)
 {
-    return file.substr(std::min<std::uint64_t>(begin, file.size()));
+    return file.substr(std::min(begin, file.size()));
 }
 
 template <class Header>

@@ -51,10 +51,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const std::string text = take_line(rest);
     std::int32_t width = -1;
     std::int32_t height = -1;
-    check(conf_parseResolution(sensor.c_str(), mode.c_str(), data[0] & 1, data[0] >> 1 & 1,
-                               text.c_str(), &width, &height),
-          width, height);
+    const int parsed = conf_parseResolution(sensor.c_str(), mode.c_str(), data[0] & 1,
+                                            data[0] >> 1 & 1, text.c_str(), &width, &height);
+    check(parsed, width, height);
     width = height = -1;
-    check(guess_resolution(make_list(rest).get(), text.c_str(), &width, &height), width, height);
+    const int guessed = guess_resolution(make_list(rest).get(), text.c_str(), &width, &height);
+    check(guessed, width, height);
     return 0;
 }
