@@ -51,21 +51,21 @@ enum class SimObjectKind : std::uint32_t { moving = OD_DYNAMIC, stationary = OD_
 struct SimObjectEntry {
     std::uint32_t id; // as in the scene, any value; an object keeps it
     SimObjectKind kind;
-    std::int32_t x;         // left edge of the box, pixels, -98302..65535
-    std::int32_t y;         // top edge of the box, as x
-    std::int32_t width;     // of the box, pixels, 1..65535
-    std::int32_t height;    // of the box, as width
-    std::int32_t centre_x;  // pixels, -65535..65535
-    std::int32_t centre_y;  // as centre_x
-    std::uint32_t result;   // counts results, not entries: 0, 1, ... 0xffffffff, 0
-    std::uint32_t reserved; // 0
+    std::int32_t x;        // left edge of the box, pixels, -98302..65535
+    std::int32_t y;        // top edge of the box, as x
+    std::int32_t width;    // of the box, pixels, 1..65535
+    std::int32_t height;   // of the box, as width
+    std::int32_t centre_x; // pixels, -65535..65535
+    std::int32_t centre_y; // as centre_x
+    std::uint32_t result;  // counts results, not entries: 0, 1, ... 0xffffffff, 0
+    std::uint32_t picture; // its number, when a feed has given it one; else 0
 };
 static_assert(offsetof(SimObjectEntry, id) == 0 && offsetof(SimObjectEntry, kind) == 4 &&
               offsetof(SimObjectEntry, x) == 8 && offsetof(SimObjectEntry, y) == 12 &&
               offsetof(SimObjectEntry, width) == 16 && offsetof(SimObjectEntry, height) == 20 &&
               offsetof(SimObjectEntry, centre_x) == 24 &&
               offsetof(SimObjectEntry, centre_y) == 28 && offsetof(SimObjectEntry, result) == 32 &&
-              offsetof(SimObjectEntry, reserved) == 36 && sizeof(SimObjectEntry) == OD_ENTRY_SIZE);
+              offsetof(SimObjectEntry, picture) == 36 && sizeof(SimObjectEntry) == OD_ENTRY_SIZE);
 static_assert(std::is_trivially_copyable_v<SimObjectEntry>);
 
 // A face.

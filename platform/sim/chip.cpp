@@ -1,12 +1,14 @@
 #include "platform/sim/chip.h"
 
+#include "platform/sim/bell.h"
+#include "platform/sim/feed.h"
 #include "platform/sim/playback.h"
 #include "platform/sim/scene.h"
 
 #include <algorithm>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdlib>
+#include <initializer_list>
 #include <utility>
 
 namespace
@@ -19,8 +21,8 @@ constexpr std::chrono::milliseconds longest_read{100}; // for a result that fall
 
 struct Shared {
     std::mutex mutex;
-    std::condition_variable changed;
-    Memory memory;
+    Memory memory; // guarded by it
+    Bell bell;     // for the reads that wait
 };
 
 // Never destroyed: a thread may still be inside a call when the process exits.
@@ -29,6 +31,20 @@ Shared &shared()
     alignas(Shared) static std::byte storage[sizeof(Shared)];
     static Shared *const instance = new (storage) Shared;
     return *instance;
+}
+
+Moment due_of(const Memory &chip, const Module &module)
+{
+    if (&module == &chip.od)
+        return chip.source->objects_due();
+    return &module == &chip.ta ? chip.source->alarm_due() : chip.source->faces_due();
+}
+
+std::unique_ptr<Source> source_of(Scene scene)
+{
+    if (scene.feed.empty())
+        return std::make_unique<Playback>(std::move(scene));
+    return std::make_unique<Feed>(std::move(scene.feed), scene.frame, wake_reads);
 }
 
 // False when the file cannot be read, or not all of it is understood.
@@ -41,7 +57,7 @@ bool follow_scene(Memory &memory, const std::string &path)
     for (const PlannedFailure &failure : scene->failures)
         memory.calls.plan_failure(failure.function, failure.nth, failure.error);
     memory.frame = scene->frame;
-    memory.source = std::make_unique<Playback>(*std::move(scene));
+    memory.source = source_of(*std::move(scene));
     if (memory.library_is_open())
         memory.source->start();
     return clean;
@@ -49,7 +65,8 @@ bool follow_scene(Memory &memory, const std::string &path)
 
 } // namespace
 
-LockedChip::LockedChip() : lock_(shared().mutex), memory_(shared().memory)
+LockedChip::LockedChip()
+    : lock_(shared().mutex), memory_(shared().memory), heard_(shared().bell.times_rung())
 {
     if (memory_.environment_read)
         return;
@@ -63,7 +80,9 @@ bool LockedChip::wait(Module &module, Moment end)
 {
     PendingRead read;
     module.pending = &read;
-    shared().changed.wait_until(lock_, end);
+    lock_.unlock();
+    heard_ = shared().bell.wait(heard_, end);
+    lock_.lock();
     if (module.pending == &read)
         module.pending = nullptr;
     return !read.cancelled;
@@ -71,24 +90,25 @@ bool LockedChip::wait(Module &module, Moment end)
 
 void wake_reads()
 {
-    shared().changed.notify_all();
+    shared().bell.ring();
 }
 
-Moment end_of_read(const Memory &chip, const Module &module)
+Moment own_end_of_read(const Memory &chip, const Module &module)
 {
-    const auto now = std::chrono::steady_clock::now();
-    Moment own = now + usual_read;
-    Moment others = never;
-    const auto look_at = [&](const Module &candidate, Moment due) {
-        if (&candidate == &module)
-            own = due <= now + longest_read ? due : own;
-        else if (candidate.is_started())
-            others = std::min(others, due);
-    };
-    look_at(chip.od, chip.source->objects_due());
-    look_at(chip.ta, chip.source->alarm_due());
-    look_at(chip.fd, chip.source->faces_due());
-    return std::min(own, others);
+    const Moment now = std::chrono::steady_clock::now();
+    const Moment due = due_of(chip, module);
+    return due <= now + longest_read ? due : now + usual_read;
+}
+
+Moment others_due(const Memory &chip, const Module &module)
+{
+    Moment first = never;
+    for (const Module *other :
+         std::initializer_list<const Module *>{&chip.od, &chip.ta, &chip.fd}) {
+        if (other != &module && other->is_started())
+            first = std::min(first, due_of(chip, *other));
+    }
+    return first;
 }
 
 void sim_reset()

@@ -2,7 +2,9 @@
 
 #include "platform/sim/memory.h"
 
+#include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <mutex>
 #include <new>
 
@@ -19,19 +21,24 @@ public:
     Memory &operator*() const { return memory_; }
     Memory *operator->() const { return &memory_; }
 
-    // Lets other threads in until `end` or wake_reads(); false when the read was cancelled.
+    // Lets other threads in until `end` or until wake_reads() has been called since this was made
+    // or waited last; false when the read was cancelled.
     bool wait(Module &module, Moment end);
 
 private:
     std::unique_lock<std::mutex> lock_;
     Memory &memory_;
+    std::uint64_t heard_; // how often wake_reads() had been called
 };
 
-// Makes the pending reads look again: a result was pushed, a module may have changed its state.
+// Makes the pending reads look again: there is a result, a module may have changed its state. Any
+// thread, with the chip locked or not.
 void wake_reads();
 
-// When a read of `module` ends that has not found a result now.
-Moment end_of_read(const Memory &chip, const Module &module);
+// When a read of `module` ends that finds no result: if it begins now, and because another module's
+// result is due.
+Moment own_end_of_read(const Memory &chip, const Module &module);
+Moment others_due(const Memory &chip, const Module &module);
 
 // The constant the daemon passes as `prm` and as `count`.
 inline constexpr int expected_prm = 1;
@@ -76,17 +83,18 @@ int wait_for_result(LockedChip &chip, Module &module, int prm, Take take)
 {
     if (module.is_started() && prm != expected_prm)
         return refuse(EINVAL);
-    std::optional<Moment> end;
+    std::optional<Moment> own_end;
     for (;;) {
         if (!module.is_started())
             return refuse(EPERM);
         if (take(*chip))
             return 0;
-        if (!end)
-            end = end_of_read(*chip, module);
-        if (std::chrono::steady_clock::now() >= *end)
+        if (!own_end)
+            own_end = own_end_of_read(*chip, module);
+        const Moment end = std::min(*own_end, others_due(*chip, module));
+        if (std::chrono::steady_clock::now() >= end)
             return no_result;
-        if (!chip.wait(module, *end))
+        if (!chip.wait(module, end))
             return refuse(NE3_VAL_ERR_CANCEL);
     }
 }

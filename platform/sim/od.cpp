@@ -24,20 +24,20 @@ OdResult result_of(std::vector<unsigned char> objects, int count, std::uint32_t 
 
 std::optional<OdResult> observed_objects(Memory &chip)
 {
-    const auto seen = chip.source->take_objects();
-    if (!seen)
-        return {};
-    if (seen->anew)
-        chip.od.centres.clear(); // a jump back to the beginning crosses no line
-    Detection detection = detect(chip.od.accepted, chip.frame, seen->objects, chip.od.centres);
-    chip.od.centres = centres_of(detection.objects);
-    if (detection.objects.empty())
-        return {}; // and so without an alarm
-    for (SimObjectEntry &object : detection.objects)
-        object.result = chip.od.results;
-    ++chip.od.results;
-    return result_of(bytes_of(detection.objects), static_cast<int>(detection.objects.size()),
-                     detection.alarms);
+    while (const auto seen = chip.source->take_objects()) {
+        if (seen->anew)
+            chip.od.centres.clear(); // a jump back to the beginning crosses no line
+        Detection detection = detect(chip.od.accepted, chip.frame, seen->objects, chip.od.centres);
+        chip.od.centres = centres_of(detection.objects);
+        if (detection.objects.empty())
+            continue; // and so without an alarm
+        for (SimObjectEntry &object : detection.objects)
+            object.result = chip.od.results;
+        ++chip.od.results;
+        return result_of(bytes_of(detection.objects), static_cast<int>(detection.objects.size()),
+                         detection.alarms);
+    }
+    return {};
 }
 
 bool copy_blocks(const ObjectDetection::Areas &areas, SimOdControl &control)

@@ -47,12 +47,13 @@ struct Scene {
     std::int64_t period = 0; // 0: the scene does not repeat
     std::int64_t begin = 0;  // where the first period is entered
     std::int64_t od_interval = 200;
+    std::string feed; // where observations come from instead of the lists below; empty: nowhere
     std::vector<ScriptedAlarm> alarms;
     std::vector<ScriptedObject> objects;
     std::vector<ScriptedFace> faces;
     std::vector<PlannedFailure> failures;
 };
 
-// Reads a scene file; nothing when it cannot be read. `clean` tells whether every line was
-// understood; the others are reported on standard error and left out.
+// Reads a scene file; nothing when it cannot be read. `clean` tells whether every line counts;
+// those that do not are reported on standard error.
 std::optional<Scene> read_scene(const std::string &path, bool &clean);

@@ -18,11 +18,11 @@
 // library's area of that block fail with EINVAL, lack of memory with ENOMEM. Closing the library
 // closes the modules, closing the loader's device stops the co-processor.
 //
-// A read waits for a result: until the scene's next one for its module, when that falls due within
-// 100 ms, else 10 ms. It returns 1 when there was none, and at once when the scene has one for
-// another started module, so that a thread that reads one module after the other gets them all in
-// time. cancel_data succeeds only while a read of its module waits, and ends it; else it fails with
-// EAGAIN. A read whose module is stopped meanwhile fails with EPERM.
+// A read waits for a result: until the next one of the scene or the feed for its module, when that
+// falls due within 100 ms, else 10 ms. It returns 1 when there was none, and at once when there is
+// one for another started module, so that a thread that reads one module after the other gets them
+// all in time. cancel_data succeeds only while a read of its module waits, and ends it; else it
+// fails with EAGAIN. A read whose module is stopped meanwhile fails with EPERM.
 //
 // A line beginning "sim: " on standard error tells each step of a module and each control record
 // with its blocks as accepted, why something was refused, and, once, what is wrong with the store.
@@ -97,5 +97,5 @@ std::vector<unsigned char> sim_vector_area();
 // lines take effect at once, and its time starts again whenever the library is opened. The
 // environment variable VA_SIM_SCENE names one that is loaded by the first call of anything here.
 // Returns false, with a line on standard error, when the file cannot be read (nothing changes then)
-// or a line in it is not understood (the others count).
+// or a line in it does not count (the others do).
 bool sim_play_scene(const std::string &path);

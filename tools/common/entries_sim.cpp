@@ -12,7 +12,7 @@ constexpr std::size_t word_size = sizeof(std::uint32_t);
 
 constexpr Field object_fields[] = {
     {"id"},           {"kind", false, ODString}, {"x", true},        {"y", true}, {"width", true},
-    {"height", true}, {"centre_x", true},        {"centre_y", true}, {"result"},  {"reserved"}};
+    {"height", true}, {"centre_x", true},        {"centre_y", true}, {"result"},  {"picture"}};
 static_assert(std::size(object_fields) * word_size == sizeof(SimObjectEntry));
 
 constexpr Field face_fields[] = {{"id"},           {"x", true}, {"y", true}, {"width", true},

@@ -1,0 +1,144 @@
+#include "platform/sim/feed_lines.h"
+
+#include "platform/sim/statement.h"
+#include "platform/sim/text.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace
+{
+
+using Unfinished = FeedLines::Unfinished;
+
+// From the writer's frame to the scene's, within what entries may hold.
+std::int32_t scaled(std::int32_t value, std::int32_t from, std::int32_t to, std::int32_t least)
+{
+    constexpr std::int64_t greatest = 65535;
+    const std::int64_t exact = std::int64_t{value} * to / from;
+    return static_cast<std::int32_t>(std::clamp<std::int64_t>(exact, least, greatest));
+}
+
+// The box whose four numbers begin with the nth; its place and size in the scene's frame.
+struct Box {
+    Box(const Unfinished &unfinished, const Values &v, std::size_t n)
+        : x(scaled(v[n], unfinished.sender.width, unfinished.frame.width, least_place)),
+          y(scaled(v[n + 1], unfinished.sender.height, unfinished.frame.height, least_place)),
+          width(scaled(v[n + 2], unfinished.sender.width, unfinished.frame.width, 1)),
+          height(scaled(v[n + 3], unfinished.sender.height, unfinished.frame.height, 1))
+    {
+    }
+
+    static constexpr std::int32_t least_place = -65535;
+    std::int32_t x, y, width, height;
+};
+
+template <class Item>
+void add(Unfinished &unfinished, std::vector<Item> &items, std::size_t limit, const Item &item)
+{
+    if (items.size() < limit)
+        items.push_back(item);
+    else
+        unfinished.full = true;
+}
+
+template <SimObjectKind kind>
+void add_object(Unfinished &unfinished, const Values &v)
+{
+    constexpr std::int32_t greatest_place = 65535;
+    const Box box(unfinished, v, 1);
+    SimObjectEntry entry{};
+    entry.id = v.bits(0);
+    entry.kind = kind;
+    entry.x = box.x;
+    entry.y = box.y;
+    entry.width = box.width;
+    entry.height = box.height;
+    entry.centre_x = std::min(box.x + box.width / 2, greatest_place);
+    entry.centre_y = std::min(box.y + box.height / 2, greatest_place);
+    add(unfinished, unfinished.picture.seen.objects, FEED_OBJECTS, entry);
+}
+
+void add_face(Unfinished &unfinished, const Values &v)
+{
+    constexpr std::uint32_t score = 100;
+    const Box box(unfinished, v, 1);
+    add(unfinished, unfinished.picture.faces, FEED_FACES,
+        {v.bits(0), box.x, box.y, box.width, box.height, score, 0});
+}
+
+void finish(Unfinished &unfinished, const Values &v)
+{
+    for (SimObjectEntry &entry : unfinished.picture.seen.objects)
+        entry.picture = v.numbers.empty() ? 0 : v.bits(0);
+    unfinished.whole = true;
+}
+
+constexpr Statement<Unfinished> statements[] = {
+    {"", [](Unfinished &, const Values &) {}},
+    {"object W 3 P P S S", add_object<SimObjectKind::moving>},
+    {"object W moving P P S S", add_object<SimObjectKind::moving>},
+    {"object W dynamic P P S S", add_object<SimObjectKind::moving>},
+    {"object W 19 P P S S", add_object<SimObjectKind::stationary>},
+    {"object W static P P S S", add_object<SimObjectKind::stationary>},
+    {"face W P P S S", add_face},
+    {"ta W W W W",
+     [](Unfinished &unfinished, const Values &v) {
+         add(unfinished, unfinished.picture.alarms, FEED_ALARMS,
+             {v.bits(0), v.bits(1), v.bits(2), v.bits(3)});
+     }},
+    {"picture", finish},
+    {"picture W", finish},
+    {"frame S S",
+     [](Unfinished &unfinished, const Values &v) {
+         unfinished.sender = {v[0], v[1]};
+     }},
+    {"jump", [](Unfinished &unfinished, const Values &) { unfinished.picture.seen.anew = true; }},
+};
+
+} // namespace
+
+FeedLines::FeedLines(std::string name, Size frame)
+    : name_(std::move(name)), unfinished_{frame, frame}
+{
+}
+
+std::vector<FeedPicture> FeedLines::take(std::string_view bytes)
+{
+    for (const char byte : bytes) {
+        if (byte == '\n')
+            take_line();
+        else if (line_.size() <= FEED_LINE) // one more tells that it is too long
+            line_ += byte;
+    }
+    return std::exchange(whole_, {});
+}
+
+void FeedLines::end()
+{
+    unfinished_ = {unfinished_.frame, unfinished_.frame};
+    line_.clear();
+    reported_.fill(false);
+}
+
+void FeedLines::take_line()
+{
+    const std::string line = std::exchange(line_, {});
+    unfinished_.full = unfinished_.whole = false;
+    if (line.size() > FEED_LINE)
+        report(too_long, line);
+    else if (!apply_line(line, statements, unfinished_))
+        report(not_understood, line);
+    else if (unfinished_.full)
+        report(too_many, line);
+    else if (unfinished_.whole)
+        whole_.push_back(std::exchange(unfinished_.picture, {}));
+}
+
+void FeedLines::report(Problem problem, const std::string &line)
+{
+    constexpr const char *words[] = {"not understood", "too long", "more than there is room for"};
+    if (!std::exchange(reported_[problem], true))
+        say("feed %s: left out, as are others like it: %s: %s", name_.c_str(), words[problem],
+            line.c_str());
+}

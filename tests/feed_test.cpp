@@ -1,0 +1,157 @@
+#include "ipc/network/socket.h"
+#include "platform/sim/feed_lines.h"
+#include "tests/support/capture.h"
+#include "tests/support/daemon.h"
+#include "tests/support/store_file.h"
+
+#include <cstring>
+#include <fstream>
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+namespace
+{
+
+using std::string;
+using Words = std::vector<std::uint32_t>;
+
+template <class Entry>
+Words words_of(const Entry &entry)
+{
+    Words words(sizeof entry / sizeof(std::uint32_t));
+    std::memcpy(words.data(), &entry, sizeof entry);
+    return words;
+}
+
+string repeated(const string &line, std::size_t times)
+{
+    string text;
+    while (times-- > 0)
+        text += line;
+    return text;
+}
+
+TEST(FeedLinesTest, ScaleThePlacesAndLeaveOutWhatIsWrong)
+{
+    FeedLines feed("cam", {1280, 720});
+    std::vector<FeedPicture> pictures;
+    const auto log_of = [&](const string &text) {
+        return stderr_of([&] { pictures = feed.take(text); });
+    };
+    EXPECT_EQ("", log_of("frame 640 360\n\nobject 0x5 moving -10 20 101 50 # left half\n"
+                         "face 9 1 2 30 40\nta 1 2 3 -1\npicture 77\nobject 6 19 0 0 8 8\npict"));
+    ASSERT_EQ(1U, pictures.size());
+    EXPECT_EQ((Words{5, 3, 0U - 20, 40, 202, 100, 81, 90, 0, 77}),
+              words_of(pictures[0].seen.objects.at(0)));
+    EXPECT_EQ((Words{9, 2, 4, 60, 80, 100, 0}), words_of(pictures[0].faces.at(0)));
+    EXPECT_EQ((AlarmWords{1, 2, 3, 0xffffffff}), pictures[0].alarms.at(0));
+    EXPECT_TRUE(pictures[0].seen.anew);
+    EXPECT_EQ("", log_of("ure\npicture\njump\npicture\n"));
+    ASSERT_EQ(3U, pictures.size());
+    EXPECT_EQ((Words{6, 19, 0, 0, 16, 16, 8, 8, 0, 0}), words_of(pictures[0].seen.objects.at(0)));
+    EXPECT_FALSE(pictures[0].seen.anew || pictures[1].seen.anew);
+    EXPECT_TRUE(pictures[2].seen.anew && pictures[1].seen.objects.empty());
+
+    const struct {
+        string line;
+        const char *problem;
+    } wrong[] = {
+        {"object 1 4 0 0 1 1", "not understood"},  {"object 1 3 65536 0 1 1", "not understood"},
+        {"face 1 0 0 1", "not understood"},        {"frame 0 1", "not understood"},
+        {"picture 1 2", "not understood"},         {"picture" + string(1, '\0'), "not understood"},
+        {"picture" + string(249, ' '), "too long"}};
+    for (const auto &test : wrong) {
+        feed.end(); // each writer's first is reported, and it is not the scene's frame any more
+        EXPECT_NE(string::npos, log_of(test.line + "\n").find(test.problem)) << test.line;
+        EXPECT_EQ("", log_of(test.line + "\npicture" + string(248, ' ') + "\n"));
+        EXPECT_EQ(1U, pictures.size());
+    }
+    feed.end();
+    const string full =
+        log_of("frame 1 1\n" + repeated("object 1 3 9 -9 9 9\n", 1001) +
+               repeated("face 1 0 0 1 1\n", 37) + repeated("ta 0 0 0 0\n", 5) + "picture\n");
+    EXPECT_EQ("sim: feed cam: left out, as are others like it: more than there is room for: object "
+              "1 3 9 -9 9 9\n",
+              full);
+    EXPECT_TRUE(pictures.at(0).seen.objects.size() == 1000 && pictures[0].faces.size() == 36 &&
+                pictures[0].alarms.size() == 4);
+    EXPECT_EQ((Words{1, 3, 11520, 0U - 6480, 11520, 6480, 17280, 0U - 3240, 0, 0}),
+              words_of(pictures[0].seen.objects[999]));
+}
+
+// A daemon whose scene is read from "feed", with a line down the middle and an area at the right.
+struct FeedTest : testing::Test {
+    FeedTest()
+    {
+        files.store(window("ObjectDetection.O0.", 5000, 9999, 5000, 9999) +
+                    lines("CrossLine.C0.", {"StartX=5000", "StartY=0", "EndX=5000", "EndY=9999"}));
+        files.write("scene", "feed feed\n\nface 1 at 1,1 size 2x2 between 0 9\n");
+    }
+
+    DaemonFiles files;
+};
+
+template <std::size_t count>
+void expect_next(Client &client, const std::uint32_t (&wanted)[count])
+{
+    const string bytes(reinterpret_cast<const char *>(wanted), sizeof wanted);
+    EXPECT_EQ(bytes, client.next()) << wanted[0];
+}
+
+TEST_F(FeedTest, MakesResultsOfWholePictures)
+{
+    Daemon daemon(files, {"-of"});
+    Client od(files.file("run/od"));
+    Client vmf(files.file("run/vmf"));
+    Client fd(files.file("run/fd"));
+    for (const char *stream : {"od", "vmf", "fd"})
+        ASSERT_TRUE(daemon.wait_for_output(string("run/") + stream + ": accept client"));
+    EXPECT_TRUE(daemon.wait_for_log("sim: scene:3: left out beside a feed: face 1 at 1,1"));
+    EXPECT_TRUE(daemon.wait_for_log("sim: feed feed: nobody writes\n"));
+    {
+        std::ofstream feed(files.file("feed"));
+        feed << "object 6 3 0 0 24 24\npicture 5\n" << std::flush;
+        expect_next(od, {6, 3, 0, 0, 24, 24, 12, 12, 0, 5});
+        // Number 6 is another one behind the jump: the first alarm is that of the area.
+        feed << "jump\nobject 6 3 1000 0 24 24\npicture\nobject 6 3 1000 600 24 24\npicture\n"
+             << "object 6 3 0 600 24 24\npicture\nface 7 1 2 3 4\npicture\n"
+             << "object 3 3 0 0 24 24\nobject 4 3 0 0 24 24\npict" << std::flush;
+        expect_next(vmf, {1, 0, 0, 0});
+        expect_next(vmf, {0, 1, 0, 0});
+        expect_next(fd, {7, 1, 2, 3, 4, 100, 0});
+    }
+    EXPECT_TRUE(daemon.wait_for_log("nobody writes\n", 2));
+    std::ofstream feed(files.file("feed"));
+    feed << "ure\nobject 2 3 0 0 24 24\npicture\n" << std::flush; // of this writer alone
+    expect_next(od, {6, 3, 1000, 0, 24, 24, 1012, 12, 1, 0});
+    expect_next(od, {6, 3, 1000, 600, 24, 24, 1012, 612, 2, 0});
+    expect_next(od, {6, 3, 0, 600, 24, 24, 12, 612, 3, 0});
+    expect_next(od, {2, 3, 0, 0, 24, 24, 12, 12, 4, 0});
+    EXPECT_TRUE(daemon.stop());
+}
+
+TEST_F(FeedTest, ReadsASocketAgainAndAgain)
+{
+    const string path = files.file("feed");
+    files.write("feed", "not a feed");
+    Daemon daemon(files, {"-t"});
+    Client ta(files.file("run/ta"));
+    EXPECT_TRUE(daemon.wait_for_log("sim: feed feed: neither a FIFO nor a socket\n"));
+    int fd = -1;
+    ASSERT_EQ(0, unix_domain_socket_init(&fd, path.c_str(), 1));
+    const Fd listener(fd);
+    for (std::uint32_t round = 0; round < 3; ++round) {
+        pollfd connecting{listener.get(), POLLIN, 0};
+        ASSERT_EQ(1, poll(&connecting, 1, 20'000));
+        const Fd writer(accept(listener.get(), nullptr, nullptr));
+        const string text = "ta 1 2 3 " + std::to_string(round) + "\npicture\n";
+        EXPECT_EQ(static_cast<ssize_t>(text.size()),
+                  send(writer.get(), text.data(), text.size(), MSG_NOSIGNAL));
+        expect_next(ta, {1, 2, 3, round});
+    }
+    EXPECT_TRUE(daemon.stop());
+}
+
+} // namespace
