@@ -200,7 +200,7 @@ TEST_F(HealthTest, TellsItsStatusWhenAsked)
     expect("control.last_unknown", "stat");
     expect("settings.reloads", "0");
     expect("setting.CameraTampering.T0.gcAreaRate", "31");
-    expect("setting.VMDWindow.Sensitivity", ""); // of a module that is off
+    expect("setting.VideoAnalytics.DIS.Mf_cutf", ""); // of a module that is off
     expect("left_out.FaceDetection.F0.Left",
            "5 (no window: four places of 0 to 9999 that enclose an area)");
     struct stat file;
@@ -256,6 +256,7 @@ TEST_F(HealthTest, NamesTheSettingsThatAreLeftOut)
     EXPECT_EQ("2", status["setting.CrossLine.C2.EndY"]);
     EXPECT_EQ("CrossLine.C2/1/2", status["filter.2.name"] + '/' + status["filter.2.event"] + '/' +
                                       status["filter.2.bit"]);
+    EXPECT_FALSE(status.contains("left_out.ObjectDetection.O1.SlowSpeed")); // a default
     files.store("");
     files.reconfigure();
     EXPECT_TRUE(says("settings.reloads", "1"));
