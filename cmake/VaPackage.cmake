@@ -13,7 +13,7 @@ target_compile_features(vaipc PUBLIC cxx_std_20)
 target_link_libraries(vaipc PUBLIC Threads::Threads)
 target_sources(vaipc PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FILES
     event/clock.h event/event.h event/soft_queue.h
-    ipc/client/frame_reader.h ipc/client/stream_client.h
+    ipc/client/daemon_status.h ipc/client/frame_reader.h ipc/client/stream_client.h
     ipc/msg/msg.h ipc/msg/msgcmd.h
     ipc/network/sck_svr.h ipc/network/socket.h
     ipc/network/spipe.h

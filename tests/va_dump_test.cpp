@@ -5,6 +5,7 @@
 #include "tests/support/store_file.h"
 #include "tests/support/wait.h"
 #include "tools/common/capture.h"
+#include "tools/va_dump/status_json.h"
 #include "tools/va_picture/picture_printer.h"
 
 #include <filesystem>
@@ -259,6 +260,64 @@ TEST(DumpTest, TellsWhatIsWrong)
     EXPECT_TRUE(stalled.wait_for_exit(3)) << "waits for a reader beyond its time";
     reader.reset();
     EXPECT_TRUE(piped.wait_for_exit(3));
+}
+
+TEST(DumpTest, MakesAnObjectOfAStatus)
+{
+    const DaemonStatus status{DaemonStatus::Answer::Answered,
+                              "",
+                              {{"va.version", "1.2.3"},
+                               {"stream.od.records", "7"},
+                               {"stream.od.client.1.process", "-1.50"},
+                               {"setting.A.B0.C", "01"},
+                               {"setting.A.B1.C", "x"},
+                               {"control.last_unknown", "\\\"\n"}}};
+    EXPECT_EQ(R"({"verdict":"well","exit_status":0,"control":{"last_unknown":"\\\"\u000a"},)"
+              R"("setting":{"A.B0.C":"01","A.B1.C":"x"},)"
+              R"("stream":{"od":{"client":{"1":{"process":-1.50}},"records":7}},)"
+              R"("va":{"version":"1.2.3"}})",
+              status_json(status, {IS_WELL, "well"}));
+    EXPECT_EQ(R"({"verdict":"gone","exit_status":4})",
+              status_json({DaemonStatus::Answer::Gone, "", {}}, {GONE, "gone"}));
+}
+
+TEST(DumpTest, TellsAQuietSceneFromADaemonThatIsNotWell)
+{
+    const DaemonFiles files;
+    const auto expect = [&](const std::vector<std::string> &arguments, int status,
+                            const std::string &text) {
+        std::vector<std::string> all = {"-d", "run"};
+        all.insert(all.end(), arguments.begin(), arguments.end());
+        Program dump(VA_DUMP, files.path(), all, "dump");
+        EXPECT_TRUE(dump.wait_for_exit(status)) << arguments.front();
+        const std::string printed = dump.output() + dump.log();
+        EXPECT_NE(std::string::npos, printed.find(text)) << printed;
+    };
+    const std::vector<std::string> ask = {"--status"};
+    const std::vector<std::string> read = {"-W", "0.2", "ta"};
+    expect(ask, GONE, "va does not run: nobody listens at run/ctrl");
+    expect(read, NO_RECORDS, "nobody listens");
+
+    {
+        Daemon quiet(files, {"-t"});
+        EXPECT_TRUE(quiet.wait_for_log("sim: ta control"));
+        expect(ask, IS_WELL, "\nta      runs");
+        expect({"--metrics"}, IS_WELL, "\nva_stream_records_total{stream=\"ta\"} 0\n");
+        expect(read, NO_RECORDS, "connected");
+        quiet.signal(SIGSTOP);
+        expect(ask, NO_ANSWER, "va does not answer: no answer in time");
+        expect(read, NO_ANSWER, "va_dump: va does not answer");
+    } // killed
+    expect(ask, GONE, "");
+
+    files.write("scene", "fail ne3_val_ta_get_data 2 5\n");
+    Daemon blind(files, {"-t"}, "blind");
+    EXPECT_TRUE(blind.wait_for_log("Analytics have ended"));
+    const std::string reason = "runs without analytics: ta: ne3_val_ta_get_data failed, code 5\n";
+    expect({"--status", "-j"}, NO_ANALYTICS, "\"exit_status\":6");
+    expect({"--metrics"}, NO_ANALYTICS, "\nva_module_up{module=\"ta\"} 0\n");
+    expect(read, NO_ANALYTICS, "va_dump: va " + reason);
+    EXPECT_TRUE(blind.stop());
 }
 
 } // namespace

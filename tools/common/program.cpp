@@ -3,6 +3,7 @@
 #include "ipc/network/fd.h"
 #include "tools/common/replay.h"
 #include "tools/common/standard_output.h"
+#include "tools/common/verdict.h"
 #include "tools/common/watch.h"
 
 #include <csignal>
@@ -14,7 +15,22 @@
 const char EXIT_STATUSES[] =
     "\n"
     "Ends with 0 when records came, 1 after an error, 2 when it is used wrongly, 3 when no record\n"
-    "came.\n";
+    "came, 5 when none came since the daemon hangs, 6 since it runs without analytics.\n";
+
+namespace
+{
+
+// A quiet scene, unless the daemon itself knows better.
+int without_records(const std::string &directory)
+{
+    const Verdict verdict = judge(ask_daemon_status(directory));
+    if (verdict.status != NO_ANSWER && verdict.status != NO_ANALYTICS)
+        return NO_RECORDS;
+    say(verdict.text);
+    return verdict.status;
+}
+
+} // namespace
 
 int run_program(const std::function<int()> &body)
 {
@@ -46,5 +62,7 @@ int print_records(const Source &source, std::vector<std::unique_ptr<Printer>> pr
             replay(source, output);
     } catch (const OutputEnded &) {
     }
-    return output.any() ? RECORDS_CAME : NO_RECORDS;
+    if (output.any())
+        return RECORDS_CAME;
+    return source.capture.empty() ? without_records(source.directory) : NO_RECORDS;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/common/exit_status.h"
 #include "tools/common/output.h"
 #include "tools/common/source.h"
 
@@ -9,8 +10,6 @@
 
 // What every program here does the same way.
 
-enum ExitStatus { RECORDS_CAME = 0, FAILED = 1, USED_WRONGLY = 2, NO_RECORDS = 3 };
-
 // Its end of the manual.
 extern const char EXIT_STATUSES[];
 
@@ -19,7 +18,8 @@ extern const char EXIT_STATUSES[];
 int run_program(const std::function<int()> &body);
 
 // Hands the source's records, as far as they are wanted, to all printers. Returns an exit status; a
-// standard output that nobody reads any more is a common end. Throws std::runtime_error, also at
+// standard output that nobody reads any more is a common end. When none came from a daemon that can
+// be asked, says what is wrong with it, if anything is. Throws std::runtime_error, also at
 // the end of a capture that is not whole, and what a printer throws.
 int print_records(const Source &source, std::vector<std::unique_ptr<Printer>> printers,
                   Selection selection = {});

@@ -19,6 +19,9 @@ constexpr char introduction[] =
     "Without a stream, all four. Sockets that do not exist yet are waited for. With a filter only\n"
     "what it is about: kind=moving (static, face), id=NUMBER, line=NUMBER.\n"
     "\n";
+constexpr char conclusion[] = "With --status and --metrics: 0 when the daemon is well, 4 when it "
+                              "does not run, 5 when it hangs, 6\n"
+                              "when it runs without analytics.\n";
 constexpr char printed[] = "What is printed:";
 constexpr char besides[] = "Besides:";
 
@@ -38,6 +41,10 @@ OptionTable table_of(Options &options)
          [&](const char *text) { options.period = parse_time(text); }},
         {printed, 'x', "hexadecimal", nullptr, "words in hexadecimal, 8 digits, not decimal",
          turn_on(options.hexadecimal)},
+        {printed, 0, "status", nullptr, "no records, but how the daemon does; -j: as JSON",
+         turn_on(options.status)},
+        {printed, 0, "metrics", nullptr, "no records, but figures of the daemon, for Prometheus",
+         turn_on(options.metrics)},
         {besides, 'w', "write", "FILE", "write the records to FILE",
          [&](const char *text) { options.copy = text; }},
         {besides, 0, "size", "NUMBER", "at so many bytes FILE becomes FILE.1 and begins anew",
@@ -61,6 +68,8 @@ void take_operands(std::span<char *const> operands, Options &options)
         const StreamKind *kind = find_stream(operand);
         if (!kind)
             throw WrongUse("no stream is called " + operand);
+        if (options.status || options.metrics)
+            throw WrongUse("--status and --metrics take no stream");
         any = wanted[index_of(*kind)] = true;
     }
     if (any)
@@ -80,6 +89,8 @@ void check_together(const Options &options)
         {options.events && options.figures, "-e and -q exclude each other"},
         {options.events && options.hexadecimal, "-e and -x exclude each other"},
         {options.events && options.labels, "-e and -l exclude each other"},
+        {options.status && options.metrics, "--status and --metrics exclude each other"},
+        {options.json && options.metrics, "-j and --metrics exclude each other"},
         {options.period != Elapsed::max() && !options.figures, "--every is of -q"},
         {options.copy_size && options.copy.empty(), "--size is of -w"},
     };
@@ -97,7 +108,8 @@ void check_together(const Options &options)
 bool parse_options(std::span<char *> arguments, Options &options)
 {
     std::span<char *> operands;
-    if (!parse_command_line(arguments, table_of(options), {introduction, EXIT_STATUSES}, operands))
+    const std::string after = std::string(EXIT_STATUSES) + conclusion;
+    if (!parse_command_line(arguments, table_of(options), {introduction, after.c_str()}, operands))
         return false;
     take_operands(operands, options);
     check(options.source);

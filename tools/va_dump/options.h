@@ -11,7 +11,9 @@
 
 struct Options {
     Source source = default_source();
-    bool events = false; // in place of records
+    bool status = false;  // of the daemon, in place of its records
+    bool metrics = false; // likewise
+    bool events = false;  // in place of records
     bool json = false;
     bool labels = false;
     bool figures = false; // in place of records

@@ -1,9 +1,13 @@
 #include "tools/common/capture.h"
 #include "tools/common/program.h"
+#include "tools/common/standard_output.h"
 #include "tools/va_dump/event_printer.h"
 #include "tools/va_dump/figures_printer.h"
 #include "tools/va_dump/json_printer.h"
+#include "tools/va_dump/metrics.h"
 #include "tools/va_dump/options.h"
+#include "tools/va_dump/status_json.h"
+#include "tools/va_dump/status_words.h"
 #include "tools/va_dump/text_printer.h"
 
 namespace
@@ -40,6 +44,21 @@ Selection make_selection(Options &options)
     return [&](const Record &record) { return options.filters.select(record); };
 }
 
+int print_status(const Options &options)
+{
+    const DaemonStatus status = ask_daemon_status(options.source.directory);
+    const Verdict verdict = judge(status);
+    if (options.json)
+        write_line(status_json(status, verdict));
+    else if (options.status)
+        write_text(status_words(status, verdict));
+    else
+        write_text(metrics_of(status));
+    if (options.metrics && verdict.status != IS_WELL)
+        say(verdict.text);
+    return verdict.status;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -48,6 +67,8 @@ int main(int argc, char **argv)
         Options options;
         if (!parse_options({argv, static_cast<std::size_t>(argc)}, options))
             return RECORDS_CAME;
+        if (options.status || options.metrics)
+            return print_status(options);
         return print_records(options.source, make_printers(options), make_selection(options));
     });
 }

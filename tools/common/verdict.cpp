@@ -1,0 +1,23 @@
+#include "tools/common/verdict.h"
+
+Verdict judge(const DaemonStatus &status)
+{
+    const auto value = [&](const char *key) { return std::string(status.value(key)); };
+    switch (status.answer) {
+    case DaemonStatus::Answer::Gone:
+        return {GONE, "va does not run: " + status.reason};
+    case DaemonStatus::Answer::None:
+        return {NO_ANSWER, "va does not answer: " + status.reason};
+    case DaemonStatus::Answer::Refused:
+        return {FAILED, status.reason};
+    default:
+        break;
+    }
+    const std::string analytics = value("analytics.state");
+    if (analytics == "ended")
+        return {NO_ANALYTICS, "va runs without analytics: " + value("analytics.why")};
+    if (analytics == "hang")
+        return {NO_ANSWER,
+                "the analytics of va hang, since " + value("analytics.last_pass") + " s"};
+    return {IS_WELL, analytics == "start" ? "va opens its modules" : "va runs"};
+}
