@@ -1,7 +1,6 @@
 #include "tools/common/command_line.h"
 
 #include "tools/common/standard_output.h"
-#include "tools/common/text.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -47,6 +46,14 @@ const Option &row_of(const OptionTable &table, int found)
     throw WrongUse(option + (found == ':' ? " needs a value" : " is no option"));
 }
 
+// What stands in front of an option's help, which begins in the next line when there is no room.
+std::string in_column(const std::string &option)
+{
+    constexpr std::size_t column = 25;
+    const bool fits = option.size() < column;
+    return option + (fits ? "" : "\n") + std::string(column - (fits ? option.size() : 0), ' ');
+}
+
 std::string help_text(const OptionTable &table, const Manual &manual)
 {
     std::string text = manual.before;
@@ -58,7 +65,7 @@ std::string help_text(const OptionTable &table, const Manual &manual)
         std::string option = row.letter ? std::string{' ', ' ', '-', row.letter, ','} : "     ";
         option += std::string(" --") + row.name;
         option += row.argument ? std::string(" ") + row.argument : "";
-        text += formatted("%-25s%s\n", option.c_str(), row.help.c_str());
+        text += in_column(option) + row.help + '\n';
     }
     return text + manual.after;
 }

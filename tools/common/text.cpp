@@ -10,13 +10,14 @@ namespace
 
 using TimePoint = std::chrono::system_clock::time_point;
 
-std::tm local_time(TimePoint time)
+// `convert` is localtime_r() or gmtime_r().
+std::tm calendar_time(TimePoint time, std::tm *(*convert)(const std::time_t *, std::tm *))
 {
     const std::time_t seconds = std::chrono::system_clock::to_time_t(
         std::chrono::floor<std::chrono::seconds>(time)); // a time before 1970 too
-    std::tm local{};
-    localtime_r(&seconds, &local);
-    return local;
+    std::tm calendar{};
+    convert(&seconds, &calendar);
+    return calendar;
 }
 
 std::string milliseconds_text(TimePoint time)
@@ -24,6 +25,19 @@ std::string milliseconds_text(TimePoint time)
     const auto part = time - std::chrono::floor<std::chrono::seconds>(time);
     const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(part).count();
     return formatted(".%03d", static_cast<int>(ms));
+}
+
+std::string day_text(const std::tm &calendar)
+{
+    return formatted("%02d:%02d:%02d", calendar.tm_hour, calendar.tm_min, calendar.tm_sec);
+}
+
+std::string date_time_text(const std::tm &calendar, TimePoint time)
+{
+    constexpr int first_year = 1900; // of std::tm, whose months begin with 0
+    return formatted("%04d-%02d-%02dT", first_year + calendar.tm_year, 1 + calendar.tm_mon,
+                     calendar.tm_mday) +
+           day_text(calendar) + milliseconds_text(time);
 }
 
 } // namespace
@@ -40,8 +54,7 @@ std::string formatted(const char *format, ...)
 
 std::string time_of_day(TimePoint time)
 {
-    const std::tm local = local_time(time);
-    return formatted("%02d:%02d:%02d", local.tm_hour, local.tm_min, local.tm_sec);
+    return day_text(calendar_time(time, localtime_r));
 }
 
 std::string clock_text(TimePoint time)
@@ -51,13 +64,15 @@ std::string clock_text(TimePoint time)
 
 std::string iso_text(TimePoint time)
 {
-    constexpr int first_year = 1900; // of std::tm, whose months begin with 0
-    const std::tm local = local_time(time);
+    const std::tm local = calendar_time(time, localtime_r);
     const long minutes = std::abs(local.tm_gmtoff) / 60;
-    return formatted("%04d-%02d-%02dT", first_year + local.tm_year, 1 + local.tm_mon,
-                     local.tm_mday) +
-           clock_text(time) +
+    return date_time_text(local, time) +
            formatted("%c%02ld:%02ld", local.tm_gmtoff < 0 ? '-' : '+', minutes / 60, minutes % 60);
+}
+
+std::string utc_text(TimePoint time)
+{
+    return date_time_text(calendar_time(time, gmtime_r), time) + 'Z';
 }
 
 std::string decimal_text(std::uint32_t word, const Field &field)

@@ -17,6 +17,9 @@ std::string clock_text(std::chrono::system_clock::time_point time);
 // "2026-03-01T14:02:03.123+01:00"
 std::string iso_text(std::chrono::system_clock::time_point time);
 
+// "2026-03-01T13:02:03.123Z"
+std::string utc_text(std::chrono::system_clock::time_point time);
+
 // A word in decimal, signed where its field is.
 std::string decimal_text(std::uint32_t word, const Field &field);
 
