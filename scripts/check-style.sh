@@ -5,12 +5,14 @@ set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
 
 preset=clang # whose compile commands clang-tidy can read as they are
-product=(va conf ipc event util platform tools)
+product=(va conf ipc event util platform tools mqtt)
 
 (($# == 0)) || die "usage: scripts/check-style.sh"
 
 require clang-format clang-tidy shellcheck groff-base
-[[ -f build/$preset/compile_commands.json ]] || configure "$preset"
+require "${mqtt_packages[@]}"
+grep --quiet --fixed-strings mqtt/ "build/$preset/compile_commands.json" 2>/dev/null ||
+    configure "$preset" -DVA_MQTT=ON
 
 say "clang-format"
 find . -path ./build -prune -o \( -name '*.h' -o -name '*.cpp' \) -print0 |
@@ -22,7 +24,7 @@ find "${product[@]}" -name '*.cpp' -print0 |
 
 say "shellcheck"
 shellcheck --external-sources scripts/*.sh .ci/run tests/boot/*.sh examples/*.sh
-shellcheck --shell=sh packaging/va.init.in packaging/postinst packaging/prerm
+shellcheck --shell=sh packaging/va.init.in packaging/postinst.in packaging/prerm.in
 
 say "man pages"
 for page in man/*; do

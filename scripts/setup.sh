@@ -7,6 +7,8 @@ export CMAKE_BUILD_PARALLEL_LEVEL=${CMAKE_BUILD_PARALLEL_LEVEL:-$jobs}
 export CTEST_PARALLEL_LEVEL=${CTEST_PARALLEL_LEVEL:-$jobs}
 
 base_packages=(g++ cmake ninja-build googletest)
+# shellcheck disable=SC2034 # of scripts that build with VA_MQTT
+mqtt_packages=(libmosquitto-dev nlohmann-json3-dev)
 
 say() {
     printf '%s: %s\n' "${0##*/}" "$*"

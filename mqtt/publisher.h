@@ -1,0 +1,53 @@
+#pragma once
+
+#include "mqtt/broker.h"
+#include "mqtt/frames.h"
+#include "mqtt/topics.h"
+#include "tools/common/events.h"
+#include "tools/common/printer.h"
+
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+
+// Hands what the daemon sends to the broker: frames as they come, all else as events and states.
+// The settings' shapes are read every two seconds, whether or not the daemon was told of them; the
+// sensor when the daemon comes.
+class Publisher : public Printer
+{
+public:
+    Publisher(const Settings &settings, const Source &source);
+    void print(const Record &record) override;
+    void connection(const Connection &connection) override;
+    void
+    tick(const Moment &now) override; // throws std::runtime_error when the broker refuses for good
+    void report(const Moment &now) override;
+    void finish(const Moment &now) override;
+
+private:
+    void take_event(const Event &event);
+    void take_frame(const Record &record);
+    void send_frames();
+    void send_area(const AlarmRule &rule, bool inside, SystemTime time);
+    void read_scene();
+    void set_areas(std::span<const AlarmRule> rules);
+    void tell_losses();
+    SystemTime time_of(Elapsed at) const { return now_.time - (now_.at - at); }
+
+    const Settings settings_;
+    const Topics topics_;
+    const bool tells_tamper_;
+    std::shared_ptr<Broker> broker_;
+    EventMaker maker_;
+    std::map<const StreamKind *, Frames> frames_;
+
+    Moment now_{};
+    ConfSize frame_{}; // of the video
+    std::string scene_;
+    Elapsed scene_read_{};
+    std::set<std::string> areas_; // the topics of those that the settings have
+    std::uint64_t results_missed_ = 0;
+    Losses told_;
+    std::optional<Elapsed> losses_told_;
+};

@@ -1,0 +1,37 @@
+#pragma once
+
+#include "tools/common/source.h"
+
+#include <cstddef>
+#include <span>
+#include <string>
+
+// What va_mqtt is told: by its command line, and by a file of settings whose keys are the names of
+// the long options. What both tell, the command line tells.
+
+struct Settings {
+    std::string file;
+
+    std::string host = "localhost"; // of the broker
+    int port = 0;                   // 0: the usual one, with TLS another than without
+    std::string client_id;
+    int keep_alive = 15; // seconds
+    std::string username;
+    std::string password_file;
+    std::string ca_file; // with it the connection is TLS
+    std::string certificate;
+    std::string key;
+
+    std::string prefix; // of all topics
+    std::string video_source = "VideoSource0";
+    std::string analytics = "Analytics0";
+    std::string profile = "Profile0";
+    std::string discovery;   // prefix of Home Assistant's discovery topics; empty: none
+    int qos = 1;             // of events
+    double rate = 5;         // frames a second and stream; 0: none
+    std::size_t keep = 1000; // events, while the broker is away
+};
+
+// Fills `settings` and `source` and checks them. Returns false when help or version was asked for
+// and printed. Throws WrongUse, and std::system_error for a file that cannot be read.
+bool read_settings(std::span<char *> arguments, Settings &settings, Source &source);
