@@ -55,7 +55,7 @@ void Broker::Destroy::operator()(mosquitto *handle) const
 std::shared_ptr<Broker> Broker::open(const Settings &settings, const Message &last_will)
 {
     std::shared_ptr<Broker> broker(new Broker(settings, last_will));
-    // A name server that does not answer may let the thread outlive its user.
+    // A host or a name server that does not answer may let the thread outlive its user.
     std::thread([broker] { broker->run(); }).detach();
     return broker;
 }
@@ -190,12 +190,11 @@ void Broker::run_connection()
     changed_.notify_all();
 }
 
+// Waits, because with TLS the library's other way does not see that nobody listens.
 int Broker::connect()
 {
-    if (connections_ == 0)
-        return mosquitto_connect_async(handle_.get(), settings_.host.c_str(), settings_.port,
-                                       settings_.keep_alive);
-    return mosquitto_reconnect_async(handle_.get());
+    return mosquitto_connect(handle_.get(), settings_.host.c_str(), settings_.port,
+                             settings_.keep_alive);
 }
 
 // A connection that was told to end ends by itself.

@@ -15,7 +15,7 @@
 struct mosquitto;
 
 // The connection to the MQTT broker: made again for ever, by a thread of its own, so that a name
-// server or a broker that does not answer keeps nobody from reading the daemon's records. What
+// server or a host that does not answer keeps nobody from reading the daemon's records. What
 // becomes of it is said on standard error, once a change.
 //
 // Events reach the broker in their order, once or, when the connection broke meanwhile, twice;

@@ -1,0 +1,188 @@
+"""A broker as packaging/mosquitto/ sets one up, a daemon with a scene, and va_mqtt, on loopback."""
+
+import json
+import os
+import re
+import shutil
+import socket
+import subprocess
+import tempfile
+import time
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parents[2]
+PATIENCE = 30  # seconds that anything may take
+
+STORE = """
+Properties.ImageSource.Sensor=imx122
+EventDetection.VumeruOD=yes
+EventDetection.FaceDetection=yes
+EventDetection.CameraTampering=yes
+CrossLine.C0.StartX=5000
+CrossLine.C0.StartY=0
+CrossLine.C0.EndX=5000
+CrossLine.C0.EndY=9999
+"""
+AREA = """
+ObjectDetection.O0.Left=6000
+ObjectDetection.O0.Right=9999
+ObjectDetection.O0.Top=0
+ObjectDetection.O0.Bottom=9999
+ObjectDetection.O0.Type=1
+"""
+# Object 7 crosses the line, then enters the area.
+PERIOD = 2.5
+SCENE = """
+period 2500
+od_interval 100
+object 7 dynamic 100x100 from 300,270 to 1500,270 between 0 1000
+face 3 at 400,300 size 200x200 between 0 1000
+at 500 ta 1 0 0 0
+"""
+
+
+def wait_for(condition, what):
+    end = time.monotonic() + PATIENCE
+    while not (result := condition()):
+        assert time.monotonic() < end, f"not within {PATIENCE} s: {what}"
+        time.sleep(0.02)
+    return result
+
+
+def free_ports(count):
+    sockets = [socket.create_server(("127.0.0.1", 0)) for _ in range(count)]
+    ports = [each.getsockname()[1] for each in sockets]
+    for each in sockets:
+        each.close()
+    return ports
+
+
+class Program:
+    """A child; what it prints and says goes into a file."""
+
+    def __init__(self, lab, name, *command, **more):
+        self.path = Path(lab.folder, name)
+        with open(self.path, "wb") as output:
+            self.child = subprocess.Popen(command, cwd=lab.folder, stdout=output,
+                                          stderr=subprocess.STDOUT, **more)
+        lab.programs.append(self)
+
+    def text(self):
+        return self.path.read_text(errors="replace")
+
+    def wait_for(self, pattern):
+        return wait_for(lambda: re.search(pattern, self.text()), f"{pattern} in {self.path.name}")
+
+    def end(self):
+        self.child.terminate()
+        return self.child.wait(PATIENCE)
+
+    def kill(self):
+        self.child.kill()
+        self.child.wait(PATIENCE)
+
+
+class Subscriber(Program):
+    def __init__(self, lab, account, *topics, session=None):
+        topics = [part for topic in topics for part in ("-t", topic)]
+        keep = ["-i", session, "-c"] if session else []
+        super().__init__(lab, f"sub{len(lab.programs)}", "mosquitto_sub", "-q", "1", "-F", "%j",
+                         *lab.tls(account), *keep, *topics)
+
+    def messages(self, part=""):
+        lines = self.text().split("\n")[:-1]  # the last one may not be whole
+        return [m for m in map(json.loads, filter(lambda line: line.startswith("{"), lines))
+                if part in m["topic"]]
+
+    def wait(self, part, accept=lambda message: True):
+        return wait_for(lambda: next(filter(accept, self.messages(part)), None), part)
+
+
+class Lab:
+    def __init__(self, bin_folder):
+        self.bin = Path(bin_folder).resolve()
+        self.folder = tempfile.mkdtemp()
+        self.programs = []
+        self.port, self.web_port = free_ports(2)
+        Path(self.folder, "run").mkdir()
+        Path(self.folder, "www").mkdir()
+        self.write("store", STORE + AREA)
+        self.write("scene", SCENE)
+        self._make_certificates()
+        self._configure_broker()
+        self.make_firmware()
+
+    def close(self):
+        for program in self.programs:
+            program.kill()
+        shutil.rmtree(self.folder)
+
+    def write(self, name, text, mode=0o600):
+        path = Path(self.folder, name)
+        path.touch(mode)
+        path.write_text(text)
+        path.chmod(mode)
+        return str(path)
+
+    def run(self, *command):
+        subprocess.run(command, cwd=self.folder, check=True, capture_output=True)
+
+    def make_firmware(self):
+        self.run(self.bin / "make_firmware", "firmware")
+
+    def _make_certificates(self):
+        for name in ("ca", "other"):
+            self.run("openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2",
+                     "-subj", f"/CN={name}", "-keyout", f"{name}.key", "-out", f"{name}.crt")
+        self.run("openssl", "req", "-newkey", "rsa:2048", "-nodes", "-subj", "/CN=broker",
+                 "-keyout", "broker.key", "-out", "broker.csr")
+        self.write("names", "subjectAltName=DNS:localhost")
+        self.run("openssl", "x509", "-req", "-in", "broker.csr", "-CA", "ca.crt",
+                 "-CAkey", "ca.key", "-CAcreateserial", "-days", "2", "-extfile", "names",
+                 "-out", "broker.crt")
+
+    def _configure_broker(self):
+        """As packaged, but for places, ports, the user, and that all is saved at once."""
+        self.write("passwords", "")
+        for account in ("cam1", "viewer", "homeassistant"):
+            self.write(f"{account}.password", f"{account} secret\n")
+            self.run("mosquitto_passwd", "-b", "passwords", account, f"{account} secret")
+        shutil.copy(ROOT / "packaging/mosquitto/acl", self.folder)
+        text = (ROOT / "packaging/mosquitto/va.conf").read_text()
+        for old, new in (("/etc/mosquitto/va/", f"{self.folder}/"),
+                         ("/var/lib/mosquitto/", f"{self.folder}/"),
+                         ("/usr/share/va/wall", f"{self.folder}/www"),
+                         ("8883", f"{self.port} 127.0.0.1"),
+                         ("8443", f"{self.web_port} 127.0.0.1"),
+                         ("autosave_interval 60", "autosave_interval 1")):
+            assert old in text
+            text = text.replace(old, new)
+        user = subprocess.check_output(["id", "-un"], text=True)
+        self.write("mosquitto.conf", f"{text}\nautosave_on_changes true\nuser {user}")
+
+    def tls(self, account):
+        return ["-h", "localhost", "-p", str(self.port), "--cafile", "ca.crt",
+                "-u", account, "-P", f"{account} secret"]
+
+    def start_broker(self):
+        broker = Program(self, "broker", "mosquitto", "-c", "mosquitto.conf")
+        broker.wait_for("running")
+        return broker
+
+    def start_daemon(self):
+        daemon = Program(self, "daemon", self.bin / "va",
+                         env=os.environ | {"NVRAM_FILE": "store", "VA_SIM_SCENE": "scene"})
+        wait_for(Path(self.folder, "run/ctrl").is_fifo, "the daemon's FIFO")
+        return daemon
+
+    def start_publisher(self, *arguments):
+        settings = self.write("va_mqtt.conf", f"""
+            host = localhost
+            port = {self.port}
+            cafile = ca.crt
+            username = cam1
+            password-file = cam1.password
+            prefix = cameras/cam1
+            discovery = homeassistant""")
+        return Program(self, f"publisher{len(self.programs)}", self.bin / "va_mqtt", "--settings",
+                       settings, *arguments, env=os.environ | {"NVRAM_FILE": "store"})

@@ -1,0 +1,210 @@
+"""usage: mqtt_test.py BIN [unittest argument...]: va_mqtt of BIN, a real broker and daemon."""
+
+import json
+import re
+import signal
+import sys
+import time
+import unittest
+from datetime import datetime, timedelta
+
+import jsonschema
+from lab import PERIOD, ROOT, STORE, Lab, Subscriber, wait_for
+
+RULE = "&VideoSource0/Analytics0/"
+EVENTS = "cameras/cam1/onvif-ej/"
+AREA_TOPIC = EVENTS + "RuleEngine/FieldDetector/ObjectsInside/" + RULE + "ObjectDetection.O0"
+LINE_TOPIC = EVENTS + "RuleEngine/LineDetector/Crossed/" + RULE + "CrossLine.C0"
+TAMPER_TOPIC = EVENTS + "VideoSource/GlobalSceneChange/AnalyticsService/&VideoSource0"
+AVAILABLE = "cameras/cam1/va/available"
+SCENE = "cameras/cam1/va/scene"
+
+# What begins a topic; which schema, whether it is retained.
+KINDS = (("cameras/cam1/onvif-mj/VideoAnalytics/Profile0/", "frame", False),
+         (LINE_TOPIC, "line", False), (AREA_TOPIC, "area", True), (TAMPER_TOPIC, "tamper", True),
+         ("cameras/cam1/va/track/", "track", False), (SCENE, "scene", True),
+         ("cameras/cam1/va/lost", "lost", False), ("homeassistant/", "discovery", True),
+         (AVAILABLE, "available", True))
+
+
+def kind_of(message):
+    return next(kind for kind in KINDS if message["topic"].startswith(kind[0]))
+
+
+def payload(message):
+    return json.loads(message["payload"])
+
+
+def time_of(message):
+    event = payload(message)
+    return datetime.fromisoformat(event.get("UtcTime", event.get("First", {}).get("UtcTime"))[:-1])
+
+
+class MqttTest(unittest.TestCase):
+    def setUp(self):
+        self.lab = Lab(BIN)
+        self.addCleanup(self.lab.close)
+
+    def check_against_schema(self, messages):
+        schema = json.loads((ROOT / "mqtt/topics.schema.json").read_text())
+        for message in messages:
+            _, name, retained = kind_of(message)
+            if message["payload"] and name != "available":
+                jsonschema.validate(payload(message), schema | {"$ref": f"#/$defs/{name}"})
+            self.assertEqual(message["qos"], 0 if name == "frame" else 1)
+            self.assertLessEqual(message["retain"], retained)
+
+    def retained_topics(self):
+        late = Subscriber(self.lab, "viewer", "cameras/#")
+        late.wait(AVAILABLE)
+        return {m["topic"]: m["payload"] for m in late.messages() if m["retain"]}
+
+    def test_each_topic(self):
+        self.lab.start_broker()
+        viewer = Subscriber(self.lab, "viewer", "cameras/#")
+        home = Subscriber(self.lab, "homeassistant", "homeassistant/#")
+        self.lab.start_publisher()
+        viewer.wait(AVAILABLE, lambda m: m["payload"] == "offline")
+        daemon = self.lab.start_daemon()
+        viewer.wait(AVAILABLE, lambda m: m["payload"] == "online")
+
+        inside = viewer.wait(AREA_TOPIC, lambda m: payload(m)["Data"]["IsInside"])
+        crossed = viewer.wait(LINE_TOPIC, lambda m: time_of(m) < time_of(inside))
+        viewer.wait(TAMPER_TOPIC, lambda m: payload(m)["Data"]["State"])
+        left = viewer.wait(AREA_TOPIC, lambda m: not payload(m)["Data"]["IsInside"]
+                           and time_of(m) > time_of(inside))
+        track = payload(viewer.wait("track/7", lambda m: payload(m)["State"] == "Ended"))
+        viewer.wait("track/3", lambda m: payload(m)["State"] == "Ended")
+        self.assertLess(time_of(crossed), time_of(left))
+        first, last = (track[end]["BoundingBox"]["@left"] for end in ("First", "Last"))
+        self.assertLess(first, last)
+        viewer.wait("onvif-mj/VideoAnalytics/Profile0/fd")
+        frame = payload(viewer.wait("onvif-mj/VideoAnalytics/Profile0/od"))["Frame"][0]
+        centre = frame["Object"][0]["Appearance"]["Shape"]["CenterOfGravity"]
+        scale, shift = (frame["Transformation"][part] for part in ("Scale", "Translate"))
+        x, y = (centre[axis] * scale[axis] + shift[axis] for axis in ("@x", "@y"))
+        self.assertTrue(-1 < x < 1, x)
+        self.assertAlmostEqual(y, 0.5)  # a quarter of the frame from its top
+
+        retained = self.retained_topics()
+        self.assertEqual(set(retained), {AREA_TOPIC, TAMPER_TOPIC, SCENE, AVAILABLE})
+        home.wait("/tamper/config")  # the last one by name
+        entities = [m for m in home.messages() if m["payload"]]
+        self.assertEqual({m["topic"].split("/")[3]: payload(m)["state_topic"] for m in entities},
+                         {"area_0": AREA_TOPIC, "line_0": LINE_TOPIC, "tamper": TAMPER_TOPIC})
+
+        self.lab.write("store", STORE)  # the area goes
+        viewer.wait(SCENE, lambda m: "area" not in m["payload"])
+        viewer.wait(AREA_TOPIC, lambda m: not m["payload"])
+        home.wait("area_0", lambda m: not m["payload"] and not m["retain"])
+        self.assertNotIn(AREA_TOPIC, self.retained_topics())
+        self.check_against_schema(viewer.messages() + home.messages())
+
+        self.assertEqual(viewer.messages(AVAILABLE)[-1]["payload"], "online")
+        killed = time.monotonic()
+        daemon.kill()
+        wait_for(lambda: viewer.messages(AVAILABLE)[-1]["payload"] == "offline", "offline")
+        self.assertLess(time.monotonic() - killed, 2)
+
+    def test_will(self):
+        self.lab.start_broker()
+        self.lab.start_daemon()
+        viewer = Subscriber(self.lab, "viewer", "cameras/#")
+        publisher = self.lab.start_publisher()
+        viewer.wait(AVAILABLE, lambda m: m["payload"] == "online")
+        publisher.kill()
+        viewer.wait(AVAILABLE, lambda m: m["payload"] == "offline" and not m["retain"])
+        publisher = self.lab.start_publisher()
+        wait_for(lambda: viewer.messages(AVAILABLE)[-1]["payload"] == "online", "online again")
+        self.assertEqual(publisher.end(), 0)
+        wait_for(lambda: viewer.messages(AVAILABLE)[-1]["payload"] == "offline", "good-bye")
+
+    def test_no_event_is_lost_when_the_broker_goes(self):
+        broker = self.lab.start_broker()
+        self.lab.start_daemon()
+        viewer = Subscriber(self.lab, "viewer", "cameras/#", session="keeper")
+        publisher = self.lab.start_publisher()
+        viewer.wait(LINE_TOPIC)
+        broker.kill()
+        publisher.wait_for("waiting for localhost:")
+        self.wait_for_figure(publisher, r"waiting (\d+)", 20)
+        self.lab.start_broker()
+        back = datetime.utcnow()
+        before = viewer.messages()
+        viewer.kill()
+        viewer = Subscriber(self.lab, "viewer", "cameras/#", session="keeper")
+        viewer.wait("onvif-mj", lambda m: payload(m)["Frame"][0]["@UtcTime"] > back.isoformat())
+        self.assertGreater(payload(viewer.wait("va/lost"))["Frames"], 0)
+        for part in (LINE_TOPIC, "track/7"):
+            viewer.wait(part, lambda m: time_of(m) > back)
+            messages = [m for m in before + viewer.messages() if part in m["topic"]]
+            times = sorted({time_of(m) for m in messages})  # twice is allowed
+            gap = max(later - time for time, later in zip(times, times[1:]))
+            self.assertLess(gap, timedelta(seconds=1.5 * PERIOD), (part, times))
+        self.assertEqual(payload(viewer.messages("va/lost")[-1])["Events"], 0)
+
+    def test_the_newest_events_are_kept(self):
+        broker = self.lab.start_broker()
+        viewer = Subscriber(self.lab, "viewer", "cameras/#", session="keeper")
+        wait_for(lambda: "keeper" in broker.text(), "subscription")
+        viewer.end()
+        broker.kill()
+        self.lab.start_daemon()
+        publisher = self.lab.start_publisher("--keep", "3")
+        publisher.wait_for("broker: waiting")
+        self.wait_for_figure(publisher, r"events sent 0, dropped (\d+)", 5)
+        back = datetime.utcnow()
+        self.lab.start_broker()
+        viewer = Subscriber(self.lab, "viewer", "cameras/#", session="keeper")
+        lost = payload(viewer.wait("va/lost"))
+        self.assertGreaterEqual(lost["Events"], 5)
+        kept = [m for m in viewer.messages() if kind_of(m)[1] in ("line", "track", "area", "tamper")
+                and not m["retain"] and time_of(m) < back]
+        self.assertLessEqual(len(kept), 3 + 2)  # and two states
+
+    def test_a_camera_writes_in_its_own_place_alone(self):
+        self.lab.start_broker()
+        viewer = Subscriber(self.lab, "viewer", "#")
+        publish = ["mosquitto_pub", *self.lab.tls("cam1"), "-q", "1", "-m", "text", "-t"]
+        wait_for(lambda: self.lab.run(*publish, "cameras/cam1/x") or viewer.messages(), "a message")
+        for topic in ("cameras/cam2/x", "cameras/x", "x",
+                      "homeassistant/event/va_cameras_cam2/x/config"):
+            self.lab.run(*publish, topic)
+        self.lab.run(*publish, "cameras/cam1/y")
+        viewer.wait("cameras/cam1/y")
+        self.assertEqual({m["topic"] for m in viewer.messages()},
+                         {"cameras/cam1/x", "cameras/cam1/y"})
+
+    def test_what_cannot_be_used_is_refused(self):
+        self.lab.start_broker()
+        self.lab.write("wrong.password", "wrong\n")
+        self.lab.write("open.password", "cam1 secret\n", mode=0o644)
+        self.lab.write("strange.conf", "port = 1883\nports = 1883\n")
+        table = (
+            (["--password-file", "wrong.password"], 1, "localhost:.*not authorised"),
+            (["--password-file", "open.password"], 1, "open to others"),
+            (["--password-file", "none"], 1, "none: No such file"),
+            (["--cafile", "other.crt"], 1, "localhost:.*certificate verify failed"),
+            (["--cafile", "cam1.password"], 1, "Unable to load CA"),
+            (["--host", "127.0.0.1"], 1, "127.0.0.1:.*host name verification failed"),
+            (["--settings", "strange.conf"], 2, "strange.conf:2: there is no setting ports"),
+            (["--prefix", "a/#"], 2, "no prefix"),
+            (["--rate", "x"], 2, "no number of frames"),
+        )
+        for arguments, status, text in table:
+            with self.subTest(arguments):
+                publisher = self.lab.start_publisher(*arguments)
+                publisher.wait_for(text)
+                self.assertEqual(publisher.child.wait(10), status)
+
+    def wait_for_figure(self, publisher, pattern, least):
+        def reached():
+            publisher.child.send_signal(signal.SIGUSR1)
+            time.sleep(0.1)
+            return max(map(int, re.findall(pattern, publisher.text())), default=0) >= least
+        wait_for(reached, pattern)
+
+
+if __name__ == "__main__":
+    BIN = sys.argv.pop(1)
+    unittest.main()
