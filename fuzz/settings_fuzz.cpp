@@ -44,6 +44,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     values = {reinterpret_cast<const char *>(data), size};
     const auto context = std::make_unique<VaContext>();
     gm_bOdEna = gm_bFdEna = gm_bTaEna = gm_bDisEna = 1;
+    context->sensorConf.width = frames[0].width; // settings are read with a sensor alone
+    context->sensorConf.height = frames[0].height;
+    context->sensorConf.fps = frames[0].fps;
     va_od_getConf(context.get());
     va_fd_getConf(context.get());
     va_ta_getConf(context.get());

@@ -178,14 +178,14 @@ TEST(DumpTest, ShowsACaptureAsItIsAsked)
     write_capture(dir.file("capture"));
     const std::string seven = R"({"id":7,"kind":3,"kind_word":"Dynamic","x":960,"y":540,)"
                               R"("width":192,"height":108,"centre_x":1056,"centre_y":594,)"
-                              R"("result":0,"reserved":0})";
+                              R"("result":0,"picture":0})";
     const std::pair<std::vector<std::string>, std::string> rows[] = {
         {{"-x", "vmf", "ta"},
          "T vmf    16  00000000 00000001 00000000 00000000\n"
          "T ta     13  00000001 00000002 00000003 ab\n"},
         {{"-l", "kind=static"},
          "T od     40  id=9 kind=Static x=5 y=6 width=7 height=8 centre_x=8 centre_y=10 result=0 "
-         "reserved=0\n"},
+         "picture=0\n"},
         {{"-j", "line=0"},
          R"({"time":"T","stream":"vmf","length":16,"words":[0,1,0,0]})"
          "\n"},
