@@ -1,7 +1,7 @@
 #include "conf/conf_fd.h"
 
-#include "conf/shapes.h"
 #include "conf/store.h"
+#include "conf/window.h"
 
 #include <strings.h>
 

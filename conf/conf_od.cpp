@@ -1,7 +1,7 @@
 #include "conf/conf_od.h"
 
-#include "conf/shapes.h"
 #include "conf/store.h"
+#include "conf/window.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "conf/geometry.h"
+#include "conf/parts.h"
 
 #include <cstdint>
 

@@ -1,7 +1,7 @@
 #include "conf/conf_vmf.h"
 
-#include "conf/shapes.h"
 #include "conf/store.h"
+#include "conf/window.h"
 
 #include <algorithm>
 #include <cstdio>

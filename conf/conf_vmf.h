@@ -1,6 +1,6 @@
 #pragma once
 
-#include "conf/geometry.h"
+#include "conf/parts.h"
 
 #include <array>
 #include <cstdint>
@@ -108,8 +108,8 @@ struct VmfSlots {
 int conf_getCrossLineConf(CrossLineConf *conf, int n);
 int conf_getObjectDetectionConf(ObjectDetectionConf *conf, int n);
 
-// For other programs than the daemon: what a single line, and a single no-detection area (its
-// `pointNum` is 0 when it is not defined), hold. Print nothing.
+// What a single line, and a single no-detection area (its `pointNum` is 0 when it is not defined),
+// hold. Print nothing.
 void conf_readCrossLineConf(CrossLineConf *conf, int n);
 void conf_readODVmfNdAreaConf(ODVmfNdAreaConf *conf, int n);
 

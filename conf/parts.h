@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-// Shapes inside configuration records.
+// What configuration records consist of besides numbers.
 
 inline constexpr int CONF_POLYGON_POINTS = 8;
 

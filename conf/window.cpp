@@ -1,4 +1,4 @@
-#include "conf/shapes.h"
+#include "conf/window.h"
 
 #include <algorithm>
 #include <iterator>
