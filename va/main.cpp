@@ -1,8 +1,10 @@
 #include "ipc/network/fd.h"
+#include "va/descriptor_limit.h"
+#include "va/log.h"
 #include "va/options.h"
 #include "va/pid_file.h"
-#include "va/process.h"
 #include "va/run_dir.h"
+#include "va/signals.h"
 #include "va/status.h"
 #include "va/va.h"
 #include "va/va_proc.h"
@@ -29,8 +31,8 @@ void start_processing_thread(VaContext *context)
         pthread_detach(context->thread);
         return;
     }
-    syslog(LOG_ERR, "Can't create the processing thread: %s. There are no results.",
-           std::strerror(error));
+    log_error("Can't create the processing thread: %s. There are no results.",
+              std::strerror(error));
     context->health.ends("no thread could be made");
     context->threadEnded = 1;
 }
@@ -51,7 +53,7 @@ void run(VaContext *context, Watchdog &watchdog)
     if (prepare_loop() && watchdog.start()) {
         event_loop(0);
     } else {
-        syslog(LOG_ERR, "Can't add the events of the event loop.");
+        log_error("Can't add the events of the event loop.");
         terminate = 1; // ends the processing thread, for which va_stop() waits
     }
     watchdog.says_stopping();
@@ -84,6 +86,6 @@ int main(int argc, char **argv)
         watchdog.says_not_started();
     remove_status_file();
     remove_own_pid_file();
-    syslog(LOG_ERR, "Application quit.");
+    log_error("Application quit.");
     return 0;
 }

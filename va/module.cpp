@@ -2,19 +2,13 @@
 
 #include "event/soft_queue.h"
 #include "platform/ne3_val.h"
+#include "va/log.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <limits>
 
-#include <syslog.h>
 #include <unistd.h>
-
-int log_failure(const char *what, const char *end)
-{
-    syslog(LOG_ERR, "%s%X%s", what, static_cast<unsigned>(errno), end);
-    return -1;
-}
 
 void relay_entries(sck_svr_t *server, const void *entries, std::int32_t count,
                    std::size_t entry_size)
@@ -39,7 +33,7 @@ void note_failed_read(VaContext *context, VaModule module, const char *name)
     if (code == NE3_VAL_ERR_CANCEL)
         return;
     context->health.fails(module, name, code);
-    syslog(LOG_ERR, "%s failed.\n", name);
+    log_error("%s failed.\n", name);
 }
 
 int va_cancel(const VaContext *context, int (*cancel_data)())

@@ -11,10 +11,6 @@
 // What one read of a module has brought.
 enum class Poll { nothing, result, end };
 
-// Logs what failed, the library's code in errno behind it as hexadecimal digits, then `end`.
-// Returns -1.
-int log_failure(const char *what, const char *end = "");
-
 // Reads a record afresh and takes it over if any byte differs from the live copy. Returns whether
 // it did; an unchanged record is left untouched.
 template <class Record, class Get>

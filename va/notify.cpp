@@ -1,11 +1,11 @@
 #include "va/notify.h"
 
+#include "va/log.h"
+
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-
-#include <syslog.h>
 
 namespace
 {
@@ -20,9 +20,9 @@ Notifier::Notifier()
     if (!name)
         return;
     if (!set_address(name))
-        syslog(LOG_ERR, "%s=%s names no socket: the supervisor is not notified.", variable, name);
+        log_error("%s=%s names no socket: the supervisor is not notified.", variable, name);
     else if (socket_.reset(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)); !socket_)
-        syslog(LOG_ERR, "No socket to notify the supervisor: %s.", std::strerror(errno));
+        log_error("No socket to notify the supervisor: %s.", std::strerror(errno));
     unsetenv(variable);
 }
 
@@ -34,7 +34,7 @@ bool Notifier::send(std::string_view lines)
     const bool sent = sendto(socket_.get(), lines.data(), lines.size(), MSG_NOSIGNAL | MSG_DONTWAIT,
                              address, length_) >= 0;
     if (!sent && !failing_)
-        syslog(LOG_ERR, "Can't notify the supervisor: %s.", std::strerror(errno));
+        log_error("Can't notify the supervisor: %s.", std::strerror(errno));
     failing_ = !sent;
     return sent;
 }

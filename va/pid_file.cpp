@@ -2,8 +2,9 @@
 
 #include "ipc/network/fd.h"
 #include "util/util.h"
+#include "va/log.h"
 #include "va/paths.h"
-#include "va/process.h"
+#include "va/signals.h"
 
 #include <cerrno>
 #include <charconv>
@@ -15,7 +16,6 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <syslog.h>
 #include <unistd.h>
 
 namespace
@@ -104,7 +104,7 @@ pid_t recorded_process()
 // Asks an instance to stop, if it is known, and gives it a second.
 void wait_for(pid_t process)
 {
-    syslog(LOG_ERR, "==> Warning: Old process is not stop. Waiting now.");
+    log_error("==> Warning: Old process is not stop. Waiting now.");
     if (process > 0) {
         [[maybe_unused]] const int status = std::system(va_stop_command);
     }
@@ -128,8 +128,8 @@ bool remove_if_stale(pid_t process)
     if (lock.busy() || !is_stale(process))
         return true;
     const bool removed = unlink(va_pid_path) == 0;
-    syslog(LOG_ERR, "%s is stale: it names no other process of this user or root. %s", va_pid_path,
-           removed ? "Removed it." : "It cannot be removed: there is no PID file.");
+    log_error("%s is stale: it names no other process of this user or root. %s", va_pid_path,
+              removed ? "Removed it." : "It cannot be removed: there is no PID file.");
     return removed;
 }
 
@@ -149,7 +149,7 @@ Claim claim_pid_file()
         return Claim::written;
     if (file) {
         unlink(va_pid_path);
-        syslog(LOG_ERR, "%s cannot be written whole: there is no PID file.", va_pid_path);
+        log_error("%s cannot be written whole: there is no PID file.", va_pid_path);
     }
     return Claim::failed;
 }

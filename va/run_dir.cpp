@@ -1,5 +1,6 @@
 #include "va/run_dir.h"
 
+#include "va/log.h"
 #include "va/paths.h"
 #include "va/streams.h"
 
@@ -12,7 +13,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <syslog.h>
 #include <unistd.h>
 
 namespace
@@ -76,17 +76,17 @@ Sentences all_faults()
 void check_run_dir()
 {
     if (access(va_run_dir, F_OK) != 0) {
-        syslog(LOG_ERR,
-               "%s: %s. There is no PID file, and no hand-over from one instance to the next. Make "
-               "the directory before va starts.",
-               va_run_dir, std::strerror(errno));
+        log_error(
+            "%s: %s. There is no PID file, and no hand-over from one instance to the next. Make "
+            "the directory before va starts.",
+            va_run_dir, std::strerror(errno));
         return;
     }
     const Sentences faults = all_faults();
     if (*faults.text())
-        syslog(LOG_ERR,
-               "%sMake %s anew before va starts: owned by the user of va, not writable for others.",
-               faults.text(), va_run_dir);
+        log_error(
+            "%sMake %s anew before va starts: owned by the user of va, not writable for others.",
+            faults.text(), va_run_dir);
 }
 
 bool renew_control_fifo()
@@ -94,7 +94,7 @@ bool renew_control_fifo()
     const bool removed = std::remove(va_ctrl_path) == 0 || errno == ENOENT || errno == ENOTDIR;
     if (removed && (mkfifo(va_ctrl_path, 0777) == 0 || errno != EEXIST))
         return true;
-    syslog(LOG_ERR, "%s cannot be made anew: %s. There is no control channel.", va_ctrl_path,
-           std::strerror(errno));
+    log_error("%s cannot be made anew: %s. There is no control channel.", va_ctrl_path,
+              std::strerror(errno));
     return false;
 }

@@ -2,6 +2,7 @@
 
 #include "ipc/network/fd.h"
 #include "va/context.h"
+#include "va/log.h"
 #include "va/paths.h"
 #include "va/streams.h"
 
@@ -16,7 +17,6 @@
 #include <string_view>
 
 #include <fcntl.h>
-#include <syslog.h>
 #include <unistd.h>
 
 namespace
@@ -248,7 +248,7 @@ int va_msg_status(void *argument, const char *, int)
     static bool failing = false;
     const bool written = write_status(*static_cast<const VaContext *>(argument));
     if (!written && !failing)
-        syslog(LOG_ERR, "Can't write %s: %s.", va_status_path, std::strerror(errno));
+        log_error("Can't write %s: %s.", va_status_path, std::strerror(errno));
     failing = !written;
     return 0;
 }

@@ -1,6 +1,7 @@
 #include "va/va.h"
 
 #include "util/util.h"
+#include "va/log.h"
 #include "va/modules.h"
 #include "va/paths.h"
 #include "va/run_dir.h"
@@ -12,8 +13,6 @@
 #include <cstdio>
 #include <optional>
 
-#include <syslog.h>
-
 namespace
 {
 
@@ -24,8 +23,7 @@ int boot(VaContext *context)
     va_vana_quit(context);
     if (va_vana_boot(context) == 0)
         return 0;
-    syslog(LOG_ERR, "%s: fail.", "va_init");
-    return -1;
+    return log_error("%s: fail.", "va_init");
 }
 
 // What a module that does not run would use is in force nowhere.
@@ -56,10 +54,8 @@ int start_control_server(VaContext *context)
 {
     msg_conf conf{};
     std::snprintf(conf.path, sizeof conf.path, "%s", va_ctrl_path);
-    if (msg_init(&context->msg, conf) == -1) {
-        syslog(LOG_ERR, "Can't init msg!\n");
-        return -1;
-    }
+    if (msg_init(&context->msg, conf) == -1)
+        return log_error("Can't init msg!\n");
     msg_register(context->msg, "reconfig", va_msg_reconfig, context);
     remove_status_file();
     msg_register(context->msg, "status", va_msg_status, context);

@@ -1,12 +1,11 @@
 #include "va/va_dis.h"
 
 #include "platform/ne3_val.h"
+#include "va/log.h"
 #include "va/options.h"
 
 #include <cstdint>
 #include <cstdio>
-
-#include <syslog.h>
 
 namespace
 {
@@ -52,14 +51,10 @@ int va_dis_getConf(VaContext *context)
 
 int va_dis_init(VaContext *context)
 {
-    if (ne3_val_dis_open() == -1) {
-        syslog(LOG_ERR, "dis_open failed.\n");
-        return -1;
-    }
-    if (ne3_val_dis_start() == -1) {
-        syslog(LOG_ERR, "dis_start failed.\n");
-        return -1;
-    }
+    if (ne3_val_dis_open() == -1)
+        return log_error("dis_open failed.\n");
+    if (ne3_val_dis_start() == -1)
+        return log_error("dis_start failed.\n");
     va_dis_set_ctrl(context);
     return 0;
 }
@@ -73,5 +68,5 @@ void va_dis_set_ctrl(VaContext *context)
     apply(context->disCtrl, tPrm);
     print(tPrm);
     if (ne3_val_dis_set_ctrl(&tPrm) != 0)
-        syslog(LOG_ERR, "ne3_val_dis_set_ctrl fail.");
+        log_error("ne3_val_dis_set_ctrl fail.");
 }

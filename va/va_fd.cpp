@@ -1,15 +1,15 @@
 #include "va/va_fd.h"
 
 #include "va/fd_control.h"
+#include "va/log.h"
 #include "va/module.h"
 #include "va/options.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <span>
-
-#include <syslog.h>
 
 namespace
 {
@@ -110,27 +110,23 @@ int va_fd_init(VaContext *context)
     std::puts("init fd.");
     const ne3_val_open_prm fdOpenPrm{1, 1, 0};
     const int handle = ne3_val_fd_open(&fdOpenPrm);
-    if (handle == -1) {
-        syslog(LOG_ERR, "fd_open failed.\n");
-        return -1;
-    }
-    if (ne3_val_fd_start(handle) == -1) {
-        syslog(LOG_ERR, "start failed.\n");
-        return -1;
-    }
-    return va_fd_set_ctrl(context) == 0 ? 0 : -1;
+    if (handle == -1)
+        return log_error("fd_open failed.\n");
+    if (ne3_val_fd_start(handle) == -1)
+        return log_error("start failed.\n");
+    return va_fd_set_ctrl(context);
 }
 
 int va_fd_set_ctrl(VaContext *context)
 {
     ne3_val_fd_ctrl fdCtrlPrm{};
     if (ne3_val_fd_get_ctrl(&fdCtrlPrm) == -1)
-        return log_failure("ne3_val_fd_get_ctrl fail. errno = ");
+        return log_error("ne3_val_fd_get_ctrl fail. errno = %X", errno);
     std::printf("==> old fd thresRatio = %d\n", fdCtrlPrm.thresRatio);
     std::uint16_t count = 0;
     ne3_val_fd_area_data *fdAreaDataMem = nullptr;
     if (ne3_val_fd_get_area_data_mem(&count, &fdAreaDataMem) == -1)
-        return log_failure("fd_get_area_data_mem failed. errno = ");
+        return log_error("fd_get_area_data_mem failed. errno = %X", errno);
     fd_apply_settings(context->fdCtrl, fdCtrlPrm);
     std::printf("==>fd thresRatio=%d\n", fdCtrlPrm.thresRatio);
     set_watch_mask(*context, static_cast<ne3_val_fd_mask *>(fdAreaDataMem->mask.address),
@@ -138,7 +134,7 @@ int va_fd_set_ctrl(VaContext *context)
     set_detection_windows(
         *context, static_cast<ne3_val_fd_window_list *>(fdAreaDataMem->windows.address), fdCtrlPrm);
     if (ne3_val_fd_set_ctrl(&fdCtrlPrm) == -1)
-        return log_failure("ne3_val_fd_set_ctrl fail. errno = ");
+        return log_error("ne3_val_fd_set_ctrl fail. errno = %X", errno);
     return 0;
 }
 

@@ -1,14 +1,15 @@
 #include "va/va_od.h"
 
+#include "va/log.h"
 #include "va/module.h"
 #include "va/od_control.h"
+#include "va/od_print.h"
 #include "va/options.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
-
-#include <syslog.h>
 
 namespace
 {
@@ -41,45 +42,29 @@ Block *attach(const ne3_val_area_mem &area, const Block &block)
     return static_cast<Block *>(std::memcpy(area.address, &block, sizeof block));
 }
 
-// What a kind of window is called in the lines printed.
-struct MaskWords {
-    const char *window;
-    const char *point;
-};
-
 template <class Window, std::size_t Count>
 ne3_val_od_masks *set_masks(const Window (&windows)[Count], const OdFrame &frame,
-                            const ne3_val_area_mem &area, const MaskWords &words)
+                            const ne3_val_area_mem &area,
+                            void (*print)(int number, const ne3_val_od_polygon &mask))
 {
     const ne3_val_od_masks block = od_masks(windows, frame);
     std::size_t slot = 0;
     for (std::size_t number = 0; number < Count; ++number) {
-        if (!windows[number].valid)
-            continue;
-        std::printf("od set %s %d.\n", words.window, static_cast<int>(number));
-        const ne3_val_od_polygon &mask = block.masks[slot++];
-        for (std::uint32_t j = 0; j < mask.pointNum; ++j)
-            std::printf("%s pos %d,%d.\n", words.point, mask.points[j].x, mask.points[j].y);
+        if (windows[number].valid)
+            print(static_cast<int>(number), block.masks[slot++]);
     }
     return block.maskNum > 0 ? attach(area, block) : nullptr;
 }
 
-// What a kind of object is called in the lines printed.
-struct ObjectWords {
-    const char *record;
-    const char *count;
-};
-
 template <class Init>
 ne3_val_od_obj_init *set_init(const Init &conf, const ne3_val_area_mem &area,
-                              const ObjectWords &words)
+                              void (*print)(const ne3_val_od_obj_init &block))
 {
     if (!conf.valid)
         return nullptr;
-    std::printf("od: set od%sParamInit", words.record);
-    auto *attached = attach(area, ne3_val_od_obj_init{static_cast<std::uint32_t>(conf.maxObjNum)});
-    std::printf("%sMaxObjNum = %d\n", words.count, conf.maxObjNum);
-    return attached;
+    const ne3_val_od_obj_init block{static_cast<std::uint32_t>(conf.maxObjNum)};
+    print(block);
+    return attach(area, block);
 }
 
 ne3_val_od_obj_set *set_dynamic(const ODDoParamSetConf &conf, const OdFrame &frame,
@@ -87,14 +72,12 @@ ne3_val_od_obj_set *set_dynamic(const ODDoParamSetConf &conf, const OdFrame &fra
 {
     if (!conf.valid)
         return nullptr;
-    std::printf("od: set odDoParamSet");
     const auto [block, acceptable] = od_dynamic_set(conf, frame);
-    std::printf("od do: subth=%ld,min_dim=%dx%d,max_dim=%dx%d\n", static_cast<long>(block.value),
-                block.minSizeX, block.minSizeY, block.maxSizeX, block.maxSizeY);
+    od_print_dynamic_set(block);
     auto *attached = attach(area, block);
     if (acceptable)
         return attached;
-    syslog(LOG_ERR, "Err: od dynamic object parameters are incorrect.");
+    log_error("Err: od dynamic object parameters are incorrect.");
     return nullptr;
 }
 
@@ -104,42 +87,11 @@ ne3_val_od_obj_set *set_static(const ODSoParamSetConf &conf, const OdFrame &fram
     constexpr int message_line = 903; // part of the message's fixed text
     if (!conf.valid)
         return nullptr;
-    std::printf("od: set odSoParamSet");
     const auto [block, acceptable] = od_static_set(conf, frame);
     if (!acceptable)
-        syslog(LOG_ERR, "%s,%d: Incorrect odSoParamSetConf parameters.", "va_od_set_ctrl",
-               message_line);
-    std::printf("soParam:soThTime=%ld,minSizeX=%d,minSizeY=%d,maxSizeX=%d,maxSizeY=%d\n",
-                static_cast<long>(block.value), block.minSizeX, block.minSizeY, block.maxSizeX,
-                block.maxSizeY);
+        log_error("%s,%d: Incorrect odSoParamSetConf parameters.", "va_od_set_ctrl", message_line);
+    od_print_static_set(block);
     return attach(area, block);
-}
-
-void print_filter(int number, const ne3_val_od_filter &filter)
-{
-    for (int j = 0; j < filter.pointNum; ++j)
-        std::printf("filter_%d. node[%d] point (%ld,%ld)\n", number, j,
-                    static_cast<long>(filter.points[j].x), static_cast<long>(filter.points[j].y));
-    std::printf("event=%d,objMinSizeX=%d,objMinSizeY=%d,objMaxSizeX=%d,objMaxSizeY=%d,"
-                "MinDv=%d,MaxDv=%d,movingDirection=%ld\n",
-                filter.event, filter.objMinSizeX, filter.objMinSizeY, filter.objMaxSizeX,
-                filter.objMaxSizeY, filter.MinDv, filter.MaxDv,
-                static_cast<long>(filter.movingDirection));
-}
-
-void print_vmf(const ne3_val_od_vmf &block)
-{
-    std::printf("od: setup vmf filter, num=%d, alarmTime=%d.\n", block.filterNum, block.alarmTime);
-    for (int n = 0; n < std::min<int>(block.filterNum, NE3_VAL_OD_FILTERS); ++n)
-        print_filter(n, block.filters[n]);
-    for (std::uint32_t i = 0; i < block.ndAreaNum; ++i) {
-        const ne3_val_od_polygon &area = block.ndAreas[i];
-        std::printf("setup no detect area %d\n", static_cast<int>(i));
-        for (std::uint32_t j = 0; j < area.pointNum; ++j)
-            std::printf("(%d,%d)", area.points[j].x, area.points[j].y);
-        std::printf("\n");
-    }
-    std::printf("combo filter = %ld\n", static_cast<long>(block.comboValid));
 }
 
 ne3_val_od_vmf *set_vmf(const ODVmfParamConf &conf, const OdFrame &frame,
@@ -147,7 +99,7 @@ ne3_val_od_vmf *set_vmf(const ODVmfParamConf &conf, const OdFrame &frame,
 {
     const ne3_val_od_vmf block = od_vmf(conf, frame);
     if (conf.valid)
-        print_vmf(block);
+        od_print_vmf(block);
     return attach(area, block);
 }
 
@@ -208,14 +160,10 @@ int va_od_init(VaContext *context)
     iniPrm = {4, 1, 0, 1};
     std::puts("init od.");
     const int handle = ne3_val_od_open_ex(&iniPrm, 1);
-    if (handle == -1) {
-        syslog(LOG_ERR, "od_open failed.");
-        return -1;
-    }
-    if (ne3_val_od_start(handle) == -1) {
-        syslog(LOG_ERR, "ne3_val_od_start fail.");
-        return -1;
-    }
+    if (handle == -1)
+        return log_error("od_open failed.");
+    if (ne3_val_od_start(handle) == -1)
+        return log_error("ne3_val_od_start fail.");
     context->health.configures(VaModule::od, va_od_set_ctrl(context) == 0);
     return 0;
 }
@@ -225,24 +173,23 @@ int va_od_set_ctrl(VaContext *context)
     std::uint16_t count = 0;
     ne3_val_od_area_table *areas = nullptr;
     if (ne3_val_od_get_area_data_mem(&count, &areas) == -1)
-        return log_failure("ne3_val_od_get_area_data_mem failed. errno = ", "\n");
+        return log_error("ne3_val_od_get_area_data_mem failed. errno = %X\n", errno);
     ne3_val_od_ctrl ctrl{};
     if (ne3_val_od_get_ctrl(&ctrl) == -1)
-        return log_failure("ne3_val_od_get_ctrl fail. errno=");
-    std::printf("od old prm: resolution=%d,interval=%d,diffImgNum=%ld\n", ctrl.resolution,
-                ctrl.interval, static_cast<long>(ctrl.diffImgNum));
+        return log_error("ne3_val_od_get_ctrl fail. errno=%X", errno);
+    od_print_old(ctrl);
 
     const OdFrame frame = frame_of(*context);
     set_working(context->odCtrl, frame, ctrl);
-    ctrl.nonDetMasks = set_masks(context->odMask, frame, areas->nonDetMasks, {"mask", "mask"});
-    ctrl.detMasks = set_masks(context->odDetMask, frame, areas->detMasks, {"det mask", "detect"});
-    ctrl.doInit = set_init(context->odDoParamInit, areas->doInit, {"Do", "do"});
+    ctrl.nonDetMasks = set_masks(context->odMask, frame, areas->nonDetMasks, od_print_mask);
+    ctrl.detMasks = set_masks(context->odDetMask, frame, areas->detMasks, od_print_det_mask);
+    ctrl.doInit = set_init(context->odDoParamInit, areas->doInit, od_print_dynamic_init);
     ctrl.doSet = set_dynamic(context->odDoParamSet, frame, areas->doSet);
-    ctrl.soInit = set_init(context->odSoParamInit, areas->soInit, {"So", "so"});
+    ctrl.soInit = set_init(context->odSoParamInit, areas->soInit, od_print_static_init);
     ctrl.soSet = set_static(context->odSoParamSet, frame, areas->soSet);
     ctrl.vmf = set_vmf(context->odVmfParam, frame, areas->vmf);
     if (ne3_val_od_set_ctrl(&ctrl) == -1)
-        return log_failure("ne3_val_od_set_ctrl fail. errno = ");
+        return log_error("ne3_val_od_set_ctrl fail. errno = %X", errno);
     return 0;
 }
 

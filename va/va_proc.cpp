@@ -1,12 +1,12 @@
 #include "va/va_proc.h"
 
+#include "va/log.h"
 #include "va/modules.h"
-#include "va/process.h"
+#include "va/signals.h"
 
 #include <algorithm>
 #include <cstdio>
 
-#include <syslog.h>
 #include <unistd.h>
 
 namespace
@@ -100,8 +100,8 @@ void *va_proc(void *argument)
     std::printf("%s: end\n", "va_proc");
     context->health.ends();
     if (!terminate)
-        syslog(LOG_ERR, "Analytics have ended: %s. Until a restart the sockets bring nothing.",
-               context->health.why_ended().text);
+        log_error("Analytics have ended: %s. Until a restart the sockets bring nothing.",
+                  context->health.why_ended().text);
     context->threadEnded = 1;
     return nullptr;
 }

@@ -1,12 +1,12 @@
 #include "va/va_ta.h"
 
+#include "va/log.h"
 #include "va/module.h"
 #include "va/options.h"
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
-
-#include <syslog.h>
 
 namespace
 {
@@ -43,14 +43,10 @@ int va_ta_init(VaContext *context)
 {
     std::puts("init ta");
     const ne3_val_open_prm taOpenPrm{1, 1, 0};
-    if (ne3_val_ta_open(&taOpenPrm) == -1) {
-        syslog(LOG_ERR, "ta_open failed.\n");
-        return -1;
-    }
-    if (ne3_val_ta_start() == -1) {
-        syslog(LOG_ERR, "start failed.\n");
-        return -1;
-    }
+    if (ne3_val_ta_open(&taOpenPrm) == -1)
+        return log_error("ta_open failed.\n");
+    if (ne3_val_ta_start() == -1)
+        return log_error("start failed.\n");
     context->health.configures(VaModule::ta, va_ta_set_ctrl(context) == 0);
     return 0;
 }
@@ -59,10 +55,10 @@ int va_ta_set_ctrl(VaContext *context)
 {
     ne3_val_ta_ctrl taCtrlPrm{};
     if (ne3_val_ta_get_ctrl_ex(&taCtrlPrm, ctrl_prm) == -1)
-        return log_failure("ne3_val_ta_get_ctrl fail. errno = ");
+        return log_error("ne3_val_ta_get_ctrl fail. errno = %X", errno);
     apply(context->taCtrl, taCtrlPrm);
     if (ne3_val_ta_set_ctrl_ex(&taCtrlPrm, ctrl_prm) == -1)
-        return log_failure("ne3_val_ta_set_ctrls fail. errno = ");
+        return log_error("ne3_val_ta_set_ctrls fail. errno = %X", errno);
     return 0;
 }
 

@@ -4,6 +4,7 @@
 #include "platform/ne3_val.h"
 #include "util/util.h"
 #include "va/firmware.h"
+#include "va/log.h"
 #include "va/modules.h"
 #include "va/paths.h"
 
@@ -16,7 +17,6 @@
 #include <fcntl.h>
 #include <strings.h>
 #include <sys/stat.h>
-#include <syslog.h>
 #include <unistd.h>
 
 namespace
@@ -36,8 +36,8 @@ Fd open_file(const char *path)
     const bool found = file && fstat(file.get(), &status) == 0;
     if (found && S_ISREG(status.st_mode))
         return file;
-    syslog(LOG_ERR, "%s: %s: %s", "va_vana_boot", path,
-           found ? "not a regular file" : std::strerror(errno));
+    log_error("%s: %s: %s", "va_vana_boot", path,
+              found ? "not a regular file" : std::strerror(errno));
     return Fd();
 }
 
@@ -76,14 +76,14 @@ bool load_firmware(const Fd &file, const vanaMemInfo &info)
 {
     FirmwareHeader header;
     if (!read_whole(file, &header, sizeof header)) {
-        syslog(LOG_ERR, "%s: error read.", "va_vana_boot");
+        log_error("%s: error read.", "va_vana_boot");
         return false;
     }
     const Area vector{info.pVectorAddress, info.vectorAddress, info.vectorSize};
     const Area program{info.pProgramAddress, info.programPhysAddress, info.programSize};
     if (!read_image(file, vector, vector.physical, buf2long(header.vectorSize)) ||
         !read_image(file, program, buf2long(header.programAddress), buf2long(header.programSize))) {
-        syslog(LOG_ERR, "%s: vanafw read program failed.", "va_vana_boot");
+        log_error("%s: vanafw read program failed.", "va_vana_boot");
         return false;
     }
     return true;
@@ -95,7 +95,7 @@ bool load_work_data(const Fd &file, const vanaMemInfo &info)
     const Area work{info.pWorkAddress, info.workPhysAddress, info.workSize};
     if (!read_whole(file, &header, sizeof header) ||
         !read_image(file, work, buf2long(header.workAddress), buf2long(header.workSize))) {
-        syslog(LOG_ERR, "%s: vana config read program failed.", "va_vana_boot");
+        log_error("%s: vana config read program failed.", "va_vana_boot");
         return false;
     }
     return true;
@@ -121,31 +121,30 @@ int load_images(const char *work_data, const vanaMemInfo &info)
     return load_firmware(firmware, info) && load_work_data(work, info) ? 0 : -1;
 }
 
-// Logs what failed and the loader's code in errno, each line ended by `end`. Returns -1.
-int log_loader_failure(const char *what, const char *end)
+// Behind the line that says what failed; the loader's code is in errno. Returns -1.
+int log_loader_code()
 {
-    const auto code = static_cast<unsigned>(errno);
-    syslog(LOG_ERR, "%s%s", what, end);
-    syslog(LOG_ERR, "errno : 0x%08X%s", code, end);
-    return -1;
+    return log_error("errno : 0x%08X\n", errno);
 }
 
 int cancel_transfer()
 {
-    return ne3_cl_cpu3_xfer_cancel() == -1
-               ? log_loader_failure("vanafw transfer cancel failed.", "\n")
-               : 0;
+    if (ne3_cl_cpu3_xfer_cancel() != -1)
+        return 0;
+    log_error("vanafw transfer cancel failed.\n");
+    return log_loader_code();
 }
 
 int start_cpu()
 {
     if (ne3_cl_cpu3_xfer_complete() == -1) {
-        log_loader_failure("vanafw transfer failed.", "\n");
+        log_error("vanafw transfer failed.\n");
     } else if (ne3_cl_cpu3_boot() == -1) {
-        log_loader_failure("vanafw boot failed.", "\n");
+        log_error("vanafw boot failed.\n");
     } else {
         return 0;
     }
+    log_loader_code();
     cancel_transfer();
     return -1;
 }
@@ -171,13 +170,13 @@ int va_vana_boot(VaContext *context)
 {
     const char *sensor = context->sensorConf.sensor;
     const char *work_data = work_data_path(sensor);
-    if (!work_data) {
-        syslog(LOG_ERR, "%s: Sensor %s is not supported", "va_vana_boot", sensor);
-        return -1;
-    }
+    if (!work_data)
+        return log_error("%s: Sensor %s is not supported", "va_vana_boot", sensor);
     vanaMemInfo info{};
-    if (ne3_cl_cpu3_get_memory_info(&info) == -1)
-        return log_loader_failure("Failed to get vana memory info.", "");
+    if (ne3_cl_cpu3_get_memory_info(&info) == -1) {
+        log_error("Failed to get vana memory info.");
+        return log_error("errno : 0x%08X", errno);
+    }
     dump_vana_meminfo(&info);
     return load_images(work_data, info) == 0 ? start_cpu() : -1;
 }
@@ -198,14 +197,10 @@ void dump_vana_meminfo(const vanaMemInfo *info)
 
 int va_vana_init(VaContext *)
 {
-    if (ne3_val_init() == -1) {
-        syslog(LOG_ERR, "%s: ne3_val_init fail.", "va_vana_init");
-        return -1;
-    }
-    if (ne3_val_open() == -1) {
-        syslog(LOG_ERR, "%s: ne3_val_open fail.", "va_vana_init");
-        return -1;
-    }
+    if (ne3_val_init() == -1)
+        return log_error("%s: ne3_val_init fail.", "va_vana_init");
+    if (ne3_val_open() == -1)
+        return log_error("%s: ne3_val_open fail.", "va_vana_init");
     return 0;
 }
 
@@ -223,9 +218,10 @@ int va_vana_quit(VaContext *context)
 
 int va_vana_shutdown(VaContext *)
 {
-    if (ne3_cl_cpu3_shutdown() == -1)
-        return log_loader_failure("vanafw shutdown failed.", "\n");
-    return cancel_transfer();
+    if (ne3_cl_cpu3_shutdown() != -1)
+        return cancel_transfer();
+    log_error("vanafw shutdown failed.\n");
+    return log_loader_code();
 }
 
 int va_cl_stop()

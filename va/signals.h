@@ -4,8 +4,7 @@
 
 #include <atomic>
 
-// The daemon as a process that a signal stops. Each descriptor that the daemon opens, in whichever
-// room, is close-on-exec, but for the standard ones.
+// What signals ask of the daemon, and how its threads learn of it.
 
 // 1 once SIGINT or SIGTERM has arrived.
 extern std::atomic<int> terminate;
@@ -23,11 +22,6 @@ void sighup_handler(int signal);
 // Blocks SIGHUP for the calling thread and those that it makes, or lets it through. A read of the
 // chip's library is not to be interrupted by it, so the main thread alone takes it.
 void block_sighup(bool block);
-
-// Raises the soft limit of descriptors as far as the hard limit lets, until those that no client
-// can have (a descriptor of 1024 or more is refused) suffice for store, loader and log. A log line
-// tells when they do not.
-void raise_descriptor_limit();
 
 // Callback of what only ends the loop's wait, such as the periodic timer; does nothing.
 std::int32_t null_timer(event_info *info, void *arg);

@@ -1,14 +1,10 @@
-#include "va/process.h"
+#include "va/signals.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <string_view>
 
 #include <pthread.h>
-#include <sys/resource.h>
-#include <sys/select.h>
-#include <syslog.h>
 #include <unistd.h>
 
 std::atomic<int> terminate{0};
@@ -36,19 +32,6 @@ void block_sighup(bool block)
     sigemptyset(&set);
     sigaddset(&set, SIGHUP);
     pthread_sigmask(block ? SIG_BLOCK : SIG_UNBLOCK, &set, nullptr);
-}
-
-void raise_descriptor_limit()
-{
-    constexpr rlim_t own = 64;
-    constexpr rlim_t wanted = FD_SETSIZE + own;
-    rlimit limit;
-    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= wanted)
-        return;
-    limit.rlim_cur = std::min(limit.rlim_max, wanted);
-    if (setrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur < wanted)
-        syslog(LOG_ERR, "The limit of descriptors is below %lu: clients can take the last one.",
-               static_cast<unsigned long>(wanted));
 }
 
 std::int32_t null_timer(event_info *, void *)
