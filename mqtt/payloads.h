@@ -1,6 +1,6 @@
 #pragma once
 
-#include "conf/geometry.h"
+#include "conf/parts.h"
 #include "mqtt/settings.h"
 #include "tools/common/events.h"
 #include "tools/va_picture/overlay.h"
