@@ -7,6 +7,8 @@
 #include "tools/common/capture.h"
 #include "tools/va_dump/status_json.h"
 #include "tools/va_picture/picture_printer.h"
+#include "tools/va_picture/replace_file.h"
+#include "tools/va_picture/tags.h"
 
 #include <filesystem>
 #include <fstream>
@@ -84,6 +86,19 @@ TEST(StreamClientTest, HandsOnWhatWasReadWhenTheEndComesAndTheSinkHasEnough)
     EXPECT_EQ(StreamClient::State::Closed, client.state());
 }
 
+TEST(TagsTest, CoverNoOtherOne)
+{
+    Tags tags(200, 100);
+    std::vector<Rectangle> placed;
+    for (const Point wanted : {Point{10, 40}, Point{10, 40}, Point{190, 45}, Point{10, 200}}) {
+        const Rectangle tag{tags.place(wanted, "moving 7"), tag_width("moving 7"), TAG_HEIGHT};
+        for (const Rectangle &other : placed)
+            EXPECT_FALSE(overlap(tag, other));
+        EXPECT_TRUE(tag.corner.x + tag.width <= 200 && tag.corner.y + tag.height <= 100);
+        placed.push_back(tag);
+    }
+}
+
 TEST(PictureTest, ShowsSettingsObjectsAndForASecondAlarms)
 {
     StoreFile store("Properties.ImageSource.Sensor=imx122\n" +
@@ -122,12 +137,14 @@ TEST(PictureTest, ShowsSettingsObjectsAndForASecondAlarms)
     connect("od", false, milliseconds(2200));
     EXPECT_TRUE(shows("class='gone'") && shows(">daemon gone since "));
     EXPECT_NE(std::string::npos, read_file(dir.file("picture.js")).find("class='gone'"));
+    ASSERT_EQ(0, mkfifo(dir.file("pipe").c_str(), 0600));
+    EXPECT_THROW(replace_file(dir.file("pipe"), ""), std::system_error);
 }
 
 TEST(DumpTest, WaitsReconnectsAndStopsAfterTheCount)
 {
     const TempDir dir;
-    Program dump(VA_DUMP, dir.path(), {"-x", "-n", "2", "-d", dir.path(), "ta"});
+    Program dump(VA_DUMP, dir.path(), {"-j", "-n", "2", "-d", dir.path(), "ta"});
     EXPECT_TRUE(
         dump.wait_for_log("va_dump: ta: waiting for " + dir.file("ta") + ": nobody listens\n"));
     int fd = -1;
@@ -148,8 +165,12 @@ TEST(DumpTest, WaitsReconnectsAndStopsAfterTheCount)
     }
     EXPECT_TRUE(dump.wait_for_exit());
     EXPECT_TRUE(dump.wait_for_log("va_dump: ta: connected\n", 3));
-    EXPECT_TRUE(std::regex_match(
-        dump.output(), std::regex("(.* ta     16  00000001 00000002 00000003 80000000\n){2}")));
+    const std::string record = R"(\{.*"length":16,"words":\[1,2,3,2147483648\]\}\n)";
+    const std::string connected = R"(\{.*"connected":true,"status":"connected"\}\n)";
+    const std::string lost = R"(\{.*"connected":false,"status":".*"\}\n)";
+    EXPECT_TRUE(std::regex_match(dump.output(), std::regex(lost + connected + record + lost +
+                                                           "(.*\n)*" + connected + record)))
+        << dump.output();
 }
 
 // Two objects, a line's alarm, a tamper alarm with an odd byte whose clock was set back, and object
@@ -159,7 +180,7 @@ void write_capture(const std::string &path)
     const std::string seven = words({7, 3, 960, 540, 192, 108, 1056, 594, 0, 0});
     const std::string nine = words({9, 19, 5, 6, 7, 8, 8, 10, 0, 0});
     const std::tuple<const char *, int, std::string> records[] = {
-        {"od", 1000, seven + nine},
+        {"od", 1000, seven + nine + words({77})},
         {"vmf", 1500, words({0, 1, 0, 0})},
         {"ta", 1200, words({1, 2, 3}) + "\xab"},
         {"od", 3500, words({7, 3, 970, 540, 192, 108, 1066, 594, 2, 0})},
@@ -179,6 +200,11 @@ TEST(DumpTest, ShowsACaptureAsItIsAsked)
     const std::string seven = R"({"id":7,"kind":3,"kind_word":"Dynamic","x":960,"y":540,)"
                               R"("width":192,"height":108,"centre_x":1056,"centre_y":594,)"
                               R"("result":0,"picture":0})";
+    const std::string nine = R"({"id":9,"kind":19,"kind_word":"Static","x":5,"y":6,)"
+                             R"("width":7,"height":8,"centre_x":8,"centre_y":10,)"
+                             R"("result":0,"picture":0})";
+    const std::string figures =
+        "stream    records         bytes   records/s  longest pause s  disconnects\n";
     const std::pair<std::vector<std::string>, std::string> rows[] = {
         {{"-x", "vmf", "ta"},
          "T vmf    16  00000000 00000001 00000000 00000000\n"
@@ -189,17 +215,25 @@ TEST(DumpTest, ShowsACaptureAsItIsAsked)
         {{"-j", "line=0"},
          R"({"time":"T","stream":"vmf","length":16,"words":[0,1,0,0]})"
          "\n"},
-        {{"-j", "-l", "-n", "1", "kind=moving", "id=7", "id=8"},
-         R"({"time":"T","stream":"od","length":40,"entries":[)" + seven + "]}\n"},
+        {{"-j", "-l", "-W", "1", "od"},
+         R"({"time":"T","stream":"od","length":84,"entries":[)" + seven + "," + nine +
+             "],\"words\":[77]}\n"},
+        {{"-n", "1", "kind=moving", "id=7", "id=9"},
+         "T od     40  7 3 960 540 192 108 1056 594 0 0\n"},
+        {{"-q", "--every", "1", "--pace", "1000", "od"},
+         figures + "od              1            84        1.00            1.000            0\n" +
+             figures +
+             "od              1            84        0.50            2.000            0\n" +
+             figures +
+             "od              2           124        0.80            2.500            0\n"},
         {{"-j", "ta"},
          R"({"time":"T","stream":"ta","length":13,"words":[1,2,3],"rest":"ab"})"
          "\n"},
         {{"-q", "-w", "whole"},
-         "stream    records         bytes   records/s  longest pause s  disconnects\n"
-         "od              2           120        0.80            2.500            0\n"
-         "vmf             1            16        0.40            2.000            0\n"
-         "fd              0             0        0.00            0.000            0\n"
-         "ta              1            13        0.40            2.000            0\n"},
+         figures + "od              2           124        0.80            2.500            0\n"
+                   "vmf             1            16        0.40            2.000            0\n"
+                   "fd              0             0        0.00            0.000            0\n"
+                   "ta              1            13        0.40            2.000            0\n"},
         {{"-e", "-n", "6"},
          "T  moving 7 appeared at 1056,594\n"
          "T  static 9 appeared at 8,10\n"
@@ -222,7 +256,7 @@ TEST(DumpTest, ShowsACaptureAsItIsAsked)
         EXPECT_EQ(expected, std::regex_replace(program.output(), time, "T")) << program.log();
     }
     EXPECT_EQ(read_file(dir.file("capture")), read_file(dir.file("whole")));
-    EXPECT_EQ(144, std::filesystem::file_size(dir.file("turned.1"))) << "the first two records";
+    EXPECT_EQ(148, std::filesystem::file_size(dir.file("turned.1"))) << "the first two records";
     EXPECT_EQ(101, std::filesystem::file_size(dir.file("turned")));
 }
 
