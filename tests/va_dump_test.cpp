@@ -84,6 +84,14 @@ TEST(StreamClientTest, HandsOnWhatWasReadWhenTheEndComesAndTheSinkHasEnough)
         client.receive([&](auto payload) { return got += payload.front(), false; });
     EXPECT_EQ("abc", got);
     EXPECT_EQ(StreamClient::State::Closed, client.state());
+    client.connect();
+    EXPECT_EQ(StreamClient::State::Connected, client.state()) << "the last one was of use";
+    ASSERT_EQ(1, unix_domain_socket_accept(listener.get(), &fd));
+    close(fd);
+    client.receive({});
+    client.connect();
+    EXPECT_TRUE(client.fd() >= 0 && client.state() == StreamClient::State::Closed)
+        << "it was turned away, and may be again";
 }
 
 TEST(TagsTest, CoverNoOtherOne)
@@ -121,19 +129,23 @@ TEST(PictureTest, ShowsSettingsObjectsAndForASecondAlarms)
     EXPECT_TRUE(shows("class='gone'") && shows(">waiting for the daemon<"));
     connect("od", true, {});
     EXPECT_TRUE(!shows("class='gone'") && shows(">live<"));
+    see("od", words({7, 3, 940, 540, 192, 108, 1036, 594, 0, 0}), milliseconds(60));
     see("od", words({7, 3, 960, 540, 192, 108, 1056, 594, 0, 0}), milliseconds(100));
+    see("ta", words({1, 0, 0, 0}), milliseconds(100));
+    printer.tick({{}, milliseconds(150)});
+    EXPECT_TRUE(shows("class='trail'") && shows(">TAMPER<"));
     see("od", words({8, 19, 0, 0, 1, 1, 0, 0, 0, 0}), milliseconds(200));
     see("vmf", words({0, 1, 0, 0}), milliseconds(200));
     printer.tick({{}, milliseconds(300)});
     for (const char *text :
          {">static 8<", ">line 1: CrossLine.C1, crossed 1x ALARM<", ">area 1: ObjectDetection.O1<",
-          ">face watch 9: FaceDetection.F9<", "od 2 vmf 1", "  line CrossLine.C1 crossed<"})
+          ">face watch 9: FaceDetection.F9<", "od 3 vmf 1", "  line CrossLine.C1 crossed<"})
         EXPECT_TRUE(shows(text)) << text;
     EXPECT_FALSE(shows(">moving 7<")) << "of an earlier result";
     EXPECT_FALSE(shows("non-detection window")) << "in the legend, but not configured";
     store.write("");
     printer.tick({{}, milliseconds(2100)});
-    EXPECT_FALSE(shows(">static 8<") || shows(">line 1"));
+    EXPECT_FALSE(shows(">static 8<") || shows(">line 1") || shows(">TAMPER<"));
     connect("od", false, milliseconds(2200));
     EXPECT_TRUE(shows("class='gone'") && shows(">daemon gone since "));
     EXPECT_NE(std::string::npos, read_file(dir.file("picture.js")).find("class='gone'"));
