@@ -24,31 +24,31 @@ struct Metric {
     const char *name;
     const char *type;
     const char *help;
-    Of of;
     const char *key;
+    Of of;
     Value value = Value::Number;
 };
 
 constexpr Metric metrics[] = {
-    {"va_analytics_up", "gauge", "1 while results can come.", Of::Daemon, "analytics.state",
+    {"va_analytics_up", "gauge", "1 while results can come.", "analytics.state", Of::Daemon,
      Value::Runs},
-    {"va_uptime_seconds", "gauge", "Since the daemon's start.", Of::Daemon, "va.uptime"},
-    {"va_last_pass_age_seconds", "gauge", "Since the last round of reads.", Of::Daemon,
-     "analytics.last_pass"},
-    {"va_module_up", "gauge", "1 while the module runs.", Of::Modules, "state", Value::Runs},
-    {"va_module_last_result_age_seconds", "gauge", "Since the module's last result.", Of::Modules,
-     "last_result"},
-    {"va_stream_clients", "gauge", "Connections.", Of::Streams, "clients"},
-    {"va_stream_records_total", "counter", "Records that there were.", Of::Streams, "records"},
-    {"va_stream_bytes_total", "counter", "Their payload.", Of::Streams, "bytes"},
-    {"va_stream_refused_total", "counter", "Records that a client had no room for.", Of::Streams,
-     "refused"},
+    {"va_uptime_seconds", "gauge", "Since the daemon's start.", "va.uptime", Of::Daemon},
+    {"va_last_pass_age_seconds", "gauge", "Since the last round of reads.", "analytics.last_pass",
+     Of::Daemon},
+    {"va_module_up", "gauge", "1 while the module runs.", "state", Of::Modules, Value::Runs},
+    {"va_module_last_result_age_seconds", "gauge", "Since the module's last result.", "last_result",
+     Of::Modules},
+    {"va_stream_clients", "gauge", "Connections.", "clients", Of::Streams},
+    {"va_stream_records_total", "counter", "Records that there were.", "records", Of::Streams},
+    {"va_stream_bytes_total", "counter", "Their payload.", "bytes", Of::Streams},
+    {"va_stream_refused_total", "counter", "Records that a client had no room for.", "refused",
+     Of::Streams},
     {"va_stream_longest_seconds", "gauge", "Longest way of a record to a client's socket.",
-     Of::Streams, "longest_us", Value::Microseconds},
-    {"va_control_unknown_total", "counter", "Control lines that are no command.", Of::Daemon,
-     "control.unknown"},
-    {"va_settings_reloads_total", "counter", "How often settings were read again.", Of::Daemon,
-     "settings.reloads"},
+     "longest_us", Of::Streams, Value::Microseconds},
+    {"va_control_unknown_total", "counter", "Control lines that are no command.", "control.unknown",
+     Of::Daemon},
+    {"va_settings_reloads_total", "counter", "How often settings were read again.",
+     "settings.reloads", Of::Daemon},
 };
 
 std::string label(const std::string &name, std::string_view value)
@@ -92,9 +92,10 @@ std::string sample(const DaemonStatus &status, const Metric &metric, const std::
 std::string samples(const DaemonStatus &status, const Metric &metric, const std::string &kind)
 {
     std::string text;
-    for (const std::string &name : names_below(status, kind + '.'))
-        text += sample(status, metric, kind + '.' + name + '.' + metric.key,
-                       '{' + label(kind, name) + '}');
+    const std::string below = kind + '.';
+    for (const std::string &name : names_below(status, below))
+        text +=
+            sample(status, metric, below + name + '.' + metric.key, '{' + label(kind, name) + '}');
     return text;
 }
 

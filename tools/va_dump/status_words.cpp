@@ -22,31 +22,20 @@ public:
 
     void add_modules()
     {
-        add("\nmodule  state    last result");
+        add("\nmodule  state    last result, s ago");
         for (const std::string &name : names_below(status_, "module.")) {
             const std::string key = "module." + name;
-            const std::string age = at(key + ".last_result");
-            add(formatted("%-7s %-8s %s%s%s", name.c_str(), at(key + ".state"),
-                          age.empty() ? "" : (age + " s ago").c_str(), at(key + ".why"),
-                          *at(key + ".settings") ? ", settings refused by the chip" : ""));
+            add(formatted("%-7s %-8s %-9s %s%s", name.c_str(), at(key + ".state"),
+                          at(key + ".last_result"), at(key + ".why"),
+                          *at(key + ".settings") ? "settings refused by the chip" : ""));
         }
     }
 
     void add_streams()
     {
         add("\nstream  client         records         bytes  refused   queued  longest us");
-        for (const std::string &name : names_below(status_, "stream.")) {
-            const std::string key = "stream." + name;
-            if (*at(key + ".missing")) {
-                add(formatted("%-7s %s", name.c_str(), at(key + ".missing")));
-                continue;
-            }
-            add_counts(name, formatted("all %s", at(key + ".clients")), key);
-            for (const std::string &number : names_below(status_, key + ".client.")) {
-                const std::string client = key + ".client." + number;
-                add_counts("", formatted("process %s", at(client + ".process")), client);
-            }
-        }
+        for (const std::string &name : names_below(status_, "stream."))
+            add_stream(name, "stream." + name);
     }
 
     void add_control()
@@ -70,6 +59,20 @@ public:
     const std::string &text() const { return text_; }
 
 private:
+    void add_stream(const std::string &name, const std::string &key)
+    {
+        if (*at(key + ".missing")) {
+            add(formatted("%-7s %s", name.c_str(), at(key + ".missing")));
+            return;
+        }
+        add_counts(name, formatted("all %s", at(key + ".clients")), key);
+        const std::string clients = key + ".client.";
+        for (const std::string &number : names_below(status_, clients)) {
+            const std::string client = clients + number;
+            add_counts("", formatted("process %s", at(client + ".process")), client);
+        }
+    }
+
     // Values are ends of lines, and so end with a zero where they are kept.
     const char *at(const std::string &key) const
     {
