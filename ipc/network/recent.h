@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
 // Two small instruments for what goes through a queue. They read no clock and take no lock; times
@@ -58,7 +59,7 @@ class RecentGreatest
 public:
     void add(std::uint64_t now, std::uint32_t value)
     {
-        Span &span = spans_[now / span_us % spans_.size()];
+        Span &span = spans_[static_cast<std::size_t>(now / span_us % spans_.size())];
         if (span.number != now / span_us)
             span = {now / span_us, 0};
         if (value > span.greatest)
