@@ -10,6 +10,8 @@
 #include "tools/va_picture/replace_file.h"
 #include "tools/va_picture/tags.h"
 
+#include <algorithm>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <regex>
@@ -270,6 +272,44 @@ TEST(DumpTest, ShowsACaptureAsItIsAsked)
     EXPECT_EQ(read_file(dir.file("capture")), read_file(dir.file("whole")));
     EXPECT_EQ(148, std::filesystem::file_size(dir.file("turned.1"))) << "the first two records";
     EXPECT_EQ(101, std::filesystem::file_size(dir.file("turned")));
+}
+
+// The events of a scene that is played once, each told once, with the names that the daemon has.
+TEST(DumpTest, TellsTheEventsOfTheScene)
+{
+    const DaemonFiles files;
+    files.write("scene", "od_interval 100\nat 1800 ta 1 0 0 0\n"
+                         "object 7 dynamic 192x108 from 100,540 to 1900,540 between 1000 2500\n"
+                         "object 9 static 90x80 from 400,300 to 400,300 between 1200 1900\n");
+    files.store(lines("CrossLine.C2.", {"StartX=5000", "StartY=0", "EndX=5000", "EndY=9999"}) +
+                window("ObjectDetection.O1.", 7000, 9999, 0, 9999) +
+                lines("VideoAnalytics.OD.SOParam.", {"MinSizeX=2", "MinSizeY=2"}));
+    Program dump(VA_DUMP, files.path(), {"-e", "-d", "run"}, "events");
+    Daemon daemon(files, {"-o", "-t"});
+    const std::string events[] = {
+        "daemon is here",
+        "moving 7 appeared at \\d+,540",
+        "static 9 appeared at 400,300",
+        "line CrossLine.C2 crossed",
+        "area ObjectDetection.O1 entered",
+        "area ObjectDetection.O1 left after 0.\\d s",
+        "moving 7 left after 1.\\d s, from \\d+,540 to 1[678]\\d\\d,540",
+        "static 9 left after 0.\\d s, from 400,300 to 400,300",
+        "tamper alarm began",
+        "tamper alarm ended",
+        "daemon is gone",
+    };
+    for (const std::string &event : events) {
+        const bool is_last = event == "daemon is gone";
+        EXPECT_TRUE(!is_last || daemon.stop());
+        EXPECT_TRUE(wait_until([&] {
+            return std::regex_search(dump.output(), std::regex("  " + event + "\n"));
+        })) << event;
+    }
+    dump.signal(SIGTERM);
+    EXPECT_TRUE(dump.wait_for_exit());
+    const std::string output = dump.output();
+    EXPECT_EQ(std::size(events), std::ranges::count(output, '\n')) << output;
 }
 
 TEST(DumpTest, TellsWhatIsWrong)

@@ -37,12 +37,16 @@ const Course &course_of(const Event &beginning)
 
 } // namespace
 
+const char *name_beginning(AlarmRule::Source source)
+{
+    return source == AlarmRule::Source::Line ? "CrossLine.C" : "ObjectDetection.O";
+}
+
 std::string name_of(const AlarmRule &rule)
 {
     if (!rule.number)
         return "event " + std::to_string(rule.event) + " bit " + std::to_string(rule.bit);
-    return (rule.source == AlarmRule::Source::Line ? "CrossLine.C" : "ObjectDetection.O") +
-           std::to_string(*rule.number);
+    return name_beginning(rule.source) + std::to_string(*rule.number);
 }
 
 EventMaker::EventMaker(Sink sink, EventRests rests) : sink_(std::move(sink)), rests_(rests) {}

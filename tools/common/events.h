@@ -26,6 +26,9 @@ struct AlarmRule {
     std::optional<int> number; // in the settings' keys, where they are known
 };
 
+// What the names of lines or of areas begin with, before the number.
+const char *name_beginning(AlarmRule::Source source);
+
 // "CrossLine.C0", or "event 1 bit 0" where the settings are not known.
 std::string name_of(const AlarmRule &rule);
 

@@ -4,11 +4,15 @@
 #include "tools/common/json.h"
 #include "tools/common/standard_output.h"
 #include "tools/common/text.h"
+#include "tools/va_dump/rules.h"
 
 #include <utility>
 
 namespace
 {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
 
 // In the order of Event::Kind.
 constexpr const char *names[] = {"daemon_here",  "daemon_gone",   "object_appeared", "object_left",
@@ -74,10 +78,11 @@ std::string json_text(const Event &event, std::chrono::system_clock::time_point 
            '}';
 }
 
-EventPrinter::EventPrinter(Style style, Filters filters, std::uint64_t count)
+EventPrinter::EventPrinter(Style style, Filters filters, std::uint64_t count, std::string directory)
     : style_(style),
       filters_(std::move(filters)),
       count_(count),
+      directory_(std::move(directory)),
       events_([this](const Event &event) { tell(event); })
 {
 }
@@ -98,10 +103,28 @@ void EventPrinter::tick(const Moment &now)
 {
     now_ = now;
     events_.pass(now.at);
+    if (is_here_ && now.at - asked_ >= (has_names_ ? seconds(10) : seconds(2)))
+        ask_names();
+}
+
+// A daemon that is just starting does not answer yet.
+void EventPrinter::ask_names()
+{
+    asked_ = now_.at;
+    if (directory_.empty())
+        return;
+    const DaemonStatus status = ask_daemon_status(directory_, milliseconds(200));
+    has_names_ = status.answer == DaemonStatus::Answer::Answered;
+    if (has_names_)
+        events_.set_rules(rules_of(status));
 }
 
 void EventPrinter::tell(const Event &event)
 {
+    if (event.kind == Event::Kind::DaemonHere || event.kind == Event::Kind::DaemonGone)
+        is_here_ = event.kind == Event::Kind::DaemonHere;
+    if (event.kind == Event::Kind::DaemonHere)
+        ask_names();
     if (told_ == count_ || !filters_.want(event))
         return;
     ++told_;

@@ -16,7 +16,9 @@ class EventPrinter : public Printer
 public:
     enum class Style { Text, Json };
 
-    EventPrinter(Style style, Filters filters, std::uint64_t count);
+    // Asks the daemon of that run directory, if one is named, for the names of lines and areas:
+    // when it comes, and every now and then, since its settings may change.
+    EventPrinter(Style style, Filters filters, std::uint64_t count, std::string directory);
     void print(const Record &record) override;
     std::optional<std::uint64_t> told() const override { return told_; }
     void connection(const Connection &connection) override;
@@ -25,11 +27,16 @@ public:
 
 private:
     void tell(const Event &event);
+    void ask_names();
 
     Style style_;
     Filters filters_;
     std::uint64_t count_;
     std::uint64_t told_ = 0;
+    std::string directory_;
+    Elapsed asked_{};
+    bool is_here_ = false; // the daemon
+    bool has_names_ = false;
     Moment now_{}; // by which the events' clock is told
     EventMaker events_;
 };

@@ -16,9 +16,9 @@ namespace
 std::unique_ptr<Printer> make_printer(const Options &options)
 {
     if (options.events)
-        return std::make_unique<EventPrinter>(options.json ? EventPrinter::Style::Json
-                                                           : EventPrinter::Style::Text,
-                                              options.filters, options.source.count);
+        return std::make_unique<EventPrinter>(
+            options.json ? EventPrinter::Style::Json : EventPrinter::Style::Text, options.filters,
+            options.source.count, options.source.capture.empty() ? options.source.directory : "");
     if (options.figures)
         return std::make_unique<FiguresPrinter>(options.source.streams, options.period);
     if (options.json)
