@@ -87,7 +87,7 @@ struct FeedTest : testing::Test {
     {
         files.store(window("ObjectDetection.O0.", 5000, 9999, 5000, 9999) +
                     lines("CrossLine.C0.", {"StartX=5000", "StartY=0", "EndX=5000", "EndY=9999"}));
-        files.write("scene", "feed feed\n\nface 1 at 1,1 size 2x2 between 0 9\n");
+        files.write("scene", "feed feed\n");
     }
 
     DaemonFiles files;
@@ -108,7 +108,6 @@ TEST_F(FeedTest, MakesResultsOfWholePictures)
     Client fd(files.file("run/fd"));
     for (const char *stream : {"od", "vmf", "fd"})
         ASSERT_TRUE(daemon.wait_for_output(string("run/") + stream + ": accept client"));
-    EXPECT_TRUE(daemon.wait_for_log("sim: scene:3: left out beside a feed: face 1 at 1,1"));
     EXPECT_TRUE(daemon.wait_for_log("sim: feed feed: nobody writes\n"));
     {
         std::ofstream feed(files.file("feed"));
@@ -117,14 +116,14 @@ TEST_F(FeedTest, MakesResultsOfWholePictures)
         // Number 6 is another one behind the jump: the first alarm is that of the area.
         feed << "jump\nobject 6 3 1000 0 24 24\npicture\nobject 6 3 1000 600 24 24\npicture\n"
              << "object 6 3 0 600 24 24\npicture\nface 7 1 2 3 4\npicture\n"
-             << "object 3 3 0 0 24 24\nobject 4 3 0 0 24 24\npict" << std::flush;
+             << "object 3 3 0 0 24 24\nobject 4 3 0 0 24 2" << std::flush;
         expect_next(vmf, {1, 0, 0, 0});
         expect_next(vmf, {0, 1, 0, 0});
         expect_next(fd, {7, 1, 2, 3, 4, 100, 0});
     }
     EXPECT_TRUE(daemon.wait_for_log("nobody writes\n", 2));
     std::ofstream feed(files.file("feed"));
-    feed << "ure\nobject 2 3 0 0 24 24\npicture\n" << std::flush; // of this writer alone
+    feed << "4\nobject 2 3 0 0 24 24\npicture\n" << std::flush; // of this writer alone
     expect_next(od, {6, 3, 1000, 0, 24, 24, 1012, 12, 1, 0});
     expect_next(od, {6, 3, 1000, 600, 24, 24, 1012, 612, 2, 0});
     expect_next(od, {6, 3, 0, 600, 24, 24, 12, 612, 3, 0});

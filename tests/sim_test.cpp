@@ -106,6 +106,10 @@ TEST_F(SimTest, ScenesReportWhatTheyDoNotUnderstand)
     files.write("wrong", text);
     EXPECT_EQ("", stderr_of([] { EXPECT_TRUE(sim_play_scene("right")); }));
     EXPECT_EQ(wanted, stderr_of([] { EXPECT_FALSE(sim_play_scene("wrong")); }));
+    ne3_val_close(); // or the feed would be looked for, and say so
+    files.write("beside", "feed dir/none\n" + object + "5 6");
+    EXPECT_EQ("sim: beside:2: left out beside a feed: " + object + "5 6\n",
+              stderr_of([] { EXPECT_FALSE(sim_play_scene("beside")); }));
     EXPECT_EQ("sim: none: cannot be read\n",
               stderr_of([] { EXPECT_FALSE(sim_play_scene("none")); }));
     EXPECT_EQ(-1, ne3_cl_library_init()); // planned by the first two
