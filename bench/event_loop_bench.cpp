@@ -1,16 +1,20 @@
+#include "bench/median.h"
 #include "event/event.h"
 
+#include <algorithm>
 #include <ctime>
 #include <vector>
 
 #include <benchmark/benchmark.h>
+#include <event2/event.h>
 #include <sys/eventfd.h>
 #include <sys/select.h>
 #include <unistd.h>
 
 // What a cycle of the event loop costs, without and with ready descriptors, beside a plain select()
-// on the same descriptors: the sets built, one call, and a callback for each that is ready. The two
-// take turns, so that both see the same machine; processor time is what is measured.
+// on the same descriptors (the sets built, one call, and a callback for each that is ready) and
+// beside a cycle of libevent on select(). They take turns, so that they see the same machine;
+// processor time is what is measured.
 
 namespace
 {
@@ -39,6 +43,9 @@ public:
         for (std::int64_t i = 0; i < count; ++i) {
             fds_.push_back(eventfd(readable, EFD_NONBLOCK | EFD_CLOEXEC));
             events_.push_back(add_fd_event(fds_.back(), 0, 0, count_call, &calls));
+            peers_.push_back(event_new(base_, fds_.back(), EV_READ | EV_PERSIST, count_peer_call,
+                                       &libevent_calls));
+            event_add(peers_.back(), nullptr);
         }
         cycle();
         calls = 0;
@@ -48,6 +55,8 @@ public:
         for (event *waiting : events_)
             remove_event(waiting);
         cycle();
+        std::ranges::for_each(peers_, event_free);
+        event_base_free(base_);
         for (const int fd : fds_)
             close(fd);
     }
@@ -73,10 +82,29 @@ public:
         }
     }
 
+    void libevent_cycle() { event_base_loop(base_, EVLOOP_ONCE | EVLOOP_NONBLOCK); }
+
     std::int64_t calls = 0;
     std::int64_t plain_calls = 0;
+    std::int64_t libevent_calls = 0;
 
 private:
+    static event_base *select_base()
+    {
+        event_config *const config = event_config_new();
+        event_config_avoid_method(config, "epoll");
+        event_config_avoid_method(config, "poll");
+        event_base *const base = event_base_new_with_config(config);
+        event_config_free(config);
+        return base;
+    }
+    static void count_peer_call(evutil_socket_t, short, void *arg)
+    {
+        ++*static_cast<std::int64_t *>(arg);
+    }
+
+    event_base *base_ = select_base();
+    std::vector<struct event *> peers_;
     std::vector<int> fds_;
     std::vector<event *> events_;
 };
@@ -99,25 +127,27 @@ double seconds_of(Action action)
     return processor_seconds() - start;
 }
 
-// The time shown is that of a batch; the counters are per cycle.
+// The time shown is that of a batch; the counters are of a cycle, the median of all batches'.
 void run_cycles(benchmark::State &state, bool readable)
 {
     Descriptors descriptors(state.range(0), readable);
-    double loop = 0;
-    double plain = 0;
+    std::vector<double> loop;
+    std::vector<double> plain;
+    std::vector<double> libevent;
     for ([[maybe_unused]] auto iteration : state) {
-        const double seconds = seconds_of(cycle);
-        plain += seconds_of([&] { descriptors.plain_select(); });
-        loop += seconds;
-        state.SetIterationTime(seconds);
+        loop.push_back(seconds_of(cycle));
+        plain.push_back(seconds_of([&] { descriptors.plain_select(); }));
+        libevent.push_back(seconds_of([&] { descriptors.libevent_cycle(); }));
+        state.SetIterationTime(loop.back());
     }
-    if (descriptors.calls != descriptors.plain_calls)
-        state.SkipWithError("the two served different numbers of descriptors");
-    const double cycles = batch * static_cast<double>(state.iterations());
-    state.counters["loop_ns"] = loop * 1e9 / cycles;
-    state.counters["plain_ns"] = plain * 1e9 / cycles;
-    state.counters["loop/plain"] = loop / plain;
-    state.counters["callbacks"] = static_cast<double>(descriptors.calls) / cycles;
+    if (descriptors.calls != descriptors.plain_calls ||
+        descriptors.calls != descriptors.libevent_calls)
+        state.SkipWithError("they served different numbers of descriptors");
+    state.counters["ns"] = median(loop) * 1e9 / batch;
+    state.counters["plain_ns"] = median(plain) * 1e9 / batch;
+    state.counters["libevent_ns"] = median(libevent) * 1e9 / batch;
+    state.counters["ours/plain"] = median(loop) / median(plain);
+    state.counters["ours/libevent"] = median(loop) / median(libevent);
 }
 
 void idle_cycle(benchmark::State &state)

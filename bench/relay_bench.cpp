@@ -1,3 +1,5 @@
+#include "bench/median.h"
+#include "bench/quiet.h"
 #include "event/event.h"
 #include "ipc/network/sck_svr.h"
 #include "ipc/network/socket.h"
@@ -16,11 +18,12 @@
 #include <vector>
 
 #include <benchmark/benchmark.h>
+#include <event2/buffer.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-// What a record costs its producer for every client, beside plain copies into as many buffers; and
-// the price of a reconfiguration that changes nothing.
+// What a record costs its producer for every client, beside plain copies into as many buffers and
+// beside the same with libevent's; and the price of a reconfiguration that changes nothing.
 
 namespace
 {
@@ -81,6 +84,7 @@ public:
     }
 
 private:
+    Quiet quiet_;
     TempDir dir_;
     sck_svr_t *server_ = nullptr;
     std::vector<int> fds_;
@@ -133,40 +137,96 @@ private:
     std::vector<Client> clients_;
 };
 
-// Bursts that fit into the buffers, of which only the producer's side is timed.
+// libevent's buffers, filled and emptied by hand: its events take a system call of the producer.
+class Libevent
+{
+public:
+    explicit Libevent(std::size_t clients) : clients_(clients)
+    {
+        for (Client &client : clients_)
+            socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, client.ends);
+    }
+    ~Libevent()
+    {
+        for (const Client &client : clients_) {
+            evbuffer_free(client.queue);
+            close(client.ends[0]);
+            close(client.ends[1]);
+        }
+    }
+    Libevent(const Libevent &) = delete;
+    Libevent &operator=(const Libevent &) = delete;
+
+    void write(const std::vector<char> &record)
+    {
+        const auto length = static_cast<std::uint32_t>(record.size());
+        for (const Client &client : clients_) {
+            evbuffer_add(client.queue, &length, header_size);
+            evbuffer_add(client.queue, record.data(), record.size());
+        }
+    }
+    std::size_t drain()
+    {
+        std::size_t sum = 0;
+        for (const Client &client : clients_) {
+            evbuffer_write(client.queue, client.ends[0]);
+            sum += read_all(client.ends[1]);
+        }
+        return sum;
+    }
+
+private:
+    struct Client {
+        int ends[2];
+        evbuffer *queue = evbuffer_new();
+    };
+    std::vector<Client> clients_;
+};
+
+// Seconds that the producer's side of a burst takes; it fits into the buffers, which are emptied.
 template <class Clients>
-void produce(benchmark::State &state)
+double produce(benchmark::State &state, Clients &clients, const std::vector<char> &record,
+               std::size_t burst)
+{
+    const auto start = Clock::now();
+    for (std::size_t i = 0; i < burst; ++i)
+        clients.write(record);
+    const std::chrono::duration<double> time = Clock::now() - start;
+    const std::size_t expected =
+        burst * static_cast<std::size_t>(state.range(1)) * (header_size + record.size());
+    std::size_t drained = 0;
+    while (const std::size_t some = drained < expected ? clients.drain() : 0)
+        drained += some;
+    if (drained != expected)
+        state.SkipWithError("a record was dropped");
+    return time.count();
+}
+
+// The three take turns, so that they see the same machine. The counters are nanoseconds per record
+// and client.
+void broadcast(benchmark::State &state)
 {
     const std::vector<char> record(static_cast<std::size_t>(state.range(0)), 0x5a);
     const auto count = static_cast<std::size_t>(state.range(1));
-    const std::size_t burst =
-        std::min<std::size_t>(16, (client_buffer - 1) / (header_size + record.size()));
-    Clients clients(count);
+    const std::size_t burst = std::min(static_cast<std::size_t>(state.range(2)),
+                                       (client_buffer - 1) / (header_size + record.size()));
+    Broadcast server(count);
+    PlainCopies copies(count);
+    Libevent libevent(count);
+    std::vector<double> ours;
+    std::vector<double> plain;
+    std::vector<double> peer;
     for ([[maybe_unused]] auto iteration : state) {
-        const auto start = Clock::now();
-        for (std::size_t i = 0; i < burst; ++i)
-            clients.write(record);
-        state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
-        const std::size_t expected = burst * count * (header_size + record.size());
-        std::size_t drained = 0;
-        while (const std::size_t some = drained < expected ? clients.drain() : 0)
-            drained += some;
-        if (drained != expected)
-            state.SkipWithError("a record was dropped");
+        ours.push_back(produce(state, server, record, burst));
+        plain.push_back(produce(state, copies, record, burst));
+        peer.push_back(produce(state, libevent, record, burst));
+        state.SetIterationTime(ours.back());
     }
-    state.counters["per_record_and_client"] = benchmark::Counter(
-        static_cast<double>(static_cast<std::size_t>(state.iterations()) * burst * count),
-        benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
-}
-
-void broadcast(benchmark::State &state)
-{
-    produce<Broadcast>(state);
-}
-
-void plain_copies(benchmark::State &state)
-{
-    produce<PlainCopies>(state);
+    const double to_ns = 1e9 / static_cast<double>(burst * count);
+    state.counters["ns"] = median(ours) * to_ns;
+    state.counters["plain_ns"] = median(plain) * to_ns;
+    state.counters["libevent_ns"] = median(peer) * to_ns;
+    state.counters["ours/libevent"] = median(ours) / median(peer);
 }
 
 void unchanged_reconfiguration(benchmark::State &state)
@@ -190,15 +250,16 @@ void unchanged_reconfiguration(benchmark::State &state)
 
 void bytes_and_clients(benchmark::internal::Benchmark *benchmark)
 {
-    benchmark->ArgNames({"bytes", "clients"})->UseManualTime();
+    benchmark->ArgNames({"bytes", "clients", "burst"})->UseManualTime();
     for (const std::int64_t bytes : {16, 120, 4000, 40000}) {
-        for (const std::int64_t clients : {8, 64})
-            benchmark->Args({bytes, clients});
+        for (const std::int64_t clients : {8, 64}) {
+            for (const std::int64_t burst : {1, 16})
+                benchmark->Args({bytes, clients, burst});
+        }
     }
 }
 
 BENCHMARK(broadcast)->Apply(bytes_and_clients);
-BENCHMARK(plain_copies)->Apply(bytes_and_clients);
 BENCHMARK(unchanged_reconfiguration)->Unit(benchmark::kMicrosecond);
 
 } // namespace

@@ -60,7 +60,7 @@ require_for_preset() {
     case $1 in
     arm) require "${base_packages[@]}" g++-arm-linux-gnueabihf qemu-user ;;
     clang | fuzz) require "${base_packages[@]}" clang ;;
-    bench) require "${base_packages[@]}" libbenchmark-dev ;;
+    bench) require "${base_packages[@]}" libbenchmark-dev libevent-dev pkg-config ;;
     *) require "${base_packages[@]}" ;;
     esac
 }
