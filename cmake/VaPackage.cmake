@@ -15,7 +15,7 @@ target_sources(vaipc PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FIL
     event/clock.h event/event.h event/soft_queue.h
     ipc/client/daemon_status.h ipc/client/frame_reader.h ipc/client/stream_client.h
     ipc/msg/msg.h ipc/msg/msgcmd.h
-    ipc/network/sck_svr.h ipc/network/socket.h
+    ipc/network/sck_buf.h ipc/network/sck_svr.h ipc/network/socket.h
     ipc/network/spipe.h
     records/records.h
     util/owner.h util/sequence_pool.h util/util.h)

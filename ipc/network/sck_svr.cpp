@@ -9,14 +9,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <ctime>
 #include <memory>
 #include <new>
-#include <span>
 #include <utility>
 
-#include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -24,7 +21,6 @@ namespace
 {
 
 constexpr int listen_backlog = 5;
-constexpr std::uint32_t header_size = sizeof(std::uint32_t); // the length in front of a payload
 
 // What servers and clients have besides the described records, which they are allocated with. The
 // lock guards it, but for the timer and the process number.
@@ -39,8 +35,8 @@ struct Server : sck_svr_t {
 struct Client : sck_clt_t {
     va::QueueTimer timer;
     std::int32_t pid;
-    sck_counts_t before;        // the server's counts when it was linked; what came since, and was
-    std::uint64_t refused;      // not refused, has been queued
+    sck_counts_t before;   // the server's counts when it was linked; what came since, and was
+    std::uint64_t refused; // not refused, has been queued
     std::uint64_t refusedBytes; // payloads
 };
 
@@ -68,103 +64,20 @@ std::uint64_t clock_us()
            static_cast<std::uint64_t>(time.tv_nsec / 1000);
 }
 
-using Bytes = std::span<const std::uint8_t>;
-
-Bytes bytes_of(const void *data, std::uint32_t length)
-{
-    return {static_cast<const std::uint8_t *>(data), length};
-}
-
-// A buffer of several pages is a mapping of its own: pages that no byte has reached cost nothing,
-// and all of them go back to the system with the client.
-constexpr std::uint32_t mapped_size = 4 * 4096;
-
-std::uint8_t *allocate_zeroed(std::uint32_t size)
-{
-    if (size < mapped_size)
-        return new (std::nothrow) std::uint8_t[size]();
-    void *const pages =
-        mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    return pages == MAP_FAILED ? nullptr : static_cast<std::uint8_t *>(pages);
-}
-
-void free_zeroed(std::uint8_t *data, std::uint32_t size)
-{
-    if (size < mapped_size)
-        delete[] data;
-    else
-        munmap(data, size);
-}
-
-// Positions do not overflow however large the ring.
-std::uint32_t advance(const sck_buf_t &ring, std::uint32_t position, std::uint32_t count)
-{
-    const std::uint32_t to_end = ring.size - position;
-    return count < to_end ? position + count : count - to_end;
-}
-
-bool has_room(const sck_buf_t &ring, std::uint32_t length)
-{
-    const std::uint32_t room = ring.size - 1 - ring.count;
-    return room >= header_size && length <= room - header_size;
-}
-
-// Copies `bytes` to `position` on. Returns the position after them.
-std::uint32_t put(const sck_buf_t &ring, std::uint32_t position, Bytes bytes)
-{
-    const Bytes front = bytes.first(std::min<std::size_t>(bytes.size(), ring.size - position));
-    const Bytes wrapped = bytes.subspan(front.size());
-    std::ranges::copy(front, ring.data + position);
-    std::ranges::copy(wrapped, ring.data);
-    return advance(ring, position, static_cast<std::uint32_t>(bytes.size()));
-}
-
-// The caller has seen that there is room.
-void put_frame(sck_buf_t &ring, Bytes payload)
-{
-    const auto length = static_cast<std::uint32_t>(payload.size());
-    const std::uint32_t frame_size = header_size + length;
-    if (frame_size < ring.size - ring.writePos) { // ends before the array does, as a rule
-        std::uint8_t *const frame = ring.data + ring.writePos;
-        std::memcpy(frame, &length, header_size);
-        std::memcpy(frame + header_size, payload.data(), length);
-        ring.writePos += frame_size;
-    } else {
-        ring.writePos = put(ring, ring.writePos, bytes_of(&length, header_size));
-        ring.writePos = put(ring, ring.writePos, payload);
-    }
-    ring.count += frame_size;
-}
-
-// The queued bytes up to the array's end; a queue that wraps goes on at its start.
-Bytes first_run(const sck_buf_t &ring)
-{
-    return bytes_of(ring.data + ring.readPos, std::min(ring.count, ring.size - ring.readPos));
-}
-
-// An emptied ring starts over, so that few records at a time stay in few cache lines and pages.
-void take_out(sck_buf_t &ring, std::uint32_t count)
-{
-    ring.count -= count;
-    ring.readPos = ring.count > 0 ? advance(ring, ring.readPos, count) : 0;
-    if (ring.count == 0)
-        ring.writePos = 0;
-}
-
-void refuse(Client *client, Bytes payload)
+void refuse(Client *client, sck_bytes payload)
 {
     ++client->refused;
     client->refusedBytes += payload.size();
 }
 
 // Returns how many clients had no room.
-int queue_for_all(Server *server, Bytes payload)
+int queue_for_all(Server *server, sck_bytes payload)
 {
     int refused = 0;
     std::uint64_t now = 0; // read when first wanted
     const std::scoped_lock lock(server->lock);
     for (Client *client = own(server->clients); client; client = own(client->next)) {
-        if (!has_room(client->send, static_cast<std::uint32_t>(payload.size()))) {
+        if (!sck_buf_has_room(client->send, static_cast<std::uint32_t>(payload.size()))) {
             refuse(client, payload);
             ++refused;
             continue;
@@ -173,7 +86,7 @@ int queue_for_all(Server *server, Bytes payload)
             set_event_enabled(client->writeEvent, 1);
         if (now == 0 && client->timer.wants_time())
             now = clock_us();
-        put_frame(client->send, payload);
+        sck_buf_put_frame(client->send, payload);
         client->timer.put(now, client->send.count);
     }
     ++server->counts.records;
@@ -222,13 +135,13 @@ void note_way(Client *client)
 // One write. Returns whether the connection still stands.
 bool drain(Client *client)
 {
-    const Bytes run = first_run(client->send);
+    const sck_bytes run = sck_buf_first_run(client->send);
     if (run.empty())
         return true;
     const ssize_t written = send(client->socket, run.data(), run.size(), MSG_NOSIGNAL);
     if (written > 0) {
         const auto count = static_cast<std::uint32_t>(written);
-        take_out(client->send, count);
+        sck_buf_take_out(client->send, count);
         if (client->timer.take(count))
             note_way(client);
         return true;
@@ -266,7 +179,7 @@ std::int32_t sck_clt_event_read(event_info *, void *arg)
             gone = disconnect(client, __func__);
             return 0;
         }
-        ring.writePos = advance(ring, ring.writePos, static_cast<std::uint32_t>(got));
+        ring.writePos = sck_buf_advance(ring, ring.writePos, static_cast<std::uint32_t>(got));
     }
     server->recvHandler(client, server->recvArg);
     return 0;
@@ -335,7 +248,7 @@ int sck_svr_init(sck_svr_t **slot, const char *path, std::uint32_t size)
         std::printf("%s: error\n", __func__);
         return -1;
     }
-    if (!slot || size <= header_size)
+    if (!slot || size <= sizeof(std::uint32_t))
         return -1;
     std::unique_ptr<Server> server(new (std::nothrow) Server{});
     if (!server)
@@ -364,7 +277,9 @@ int sck_svr_write(sck_svr_t *server, const void *data, std::uint32_t length)
     if (length == 0)
         return 0;
     // Printed without the lock: standard output may block, and must not hold up the loop with it.
-    for (int refused = queue_for_all(own(server), bytes_of(data, length)); refused > 0; --refused)
+    for (int refused =
+             queue_for_all(own(server), {static_cast<const std::uint8_t *>(data), length});
+         refused > 0; --refused)
         std::printf("Can't write data to client.sck_path=%s\n", server->path.get());
     return 0;
 }
@@ -412,25 +327,6 @@ void sck_svr_release(sck_svr_t **slot)
 {
     if (slot)
         delete own(std::exchange(*slot, nullptr));
-}
-
-sck_buf_t::~sck_buf_t()
-{
-    free_zeroed(data, size);
-}
-
-int sck_buf_init(sck_buf_t *buffer, std::uint32_t size)
-{
-    std::uint8_t *const data = allocate_zeroed(size);
-    if (!data)
-        return -1;
-    free_zeroed(buffer->data, buffer->size);
-    buffer->data = data;
-    buffer->size = size;
-    buffer->count = 0;
-    buffer->readPos = 0;
-    buffer->writePos = 0;
-    return 0;
 }
 
 int sck_clt_ignore_read(sck_clt_t *client, void *)

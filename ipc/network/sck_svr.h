@@ -1,6 +1,7 @@
 #pragma once
 
 #include "event/event.h"
+#include "ipc/network/sck_buf.h"
 #include "util/owner.h"
 
 #include <cstdint>
@@ -38,21 +39,6 @@ struct sck_svr_t;
 // below `size`: a record that can outgrow the buffer has to be given up. (While writePos is below
 // readPos nothing is read, and the handler is called over and over.)
 using sck_recv_handler = int (*)(sck_clt_t *client, void *arg);
-
-// A byte ring. In a send buffer count = (writePos - readPos) mod size, at most size - 1; both
-// positions are 0 when it is empty. The array costs memory where bytes have been put.
-struct sck_buf_t {
-    sck_buf_t() = default;
-    sck_buf_t(const sck_buf_t &) = delete;
-    sck_buf_t &operator=(const sck_buf_t &) = delete;
-    ~sck_buf_t(); // frees the array
-
-    std::uint8_t *data = nullptr; // `size` bytes
-    std::uint32_t size = 0;
-    std::uint32_t count = 0;    // bytes queued
-    std::uint32_t readPos = 0;  // next byte out, 0..size-1
-    std::uint32_t writePos = 0; // where the next byte goes in, 0..size-1
-};
 
 // One connected client, owned by its server's list. The lock guards next, prev and send; the rest
 // belongs to the loop thread.
@@ -97,7 +83,7 @@ struct sck_svr_status_t {
     std::vector<sck_clt_status_t> clients; // newest first
 };
 
-static_assert(sizeof(void *) != 4 || (sizeof(sck_buf_t) == 20 && sizeof(sck_clt_t) == 64));
+static_assert(sizeof(void *) != 4 || sizeof(sck_clt_t) == 64);
 
 // Starts a server at `path` (at most 107 bytes, copied; a file there is removed) and stores it in
 // *slot. `size` is the capacity of each client's buffers, above 4; the largest payload that can be
@@ -128,10 +114,6 @@ int sck_svr_set_recv_callback(sck_svr_t *server, sck_recv_handler handler, void 
 // is left alone. The socket file stays. Loop thread, or while the loop does not run, and no other
 // thread may use the server any more.
 void sck_svr_release(sck_svr_t **slot);
-
-// Gives `buffer`, whose old array is freed, an empty array of `size` zeros. Returns 0, or -1 when
-// memory is short; the buffer is then as it was.
-int sck_buf_init(sck_buf_t *buffer, std::uint32_t size);
 
 // The default receive handler: throws away what was read. Returns 0.
 int sck_clt_ignore_read(sck_clt_t *client, void *arg);
