@@ -17,4 +17,4 @@ const Look &look_of(Sighting::Kind kind);
 extern const Look ALARM_LOOK;
 
 // The styles of all classes, and the patterns they fill with.
-extern const char STYLE_SHEET[];
+extern const char *const STYLE_SHEET;
