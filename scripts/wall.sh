@@ -1,0 +1,139 @@
+#!/usr/bin/env bash
+# usage: scripts/wall.sh [-n CAMERAS] [-p PORT]
+# The wall, on this machine alone: cameras with a scene each, what they see told to a Mosquitto of
+# this script's own, and the page that shows them, on PORT (default 9080). Ctrl-C ends all.
+#   -n  how many cameras, 1 to 99, default 1
+#   -p  the page's port; the next one is the broker's
+set -euo pipefail
+# shellcheck source=scripts/setup.sh
+source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
+
+cameras=1
+port=9080
+usage="usage: scripts/wall.sh [-n CAMERAS] [-p PORT]"
+while getopts hn:p: option; do
+    case $option in
+    h)
+        sed -n '2,/^set/s/^# \{0,1\}//p' scripts/wall.sh
+        exit
+        ;;
+    n) cameras=$OPTARG ;;
+    p) port=$OPTARG ;;
+    *) die "$usage" ;;
+    esac
+done
+shift $((OPTIND - 1))
+[[ $# == 0 && $cameras =~ ^[1-9][0-9]?$ && $port =~ ^[1-9][0-9]{3,4}$ && $port -lt 65535 ]] ||
+    die "$usage"
+broker_port=$((port + 1))
+preset=${VA_PRESET:-host}
+# A daemon whose run directory is below the folder it is started in: as many as there are folders.
+build=$root/build/mqtt-$preset
+bin=$build/bin
+folder=$build/wall
+
+require "${mqtt_packages[@]}" mosquitto
+command -v npm >/dev/null || die "npm is needed for the page: install Node.js with npm"
+configure "$preset" -B "$build" -DVA_MQTT=ON -DVA_TESTS=OFF -DVA_RUN_DIR=run \
+    -DVA_FIRMWARE_DIR=firmware
+cmake --build "$build" --target va va_mqtt make_firmware
+wall/stage.sh "$folder/page"
+
+write_broker() {
+    cat <<END
+listener $broker_port 127.0.0.1
+listener $port 127.0.0.1
+protocol websockets
+http_dir $folder/page
+allow_anonymous true
+persistence false
+user $(id -un)
+END
+}
+
+# write_store NUMBER: a line across and an area, each camera's elsewhere.
+write_store() {
+    local line=$((3500 + $1 * 700 % 3000)) left=$(($1 * 1300 % 6000 + 500))
+    cat <<END
+Properties.ImageSource.Sensor=imx122
+EventDetection.VumeruOD=yes
+EventDetection.FaceDetection=yes
+EventDetection.CameraTampering=yes
+CrossLine.C0.StartX=$line
+CrossLine.C0.StartY=0
+CrossLine.C0.EndX=$((line + 800))
+CrossLine.C0.EndY=9999
+ObjectDetection.O0.Left=$left
+ObjectDetection.O0.Right=$((left + 2500))
+ObjectDetection.O0.Top=5500
+ObjectDetection.O0.Bottom=9500
+ObjectDetection.O0.Type=1
+VideoAnalytics.OD.SOParam.MinSizeX=2
+VideoAnalytics.OD.SOParam.MinSizeY=2
+END
+}
+
+# write_scene NUMBER: people and cars, as many and as fast as the camera's number has it.
+write_scene() {
+    local number from place=$((400 + $1 * 150 % 1200))
+    echo "period $((8000 + $1 * 700))"
+    echo "od_interval 100"
+    for ((number = 1; number <= 2 + $1 % 4; ++number)); do
+        from=$(((number + $1) % 2 * 1700 + 100))
+        echo "object $number dynamic $((90 + number * 40))x$((220 - number * 25))" \
+            "from $from,$((300 + (number * 310 + $1 * 130) % 650))" \
+            "to $((1900 - from)),$((850 - (number * 290 + $1 * 170) % 500))" \
+            "between $((number * 400)) $((5500 + number * 300))"
+    done
+    echo "object 19 static 90x80 from $place,620 to $place,620 between 4000 7500"
+    echo "face 3 at $place,280 size 180x180 between 1500 3500"
+    echo "at $((3000 + $1 * 500 % 3000)) ta 1 0 0 0"
+}
+
+children=()
+
+# shellcheck disable=SC2317
+stop() {
+    trap - EXIT INT TERM HUP
+    kill -TERM "${children[@]}" 2>/dev/null || true
+    wait "${children[@]}" 2>/dev/null || true
+}
+
+# start NAME COMMAND...: in the working directory, with its number in NAME.pid and its output in
+# NAME.log.
+start() {
+    local name=$1
+    shift
+    "$@" >"$name.log" 2>&1 &
+    children+=("$!")
+    echo "$!" >"$name.pid"
+}
+
+# start_camera NUMBER
+start_camera() {
+    mkdir -p "$folder/camera$1/run"
+    cd "$folder/camera$1"
+    write_store "$1" >store
+    write_scene "$1" >scene
+    "$bin/make_firmware" firmware >/dev/null
+    NVRAM_FILE=store VA_SIM_SCENE=scene start va "$bin/va"
+    NVRAM_FILE=store start va_mqtt "$bin/va_mqtt" --host 127.0.0.1 --port "$broker_port" \
+        --prefix "cameras/camera$1" --rate 10
+}
+
+trap stop EXIT
+trap 'exit 0' INT TERM HUP
+cd "$folder"
+write_broker >mosquitto.conf
+start mosquitto mosquitto -c mosquitto.conf
+mosquitto=${children[0]}
+for ((number = 1; number <= cameras; ++number)); do
+    start_camera "$number"
+done
+say "page    http://127.0.0.1:$port/"
+say "broker  127.0.0.1:$broker_port, topics below cameras/"
+say "files   ${folder#"$root/"}"
+say "end     Ctrl-C"
+# A broker that ends, such as at a port that another has, ends all.
+wait "$mosquitto" || true
+die "the broker has ended: $(tail --lines=1 "$folder/mosquitto.log")"
