@@ -2,10 +2,10 @@
 #include "bench/quiet.h"
 #include "event/soft_queue.h"
 #include "ipc/client/frame_reader.h"
-#include "ipc/network/fd.h"
 #include "ipc/network/sck_svr.h"
 #include "ipc/network/socket.h"
 #include "tests/support/temp_dir.h"
+#include "util/fd.h"
 #include "va/process.h"
 #include "va/va_proc.h"
 

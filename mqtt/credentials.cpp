@@ -1,7 +1,7 @@
 #include "mqtt/credentials.h"
 
-#include "ipc/network/fd.h"
 #include "tools/common/standard_output.h"
+#include "util/fd.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Checks the layout of the sources, what clang-tidy finds in them, the scripts and the man pages.
+# Checks the layout of the sources, what clang-tidy finds in them, that no files include each other
+# in a circle, the scripts and the man pages.
 set -euo pipefail
 # shellcheck source=scripts/setup.sh
 source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
@@ -21,6 +22,9 @@ find . -path ./build -prune -o \( -name '*.h' -o -name '*.cpp' \) -print0 |
 say "clang-tidy"
 find "${product[@]}" -name '*.cpp' -print0 |
     xargs --null --max-args=1 --max-procs="$jobs" clang-tidy -p "build/$preset" --quiet
+
+say "includes"
+scripts/check-includes.py
 
 say "shellcheck"
 shellcheck --external-sources scripts/*.sh .ci/run tests/boot/*.sh examples/*.sh

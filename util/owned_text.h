@@ -5,7 +5,7 @@
 #include <cstring>
 #include <new>
 
-// Private to this tree, like ipc/network/fd.h: apart from what the library's users define.
+// Private to this tree, like util/fd.h: apart from what the library's users define.
 namespace va
 {
 

@@ -1,4 +1,4 @@
-#include "ipc/network/fd.h"
+#include "util/fd.h"
 #include "va/descriptor_limit.h"
 #include "va/log.h"
 #include "va/options.h"

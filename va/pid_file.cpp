@@ -1,6 +1,6 @@
 #include "va/pid_file.h"
 
-#include "ipc/network/fd.h"
+#include "util/fd.h"
 #include "util/util.h"
 #include "va/log.h"
 #include "va/paths.h"

@@ -1,6 +1,6 @@
 #include "va/status.h"
 
-#include "ipc/network/fd.h"
+#include "util/fd.h"
 #include "va/context.h"
 #include "va/log.h"
 #include "va/paths.h"

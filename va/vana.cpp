@@ -1,7 +1,7 @@
 #include "va/vana.h"
 
-#include "ipc/network/fd.h"
 #include "platform/ne3_val.h"
+#include "util/fd.h"
 #include "util/util.h"
 #include "va/firmware.h"
 #include "va/log.h"

@@ -1,6 +1,6 @@
 #include "ipc/client/daemon_status.h"
 
-#include "ipc/network/fd.h"
+#include "util/fd.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,8 +1,8 @@
 #include "ipc/client/stream_client.h"
 
 #include "ipc/client/frame_reader.h"
-#include "ipc/network/fd.h"
 #include "ipc/network/unix_address.h"
+#include "util/fd.h"
 
 #include <array>
 #include <cerrno>

@@ -1,9 +1,9 @@
 #include "ipc/msg/msg.h"
 
 #include "event/event.h"
-#include "ipc/network/fd.h"
 #include "ipc/network/rest.h"
 #include "ipc/network/socket.h"
+#include "util/fd.h"
 #include "util/util.h"
 
 #include <algorithm>

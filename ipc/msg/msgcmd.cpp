@@ -1,7 +1,7 @@
 #include "ipc/msg/msgcmd.h"
 
-#include "ipc/network/fd.h"
 #include "ipc/network/socket.h"
+#include "util/fd.h"
 #include "util/owned_text.h"
 #include "util/sequence_pool.h"
 

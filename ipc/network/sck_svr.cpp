@@ -1,9 +1,9 @@
 #include "ipc/network/sck_svr.h"
 
-#include "ipc/network/fd.h"
 #include "ipc/network/recent.h"
 #include "ipc/network/rest.h"
 #include "ipc/network/socket.h"
+#include "util/fd.h"
 #include "util/owned_text.h"
 
 #include <algorithm>
@@ -35,8 +35,8 @@ struct Server : sck_svr_t {
 struct Client : sck_clt_t {
     va::QueueTimer timer;
     std::int32_t pid;
-    sck_counts_t before;   // the server's counts when it was linked; what came since, and was
-    std::uint64_t refused; // not refused, has been queued
+    sck_counts_t before;        // the server's counts when it was linked; what came since, and was
+    std::uint64_t refused;      // not refused, has been queued
     std::uint64_t refusedBytes; // payloads
 };
 

@@ -1,7 +1,7 @@
 #include "ipc/network/socket.h"
 
-#include "ipc/network/fd.h"
 #include "ipc/network/unix_address.h"
+#include "util/fd.h"
 
 #include <cerrno>
 #include <cstddef>

@@ -1,7 +1,7 @@
 #include "ipc/network/spipe.h"
 
-#include "ipc/network/fd.h"
 #include "ipc/network/socket.h"
+#include "util/fd.h"
 
 #include <algorithm>
 #include <cstddef>

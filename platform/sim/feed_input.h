@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ipc/network/fd.h"
+#include "util/fd.h"
 
 #include <cstddef>
 #include <optional>

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "ipc/client/frame_reader.h"
-#include "ipc/network/fd.h"
 #include "tests/support/program.h"
 #include "tests/support/temp_dir.h"
+#include "util/fd.h"
 #include "util/util.h"
 
 #include <csignal>

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "event/event.h"
-#include "ipc/network/fd.h"
 #include "ipc/network/socket.h"
 #include "tests/support/wait.h"
+#include "util/fd.h"
 
 #include <cerrno>
 #include <filesystem>

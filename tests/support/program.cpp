@@ -1,7 +1,7 @@
 #include "tests/support/program.h"
 
-#include "ipc/network/fd.h"
 #include "tests/support/wait.h"
+#include "util/fd.h"
 
 #include <csignal>
 #include <fstream>

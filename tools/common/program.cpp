@@ -1,10 +1,10 @@
 #include "tools/common/program.h"
 
-#include "ipc/network/fd.h"
 #include "tools/common/replay.h"
 #include "tools/common/standard_output.h"
 #include "tools/common/verdict.h"
 #include "tools/common/watch.h"
+#include "util/fd.h"
 
 #include <csignal>
 #include <exception>

@@ -1,7 +1,7 @@
 #include "tools/va_picture/replace_file.h"
 
-#include "ipc/network/fd.h"
 #include "tools/common/file_error.h"
+#include "util/fd.h"
 
 #include <cerrno>
 #include <cstdio>
