@@ -9,6 +9,8 @@ export CTEST_PARALLEL_LEVEL=${CTEST_PARALLEL_LEVEL:-$jobs}
 base_packages=(g++ cmake ninja-build googletest)
 # shellcheck disable=SC2034 # of scripts that build with VA_MQTT
 mqtt_packages=(libmosquitto-dev nlohmann-json3-dev)
+# shellcheck disable=SC2034 # of scripts that build with VA_VIDEO
+video_packages=(libopencv-{core,imgcodecs,imgproc,objdetect,video,videoio}-dev opencv-data)
 
 say() {
     printf '%s: %s\n' "${0##*/}" "$*"

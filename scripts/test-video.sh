@@ -1,0 +1,68 @@
+#!/usr/bin/env bash
+# usage: scripts/test-video.sh [SEED...]
+# Makes clips of which all is known, lets va_video look at them, and judges what it told; and what
+# alarms `va` made of it. VA_PRESET=asan, for instance, takes that build.
+set -euo pipefail
+# shellcheck source=scripts/setup.sh
+source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
+# shellcheck source=scripts/daemon.sh
+source "$root/scripts/daemon.sh"
+
+preset=${VA_PRESET:-host}
+daemon_build=$root/build/video-$preset
+daemon_bin=$daemon_build/bin
+photographs=python3-skimage # a package that has one of a face
+(($#)) || set -- 1
+
+# judge NAME SETTING...: a clip, and what it looks like to va_video.
+judge() {
+    local name=$1 verdict
+    shift
+    "$daemon_bin/make_clip" "$name.avi" "$@" >"$name.truth"
+    "$daemon_bin/va_video" --fast "$name.avi" - >"$name.lines" 2>"$name.log" || die "$(cat "$name.log")"
+    verdict=$(python3 "$root/video/truth/judge.py" "$name.truth" "$name.lines") || die "$name: $verdict"
+    say "$name: $verdict"
+}
+
+get_face() {
+    apt-get -o APT::Sandbox::User=root download "$photographs" >/dev/null
+    dpkg-deb --fsys-tarfile "$photographs"_*.deb |
+        tar --extract --to-stdout --wildcards '*/astronaut.png' >face.png
+}
+
+# The line down the middle makes an alarm of each crossing.
+judge_alarms() {
+    local name=$1 crossings alarms dump
+    printf '%s\n' Properties.ImageSource.Sensor=imx122 'Properties.Image.ProfileMode=2 MEGA' \
+        EventDetection.VumeruOD=yes CrossLine.C0.{Start,End}X=5000 CrossLine.C0.StartY=0 \
+        CrossLine.C0.EndY=9999 >store
+    echo "feed eyes" >scene
+    start_daemon
+    "$daemon_bin/va_dump" --directory run vmf >alarms 2>dump.log &
+    dump=$!
+    wait_until 20 grep --quiet connected dump.log || die "va_dump does not connect"
+    "$daemon_bin/va_video" "$name.avi" eyes 2>"$name.log" || die "$(cat "$name.log")"
+    crossings=$(grep --count ^cross "$name.truth")
+    wait_until 5 eval '(($(wc -l <alarms) >= crossings))' || true
+    stop_daemon
+    kill -TERM "$dump"
+    wait "$dump" || true # 3: no record came
+    alarms=$(wc -l <alarms)
+    ((alarms == crossings)) || die "$name: $alarms alarms of $crossings crossings
+$(cat alarms "$name.truth")"
+    say "$name: $alarms alarms of $crossings crossings"
+}
+
+require "${video_packages[@]}" python3
+say "packages are there after $SECONDS s"
+configure "$preset" -B "$daemon_build" -DVA_VIDEO=ON -DVA_TESTS=OFF -DVA_RUN_DIR=run \
+    -DVA_FIRMWARE_DIR=firmware
+cmake --build "$daemon_build" --target va va_dump va_video make_clip make_firmware
+enter_folder
+get_face
+for seed; do
+    judge "busy$seed" seed="$seed" walkers=6 pairs=1 standing=1 face=face.png
+    judge "tampered$seed" seed="$seed" seconds=18 covered=4 turned=9 dark=14
+    judge_alarms "busy$seed"
+done
+say "seen as it was shown, after $SECONDS s"
