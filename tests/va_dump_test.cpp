@@ -83,7 +83,8 @@ TEST(StreamClientTest, HandsOnWhatWasReadWhenTheEndComesAndTheSinkHasEnough)
     close(fd);
     std::string got;
     for (int reads = 0; reads < 4; ++reads)
-        client.receive([&](auto payload) { return got += payload.front(), false; });
+        client.receive(
+            [&](auto payload) { return got += static_cast<char>(payload.front()), false; });
     EXPECT_EQ("abc", got);
     EXPECT_EQ(StreamClient::State::Closed, client.state());
     client.connect();
