@@ -1,10 +1,10 @@
 // usage: fleet_bench publish PORT FIRST COUNT RATE SECONDS
 //        fleet_bench subscribe PORT COUNT
-// Cameras on one MQTT broker, simulated. `publish` is COUNT of them, each a publisher as va_mqtt has
-// one, fed with RATE records a second of eight objects and with a line that is crossed every ten
-// seconds; it begins when a line, or the end, comes on standard input. `subscribe` reads all that they tell, says
-// "here" when COUNT are, and prints its figures at SIGTERM. A process has 250 publishers at most: the
-// library cannot wait for descriptors from 1024 on.
+// Cameras on one MQTT broker, simulated. `publish` is COUNT of them, each a publisher as va_mqtt
+// has one, fed with RATE records a second of eight objects and with a line that is crossed every
+// ten seconds; it begins when a line, or the end, comes on standard input. `subscribe` reads all
+// that they tell, says "here" when COUNT are, and prints its figures at SIGTERM. A process has 250
+// publishers at most: the library cannot wait for descriptors from 1024 on.
 
 #include "mqtt/publisher.h"
 #include "records/records.h"
