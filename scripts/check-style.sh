@@ -6,7 +6,7 @@ set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
 
 preset=clang # whose compile commands clang-tidy can read as they are
-product=(va conf ipc event util platform tools mqtt)
+product=(va conf ipc event util platform records tools mqtt)
 
 (($# == 0)) || die "usage: scripts/check-style.sh"
 
@@ -18,6 +18,15 @@ grep --quiet --fixed-strings mqtt/ "build/$preset/compile_commands.json" 2>/dev/
 say "clang-format"
 find . -path ./build -prune -o \( -name '*.h' -o -name '*.cpp' \) -print0 |
     xargs --null clang-format --dry-run -Werror
+
+# The files, without suffix, that include each other: a header and its source count as one.
+includes() {
+    grep --recursive --include='*.h' --include='*.cpp' '^#include "' "${product[@]}" |
+        sed --quiet 's/^\(.*\)\.[a-z]*:#include "\(.*\)\.h"$/\1 \2/p' | awk '$1 != $2'
+}
+
+say "include graph"
+circles=$(includes | tsort 2>&1 >/dev/null) || die "$circles"
 
 say "clang-tidy"
 find "${product[@]}" -name '*.cpp' -print0 |
@@ -31,6 +40,7 @@ shellcheck --external-sources scripts/*.sh .ci/run tests/boot/*.sh examples/*.sh
 shellcheck --shell=sh packaging/va.init.in packaging/postinst.in packaging/prerm.in
 
 say "man pages"
+scripts/man-settings.sh --check
 for page in man/*; do
     warnings=$(groff -ww -t -man -Tutf8 -rLL=78n "$page" 2>&1 >/dev/null)
     [[ -z $warnings ]] || die "$warnings"
