@@ -1,5 +1,6 @@
 #include "conf/conf.h"
 #include "conf/conf_analytics.h"
+#include "conf/conf_catalogue.h"
 #include "conf/conf_fd.h"
 #include "conf/conf_od.h"
 #include "conf/conf_sensor.h"
@@ -134,17 +135,86 @@ TEST(Sensor, IsFoundByNameModeAndStandard)
     }
 }
 
-TEST(Conf, ComparisonsSeeTheLastByte)
+TEST(Sensor, DiffersInAnyFieldButTheTablesOwn)
 {
-    const auto sees = []<class Record>(int (*compare)(const Record *, const Record *)) {
-        Record pair[2] = {};
-        reinterpret_cast<char *>(pair)[sizeof pair - 1] = 1;
-        return compare(pair, pair) == 0 && compare(pair, pair + 1) != 0;
-    };
-    EXPECT_TRUE(sees(conf_compareIvsCtrlConf) && sees(conf_compareDISCtrlConf) &&
-                sees(conf_compareFDCtrlConf) && sees(conf_compareODDetMaskConf) &&
-                sees(conf_compareMotionConfig) && sees(conf_comparePrivacyMaskConfig) &&
-                sees(conf_compareODVmfFilterConf));
+    const SensorConfig one = {"imx122", "2 MEGA", 1, 1, 1920, 1080, 30};
+    const std::pair<SensorConfig, bool> cases[] = {
+        {{"IMX122", "2 mega", 0, 1, 1920, 1080, 30}, true}, // whether any standard will do
+        {{"imx12", "2 MEGA", 1, 1, 1920, 1080, 30}, false},
+        {{"imx122", "3 MEGA", 1, 1, 1920, 1080, 30}, false},
+        {{"imx122", "2 MEGA", 1, 0, 1920, 1080, 30}, false},
+        {{"imx122", "2 MEGA", 1, 1, 1921, 1080, 30}, false},
+        {{"imx122", "2 MEGA", 1, 1, 1920, 1081, 30}, false},
+        {{"imx122", "2 MEGA", 1, 1, 1920, 1080, 31}, false}};
+    for (const auto &[other, equal] : cases)
+        EXPECT_EQ(conf_compareSensorConfig(&one, &other) == 0, equal) << &other - &cases[0].first;
+}
+
+TEST(Conf, CatalogueComparesSoManyBytes)
+{
+    // clang-format off
+    const std::pair<int (*)(const void *, const void *), std::size_t> records[] = {
+        {conf_compareDynamicParamConf, 8}, {conf_compareNetworkQosConf, 20},
+        {conf_compareImageRotateConf, 12}, {conf_compareAccountConf, 2048},
+        {conf_compareGb28181, 1036}, {conf_compareAudioExConf, 8}, {conf_compareH264ConfEx, 24},
+        {conf_compareEPTZConf, 20}, {conf_comparePrivacyMaskConfigEx, 124},
+        {conf_compareDenoiseConf, 20}, {conf_compareNetworkConf, 128}, {conf_compareAoiConf, 60},
+        {conf_compareCameraTamperingConf, 8}, {conf_compareSystemPropertiesConf, 48},
+        {conf_compareContinuousRecorderConf, 284}, {conf_compareEventRecorderConf, 288},
+        {conf_compareRecorderConf, 280}, {conf_compareMulticastConf, 88},
+        {conf_compareVideoProperties, 308}, {conf_compareAudioProperties, 32},
+        {conf_compareRtspConfig, 12}, {conf_compareProfileAudioConfig, 12},
+        {conf_compareTvOutConf, 12}, {conf_compareOsdConfig, 8104},
+        {conf_compareOverlayConfig, 564}, {conf_compareProfileVideoConfig, 348}};
+    // clang-format on
+    const std::string zeros(9000, '\0');
+    for (const auto &[compare, size] : records) {
+        for (const std::size_t byte : {size - 1, size}) {
+            std::string other = zeros;
+            other[byte] = 1;
+            EXPECT_EQ(compare(zeros.data(), other.data()) == 0, byte == size) << size;
+        }
+    }
+}
+
+TEST(Sensor, ParsesResolutions)
+{
+    const struct {
+        const char *sensor, *mode;
+        int any, ntsc;
+        const char *text;
+        int width, height;
+    } cases[] = {{"imx140", "1080P WDR", 1, 0, "qvga", 320, 180},
+                 {"", "", 0, 0, "1280x720", 1280, 720},
+                 {"IMX122", "2 mega", 0, 1, "QQVGA", 160, 90},
+                 {"imx122", "2 MEGA", 0, 0, "vga", 0, 0},
+                 {"imx122", "720P", 1, 1, "vga", 0, 0},
+                 {"ov9712", "720P", 1, 1, "qvga", 0, 0},
+                 {"imx122", "2 MEGA", 1, 1, "0x720", 0, 720},
+                 {"imx122", "2 MEGA", 1, 1, "640x", 640, 0},
+                 {"icx692", "720p", 1, 1, "1080p", 1080, 0},
+                 {"icx692", "720p", 1, 1, "720p", 1280, 720}};
+    for (const auto &[sensor, mode, any, ntsc, text, width, height] : cases) {
+        ConfSize size = {-1, -1};
+        EXPECT_EQ(conf_parseResolution(sensor, mode, any, ntsc, text, &size.width, &size.height),
+                  width && height ? 0 : -1);
+        EXPECT_TRUE(size.width == width && size.height == height) << sensor << text;
+    }
+}
+
+TEST(Sensor, HasFrameBuffers)
+{
+    StoreFile store;
+    FrameBufferConf conf{};
+    for (const auto &[count, used] : {std::pair("", 6), {"8", 8}, {"0", 6}}) {
+        store.write("MPoolMgr.BufferNum=" + std::string(count) + "\n");
+        EXPECT_EQ(FrameBufferConf_Get("IMX185", &conf), 0);
+        EXPECT_EQ(conf.bufferNum, used);
+    }
+    const std::int32_t sizes[12] = {1920, 1080, 720, 576};
+    EXPECT_TRUE(std::ranges::equal(conf.sizes, sizes));
+    EXPECT_EQ(FrameBufferConf_Get("hm2055", &conf), -1);
+    EXPECT_EQ(conf.bufferNum, 6);
 }
 
 TEST(Sensor, GuessesTheNearestResolution)

@@ -297,12 +297,12 @@ TEST_F(DaemonTest, GoesOnAfterAFailureUnlessItCannotStart)
 // is told.
 TEST_F(DaemonTest, LivesWithABadRunDirectory)
 {
-    const auto expect_service = [&](const string &log, const char *complaint) {
-        Daemon daemon(files, {"-t"});
+    const auto expect_service = [&](const string &log, const string &complaint) {
+        Daemon daemon(files, {"-ot"});
         EXPECT_TRUE(Client(files.file("run/ta")).next());
         EXPECT_TRUE(daemon.wait_for_log("VA: " + log));
-        EXPECT_TRUE(daemon.wait_for_output(complaint));
         EXPECT_TRUE(daemon.stop());
+        EXPECT_NE(string::npos, (daemon.output() + daemon.log()).find(complaint)) << complaint;
     };
     const string others = " is writable for others. ";
     files.write("scene", alarms);
@@ -317,9 +317,13 @@ TEST_F(DaemonTest, LivesWithABadRunDirectory)
     std::filesystem::remove_all(files.file("run")); // made by the daemon, too late for the PID file
     const mode_t mask = umask(0);
     expect_service("run: No such file or directory. ", "Can't open run/pid .\n");
+    std::filesystem::remove(files.file("run/vmf"));
     std::filesystem::create_symlink("elsewhere", files.file("run/vmf"));
     expect_service("run" + others + "run/vmf is a link. Make run", "");
     umask(mask);
+    std::filesystem::remove(files.file("run/od"));
+    std::filesystem::create_directory(files.file("run/od"));
+    expect_service("run" + others + "run/od is of the wrong kind. Make", "Can't bind socket !\n");
     std::filesystem::remove_all(files.file("run"));
     files.write("run", "not a directory");
     Daemon daemon(files, {"-t"});

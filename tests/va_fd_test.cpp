@@ -79,9 +79,11 @@ TEST_F(VaFdTest, ChecksFaceSizesOnlyWhenAsked)
 
 TEST_F(VaFdTest, MarksTheWatchedCells)
 {
-    // The middle of the frame, a window that is not in use, one too narrow for a column.
-    const VaFdWindow windows[] = {
-        {1, 0, 5000, 5000, 4999, 4999}, {0, 1, 0, 0, 9999, 9999}, {1, 2, 0, 0, 624, 9999}};
+    // The middle of the frame, a window that is not in use, one too narrow for a column or a row.
+    const VaFdWindow windows[] = {{1, 0, 5000, 5000, 4999, 4999},
+                                  {0, 1, 0, 0, 9999, 9999},
+                                  {1, 2, 0, 0, 624, 9999},
+                                  {1, 3, 0, 0, 9999, 833}};
     const ne3_val_fd_mask mask = fd_watch_mask(windows, true);
     for (int byte = 0; byte < 24; ++byte)
         EXPECT_EQ(byte % 2 == 1 && byte >= 8 && byte < 16 ? 0x7f : 0, mask.cells[byte]) << byte;

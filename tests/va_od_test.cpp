@@ -114,8 +114,10 @@ TEST_F(VaOdTest, FallsBackWhereSettingsCannotBeUsed)
         {hd, sensitivity + "127\n", Set{{0, 160, 90, 2, 2}}, whole, so_log},
         {hd, sensitivity + "128\n", none, whole, both_log}, // threshold -1
         {hd, "VMDWindow.MinDetectionSize=200x1\n" + max + "200x100\n", none, whole, both_log},
+        {hd, "VMDWindow.MinDetectionSize=1x108\n" + max + "1920x108\n", none, whole, both_log},
         {hd, sensitivity + "256\nObjectDetection.SODetectionTime=4\n", none, none, ""},
         {hd, lines(so, {"MinSizeX=9", "MaxSizeX=9", "MinSizeY=2"}), standard, whole, so_log},
+        {hd, lines(so, {"MinSizeX=2", "MinSizeY=9", "MaxSizeY=9"}), standard, whole, so_log},
         {hd, min + so + "MaxSizeY=3\n", standard, Set{{5000, 160, 3, 2, 2}}, ""},
         {sxga, min + max + "1280x1024\n", Set{{40, 160, 120, 2, 2}}, whole_4_3, ""},
     };
