@@ -27,11 +27,14 @@ std::string lines_of(const ConfFindings &findings)
             left_out += "left_out." + item + " (" + setting.why_not + ")\n";
     }
     std::string filters;
+    const auto add = [&filters](const std::string &key, const std::string &value) {
+        filters.append(key).append(": ").append(value).append("\n");
+    };
     for (const auto &[number, filter] : findings.filters()) {
         const std::string key = "filter." + std::to_string(number);
-        filters += key + ".name: " + filter.name + '\n' + key +
-                   ".event: " + std::to_string(filter.event) + '\n' + key +
-                   ".bit: " + std::to_string(filter.bit) + '\n';
+        add(key + ".name", filter.name);
+        add(key + ".event", std::to_string(filter.event));
+        add(key + ".bit", std::to_string(filter.bit));
     }
     return filters + used + left_out;
 }
