@@ -43,6 +43,7 @@ judge_alarms() {
     wait_until 20 grep --quiet connected dump.log || die "va_dump does not connect"
     "$daemon_bin/va_video" "$name.avi" eyes 2>"$name.log" || die "$(cat "$name.log")"
     crossings=$(grep --count ^cross "$name.truth")
+    # shellcheck disable=SC2016 # counted anew each time
     wait_until 5 eval '(($(wc -l <alarms) >= crossings))' || true
     stop_daemon
     kill -TERM "$dump"
