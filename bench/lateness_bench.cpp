@@ -6,7 +6,7 @@
 #include "ipc/network/socket.h"
 #include "tests/support/temp_dir.h"
 #include "util/fd.h"
-#include "va/process.h"
+#include "va/signals.h"
 #include "va/va_proc.h"
 
 #include <atomic>
