@@ -33,7 +33,7 @@ std::string header(const Picture &picture)
 {
     constexpr double radius = 7;
     constexpr double text_left = margin + 2 * radius + 8;
-    constexpr double caption_left = 270;
+    constexpr double caption_left = 340;
     return formatted("<circle class='state' cx='%.0f' cy='19' r='%.0f' fill='%s'/>\n",
                      margin + radius, radius,
                      state_colours[static_cast<std::size_t>(picture.state)]) +

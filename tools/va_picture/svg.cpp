@@ -30,7 +30,7 @@ std::string rectangle(const Rectangle &place, const char *style)
 
 double tag_width(const std::string &text)
 {
-    constexpr double letter = 7.8;
+    constexpr double letter = 8.6; // of a wide sans-serif, bold
     return letter * static_cast<double>(text.size()) + 2 * tag_margin;
 }
 
