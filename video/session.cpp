@@ -25,7 +25,7 @@ using std::chrono::milliseconds;
 constexpr milliseconds look_wait{100}; // the bound on the delay of a stop request
 constexpr milliseconds connect_interval{200};
 constexpr milliseconds end_wait{500}; // for a read that goes on just now
-constexpr VideoTime still_interval = 100;
+constexpr VideoTime still_interval = 60;
 
 std::atomic<bool> stop_requested{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "written by a signal handler");
@@ -100,7 +100,7 @@ void Session::look(const Frame &frame)
     figures_.lap(Step::feed);
     figures_.looked(Clock::now() - frame.come);
     if (still_ && frame.time - shown_ >= still_interval) {
-        still_->show(analysis_.picture(), frame.time);
+        still_->show(analysis_.picture(), picture_number(frame.time));
         shown_ = frame.time;
     }
     figures_.lap(Step::still);
@@ -116,7 +116,7 @@ bool Session::look_once()
         std::this_thread::sleep_for(look_wait);
         return !state.failed && !feed_.is_hopeless();
     }
-    progress_.show(state.read, state.total, figures_.looks());
+    progress_.show(state, figures_.looks());
     const std::optional<Frame> frame = reader_.take(look_wait);
     if (frame)
         look(*frame);
