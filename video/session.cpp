@@ -63,7 +63,7 @@ private:
     bool look_once();
     void look(const Frame &frame);
     void print_figures();
-    void leave();
+    void leave(int status);
 
     const Options &options_;
     Figures figures_;
@@ -130,8 +130,9 @@ int Session::run()
     reader_.stop();
     print_figures();
     const bool failed = feed_.is_hopeless() || reader_.state().failed;
-    leave();
-    return failed ? EXIT_FAILURE : EXIT_SUCCESS;
+    const int status = failed ? EXIT_FAILURE : EXIT_SUCCESS;
+    leave(status);
+    return status;
 }
 
 void Session::print_figures()
@@ -141,16 +142,18 @@ void Session::print_figures()
         return;
     const Reader::State state = reader_.state();
     const FaceThread::Figures faces = faces_ ? faces_->figures() : FaceThread::Figures{};
-    std::fputs(figures_.text(state.all, state.spent, faces.looks, faces.spent).c_str(), stderr);
+    // The decoder has threads of its own.
+    const auto reading = process_time() - thread_time() - faces.spent;
+    std::fputs(figures_.text(state.all, reading, faces.looks, faces.spent).c_str(), stderr);
 }
 
 // A read that does not end is left behind with the process.
-void Session::leave()
+void Session::leave(int status)
 {
     const Clock::time_point end = Clock::now() + end_wait;
     while (!reader_.state().ended) {
         if (Clock::now() > end)
-            _exit(EXIT_SUCCESS);
+            _exit(status);
         std::this_thread::sleep_for(milliseconds(10));
     }
 }
