@@ -5,6 +5,10 @@ usage="usage: scripts/run.sh [option...] [argument of va...]
 Builds and runs \`va\` on the software stand-in with the demonstration scene, and va_dump beside it.
 Ctrl-C ends both.
     -s             also keep a picture of the scene up to date, for a browser
+    -m SOURCE      real video in place of the scene, behind the picture and by way of va_video: a file,
+                   a device such as /dev/video0, a URL (rtsp, http). Prints what happens, not records.
+                   The end of a file ends all
+    -l             with -m: a file again and again
     -v             show all that \`va\` prints when it starts
     --run-dir DIR  its sockets, PID file and control FIFO in DIR; kept for later runs of this build
     -h, --help     this text
@@ -14,11 +18,30 @@ what the settings say. VA_PRESET=asan, for instance, runs that build."
 va_arguments=()
 options=()
 draws=false
+source=
+loop=()
 verbose=false
 passing_on=
 while (($#)); do
     case $1 in
     -s) draws=true ;;
+    -l) loop=(--loop) ;;
+    -m)
+        (($# > 1)) || {
+            echo "run.sh: -m needs a file, a device or a URL" >&2
+            exit 2
+        }
+        shift
+        draws=true
+        source=$1
+        if [[ $source != *://* ]]; then
+            [[ -e $source ]] || {
+                echo "run.sh: there is no $source" >&2
+                exit 1
+            }
+            source=$(realpath -- "$source")
+        fi
+        ;;
     -v) verbose=true ;;
     -h | --help)
         echo "$usage"
@@ -44,6 +67,12 @@ preset=${VA_PRESET:-host}
 bin=build/$preset/bin
 store=$root/build/$preset/demo/nvram.conf
 picture=$root/build/$preset/demo/picture.svg
+still=$root/build/$preset/demo/still.jpg
+eyes_log=$root/build/$preset/demo/video.log
+scene=$root/platform/sim/demo.scene
+targets=(va va_dump va_picture make_firmware)
+printed=()
+drawn=()
 
 write_store() {
     cat >"$1" <<'END'
@@ -117,12 +146,24 @@ pass_on() {
     exec cat
 }
 
+if [[ $source ]]; then
+    require "${video_packages[@]}"
+    options+=(-DVA_VIDEO=ON)
+    targets+=(va_video)
+    printed=(--events)
+    drawn=(--still "$still")
+fi
 configure "$preset" "${options[@]}"
-build "$preset" va va_dump va_picture make_firmware
+build "$preset" "${targets[@]}"
 "$bin/make_firmware"
 [[ -f $store ]] || write_store "$store"
 run_dir=$(cached "$preset" VA_RUN_DIR)
 make_run_dir "$run_dir"
+feed=$run_dir/feed
+if [[ $source ]]; then
+    scene=$root/build/$preset/demo/video.scene
+    echo "feed $feed" >"$scene"
+fi
 
 # Job control gives each process a group of its own, so that Ctrl-C reaches only this script,
 # which then ends both in order.
@@ -162,10 +203,10 @@ say "results      sockets od, vmf, fd, ta in $run_dir"
 ! "$draws" || say "picture      $picture.html, for a browser"
 say "end          Ctrl-C"
 
-"$bin/va_dump" &
+"$bin/va_dump" "${printed[@]}" &
 clients+=($!)
 if "$draws"; then
-    NVRAM_FILE=$store "$bin/va_picture" "$picture" &
+    NVRAM_FILE=$store "$bin/va_picture" "${drawn[@]}" "$picture" &
     clients+=($!)
 fi
 children+=("${clients[@]}")
@@ -175,20 +216,38 @@ else
     exec {lines}> >(pass_on)
     passing_on=$!
 fi
-NVRAM_FILE=$store VA_SIM_SCENE=$root/platform/sim/demo.scene \
+NVRAM_FILE=$store VA_SIM_SCENE=$scene \
     "$bin/va" "${va_arguments[@]}" >&"$lines" 2>&1 {lines}>&- &
 va=$!
 children+=("$va")
 exec {lines}>&-
+
+eyes=
+if [[ $source ]]; then
+    # Not straight to a terminal, where the progress of a file would write over the events.
+    "$bin/va_video" "${loop[@]}" --still "$still" "$source" "$feed" \
+        2> >(trap '' INT TERM HUP && exec tee "$eyes_log" >&2) &
+    eyes=$!
+    children+=("$eyes")
+fi
 ((stop_requests == 0)) || stop_children
 
+# The first of these to end ends all, and its status counts.
+first=
 status=0
-end_of "$va" || status=$?
+wait -n -p first "$va" ${eyes:+"$eyes"} || status=$?
 stop_children
-for client in "${clients[@]}"; do
+if [[ ${first-} != "$va" ]]; then
+    va_status=0
+    end_of "$va" || va_status=$?
+    [[ ${first-} ]] || status=$va_status # a stop request ended the wait
+fi
+for client in "${clients[@]}" ${eyes:+"$eyes"}; do
     end_of "$client" || true
 done
 [[ -z $passing_on ]] || end_of "$passing_on" || true
+# What `va` has printed meanwhile may be long.
+[[ $status == 0 || -z $eyes || ${first-} != "$eyes" ]] || die "no video: $(tail --lines=1 "$eyes_log")"
 # A stop request in its first moments finds `va` without its handler.
 ((stop_requests == 0 || status != 128 + sigterm)) || status=0
 exit "$status"

@@ -72,7 +72,10 @@ std::optional<Capture> Capture::open(const std::string &source)
     return Capture(std::move(video), ::is_live(source) && !recorded);
 }
 
+// A raw stream has no times.
 VideoTime Capture::time() const
 {
-    return std::llround(video_.get(cv::CAP_PROP_POS_MSEC));
+    const double told = video_.get(cv::CAP_PROP_POS_MSEC);
+    const double before = video_.get(cv::CAP_PROP_POS_FRAMES) - 1;
+    return std::llround(told > 0 ? told : before * 1000 / rate_);
 }

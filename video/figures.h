@@ -34,7 +34,7 @@ public:
     int looks() const { return looks_; }
 
     // Several lines: times of the processor by step and look, a frame's way through the program.
-    // `reader` and `faces`: what their threads used.
+    // `reader` and `faces`: what their threads used, the decoder's with the reader's.
     std::string text(int frames, Duration reader, int face_looks, Duration faces) const;
 
 private:

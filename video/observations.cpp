@@ -57,6 +57,6 @@ std::string lines_of(const Observations &observations)
         add(lines, face.box);
     }
     lines += "picture";
-    add(lines, observations.time);
+    add(lines, picture_number(observations.time));
     return lines + '\n';
 }

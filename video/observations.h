@@ -3,6 +3,7 @@
 #include "video/frame.h"
 #include "video/tracker.h"
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -16,6 +17,12 @@ struct Observations {
     std::vector<Tracked> objects; // in the frame
     std::vector<Tracked> faces;
 };
+
+// By which a picture is known: its time in 32 bits, from 0 again after seven weeks.
+constexpr std::uint32_t picture_number(VideoTime time)
+{
+    return static_cast<std::uint32_t>(time);
+}
 
 // The first line of a connection.
 std::string frame_line(FrameSize frame);

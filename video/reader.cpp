@@ -10,7 +10,7 @@ namespace
 {
 
 constexpr std::chrono::seconds reopen_interval{1};
-constexpr int whole_percent = 95; // of the frames that a file tells of, which may be an estimate
+constexpr double whole = 0.95; // of the frames that a file tells of, which may be an estimate
 
 } // namespace
 
@@ -62,7 +62,6 @@ bool Reader::put(Frame frame, bool kept)
         changed_.wait(lock, [this] { return !frame_ || stops_; });
     frame.anew |= frame_ && frame_->anew;
     frame_ = std::move(frame);
-    state_.spent = thread_time();
     changed_.notify_all();
     if (kept)
         changed_.wait(lock, [this] { return !frame_ || stops_; });
@@ -152,7 +151,7 @@ void Reader::read_file(Capture capture)
             say("there is no picture in %s", name);
             return end(true);
         }
-        if (first && count < total / 100 * whole_percent)
+        if (first && count < total * whole)
             say("%s ends after %d of %d frames", name, count, total);
         if (!options_.loop)
             return end(false);

@@ -41,10 +41,9 @@ public:
     std::optional<Frame> take(std::chrono::milliseconds limit);
 
     struct State {
-        int read;                       // frames so far, of this round
-        int total;                      // in the file, 0: not known
-        int all;                        // frames so far
-        std::chrono::nanoseconds spent; // of the processor, by this thread
+        int read;  // frames so far, of this round
+        int total; // in the file, 0: not known
+        int all;   // frames so far
         bool ended;
         bool failed;
     };

@@ -25,7 +25,7 @@ using std::chrono::milliseconds;
 constexpr milliseconds look_wait{100}; // the bound on the delay of a stop request
 constexpr milliseconds connect_interval{200};
 constexpr milliseconds end_wait{500}; // for a read that goes on just now
-constexpr VideoTime still_interval = 100;
+constexpr VideoTime still_interval = 60;
 
 std::atomic<bool> stop_requested{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "written by a signal handler");
@@ -63,7 +63,7 @@ private:
     bool look_once();
     void look(const Frame &frame);
     void print_figures();
-    void leave();
+    void leave(int status);
 
     const Options &options_;
     Figures figures_;
@@ -100,7 +100,7 @@ void Session::look(const Frame &frame)
     figures_.lap(Step::feed);
     figures_.looked(Clock::now() - frame.come);
     if (still_ && frame.time - shown_ >= still_interval) {
-        still_->show(analysis_.picture(), frame.time);
+        still_->show(analysis_.picture(), picture_number(frame.time));
         shown_ = frame.time;
     }
     figures_.lap(Step::still);
@@ -116,7 +116,7 @@ bool Session::look_once()
         std::this_thread::sleep_for(look_wait);
         return !state.failed && !feed_.is_hopeless();
     }
-    progress_.show(state.read, state.total, figures_.looks());
+    progress_.show(state, figures_.looks());
     const std::optional<Frame> frame = reader_.take(look_wait);
     if (frame)
         look(*frame);
@@ -130,8 +130,9 @@ int Session::run()
     reader_.stop();
     print_figures();
     const bool failed = feed_.is_hopeless() || reader_.state().failed;
-    leave();
-    return failed ? EXIT_FAILURE : EXIT_SUCCESS;
+    const int status = failed ? EXIT_FAILURE : EXIT_SUCCESS;
+    leave(status);
+    return status;
 }
 
 void Session::print_figures()
@@ -141,16 +142,18 @@ void Session::print_figures()
         return;
     const Reader::State state = reader_.state();
     const FaceThread::Figures faces = faces_ ? faces_->figures() : FaceThread::Figures{};
-    std::fputs(figures_.text(state.all, state.spent, faces.looks, faces.spent).c_str(), stderr);
+    // The decoder has threads of its own.
+    const auto reading = process_time() - thread_time() - faces.spent;
+    std::fputs(figures_.text(state.all, reading, faces.looks, faces.spent).c_str(), stderr);
 }
 
 // A read that does not end is left behind with the process.
-void Session::leave()
+void Session::leave(int status)
 {
     const Clock::time_point end = Clock::now() + end_wait;
     while (!reader_.state().ended) {
         if (Clock::now() > end)
-            _exit(EXIT_SUCCESS);
+            _exit(status);
         std::this_thread::sleep_for(milliseconds(10));
     }
 }

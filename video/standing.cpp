@@ -7,6 +7,9 @@ namespace
 {
 
 constexpr VideoTime stands_after = 3000;
+constexpr VideoTime unit = 20; // in which that is counted, up to 255 of them
+constexpr VideoTime longest_gap =
+    500; // what a look counts for, at most: a source may have been away
 constexpr VideoTime hidden_limit = 10'000;
 constexpr VideoTime background_after = 300'000;
 
@@ -109,11 +112,10 @@ cv::Mat StandingWatch::long_unchanged(const cv::Mat &grey, const cv::Mat &change
 {
     const cv::Mat moved = difference_over(grey, reference_, same_within);
     grey.copyTo(reference_, moved);
-    unchanged_ += 1;
+    unchanged_ += static_cast<double>(std::min(time - last_, longest_gap) / unit);
     unchanged_.setTo(0, moved | ~changed);
-    const auto passed = std::max<VideoTime>(time - last_, 1);
     cv::Mat unchanged;
-    cv::threshold(unchanged_, unchanged, static_cast<double>(stands_after / passed), 255,
+    cv::threshold(unchanged_, unchanged, static_cast<double>(stands_after / unit), 255,
                   cv::THRESH_BINARY);
     cv::morphologyEx(unchanged, unchanged, cv::MORPH_CLOSE, round_element(5));
     return unchanged;

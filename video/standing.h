@@ -44,7 +44,7 @@ private:
     cv::Mat background_; // 32-bit
     cv::Mat expected_;   // the same in 8 bits
     cv::Mat reference_;  // each pixel as it was when it changed last
-    cv::Mat unchanged_;  // for how many looks
+    cv::Mat unchanged_;  // for how long
     std::vector<Thing> things_;
     VideoTime begin_ = 0;
     VideoTime last_ = 0;

@@ -31,7 +31,7 @@ bool replace_file(const std::string &path, const std::string &jpeg, const std::s
 
 Still::Still(std::string path, FrameSize frame) : path_(std::move(path)), frame_(frame) {}
 
-void Still::show(const cv::Mat &picture, long long number)
+void Still::show(const cv::Mat &picture, std::uint32_t number)
 {
     const float width = static_cast<float>(std::max(picture.cols, picture.rows));
     const cv::Size size(cvRound(width), cvRound(width * static_cast<float>(frame_.height) /

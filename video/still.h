@@ -2,6 +2,7 @@
 
 #include "video/frame.h"
 
+#include <cstdint>
 #include <opencv2/core.hpp>
 #include <string>
 
@@ -14,7 +15,7 @@ public:
     Still(std::string path, FrameSize frame);
 
     // `number` stands in the file, as a comment "picture NUMBER".
-    void show(const cv::Mat &picture, long long number);
+    void show(const cv::Mat &picture, std::uint32_t number);
 
 private:
     std::string path_;

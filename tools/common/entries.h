@@ -33,6 +33,9 @@ std::vector<Sighting> faces_in(std::span<const std::uint8_t> payload);
 // the layout is not known.
 std::optional<std::uint32_t> result_number(std::span<const std::uint8_t> objects);
 
+// The number that the picture has in which they were seen; none where the layout is not known.
+std::optional<std::uint32_t> picture_number(std::span<const std::uint8_t> objects);
+
 // Whether every record of "ta" tells of an alarm.
 extern const bool TAMPER_RECORDS_ARE_ALARMS;
 

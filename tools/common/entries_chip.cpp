@@ -19,6 +19,11 @@ std::optional<std::uint32_t> result_number(std::span<const std::uint8_t>)
     return std::nullopt;
 }
 
+std::optional<std::uint32_t> picture_number(std::span<const std::uint8_t>)
+{
+    return std::nullopt;
+}
+
 Crossing crossing_of(std::int32_t)
 {
     return Crossing::Unknown;

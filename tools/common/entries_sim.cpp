@@ -75,6 +75,13 @@ std::optional<std::uint32_t> result_number(std::span<const std::uint8_t> objects
     return first_in<SimObjectEntry>(objects).result;
 }
 
+std::optional<std::uint32_t> picture_number(std::span<const std::uint8_t> objects)
+{
+    if (objects.size() < sizeof(SimObjectEntry))
+        return std::nullopt;
+    return first_in<SimObjectEntry>(objects).picture;
+}
+
 Crossing crossing_of(std::int32_t direction)
 {
     switch (direction) {

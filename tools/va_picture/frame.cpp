@@ -59,10 +59,12 @@ std::string Frame::drawing()
     return text;
 }
 
-// Where a still of the video would lie.
+// The still of the video, or where it would lie.
 std::string Frame::ground() const
 {
     constexpr int parts = 10;
+    if (!picture_.still.empty())
+        return jpeg_at({{0, 0}, WIDTH, height_}, picture_.still);
     std::string text = rectangle({{0, 0}, WIDTH, height_}, "ground");
     for (int i = 1; i < parts; ++i)
         text += formatted("<path class='grid' d='M%.1f 0V%.1f M0 %.1fH%.1f'/>\n", WIDTH * i / parts,

@@ -32,7 +32,8 @@ struct Picture {
     std::string clock;
     std::int64_t drawn = 0; // milliseconds since 1970
 
-    ConfSize frame; // of the video, both above 0
+    ConfSize frame;    // of the video, both above 0
+    std::string still; // of it: a JPEG, empty: none
     std::vector<MarkedShape> shapes;
     std::vector<Sighting> sightings = {};
     std::vector<Trail> trails = {};

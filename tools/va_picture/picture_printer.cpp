@@ -52,12 +52,14 @@ std::vector<AlarmRule> rules_of(const std::vector<Shape> &shapes)
 
 } // namespace
 
-PicturePrinter::PicturePrinter(std::string path, From from)
+PicturePrinter::PicturePrinter(std::string path, From from, const std::string &still)
     : path_(std::move(path)),
       frame_(frame_size()),
       state_(from == From::Capture ? Picture::State::Capture : Picture::State::Waiting),
       events_([this](const Event &event) { take_event(event); })
 {
+    if (!still.empty())
+        backdrop_.emplace(still);
     read_settings({});
     write_page(path_);
     write({std::chrono::system_clock::now(), {}});
@@ -68,7 +70,9 @@ void PicturePrinter::print(const Record &record)
     last_ = {record.time, record.at};
     events_.take(record);
     if (record.kind.name == "od") {
-        objects_ = {objects_in(record.payload), record.at};
+        objects_ = {objects_in(record.payload), record.at, picture_number(record.payload)};
+        if (backdrop_)
+            backdrop_->take(objects_);
         trails_.take(objects_.sightings, record.at);
     } else if (record.kind.name == "fd") {
         faces_ = {faces_in(record.payload), record.at};
@@ -102,11 +106,18 @@ void PicturePrinter::tick(const Moment &now)
     events_.pass(now.at);
     if (now.at - shapes_read_ >= settings_pause)
         read_settings(now.at);
-    if (now.at >= due())
+    if (backdrop_)
+        changed_ |= backdrop_->look(now.at);
+    if (now.at >= write_due())
         write(now);
 }
 
 Elapsed PicturePrinter::due() const
+{
+    return backdrop_ ? std::min(write_due(), backdrop_->due()) : write_due();
+}
+
+Elapsed PicturePrinter::write_due() const
 {
     return written_ + (changed_ ? Elapsed(shortest_pause) : Elapsed(longest_pause));
 }
@@ -203,6 +214,7 @@ Picture PicturePrinter::picture_at(const Moment &now) const
         const std::size_t index = index_of(*find_stream(stream));
         return connected_[index] || records_[index] > 0;
     };
+    const Seen &objects = backdrop_ ? backdrop_->objects(objects_) : objects_;
     Picture picture{
         .state = state_,
         .state_text = state_text(state_, now),
@@ -212,18 +224,19 @@ Picture PicturePrinter::picture_at(const Moment &now) const
                      .time_since_epoch()
                      .count(),
         .frame = frame_,
+        .still = backdrop_ ? backdrop_->still() : "",
         .shapes = shapes_at(now.at),
         .tamper = now.at - tampered_ < shown_for,
         .events = {event_lines_.begin(), event_lines_.end()},
         .has_objects = may_come("od"),
         .has_faces = may_come("fd"),
     };
-    for (const Seen *seen : {&objects_, &faces_}) {
+    for (const Seen *seen : {&objects, &faces_}) {
         if (now.at - seen->at < shown_for)
             picture.sightings.insert(picture.sightings.end(), seen->sightings.begin(),
                                      seen->sightings.end());
     }
-    picture.trails = trails_.trails(picture.sightings, now.at);
+    picture.trails = trails_.trails(picture.sightings, objects.at, now.at);
     return picture;
 }
 

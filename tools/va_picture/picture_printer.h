@@ -3,10 +3,12 @@
 #include "records/records.h"
 #include "tools/common/events.h"
 #include "tools/common/printer.h"
+#include "tools/va_picture/backdrop.h"
 #include "tools/va_picture/picture.h"
 
 #include <array>
 #include <deque>
+#include <optional>
 #include <string>
 
 // Keeps a drawing up to date: as soon as there is something new to see, at most twenty times a
@@ -22,8 +24,9 @@ class PicturePrinter : public Printer
 public:
     enum class From { Daemon, Capture };
 
-    // Throws std::system_error, and std::runtime_error when the settings name no known sensor.
-    PicturePrinter(std::string path, From from);
+    // `still` is the file of a Backdrop, empty: none. Throws std::system_error, and
+    // std::runtime_error when the settings name no known sensor.
+    PicturePrinter(std::string path, From from, const std::string &still = "");
     void print(const Record &record) override;
     void connection(const Connection &connection) override;
     void tick(const Moment &now) override;
@@ -32,17 +35,11 @@ public:
 
 private:
     static constexpr std::size_t mask_bits = 32;
-    static constexpr Elapsed never{-3'600'000'000};
     using TimePoint = std::chrono::system_clock::time_point;
-
-    struct Seen {
-        std::vector<Sighting> sightings;
-        Elapsed at = never;
-    };
 
     // A bit of the alarm masks.
     struct Alarm {
-        Elapsed at = never; // last
+        Elapsed at = Seen::never; // last
         std::uint64_t crossings = 0;
     };
 
@@ -54,6 +51,7 @@ private:
     std::string caption_at(Elapsed now) const;
     std::vector<MarkedShape> shapes_at(Elapsed now) const;
     Picture picture_at(const Moment &now) const;
+    Elapsed write_due() const;
     void write(const Moment &now);
 
     std::string path_;
@@ -65,14 +63,15 @@ private:
     EventMaker events_;
     Moment last_{}; // known, by which the events' clock is told
     std::deque<std::string> event_lines_;
-    Seen objects_;
+    std::optional<Backdrop> backdrop_;
+    Seen objects_; // the newest
     Seen faces_;
     Trails trails_;
     std::array<std::array<Alarm, mask_bits>, VMF_EVENT_CODES> alarms_{};
-    Elapsed tampered_ = never;
+    Elapsed tampered_ = Seen::never;
     std::array<std::uint64_t, STREAM_COUNT> records_{};
     std::array<bool, STREAM_COUNT> connected_{};
     Elapsed last_record_{};
     bool changed_ = false; // since it was written
-    Elapsed written_ = never;
+    Elapsed written_ = Seen::never;
 };

@@ -2,10 +2,29 @@
 
 #include "tools/common/text.h"
 
+#include <algorithm>
+#include <cstdint>
+#include <string_view>
+
 namespace
 {
 
 constexpr double tag_margin = 6;
+
+std::string base64(std::string_view bytes)
+{
+    constexpr char digits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string text;
+    text.reserve((bytes.size() + 2) / 3 * 4);
+    for (; !bytes.empty(); bytes.remove_prefix(std::min<std::size_t>(bytes.size(), 3))) {
+        std::uint32_t three = 0;
+        for (std::size_t i = 0; i < 3; ++i)
+            three = three << 8 | (i < bytes.size() ? static_cast<unsigned char>(bytes[i]) : 0);
+        for (std::size_t i = 0; i < 4; ++i)
+            text += i <= bytes.size() ? digits[three >> (18 - 6 * i) & 63] : '=';
+    }
+    return text;
+}
 
 } // namespace
 
@@ -20,6 +39,14 @@ std::string text_at(Point at, const char *style, const std::string &text, const 
     return formatted("<text x='%.1f' y='%.1f' class='%s' text-anchor='%s'>", at.x, at.y, style,
                      anchor) +
            text + "</text>\n";
+}
+
+std::string jpeg_at(const Rectangle &place, const std::string &jpeg)
+{
+    return formatted("<image x='%.1f' y='%.1f' width='%.1f' height='%.1f' "
+                     "preserveAspectRatio='none' href='data:image/jpeg;base64,",
+                     place.corner.x, place.corner.y, place.width, place.height) +
+           base64(jpeg) + "'/>\n";
 }
 
 std::string rectangle(const Rectangle &place, const char *style)

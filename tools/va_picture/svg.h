@@ -23,6 +23,9 @@ bool overlap(const Rectangle &a, const Rectangle &b);
 std::string text_at(Point at, const char *style, const std::string &text,
                     const char *anchor = "start");
 
+// The JPEG itself is in the drawing.
+std::string jpeg_at(const Rectangle &place, const std::string &jpeg);
+
 std::string rectangle(const Rectangle &place, const char *style);
 
 // About how wide a tag's text is drawn.

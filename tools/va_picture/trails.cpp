@@ -27,7 +27,8 @@ void Trails::take(const std::vector<Sighting> &sightings, Elapsed at)
     std::erase_if(steps_, [](const auto &entry) { return entry.second.empty(); });
 }
 
-std::vector<Trail> Trails::trails(const std::vector<Sighting> &shown, Elapsed now) const
+std::vector<Trail> Trails::trails(const std::vector<Sighting> &shown, Elapsed until,
+                                  Elapsed now) const
 {
     std::vector<Trail> all;
     for (const Sighting &seen : shown) {
@@ -36,7 +37,7 @@ std::vector<Trail> Trails::trails(const std::vector<Sighting> &shown, Elapsed no
             continue;
         Trail trail{seen.kind, {}};
         for (const Step &step : found->second) {
-            if (now - step.at <= remembered)
+            if (now - step.at <= remembered && step.at <= until)
                 trail.places.push_back(step.place);
         }
         if (trail.places.size() > 1)

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-// The way that moving objects have come in the last two seconds.
+// The way that moving objects have come in two seconds.
 
 struct Trail {
     Sighting::Kind kind;
@@ -24,8 +24,8 @@ class Trails
 public:
     void take(const std::vector<Sighting> &sightings, Elapsed at);
 
-    // Of what was sighted last.
-    std::vector<Trail> trails(const std::vector<Sighting> &shown, Elapsed now) const;
+    // Of what was sighted at `until`, in the two seconds before `now`.
+    std::vector<Trail> trails(const std::vector<Sighting> &shown, Elapsed until, Elapsed now) const;
 
 private:
     using Key = std::pair<Sighting::Kind, std::uint32_t>;

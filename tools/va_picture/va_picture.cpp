@@ -1,6 +1,9 @@
 #include "tools/common/program.h"
 #include "tools/va_picture/picture_printer.h"
 
+#include <string>
+#include <utility>
+
 namespace
 {
 
@@ -27,15 +30,24 @@ int main(int argc, char **argv)
     return run_program([&]() -> int {
         Source source = default_source();
         source.pace = 1;
+        std::string still;
+        OptionTable options = {{"What is drawn:", 0, "still", "FILE",
+                                "a JPEG of the video behind it, as va_video keeps it up to date",
+                                [&](const char *text) { still = text; }}};
+        for (Option &option : source_options(source))
+            options.push_back(std::move(option));
         std::span<char *> files;
-        if (!parse_command_line({argv, static_cast<std::size_t>(argc)}, source_options(source),
+        if (!parse_command_line({argv, static_cast<std::size_t>(argc)}, std::move(options),
                                 {introduction, EXIT_STATUSES}, files))
             return RECORDS_CAME;
         check(source);
+        if (!still.empty() && !source.capture.empty())
+            throw WrongUse("--still is of what is seen now, not of a file of records");
         std::vector<std::unique_ptr<Printer>> printers;
         printers.push_back(std::make_unique<PicturePrinter>(
             only(files),
-            source.capture.empty() ? PicturePrinter::From::Daemon : PicturePrinter::From::Capture));
+            source.capture.empty() ? PicturePrinter::From::Daemon : PicturePrinter::From::Capture,
+            still));
         return print_records(source, std::move(printers));
     });
 }
