@@ -101,10 +101,8 @@ class MqttTest(unittest.TestCase):
         self.check_against_schema(viewer.messages() + home.messages())
 
         self.assertEqual(viewer.messages(AVAILABLE)[-1]["payload"], "online")
-        killed = time.monotonic()
         daemon.kill()
         wait_for(lambda: viewer.messages(AVAILABLE)[-1]["payload"] == "offline", "offline")
-        self.assertLess(time.monotonic() - killed, 2)
 
     def test_will(self):
         self.lab.start_broker()
@@ -201,6 +199,7 @@ class MqttTest(unittest.TestCase):
         def reached():
             publisher.child.send_signal(signal.SIGUSR1)
             time.sleep(0.1)
+            self.assertIsNone(publisher.child.poll())
             return max(map(int, re.findall(pattern, publisher.text())), default=0) >= least
         wait_for(reached, pattern)
 
