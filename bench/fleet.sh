@@ -111,7 +111,7 @@ run() {
     kill "$broker"
     wait "$broker" || true
     children=()
-    rm -f go sent.* said.*
+    rm -f go *.log sent.* said.* # of which the next run waits for its own
 }
 
 echo "                          frames          crossings   to subscriber, ms      broker        publisher"

@@ -63,7 +63,8 @@ std::shared_ptr<Broker> Broker::open(const Settings &settings, const Message &la
 Broker::Broker(const Settings &settings, const Message &last_will)
     : settings_(settings),
       place_(settings.host + ':' + std::to_string(settings.port)),
-      outbox_(settings.keep)
+      outbox_(settings.keep),
+      status_("connecting to " + place_)
 {
     mosquitto_lib_init();
     handle_.reset(mosquitto_new(settings.client_id.c_str(), true, this));

@@ -11,6 +11,7 @@
 namespace
 {
 
+using namespace std::chrono_literals;
 using std::chrono::seconds;
 
 constexpr seconds scene_pause{2};
@@ -48,9 +49,11 @@ Publisher::Publisher(const Settings &settings, const Source &source)
     : settings_(settings),
       topics_(settings),
       tells_tamper_(TAMPER_RECORDS_ARE_ALARMS && has_stream(source, "ta")),
+      notifier_([](const char *text) { say(text); }),
       broker_(Broker::open(settings, {topics_.available(), offline, true})),
       maker_([this](const Event &event) { take_event(event); }),
-      now_{std::chrono::system_clock::now(), {}}
+      now_{std::chrono::system_clock::now(), {}},
+      alive_due_(notifier_.interval() > 0us ? Elapsed() : Elapsed::max())
 {
     for (const char *name : {"od", "fd"}) {
         if (settings.rate > 0 && has_stream(source, name))
@@ -87,6 +90,7 @@ void Publisher::tick(const Moment &now)
     tell_losses();
     if (const auto failure = broker_->failure())
         throw std::runtime_error(*failure);
+    tell_supervisor();
 }
 
 void Publisher::report(const Moment &)
@@ -100,6 +104,7 @@ void Publisher::report(const Moment &)
 
 void Publisher::finish(const Moment &)
 {
+    notifier_.send("STOPPING=1\nSTATUS=sends what waits");
     broker_->set_state(topics_.available(), offline);
     broker_->finish(good_bye);
 }
@@ -112,9 +117,11 @@ void Publisher::take_event(const Event &event)
     case DaemonHere:
         frame_ = frame_size();
         read_scene();
+        daemon_here_ = true;
         broker_->set_state(topics_.available(), online);
         break;
     case DaemonGone:
+        daemon_here_ = false;
         broker_->set_state(topics_.available(), offline);
         break;
     case ObjectAppeared:
@@ -214,4 +221,14 @@ void Publisher::tell_losses()
     say("lost so far: " + std::to_string(losses.frames) + " frames, " +
         std::to_string(losses.events) + " events, " + std::to_string(losses.results) +
         " results of the daemon");
+}
+
+void Publisher::tell_supervisor()
+{
+    const bool alive = now_.at >= alive_due_;
+    if (alive)
+        alive_due_ = now_.at + notifier_.interval() / 2;
+    notifier_.tell("broker: " + broker_->status() +
+                       (daemon_here_ ? "; the daemon is here" : "; waiting for the daemon"),
+                   alive);
 }

@@ -5,6 +5,7 @@
 #include "mqtt/topics.h"
 #include "tools/common/events.h"
 #include "tools/common/printer.h"
+#include "util/notify.h"
 
 #include <map>
 #include <memory>
@@ -14,6 +15,10 @@
 // Hands what the daemon sends to the broker: frames as they come, all else as events and states.
 // The settings' shapes are read every two seconds, whether or not the daemon was told of them; the
 // sensor when the daemon comes.
+//
+// A supervisor is told: ready with the first pass, whether or not broker and daemon are there,
+// which is its status; alive by each pass, not more often than twice in the interval that it asks
+// for.
 class Publisher : public Printer
 {
 public:
@@ -22,6 +27,7 @@ public:
     void connection(const Connection &connection) override;
     void
     tick(const Moment &now) override; // throws std::runtime_error when the broker refuses for good
+    Elapsed due() const override { return alive_due_; }
     void report(const Moment &now) override;
     void finish(const Moment &now) override;
 
@@ -33,11 +39,13 @@ private:
     void read_scene();
     void set_areas(std::span<const AlarmRule> rules);
     void tell_losses();
+    void tell_supervisor();
     SystemTime time_of(Elapsed at) const { return now_.time - (now_.at - at); }
 
     const Settings settings_;
     const Topics topics_;
     const bool tells_tamper_;
+    Notifier notifier_; // before the broker's thread, for the sake of the environment
     std::shared_ptr<Broker> broker_;
     EventMaker maker_;
     std::map<const StreamKind *, Frames> frames_;
@@ -50,4 +58,6 @@ private:
     std::uint64_t results_missed_ = 0;
     Losses told_;
     std::optional<Elapsed> losses_told_;
+    bool daemon_here_ = false;
+    Elapsed alive_due_;
 };

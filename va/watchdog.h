@@ -1,9 +1,8 @@
 #pragma once
 
+#include "util/notify.h"
 #include "va/health.h"
-#include "va/notify.h"
 
-#include <chrono>
 #include <cstdint>
 
 struct event_info;
@@ -13,8 +12,7 @@ struct event_info;
 class Watchdog
 {
 public:
-    // Reads NOTIFY_SOCKET, WATCHDOG_USEC and WATCHDOG_PID, and takes them out of the environment.
-    // `health` outlives the watchdog.
+    // Takes what a supervisor says out of the environment. `health` outlives the watchdog.
     explicit Watchdog(const VaHealth &health);
 
     // Adds what it does to the event loop, where it must outlive the loop's run: READY=1 in the
@@ -27,14 +25,9 @@ public:
     void says_not_started();
 
 private:
-    using Analytics = VaHealth::Analytics;
-
     static std::int32_t on_time(event_info *info, void *watchdog);
     void tell();
 
     const VaHealth &health_;
     Notifier notifier_;
-    std::chrono::microseconds interval_; // zero: no watchdog
-    bool ready_told_ = false;
-    Analytics told_ = Analytics::start;
 };

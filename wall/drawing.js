@@ -8,6 +8,7 @@ const CLASSES = {
   "non-detection": "nondet", "detection": "det", "no-detection": "noalarm", "line": "line",
   "area": "area", "face watch": "fwatch", "face detection": "fdet",
 };
+const TAG_FONT = 12; // pixels, however small the drawing is
 const SVG = "http://www.w3.org/2000/svg";
 
 function element(name, attributes, text) {
@@ -27,6 +28,13 @@ function colourOf(style) {
     probe.remove();
   }
   return colours.get(style);
+}
+
+// How wide a tag's text is, in pixels.
+const measure = document.createElement("canvas").getContext("2d");
+measure.font = `bold ${TAG_FONT}px sans-serif`;
+function widthOf(text) {
+  return measure.measureText(text).width;
 }
 
 function overlap(a, b) {
@@ -138,7 +146,7 @@ class Drawing {
   // A label on the colour of what it belongs to, moved down or up until it covers no other.
   tag(corner, text, style) {
     const unit = this.tagUnit;
-    const tag = { width: (text.length * 7 + 8) * unit, height: this.tagHeight() };
+    const tag = { width: (widthOf(text) + 8) * unit, height: this.tagHeight() };
     tag.x = Math.min(Math.max(corner.x, 2), Math.max(WIDTH - tag.width - 2, 2));
     const lowest = this.height - tag.height - 2;
     const first = Math.min(Math.max(corner.y, 2), lowest);
@@ -149,7 +157,7 @@ class Drawing {
     return [element("rect", { ...tag, rx: 3 * unit, fill: colourOf(style) }),
             element("text", {
               class: "tag", x: tag.x + 4 * unit, y: tag.y + 12 * unit,
-              style: `font-size:${12 * unit}px`,
+              style: `font-size:${TAG_FONT * unit}px`,
             }, text)];
   }
 }

@@ -56,7 +56,8 @@ class Card {
     article.classList.toggle("alarmed", camera.isAlarmed(now));
     if (camera.delay !== null) article.dataset.delay = camera.delay;
     this.state.textContent = camera.online ? "live"
-      : camera.online === null ? "nothing known" : `offline since ${camera.since.toLocaleTimeString()}`;
+      : camera.online === null ? "nothing known"
+      : `offline since ${camera.since.toLocaleTimeString([], { timeStyle: "short" })}`;
     const age = (now - camera.seenAt) / 1000;
     this.age.textContent = !isFinite(age) ? "nothing seen"
       : age < 1 ? `${age.toFixed(1)} s` : `nothing for ${age.toFixed(0)} s`;

@@ -175,7 +175,7 @@ class Lab:
         wait_for(Path(self.folder, "run/ctrl").is_fifo, "the daemon's FIFO")
         return daemon
 
-    def start_publisher(self, *arguments):
+    def start_publisher(self, *arguments, **environment):
         settings = self.write("va_mqtt.conf", f"""
             host = localhost
             port = {self.port}
@@ -185,4 +185,5 @@ class Lab:
             prefix = cameras/cam1
             discovery = homeassistant""")
         return Program(self, f"publisher{len(self.programs)}", self.bin / "va_mqtt", "--settings",
-                       settings, *arguments, env=os.environ | {"NVRAM_FILE": "store"})
+                       settings, *arguments,
+                       env=os.environ | {"NVRAM_FILE": "store"} | environment)

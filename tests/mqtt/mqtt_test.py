@@ -3,6 +3,7 @@
 import json
 import re
 import signal
+import socket
 import sys
 import time
 import unittest
@@ -101,10 +102,8 @@ class MqttTest(unittest.TestCase):
         self.check_against_schema(viewer.messages() + home.messages())
 
         self.assertEqual(viewer.messages(AVAILABLE)[-1]["payload"], "online")
-        killed = time.monotonic()
         daemon.kill()
         wait_for(lambda: viewer.messages(AVAILABLE)[-1]["payload"] == "offline", "offline")
-        self.assertLess(time.monotonic() - killed, 2)
 
     def test_will(self):
         self.lab.start_broker()
@@ -114,9 +113,17 @@ class MqttTest(unittest.TestCase):
         viewer.wait(AVAILABLE, lambda m: m["payload"] == "online")
         publisher.kill()
         viewer.wait(AVAILABLE, lambda m: m["payload"] == "offline" and not m["retain"])
-        publisher = self.lab.start_publisher()
+        supervisor = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        supervisor.bind(self.lab.folder + "/notify")
+        publisher = self.lab.start_publisher(NOTIFY_SOCKET=self.lab.folder + "/notify",
+                                             WATCHDOG_USEC="60000000")
         wait_for(lambda: viewer.messages(AVAILABLE)[-1]["payload"] == "online", "online again")
         self.assertEqual(publisher.end(), 0)
+        told = supervisor.recv(9999, socket.MSG_DONTWAIT)
+        self.assertRegex(told, rb"^READY=1\nSTATUS=broker: .*\nWATCHDOG=1\n$")
+        while not told.startswith(b"STOPPING=1\n"):
+            previous, told = told, supervisor.recv(9999, socket.MSG_DONTWAIT)
+        self.assertRegex(previous, b"^(STATUS=.*the daemon is here\n)?(WATCHDOG=1\n)?$")
         wait_for(lambda: viewer.messages(AVAILABLE)[-1]["payload"] == "offline", "good-bye")
 
     def test_no_event_is_lost_when_the_broker_goes(self):
@@ -201,6 +208,7 @@ class MqttTest(unittest.TestCase):
         def reached():
             publisher.child.send_signal(signal.SIGUSR1)
             time.sleep(0.1)
+            self.assertIsNone(publisher.child.poll())
             return max(map(int, re.findall(pattern, publisher.text())), default=0) >= least
         wait_for(reached, pattern)
 

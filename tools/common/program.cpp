@@ -36,6 +36,7 @@ int run_program(const std::function<int()> &body)
 {
     va::open_standard_descriptors();
     std::signal(SIGPIPE, SIG_IGN);
+    prepare_report();
     try {
         return body();
     } catch (const OutputEnded &) {

@@ -21,13 +21,6 @@ constexpr std::chrono::milliseconds retry_interval{200};
 std::atomic<bool> report_requested{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "written by a signal handler");
 
-void install_report_handler()
-{
-    struct sigaction action = {}; // without SA_RESTART, so that the wait ends
-    action.sa_handler = [](int) { report_requested = true; };
-    sigaction(SIGUSR1, &action, nullptr);
-}
-
 // One stream. What becomes of its connection is said on standard error, whenever it changes, and to
 // the printers.
 class Stream
@@ -136,9 +129,15 @@ private:
 
 } // namespace
 
+void prepare_report()
+{
+    struct sigaction action = {}; // without SA_RESTART, so that the wait ends
+    action.sa_handler = [](int) { report_requested = true; };
+    sigaction(SIGUSR1, &action, nullptr);
+}
+
 Moment watch(const Source &source, Output &output)
 {
-    install_report_handler();
     Watch watch(source, output);
     while (watch.goes_on())
         watch.pass();
