@@ -18,7 +18,7 @@ target_sources(vaipc PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FIL
     ipc/network/sck_buf.h ipc/network/sck_svr.h ipc/network/socket.h
     ipc/network/spipe.h
     records/records.h
-    util/owner.h util/sequence_pool.h util/util.h)
+    util/guarded.h util/owner.h util/sequence_pool.h util/util.h)
 target_sources(vaipc PUBLIC FILE_SET generated TYPE HEADERS
     BASE_DIRS ${PROJECT_BINARY_DIR}/generated
     FILES ${PROJECT_BINARY_DIR}/generated/ipc/client/run_dir.h)

@@ -8,7 +8,9 @@ endif()
 add_library(va_warnings INTERFACE)
 target_compile_options(va_warnings INTERFACE
     -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat-nonliteral
+    # A lock's name is a plain std::mutex, see util/guarded.h.
     $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
+    $<$<CXX_COMPILER_ID:Clang>:-Wno-thread-safety-attributes>
     $<$<BOOL:${VA_WERROR}>:-Werror>)
 
 # va_library(name SOURCES ... LINKS ...): a folder's static library. LINKS is all the folder may use.
@@ -16,6 +18,7 @@ function(va_library name)
     cmake_parse_arguments(arg "" "" "SOURCES;LINKS" ${ARGN})
     add_library(${name} STATIC ${arg_SOURCES})
     target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
+    target_compile_definitions(${name} PRIVATE VA_CHECK_LOCKS)
     target_link_libraries(${name} PUBLIC ${arg_LINKS} Threads::Threads
                                   PRIVATE $<BUILD_INTERFACE:va_warnings>)
 endfunction()

@@ -2,6 +2,7 @@
 
 #include "event/due_time.h"
 #include "event/list.h"
+#include "util/guarded.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -22,9 +23,10 @@ constexpr int no_timeout = -1;
 
 // Innermost lock of the process: nothing else is locked while it is held.
 std::mutex event_mutex;
-event *tmp_fd_event_list;   // the three pending lists, guarded by event_mutex
-event *tmp_time_event_list; // newest first, like the loop's own
-event *tmp_always_event_list;
+// The three pending lists, newest first like the loop's own.
+event *tmp_fd_event_list VA_GUARDED_BY(event_mutex);
+event *tmp_time_event_list VA_GUARDED_BY(event_mutex);
+event *tmp_always_event_list VA_GUARDED_BY(event_mutex);
 
 event *fd_event_list; // the loop thread's lists
 event *time_event_list;
@@ -54,10 +56,16 @@ void change_flags(event *entry, std::uint32_t set, std::uint32_t clear)
     }
 }
 
+// `list` is one of those three.
+void push(event **list, event *entry) VA_REQUIRES(event_mutex)
+{
+    va::push_front(list, entry);
+}
+
 void add(event **pending, event *entry)
 {
-    const std::scoped_lock lock(event_mutex);
-    va::push_front(pending, entry);
+    const va::ScopedLock lock(event_mutex);
+    push(pending, entry);
 }
 
 std::uint32_t first_flags(unsigned flags)
@@ -77,7 +85,7 @@ event *new_event_of(std::int32_t type, unsigned flags, event_callback callback, 
 
 void take_in_pending()
 {
-    const std::scoped_lock lock(event_mutex);
+    const va::ScopedLock lock(event_mutex);
     // Perhaps one that was removed while pending, where an earlier strip pass did not look.
     if (tmp_fd_event_list || tmp_time_event_list || tmp_always_event_list)
         any_removed = true;

@@ -14,8 +14,6 @@
 namespace
 {
 
-// The functions on queues and lists are called under the queue's mutex.
-
 sq_node *take_head(sq_node **list)
 {
     sq_node *node = *list;
@@ -45,7 +43,7 @@ void append(sq_node **list, sq_node *node)
 }
 
 // The oldest item, or 0 when there is none.
-std::uintptr_t take_item(soft_queue &queue)
+std::uintptr_t take_item(soft_queue &queue) VA_REQUIRES(queue.mutex)
 {
     if (!queue.pending)
         return 0;
@@ -54,7 +52,7 @@ std::uintptr_t take_item(soft_queue &queue)
     return node->item;
 }
 
-void close_pipe(soft_queue &queue)
+void close_pipe(soft_queue &queue) VA_REQUIRES(queue.mutex)
 {
     queue.pipe_event.reset();
     queue.pipe_read.reset();
@@ -62,7 +60,7 @@ void close_pipe(soft_queue &queue)
 }
 
 // Non-blocking, since the bytes are written and read under the mutex that the other side needs.
-bool open_pipe(soft_queue &queue)
+bool open_pipe(soft_queue &queue) VA_REQUIRES(queue.mutex)
 {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) == -1)
@@ -75,7 +73,7 @@ bool open_pipe(soft_queue &queue)
     return queue.pipe_event;
 }
 
-bool write_wake_byte(const soft_queue &queue)
+bool write_wake_byte(const soft_queue &queue) VA_REQUIRES(queue.mutex)
 {
     const char byte = 0;
     return write(queue.pipe_write, &byte, sizeof byte) == sizeof byte;
@@ -83,7 +81,7 @@ bool write_wake_byte(const soft_queue &queue)
 
 enum class Wake { Byte, None, End };
 
-Wake read_wake_byte(const soft_queue &queue)
+Wake read_wake_byte(const soft_queue &queue) VA_REQUIRES(queue.mutex)
 {
     char byte;
     const ssize_t got = read(queue.pipe_read, &byte, sizeof byte);
@@ -106,6 +104,7 @@ soft_queue *new_soft_queue(int slots)
     queue->slots.reset(new (std::nothrow) sq_node[count]);
     if (!queue->slots)
         return nullptr;
+    va::assume_locked(queue->mutex);
     for (std::size_t i = 0; i < count; ++i)
         append(&queue->free_nodes, &queue->slots[i]);
     return queue.release();
@@ -113,7 +112,7 @@ soft_queue *new_soft_queue(int slots)
 
 int soft_queue_add(soft_queue *queue, std::uintptr_t item)
 {
-    const std::scoped_lock lock(queue->mutex);
+    const va::ScopedLock lock(queue->mutex);
     if (!queue->free_nodes)
         return -1;
     // Before the item, so that none is queued without its byte; the reader waits for the mutex.
@@ -129,7 +128,7 @@ int soft_queue_add(soft_queue *queue, std::uintptr_t item)
 
 std::uintptr_t get_next_event(soft_queue *queue)
 {
-    std::unique_lock lock(queue->mutex);
+    va::UniqueLock lock(queue->mutex);
     if (!queue->pending)
         queue->cond.wait(lock);
     return take_item(*queue);
@@ -143,7 +142,7 @@ event *add_softqueue_event(soft_queue *queue, unsigned flags, event_callback cal
     created->queue = queue;
     created->type = EVENT_SOFTQUEUE;
     created->flags = flags | EVENT_ENABLED;
-    const std::scoped_lock lock(queue->mutex);
+    const va::ScopedLock lock(queue->mutex);
     if (!queue->pipe_event && !open_pipe(*queue))
         return nullptr;
     va::push_front(&queue->events, created.get());
@@ -153,7 +152,7 @@ event *add_softqueue_event(soft_queue *queue, unsigned flags, event_callback cal
 std::int32_t sq_run(event_info *, void *queue_arg)
 {
     auto *queue = static_cast<soft_queue *>(queue_arg);
-    std::unique_lock lock(queue->mutex);
+    va::UniqueLock lock(queue->mutex);
     const Wake wake = read_wake_byte(*queue);
     if (wake == Wake::End)
         close_pipe(*queue);
@@ -179,6 +178,7 @@ void free_soft_queue(soft_queue **queue)
     if (!queue || !*queue)
         return;
     const std::unique_ptr<soft_queue> freed(std::exchange(*queue, nullptr));
+    va::assume_locked(freed->mutex);
     for (event *listener = freed->events; listener; listener = listener->next)
         remove_event(listener);
     strip_events(&freed->events);

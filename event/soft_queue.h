@@ -1,6 +1,7 @@
 #pragma once
 
 #include "event/event.h"
+#include "util/guarded.h"
 #include "util/owner.h"
 
 #include <condition_variable>
@@ -24,14 +25,16 @@ struct sq_node {
 
 // All fields belong to the queue.
 struct soft_queue {
-    std::mutex mutex;             // guards the fields below; never held while a callback runs
+    std::mutex mutex;             // never held while a callback runs
     std::condition_variable cond; // wakes a thread consumer
-    sq_node *free_nodes;
-    sq_node *pending; // oldest first
-    event *events;    // the soft-queue events, newest first
-    va::Fd pipe_read; // close-on-exec and non-blocking, both ends; -1 while there is no pipe
-    va::Fd pipe_write;
-    event_owner pipe_event; // the loop's event on pipe_read; null while not on the loop
+    sq_node *free_nodes VA_GUARDED_BY(mutex);
+    sq_node *pending VA_GUARDED_BY(mutex); // oldest first
+    event *events VA_GUARDED_BY(mutex);    // the soft-queue events, newest first
+    // Close-on-exec and non-blocking, both ends; -1 while there is no pipe.
+    va::Fd pipe_read VA_GUARDED_BY(mutex);
+    va::Fd pipe_write VA_GUARDED_BY(mutex);
+    // The loop's event on pipe_read; null while not on the loop.
+    event_owner pipe_event VA_GUARDED_BY(mutex);
 
     va::Array<sq_node> slots;
 };

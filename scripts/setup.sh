@@ -7,6 +7,7 @@ export CMAKE_BUILD_PARALLEL_LEVEL=${CMAKE_BUILD_PARALLEL_LEVEL:-$jobs}
 export CTEST_PARALLEL_LEVEL=${CTEST_PARALLEL_LEVEL:-$jobs}
 
 base_packages=(g++ cmake ninja-build googletest)
+bench_packages=(libbenchmark-dev libevent-dev pkg-config)
 # shellcheck disable=SC2034 # of scripts that build with VA_MQTT
 mqtt_packages=(libmosquitto-dev nlohmann-json3-dev)
 # shellcheck disable=SC2034 # of scripts that build with VA_VIDEO
@@ -62,7 +63,7 @@ require_for_preset() {
     case $1 in
     arm) require "${base_packages[@]}" g++-arm-linux-gnueabihf qemu-user ;;
     clang | fuzz) require "${base_packages[@]}" clang ;;
-    bench) require "${base_packages[@]}" libbenchmark-dev libevent-dev pkg-config ;;
+    bench) require "${base_packages[@]}" "${bench_packages[@]}" ;;
     *) require "${base_packages[@]}" ;;
     esac
 }

@@ -12,34 +12,32 @@ namespace
 constexpr unsigned page_size = seqpool_page_size;
 constexpr unsigned max_pages = seqpool_max_pages;
 
-// The functions without a lock of their own are called under the pool's mutex.
-
-void set_page_count(seqpool &pool, unsigned count)
+void set_page_count(seqpool &pool, unsigned count) VA_REQUIRES(pool.mutex)
 {
     pool.pageNum = static_cast<std::int32_t>(count);
     pool.totalSize = static_cast<std::int32_t>(count * page_size);
 }
 
-void clear(seqpool &pool)
+void clear(seqpool &pool) VA_REQUIRES(pool.mutex)
 {
     pool.readPos = 0;
     pool.writePos = 0;
 }
 
-int stored(const seqpool &pool)
+int stored(const seqpool &pool) VA_REQUIRES(pool.mutex)
 {
     const int ahead = pool.writePos - pool.readPos;
     return ahead < 0 ? ahead + pool.totalSize : ahead;
 }
 
 // One byte stays free, so that full and empty differ.
-int room(const seqpool &pool)
+int room(const seqpool &pool) VA_REQUIRES(pool.mutex)
 {
     return pool.totalSize == 0 ? 0 : pool.totalSize - 1 - stored(pool);
 }
 
 // Makes the pool own the first `count` pages and no others. Returns how many of them it got.
-unsigned fit_pages(seqpool &pool, unsigned count)
+unsigned fit_pages(seqpool &pool, unsigned count) VA_REQUIRES(pool.mutex)
 {
     for (unsigned i = count; i < max_pages; ++i)
         pool.pages[i].reset();
@@ -59,6 +57,7 @@ unsigned fit_pages(seqpool &pool, unsigned count)
 // instruction, which takes longer to start than a record to copy.
 template <class Take>
 std::int32_t for_each_chunk(seqpool &pool, std::int32_t position, unsigned length, Take take)
+    VA_REQUIRES(pool.mutex)
 {
     auto offset = static_cast<unsigned>(position);
     while (length > 0) {
@@ -82,6 +81,7 @@ int seqpool_init(seqpool **out, unsigned size)
         std::puts("Can't allocate memory.");
         return -1;
     }
+    va::assume_locked(pool->mutex);
     const unsigned count = size / page_size;
     pool->pageSize = page_size;
     set_page_count(*pool, count);
@@ -109,7 +109,7 @@ int seqpool_setSize(seqpool *pool, unsigned size)
         std::puts("Exceed max seqpool block number.");
         return -1;
     }
-    const std::scoped_lock lock(pool->mutex);
+    const va::ScopedLock lock(pool->mutex);
     clear(*pool);
     const unsigned held = fit_pages(*pool, count);
     set_page_count(*pool, held);
@@ -124,7 +124,7 @@ int seqpool_writeData(seqpool *pool, const void *source, unsigned length)
 {
     if (!pool)
         return -1;
-    const std::scoped_lock lock(pool->mutex);
+    const va::ScopedLock lock(pool->mutex);
     if (static_cast<unsigned>(room(*pool)) < length)
         return -1;
     const auto *from = static_cast<const std::uint8_t *>(source);
@@ -140,7 +140,7 @@ int seqpool_readData(seqpool *pool, void *destination, unsigned length)
 {
     if (!pool)
         return -1;
-    const std::scoped_lock lock(pool->mutex);
+    const va::ScopedLock lock(pool->mutex);
     if (static_cast<unsigned>(stored(*pool)) < length)
         return -1;
     auto *to = static_cast<std::uint8_t *>(destination);
@@ -158,7 +158,7 @@ int seqpool_askAvailSize(seqpool *pool)
 {
     if (!pool)
         return 0;
-    const std::scoped_lock lock(pool->mutex);
+    const va::ScopedLock lock(pool->mutex);
     return room(*pool);
 }
 
@@ -166,7 +166,7 @@ int seqpool_askDataSize(seqpool *pool)
 {
     if (!pool)
         return 0;
-    const std::scoped_lock lock(pool->mutex);
+    const va::ScopedLock lock(pool->mutex);
     return stored(*pool);
 }
 
@@ -174,7 +174,7 @@ int seqpool_clearData(seqpool *pool)
 {
     if (!pool)
         return -1;
-    const std::scoped_lock lock(pool->mutex);
+    const va::ScopedLock lock(pool->mutex);
     clear(*pool);
     return 0;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "util/guarded.h"
 #include "util/owner.h"
 
 #include <cstdint>
@@ -18,13 +19,14 @@ inline constexpr int seqpool_max_pages = 4096; // 16 MiB
 // All fields belong to the pool; read them only where no other thread uses it. Offset o lies in
 // page o / pageSize at o % pageSize.
 struct seqpool {
-    std::int32_t totalSize; // bytes: pageNum * pageSize
-    std::int32_t pageSize;  // seqpool_page_size
-    std::int32_t pageNum;   // 0..seqpool_max_pages
-    std::int32_t readPos;   // offset of the oldest byte; equal to writePos when empty
-    std::int32_t writePos;  // offset of the next byte to come
-    va::Array<std::uint8_t> pages[seqpool_max_pages]; // null from pageNum on
-    std::mutex mutex;                                 // guards all of the above
+    std::int32_t totalSize VA_GUARDED_BY(mutex); // bytes: pageNum * pageSize
+    std::int32_t pageSize VA_GUARDED_BY(mutex);  // seqpool_page_size
+    std::int32_t pageNum VA_GUARDED_BY(mutex);   // 0..seqpool_max_pages
+    std::int32_t readPos VA_GUARDED_BY(mutex);   // of the oldest byte; equal to writePos when empty
+    std::int32_t writePos VA_GUARDED_BY(mutex);  // offset of the next byte to come
+    // Null from pageNum on.
+    va::Array<std::uint8_t> pages[seqpool_max_pages] VA_GUARDED_BY(mutex);
+    std::mutex mutex;
 };
 
 // Makes an empty pool of `size` bytes, prints its measures on standard output and stores it in

@@ -54,7 +54,7 @@ void VaHealth::opens(VaModule module)
 
 void VaHealth::configures(VaModule module, bool accepted)
 {
-    const std::scoped_lock guard(lock_);
+    const va::ScopedLock guard(lock_);
     modules_[index_of(module)].refused = !accepted;
 }
 
@@ -65,7 +65,7 @@ void VaHealth::runs(VaModule module)
 
 void VaHealth::fails(VaModule module, const char *what, int code)
 {
-    const std::scoped_lock guard(lock_);
+    const va::ScopedLock guard(lock_);
     Module &failed = modules_[index_of(module)];
     failed.state = State::failed;
     if (code != 0)
@@ -83,7 +83,7 @@ void VaHealth::begins_pass()
 
 void VaHealth::ends(const char *why)
 {
-    const std::scoped_lock guard(lock_);
+    const va::ScopedLock guard(lock_);
     for (Module &module : modules_) {
         if (module.state == State::runs)
             module.state = State::stopped;
@@ -105,18 +105,18 @@ VaHealth::Analytics VaHealth::analytics() const
 
 VaHealth::Module VaHealth::module(VaModule module) const
 {
-    const std::scoped_lock guard(lock_);
+    const va::ScopedLock guard(lock_);
     return modules_[index_of(module)];
 }
 
 VaHealth::Reason VaHealth::why_ended() const
 {
-    const std::scoped_lock guard(lock_);
+    const va::ScopedLock guard(lock_);
     return why_ended_;
 }
 
 void VaHealth::set_state(VaModule module, State state)
 {
-    const std::scoped_lock guard(lock_);
+    const va::ScopedLock guard(lock_);
     modules_[index_of(module)].state = state;
 }

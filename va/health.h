@@ -1,5 +1,7 @@
 #pragma once
 
+#include "util/guarded.h"
+
 #include <atomic>
 #include <chrono>
 #include <cstddef>
@@ -88,7 +90,7 @@ private:
     Stamp last_pass_;
     Stamp results_[std::size(va_modules)];
     std::atomic<Phase> phase_{Phase::opening};
-    mutable std::mutex lock_; // the rest; not held while the library is called
-    Module modules_[std::size(va_modules)];
-    Reason why_ended_{};
+    mutable std::mutex lock_; // not held while the library is called
+    Module modules_[std::size(va_modules)] VA_GUARDED_BY(lock_);
+    Reason why_ended_ VA_GUARDED_BY(lock_){};
 };

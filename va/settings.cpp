@@ -50,7 +50,7 @@ void VaSettings::publish()
     } catch (const std::bad_alloc &) {
         is_complete = false;
     }
-    const std::scoped_lock guard(lock_);
+    const va::ScopedLock guard(lock_);
     shown_.lines = std::move(lines);
     shown_.is_complete = is_complete;
 }
@@ -58,13 +58,13 @@ void VaSettings::publish()
 void VaSettings::publish_reload()
 {
     publish();
-    const std::scoped_lock guard(lock_);
+    const va::ScopedLock guard(lock_);
     ++shown_.reloads;
     shown_.last_reload = std::chrono::system_clock::now();
 }
 
 VaSettings::Shown VaSettings::shown() const
 {
-    const std::scoped_lock guard(lock_);
+    const va::ScopedLock guard(lock_);
     return shown_;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "conf/findings.h"
+#include "util/guarded.h"
 
 #include <chrono>
 #include <cstdint>
@@ -32,5 +33,5 @@ public:
 
 private:
     mutable std::mutex lock_;
-    Shown shown_; // guarded by it
+    Shown shown_ VA_GUARDED_BY(lock_);
 };

@@ -33,7 +33,7 @@ FaceThread::FaceThread(const cv::CascadeClassifier &cascade)
 FaceThread::~FaceThread()
 {
     {
-        const std::scoped_lock lock(mutex_);
+        const va::ScopedLock lock(mutex_);
         ends_ = true;
     }
     changed_.notify_all();
@@ -42,9 +42,9 @@ FaceThread::~FaceThread()
 
 bool FaceThread::offer(const cv::Mat &grey, VideoTime time, bool wait)
 {
-    std::unique_lock lock(mutex_);
+    va::UniqueLock lock(mutex_);
     if (wait)
-        changed_.wait(lock, [this] { return !task_ || ends_; });
+        changed_.wait(lock, [this]() VA_REQUIRES(mutex_) { return !task_ || ends_; });
     if (task_ || ends_)
         return false;
     task_ = Task{grey, time, epoch_};
@@ -54,19 +54,19 @@ bool FaceThread::offer(const cv::Mat &grey, VideoTime time, bool wait)
 
 std::vector<Tracked> FaceThread::faces()
 {
-    const std::scoped_lock lock(mutex_);
+    const va::ScopedLock lock(mutex_);
     return faces_;
 }
 
 FaceThread::Figures FaceThread::figures()
 {
-    const std::scoped_lock lock(mutex_);
+    const va::ScopedLock lock(mutex_);
     return figures_;
 }
 
 void FaceThread::forget()
 {
-    const std::scoped_lock lock(mutex_);
+    const va::ScopedLock lock(mutex_);
     ++epoch_;
     tracker_.forget();
     faces_.clear();
@@ -74,9 +74,9 @@ void FaceThread::forget()
 
 void FaceThread::look_at_tasks()
 {
-    std::unique_lock lock(mutex_);
+    va::UniqueLock lock(mutex_);
     for (;;) {
-        changed_.wait(lock, [this] { return task_ || ends_; });
+        changed_.wait(lock, [this]() VA_REQUIRES(mutex_) { return task_ || ends_; });
         if (ends_)
             return;
         const Task task = *task_;
@@ -99,7 +99,7 @@ void FaceThread::run()
         look_at_tasks();
     } catch (const std::exception &error) {
         say("no faces any more: %s", error.what());
-        const std::scoped_lock lock(mutex_);
+        const va::ScopedLock lock(mutex_);
         ends_ = true;
         faces_.clear();
         changed_.notify_all();

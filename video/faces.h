@@ -1,5 +1,6 @@
 #pragma once
 
+#include "util/guarded.h"
 #include "video/tracker.h"
 
 #include <chrono>
@@ -50,13 +51,13 @@ private:
     void look_at_tasks();
 
     cv::CascadeClassifier classifier_; // of the thread
-    std::mutex mutex_;                 // guards all below
+    std::mutex mutex_;
     std::condition_variable changed_;
-    std::optional<Task> task_; // until it is done
-    Tracker tracker_{FOLLOW_FACES};
-    std::vector<Tracked> faces_;
-    Figures figures_{};
-    int epoch_ = 0; // counts what was forgotten
-    bool ends_ = false;
+    std::optional<Task> task_ VA_GUARDED_BY(mutex_); // until it is done
+    Tracker tracker_ VA_GUARDED_BY(mutex_){FOLLOW_FACES};
+    std::vector<Tracked> faces_ VA_GUARDED_BY(mutex_);
+    Figures figures_ VA_GUARDED_BY(mutex_){};
+    int epoch_ VA_GUARDED_BY(mutex_) = 0; // counts what was forgotten
+    bool ends_ VA_GUARDED_BY(mutex_) = false;
     std::thread thread_;
 };

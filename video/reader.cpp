@@ -25,7 +25,7 @@ Reader::~Reader()
 void Reader::stop()
 {
     {
-        const std::scoped_lock lock(mutex_);
+        const va::ScopedLock lock(mutex_);
         stops_ = true;
     }
     changed_.notify_all();
@@ -33,14 +33,14 @@ void Reader::stop()
 
 bool Reader::is_stopping()
 {
-    const std::scoped_lock lock(mutex_);
+    const va::ScopedLock lock(mutex_);
     return stops_;
 }
 
 std::optional<Frame> Reader::take(std::chrono::milliseconds limit)
 {
-    std::unique_lock lock(mutex_);
-    changed_.wait_for(lock, limit, [this] { return frame_ || state_.ended; });
+    va::UniqueLock lock(mutex_);
+    changed_.wait_for(lock, limit, [this]() VA_REQUIRES(mutex_) { return frame_ || state_.ended; });
     std::optional<Frame> frame = std::exchange(frame_, std::nullopt);
     lock.unlock();
     changed_.notify_all();
@@ -49,7 +49,7 @@ std::optional<Frame> Reader::take(std::chrono::milliseconds limit)
 
 Reader::State Reader::state()
 {
-    const std::scoped_lock lock(mutex_);
+    const va::ScopedLock lock(mutex_);
     return state_;
 }
 
@@ -57,27 +57,27 @@ Reader::State Reader::state()
 // waits until it is taken. False when stopped.
 bool Reader::put(Frame frame, bool kept)
 {
-    std::unique_lock lock(mutex_);
+    va::UniqueLock lock(mutex_);
     if (options_.fast)
-        changed_.wait(lock, [this] { return !frame_ || stops_; });
+        changed_.wait(lock, [this]() VA_REQUIRES(mutex_) { return !frame_ || stops_; });
     frame.anew |= frame_ && frame_->anew;
     frame_ = std::move(frame);
     changed_.notify_all();
     if (kept)
-        changed_.wait(lock, [this] { return !frame_ || stops_; });
+        changed_.wait(lock, [this]() VA_REQUIRES(mutex_) { return !frame_ || stops_; });
     return !stops_;
 }
 
 bool Reader::rest_until(Clock::time_point time)
 {
-    std::unique_lock lock(mutex_);
-    return !changed_.wait_until(lock, time, [this] { return stops_; });
+    va::UniqueLock lock(mutex_);
+    return !changed_.wait_until(lock, time, [this]() VA_REQUIRES(mutex_) { return stops_; });
 }
 
 void Reader::end(bool failed)
 {
     {
-        const std::scoped_lock lock(mutex_);
+        const va::ScopedLock lock(mutex_);
         state_.ended = true;
         state_.failed = failed;
     }
@@ -110,7 +110,7 @@ int Reader::read_frames(Capture &capture)
         last_ = std::max(last_ + 1, capture.is_live() ? clock : offset + capture.time());
         ++count;
         {
-            const std::scoped_lock lock(mutex_);
+            const va::ScopedLock lock(mutex_);
             ++state_.all;
             state_.read = count;
         }
@@ -141,7 +141,7 @@ void Reader::read_file(Capture capture)
     for (bool first = true;; first = false) {
         const int total = capture.frames();
         {
-            const std::scoped_lock lock(mutex_);
+            const va::ScopedLock lock(mutex_);
             state_.total = total;
         }
         const int count = read_frames(capture);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "util/guarded.h"
 #include "video/capture.h"
 #include "video/clocks.h"
 
@@ -67,10 +68,10 @@ private:
     const Clock::time_point start_ = Clock::now();
     VideoTime last_ = 0; // of the frames read
     double due_ = 0;     // when the next look is
-    std::mutex mutex_;   // guards all below
+    std::mutex mutex_;
     std::condition_variable changed_;
-    std::optional<Frame> frame_;
-    State state_{};
-    bool stops_ = false;
+    std::optional<Frame> frame_ VA_GUARDED_BY(mutex_);
+    State state_ VA_GUARDED_BY(mutex_){};
+    bool stops_ VA_GUARDED_BY(mutex_) = false;
     std::thread thread_;
 };

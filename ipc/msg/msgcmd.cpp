@@ -33,7 +33,7 @@ struct Connection {
 
 Connection connection_of(msgcmd *client)
 {
-    const std::scoped_lock lock(client->lock);
+    const va::ScopedLock lock(client->lock);
     return {client->fd, client->read_cb, client->write_cb, client->cb_arg};
 }
 
@@ -61,16 +61,14 @@ unsigned take_chunk(msgcmd *client, Chunk &chunk)
 // event.
 void disable_when_empty(msgcmd *client)
 {
-    const std::scoped_lock lock(client->lock);
+    const va::ScopedLock lock(client->lock);
     if (seqpool_askDataSize(client->pool) == 0)
         set_event_enabled(client->write_event, 0);
 }
 
-// The next two are called under the client's lock.
-
 // Makes `socket` the client's connection. Returns false, having changed nothing, when it cannot be
 // put on the loop.
-bool install(msgcmd *client, Fd &socket)
+bool install(msgcmd *client, Fd &socket) VA_REQUIRES(client->lock)
 {
     client->read_event.reset(add_fd_event(socket, 0, 0, msgcmd_on_read, client));
     if (!client->read_event)
@@ -81,7 +79,7 @@ bool install(msgcmd *client, Fd &socket)
 
 // Returns whether the connection's write event is there. A connection without one stays open: only
 // the loop thread may close what it waits for. The next send tries again.
-bool ensure_write_event(msgcmd *client)
+bool ensure_write_event(msgcmd *client) VA_REQUIRES(client->lock)
 {
     if (!client->write_event)
         client->write_event.reset(
@@ -94,7 +92,7 @@ enum class Outcome { Queued, Disconnected, NoEvent, NoRoom };
 // `socket`, when open, becomes the connection if there is none; it stays the caller's if there is.
 Outcome queue(msgcmd *client, Fd &socket, const void *data, unsigned length)
 {
-    const std::scoped_lock lock(client->lock);
+    const va::ScopedLock lock(client->lock);
     if (!client->fd && !socket)
         return Outcome::Disconnected;
     if ((!client->fd && !install(client, socket)) || !ensure_write_event(client))
@@ -157,7 +155,7 @@ void msgcmd_setcb(msgcmd *client, msgcmd_read_callback read_cb, msgcmd_write_cal
 {
     if (!client)
         return;
-    const std::scoped_lock lock(client->lock);
+    const va::ScopedLock lock(client->lock);
     client->read_cb = read_cb;
     client->write_cb = write_cb;
     client->cb_arg = cb_arg;
@@ -219,7 +217,7 @@ void msgcmd_close(msgcmd *client)
 {
     if (!client)
         return;
-    const std::scoped_lock lock(client->lock);
+    const va::ScopedLock lock(client->lock);
     client->write_event.reset();
     client->read_event.reset();
     client->fd.reset();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "event/event.h"
+#include "util/guarded.h"
 #include "util/owner.h"
 #include "util/sequence_pool.h"
 
@@ -41,14 +42,14 @@ struct msgcmd {
     va::Array<char> path;
     va::One<seqpool> pool; // bytes not yet written
     std::uint32_t pool_size;
-    va::Fd fd;               // -1: not connected
-    event_owner read_event;  // of the connection, like the next
-    event_owner write_event; // enabled while `pool` holds bytes
-    msgcmd_read_callback read_cb;
-    msgcmd_write_callback write_cb;
-    void *cb_arg;
+    va::Fd fd VA_GUARDED_BY(lock);               // -1: not connected
+    event_owner read_event VA_GUARDED_BY(lock);  // of the connection, like the next
+    event_owner write_event VA_GUARDED_BY(lock); // enabled while `pool` holds bytes
+    msgcmd_read_callback read_cb VA_GUARDED_BY(lock);
+    msgcmd_write_callback write_cb VA_GUARDED_BY(lock);
+    void *cb_arg VA_GUARDED_BY(lock);
 
-    std::mutex lock; // guards fd, events, callbacks, and that an enabled event means queued bytes
+    std::mutex lock; // also that an enabled event means queued bytes
 };
 
 // Connects to the socket at `path` (at most 107 bytes), sends the `length` bytes in one write,

@@ -23,13 +23,14 @@ namespace
 constexpr int listen_backlog = 5;
 
 // What servers and clients have besides the described records, which they are allocated with. The
-// lock guards it, but for the timer and the process number.
+// lock guards it, but for the timers and the process number. Functions on a client that need the
+// lock are told its server, so that it has one name.
 struct Server : sck_svr_t {
     ~Server();
 
     event_owner restTimer; // wakes the listener after a failed accept
-    sck_counts_t counts;
-    va::RecentGreatest longest;
+    sck_counts_t counts VA_GUARDED_BY(lock);
+    va::RecentGreatest longest VA_GUARDED_BY(lock);
 };
 
 struct Client : sck_clt_t {
@@ -75,7 +76,7 @@ int queue_for_all(Server *server, sck_bytes payload)
 {
     int refused = 0;
     std::uint64_t now = 0; // read when first wanted
-    const std::scoped_lock lock(server->lock);
+    const va::ScopedLock lock(server->lock);
     for (Client *client = own(server->clients); client; client = own(client->next)) {
         if (!sck_buf_has_room(client->send, static_cast<std::uint32_t>(payload.size()))) {
             refuse(client, payload);
@@ -95,9 +96,8 @@ int queue_for_all(Server *server, sck_bytes payload)
     return refused;
 }
 
-void link_client(Client *client)
+void link_client(Server *server, Client *client) VA_REQUIRES(server->lock)
 {
-    Server *const server = own(client->server);
     client->before = server->counts;
     client->next = server->clients;
     if (client->next)
@@ -105,35 +105,35 @@ void link_client(Client *client)
     server->clients = client;
 }
 
-void unlink_client(sck_clt_t *client)
+void unlink_client(Server *server, sck_clt_t *client) VA_REQUIRES(server->lock)
 {
     if (client->next)
         client->next->prev = client->prev;
     if (client->prev)
         client->prev->next = client->next;
     else
-        client->server->clients = client->next;
+        server->clients = client->next;
 }
 
 // Hands out the record, which ends the connection: without the lock, which is held here.
-[[nodiscard]] std::unique_ptr<Client> disconnect(Client *client, const char *reporter)
+[[nodiscard]] std::unique_ptr<Client> disconnect(Server *server, Client *client,
+                                                 const char *reporter) VA_REQUIRES(server->lock)
 {
     std::printf("%s: client disconnect.\n", reporter);
-    unlink_client(client);
+    unlink_client(server, client);
     return std::unique_ptr<Client>(client);
 }
 
 // Some records' way to the socket has ended.
-void note_way(Client *client)
+void note_way(Server *server, Client *client) VA_REQUIRES(server->lock)
 {
     const std::uint64_t now = clock_us();
     const std::uint64_t time = client->timer.end(now, client->send.count);
-    own(client->server)
-        ->longest.add(now, static_cast<std::uint32_t>(std::min<std::uint64_t>(time, UINT32_MAX)));
+    server->longest.add(now, static_cast<std::uint32_t>(std::min<std::uint64_t>(time, UINT32_MAX)));
 }
 
 // One write. Returns whether the connection still stands.
-bool drain(Client *client)
+bool drain(Server *server, Client *client) VA_REQUIRES(server->lock)
 {
     const sck_bytes run = sck_buf_first_run(client->send);
     if (run.empty())
@@ -143,7 +143,7 @@ bool drain(Client *client)
         const auto count = static_cast<std::uint32_t>(written);
         sck_buf_take_out(client->send, count);
         if (client->timer.take(count))
-            note_way(client);
+            note_way(server, client);
         return true;
     }
     const bool try_again = written < 0 && errno == EAGAIN;
@@ -155,11 +155,11 @@ bool drain(Client *client)
 std::int32_t sck_clt_event_write(event_info *, void *arg)
 {
     auto *const client = static_cast<Client *>(arg);
-    sck_svr_t *const server = client->server;
+    Server *const server = own(client->server);
     std::unique_ptr<Client> gone; // outlives the lock
-    const std::scoped_lock lock(server->lock);
-    if (!drain(client))
-        gone = disconnect(client, server->path);
+    const va::ScopedLock lock(server->lock);
+    if (!drain(server, client))
+        gone = disconnect(server, client, server->path);
     else if (client->send.count == 0)
         set_event_enabled(client->writeEvent, 0);
     return 0;
@@ -168,15 +168,15 @@ std::int32_t sck_clt_event_write(event_info *, void *arg)
 std::int32_t sck_clt_event_read(event_info *, void *arg)
 {
     auto *const client = static_cast<Client *>(arg);
-    sck_svr_t *const server = client->server;
+    Server *const server = own(client->server);
     sck_buf_t &ring = client->recv;
     if (ring.writePos >= ring.readPos) {
         const ssize_t got =
             read(client->socket, ring.data + ring.writePos, ring.size - ring.writePos);
         if (got <= 0) {
             std::unique_ptr<Client> gone; // outlives the lock
-            const std::scoped_lock lock(server->lock);
-            gone = disconnect(client, __func__);
+            const va::ScopedLock lock(server->lock);
+            gone = disconnect(server, client, __func__);
             return 0;
         }
         ring.writePos = sck_buf_advance(ring, ring.writePos, static_cast<std::uint32_t>(got));
@@ -194,9 +194,9 @@ std::int32_t peer_of(int connection)
     return peer.pid;
 }
 
-sck_clt_status_t status_of(const Client &client)
+sck_clt_status_t status_of(const Server &server, const Client &client) VA_REQUIRES(server.lock)
 {
-    const sck_counts_t &all = own(client.server)->counts;
+    const sck_counts_t &all = server.counts;
     return {client.pid,
             client.send.count,
             {all.records - client.before.records - client.refused,
@@ -235,8 +235,8 @@ std::int32_t sck_svr_event_accept(event_info *, void *arg)
         std::fprintf(stderr, "%s: can't serve client.\n", server->path.get());
         return 0;
     }
-    const std::scoped_lock lock(server->lock);
-    link_client(client.release());
+    const va::ScopedLock lock(server->lock);
+    link_client(server, client.release());
     return 0;
 }
 
@@ -289,7 +289,7 @@ int sck_svr_get_client_count(sck_svr_t *server)
     if (!server)
         return -1;
     int count = 0;
-    const std::scoped_lock lock(server->lock);
+    const va::ScopedLock lock(server->lock);
     for (const sck_clt_t *client = server->clients; client; client = client->next)
         ++count;
     return count;
@@ -302,11 +302,11 @@ int sck_svr_get_status(sck_svr_t *handle, sck_svr_status_t *status)
     Server &server = *own(handle);
     sck_svr_status_t found{};
     try {
-        const std::scoped_lock lock(server.lock);
+        const va::ScopedLock lock(server.lock);
         found.counts = server.counts;
         found.longest_us = server.longest.at(clock_us());
         for (sck_clt_t *client = server.clients; client; client = client->next)
-            found.clients.push_back(status_of(*own(client)));
+            found.clients.push_back(status_of(server, *own(client)));
     } catch (const std::bad_alloc &) {
         return -1;
     }

@@ -2,6 +2,7 @@
 
 #include "event/event.h"
 #include "ipc/network/sck_buf.h"
+#include "util/guarded.h"
 #include "util/owner.h"
 
 #include <cstdint>
@@ -54,9 +55,9 @@ struct sck_clt_t {
 };
 
 struct sck_svr_t {
-    va::Fd socket;      // listening
-    std::uint32_t size; // of each buffer of each client
-    sck_clt_t *clients; // newest first; guarded by the lock
+    va::Fd socket;                          // listening
+    std::uint32_t size;                     // of each buffer of each client
+    sck_clt_t *clients VA_GUARDED_BY(lock); // newest first
     event_owner acceptEvent;
     va::Array<char> path;
     sck_recv_handler recvHandler;

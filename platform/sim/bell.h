@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/sim/source.h"
+#include "util/guarded.h"
 
 #include <condition_variable>
 #include <cstdint>
@@ -13,14 +14,14 @@ class Bell
 public:
     std::uint64_t times_rung()
     {
-        const std::scoped_lock lock(mutex_);
+        const va::ScopedLock lock(mutex_);
         return times_rung_;
     }
 
     void ring()
     {
         {
-            const std::scoped_lock lock(mutex_);
+            const va::ScopedLock lock(mutex_);
             ++times_rung_;
         }
         rung_.notify_all();
@@ -29,13 +30,13 @@ public:
     // Waits until `end` unless it has rung more often than `heard`; returns how often it has.
     std::uint64_t wait(std::uint64_t heard, Moment end)
     {
-        std::unique_lock lock(mutex_);
-        rung_.wait_until(lock, end, [&] { return times_rung_ != heard; });
+        va::UniqueLock lock(mutex_);
+        rung_.wait_until(lock, end, [&]() VA_REQUIRES(mutex_) { return times_rung_ != heard; });
         return times_rung_;
     }
 
 private:
-    std::mutex mutex_; // guards what follows
+    std::mutex mutex_;
     std::condition_variable rung_;
-    std::uint64_t times_rung_ = 0;
+    std::uint64_t times_rung_ VA_GUARDED_BY(mutex_) = 0;
 };

@@ -4,6 +4,7 @@
 #include "platform/sim/feed.h"
 #include "platform/sim/playback.h"
 #include "platform/sim/scene.h"
+#include "util/guarded.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -21,8 +22,8 @@ constexpr std::chrono::milliseconds longest_read{100}; // for a result that fall
 
 struct Shared {
     std::mutex mutex;
-    Memory memory; // guarded by it
-    Bell bell;     // for the reads that wait
+    Memory memory VA_GUARDED_BY(mutex);
+    Bell bell; // for the reads that wait
 };
 
 // Never destroyed: a thread may still be inside a call when the process exits.

@@ -62,6 +62,7 @@ Feed::Feed(std::string path, Size frame, void (*wake)())
 void Feed::start()
 {
     end_reading();
+    va::assume_locked(mutex_); // the chip's lock keeps readers out
     objects_ = {};
     faces_ = {};
     alarms_ = {};
@@ -83,37 +84,37 @@ void Feed::end_reading()
 
 std::optional<SeenObjects> Feed::take_objects()
 {
-    const std::scoped_lock lock(mutex_);
+    const va::ScopedLock lock(mutex_);
     return objects_.take();
 }
 
 std::optional<std::vector<SimFaceEntry>> Feed::take_faces()
 {
-    const std::scoped_lock lock(mutex_);
+    const va::ScopedLock lock(mutex_);
     return faces_.take();
 }
 
 std::optional<AlarmWords> Feed::take_alarm()
 {
-    const std::scoped_lock lock(mutex_);
+    const va::ScopedLock lock(mutex_);
     return alarms_.take();
 }
 
 Moment Feed::objects_due() const
 {
-    const std::scoped_lock lock(mutex_);
+    const va::ScopedLock lock(mutex_);
     return objects_.due();
 }
 
 Moment Feed::faces_due() const
 {
-    const std::scoped_lock lock(mutex_);
+    const va::ScopedLock lock(mutex_);
     return faces_.due();
 }
 
 Moment Feed::alarm_due() const
 {
-    const std::scoped_lock lock(mutex_);
+    const va::ScopedLock lock(mutex_);
     return alarms_.due();
 }
 
@@ -147,7 +148,7 @@ void Feed::keep(FeedPicture picture)
 {
     const Moment expected = std::chrono::steady_clock::now() + longest_gap;
     {
-        const std::scoped_lock lock(mutex_);
+        const va::ScopedLock lock(mutex_);
         if (!picture.seen.objects.empty())
             objects_.expected = expected;
         objects_.add(std::move(picture.seen));

@@ -4,6 +4,7 @@
 #include "platform/sim/feed_lines.h"
 #include "platform/sim/frame.h"
 #include "platform/sim/source.h"
+#include "util/guarded.h"
 
 #include <cstddef>
 #include <deque>
@@ -57,8 +58,8 @@ private:
     std::optional<FeedInput> input_; // while it is started
     std::thread thread_;
 
-    mutable std::mutex mutex_; // guards what follows
-    Kept<SeenObjects> objects_;
-    Kept<std::vector<SimFaceEntry>> faces_;
-    Kept<AlarmWords> alarms_;
+    mutable std::mutex mutex_;
+    Kept<SeenObjects> objects_ VA_GUARDED_BY(mutex_);
+    Kept<std::vector<SimFaceEntry>> faces_ VA_GUARDED_BY(mutex_);
+    Kept<AlarmWords> alarms_ VA_GUARDED_BY(mutex_);
 };

@@ -1,6 +1,7 @@
 #include "platform/nvram.h"
 
 #include "platform/sim/text.h"
+#include "util/guarded.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -53,8 +54,8 @@ struct Content {
 
 // What all threads share.
 std::mutex store_lock;
-Content last_read;
-char last_path[PATH_MAX];
+Content last_read VA_GUARDED_BY(store_lock);
+char last_path[PATH_MAX] VA_GUARDED_BY(store_lock);
 
 // The next two return why not all could be read, 0 if it could.
 
@@ -89,7 +90,7 @@ int read_file(const char *path, Content &content)
 
 // A lasting fault is told once, not in each call: again after it was gone, or was another.
 
-void tell_unreadable(const char *path, int error)
+void tell_unreadable(const char *path, int error) VA_REQUIRES(store_lock)
 {
     static int told = 0;
     if (std::exchange(told, error) != error && error != 0)
@@ -97,14 +98,14 @@ void tell_unreadable(const char *path, int error)
             last_read.text ? "; what was read last stays in use" : "");
 }
 
-void tell_no_sensor(const char *path, bool missing)
+void tell_no_sensor(const char *path, bool missing) VA_REQUIRES(store_lock)
 {
     static bool told = false;
     if (!std::exchange(told, missing) && missing)
         say("%s: no %s", path, sensor_key);
 }
 
-void read_store(const char *path)
+void read_store(const char *path) VA_REQUIRES(store_lock)
 {
     if (std::strcmp(path, last_path) != 0) {
         last_read = {};
@@ -151,7 +152,7 @@ int nvram_get_with_buffer(char *buffer, std::size_t size, const char *default_te
     va_end(arguments);
 
     const char *path = store_path();
-    const std::scoped_lock lock(store_lock);
+    const va::ScopedLock lock(store_lock);
     std::optional<std::string_view> value;
     if (name_length >= 0 && static_cast<std::size_t>(name_length) < sizeof name) {
         read_store(path);
