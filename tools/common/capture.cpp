@@ -31,11 +31,28 @@ std::span<const std::uint8_t> bytes_of(const Plain &plain)
     return {reinterpret_cast<const std::uint8_t *>(&plain), sizeof plain};
 }
 
-// Reads a capture piece by piece.
+// Null when all is well.
+const char *fault_of(const CaptureHeader &header)
+{
+    if (!std::ranges::equal(header.magic, CAPTURE_MAGIC))
+        return "no capture of va_dump";
+    if (header.byte_order != CAPTURE_BYTE_ORDER)
+        return "a capture of a machine with the other byte order";
+    return header.version == CAPTURE_VERSION ? nullptr : "a capture of another version of va_dump";
+}
+
+// Reads a capture piece by piece, behind its header.
 class Reader
 {
 public:
-    explicit Reader(const std::string &path) : path_(path), file_(open_file(path, "rbe")) {}
+    explicit Reader(const std::string &path) : path_(path), file_(open_file(path, "rbe"))
+    {
+        CaptureHeader header{};
+        if (read_plain(header) < sizeof header)
+            header = {};
+        if (const char *fault = fault_of(header))
+            throw std::runtime_error(path + ": this is " + fault);
+    }
 
     // How many bytes there were, at most the buffer's size.
     std::size_t read(std::span<std::uint8_t> buffer)
@@ -56,16 +73,6 @@ private:
     const std::string &path_;
     CaptureFile file_;
 };
-
-// Null when all is well.
-const char *fault_of(const CaptureHeader &header)
-{
-    if (!std::ranges::equal(header.magic, CAPTURE_MAGIC))
-        return "no capture of va_dump";
-    if (header.byte_order != CAPTURE_BYTE_ORDER)
-        return "a capture of a machine with the other byte order";
-    return header.version == CAPTURE_VERSION ? nullptr : "a capture of another version of va_dump";
-}
 
 bool is_plausible(const CaptureRecordHeader &header)
 {
@@ -135,15 +142,14 @@ void CaptureWriter::write(std::span<const std::uint8_t> bytes)
     written_ += bytes.size();
 }
 
+void check_capture(const std::string &path)
+{
+    Reader{path};
+}
+
 std::string read_capture(const std::string &path, const std::function<bool(const Record &)> &take)
 {
     Reader reader(path);
-    CaptureHeader file_header{};
-    if (reader.read_plain(file_header) < sizeof file_header)
-        file_header = {};
-    if (const char *fault = fault_of(file_header))
-        throw std::runtime_error(path + ": this is " + fault);
-
     CaptureRecordHeader header;
     std::vector<std::uint8_t> payload;
     std::int64_t first = 0;

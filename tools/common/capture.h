@@ -59,6 +59,9 @@ private:
     CaptureFile file_;
 };
 
+// Throws what read_capture() would throw of the file's beginning.
+void check_capture(const std::string &path);
+
 // Hands on the records of a capture, one after another, until `take` returns false; a payload is
 // valid during the call. Returns what is wrong with the file's end, for people, and nothing when it
 // is whole; all records before are handed on. Throws std::system_error when the file cannot be

@@ -69,6 +69,8 @@ int main(int argc, char **argv)
             return RECORDS_CAME;
         if (options.status || options.metrics)
             return print_status(options);
+        if (!options.source.capture.empty() && !options.copy.empty())
+            check_capture(options.source.capture); // before the copy takes the place of a file
         return print_records(options.source, make_printers(options), make_selection(options));
     });
 }
