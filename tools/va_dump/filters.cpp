@@ -20,7 +20,9 @@ Sighting::Kind parse_kind(std::string_view text)
         if (text == kind_word(kind))
             return kind;
     }
-    throw WrongUse("no kind is called " + std::string(text));
+    if (text == "dynamic") // as the chip calls it
+        return Sighting::Kind::Moving;
+    throw WrongUse("no kind is called " + std::string(text) + ", but moving, static, face");
 }
 
 std::uint32_t parse_number(std::string_view text, int base = 10)
@@ -55,7 +57,7 @@ void Filters::add(std::string_view text)
         require_layout();
         kinds_.insert(parse_kind(value));
     } else {
-        throw WrongUse("no filter is called " + std::string(name));
+        throw WrongUse("no filter is called " + std::string(name) + ", but kind, id, line");
     }
 }
 

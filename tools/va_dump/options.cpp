@@ -55,6 +55,14 @@ OptionTable table_of(Options &options)
     return table;
 }
 
+std::string stream_names()
+{
+    std::string names;
+    for (const StreamKind &kind : STREAM_KINDS)
+        names += (names.empty() ? "" : ", ") + std::string(kind.name);
+    return names;
+}
+
 // Streams and filters.
 void take_operands(std::span<char *const> operands, Options &options)
 {
@@ -67,7 +75,7 @@ void take_operands(std::span<char *const> operands, Options &options)
         }
         const StreamKind *kind = find_stream(operand);
         if (!kind)
-            throw WrongUse("no stream is called " + operand);
+            throw WrongUse("no stream is called " + operand + ", but " + stream_names());
         if (options.status || options.metrics)
             throw WrongUse("--status and --metrics take no stream");
         any = wanted[index_of(*kind)] = true;
@@ -91,6 +99,9 @@ void check_together(const Options &options)
         {options.events && options.labels, "-e and -l exclude each other"},
         {options.status && options.metrics, "--status and --metrics exclude each other"},
         {options.json && options.metrics, "-j and --metrics exclude each other"},
+        {(options.events || options.figures || options.labels || options.hexadecimal) &&
+             (options.status || options.metrics),
+         "--status and --metrics show no records: -e, -q, -l and -x are of these"},
         {options.period != Elapsed::max() && !options.figures, "--every is of -q"},
         {options.copy_size && options.copy.empty(), "--size is of -w"},
     };
