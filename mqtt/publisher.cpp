@@ -80,6 +80,12 @@ void Publisher::connection(const Connection &connection)
     maker_.set_connected(connection.kind, connection.connected, now_.at);
 }
 
+void Publisher::verdict(const Moment &now, const Verdict &verdict)
+{
+    now_ = now;
+    maker_.set_verdict(verdict, now_.at);
+}
+
 void Publisher::tick(const Moment &now)
 {
     now_ = now;
@@ -109,6 +115,12 @@ void Publisher::finish(const Moment &)
     broker_->finish(good_bye);
 }
 
+void Publisher::set_daemon(const char *text, bool is_available)
+{
+    daemon_ = text;
+    broker_->set_state(topics_.available(), is_available ? online : offline);
+}
+
 void Publisher::take_event(const Event &event)
 {
     using enum Event::Kind;
@@ -117,12 +129,16 @@ void Publisher::take_event(const Event &event)
     case DaemonHere:
         frame_ = frame_size();
         read_scene();
-        daemon_here_ = true;
-        broker_->set_state(topics_.available(), online);
+        set_daemon("the daemon is here", true);
         break;
     case DaemonGone:
-        daemon_here_ = false;
-        broker_->set_state(topics_.available(), offline);
+        set_daemon(waiting, false);
+        break;
+    case DaemonUnwell:
+        set_daemon("the daemon is not well", false);
+        break;
+    case DaemonWell:
+        set_daemon("the daemon is here", true);
         break;
     case ObjectAppeared:
     case ObjectLeft:
@@ -228,7 +244,5 @@ void Publisher::tell_supervisor()
     const bool alive = now_.at >= alive_due_;
     if (alive)
         alive_due_ = now_.at + notifier_.interval() / 2;
-    notifier_.tell("broker: " + broker_->status() +
-                       (daemon_here_ ? "; the daemon is here" : "; waiting for the daemon"),
-                   alive);
+    notifier_.tell("broker: " + broker_->status() + "; " + daemon_, alive);
 }

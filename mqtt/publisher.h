@@ -25,6 +25,7 @@ public:
     Publisher(const Settings &settings, const Source &source);
     void print(const Record &record) override;
     void connection(const Connection &connection) override;
+    void verdict(const Moment &now, const Verdict &verdict) override;
     void
     tick(const Moment &now) override; // throws std::runtime_error when the broker refuses for good
     Elapsed due() const override { return alive_due_; }
@@ -32,6 +33,9 @@ public:
     void finish(const Moment &now) override;
 
 private:
+    static constexpr char waiting[] = "waiting for the daemon";
+
+    void set_daemon(const char *text, bool is_available);
     void take_event(const Event &event);
     void take_frame(const Record &record);
     void send_frames();
@@ -58,6 +62,6 @@ private:
     std::uint64_t results_missed_ = 0;
     Losses told_;
     std::optional<Elapsed> losses_told_;
-    bool daemon_here_ = false;
+    const char *daemon_ = waiting; // for people
     Elapsed alive_due_;
 };

@@ -404,6 +404,7 @@ TEST(DumpTest, TellsAQuietSceneFromADaemonThatIsNotWell)
     expect({"--status", "-j"}, NO_ANALYTICS, "\"exit_status\":6");
     expect({"--metrics"}, NO_ANALYTICS, "\nva_module_up{module=\"ta\"} 0\n");
     expect(read, NO_ANALYTICS, "va_dump: va " + reason);
+    expect({"-e", "-n", "2", "ta"}, NO_ANALYTICS, "  va " + reason); // the second event, unasked
     EXPECT_TRUE(blind.stop());
 }
 

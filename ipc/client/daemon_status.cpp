@@ -65,7 +65,7 @@ DaemonStatus refused(const std::string &path)
 DaemonStatus nobody_listens(const std::string &directory)
 {
     if (lives(directory))
-        return unanswered(Answer::None, "it takes no requests: it starts or ends, or has lost " +
+        return unanswered(Answer::Deaf, "it takes no requests: it starts or ends, or has lost " +
                                             directory + "/ctrl");
     return unanswered(Answer::Gone, "nobody listens at " + directory + "/ctrl");
 }

@@ -11,7 +11,8 @@ struct DaemonStatus {
     enum class Answer {
         Answered,
         Gone,   // no daemon runs
-        None,   // one runs, but does not answer: it hangs, or is just starting or ending
+        None,   // one runs, but does not answer: it hangs
+        Deaf,   // one runs, but takes no requests: it starts or ends, or its FIFO is gone or closed
         Refused // this process may not ask, or what stands there is no daemon's
     };
 

@@ -41,6 +41,10 @@ std::string event_text(const Event &event)
         return "daemon is here";
     case Event::Kind::DaemonGone:
         return "daemon is gone";
+    case Event::Kind::DaemonUnwell:
+        return event.why;
+    case Event::Kind::DaemonWell:
+        return "daemon is well again";
     case Event::Kind::ObjectAppeared:
         return object_text(event) + " appeared at " + place_text(event.from);
     case Event::Kind::ObjectLeft:

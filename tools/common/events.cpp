@@ -89,6 +89,16 @@ void EventMaker::set_connected(const StreamKind &kind, bool connected, Elapsed n
         sink_({.kind = was_here ? Kind::DaemonGone : Kind::DaemonHere, .at = now});
 }
 
+void EventMaker::set_verdict(const Verdict &verdict, Elapsed now)
+{
+    if (verdict.status == IS_WELL) {
+        sink_({.kind = Kind::DaemonWell, .at = now});
+        return;
+    }
+    end_where([](const Key &, const Event &) { return true; }, now, true);
+    sink_({.kind = Kind::DaemonUnwell, .at = now, .why = verdict.text});
+}
+
 void EventMaker::pass(Elapsed now)
 {
     end_where([&](const Key &,

@@ -2,6 +2,7 @@
 
 #include "tools/common/entries.h"
 #include "tools/common/record.h"
+#include "tools/common/verdict.h"
 
 #include <array>
 #include <cstdint>
@@ -34,8 +35,10 @@ std::string name_of(const AlarmRule &rule);
 
 struct Event {
     enum class Kind {
-        DaemonHere, // the first of its streams is connected
-        DaemonGone, // the last of its streams is lost
+        DaemonHere,   // the first of its streams is connected
+        DaemonGone,   // the last of its streams is lost
+        DaemonUnwell, // it is here, but nothing can come
+        DaemonWell,   // again
         ObjectAppeared,
         ObjectLeft,
         LineCrossed,
@@ -60,6 +63,7 @@ struct Event {
     Sighting to{};
     AlarmRule rule{};         // of a line or an area
     std::uint32_t missed = 0; // results of object detection that did not come, 1 or more
+    std::string why = {};     // of a daemon that is not well, for people
 };
 
 // How long a thing must not be seen to have ended, so that one that flutters is one.
@@ -89,6 +93,10 @@ public:
     // Whether a stream is connected; may repeat what is known. With a stream all ends that it
     // showed.
     void set_connected(const StreamKind &kind, bool connected, Elapsed now);
+
+    // What was found when the daemon was asked, since nothing came. When it is not well all ends
+    // that is still there.
+    void set_verdict(const Verdict &verdict, Elapsed now);
 
     // Tells what has ended for lack of records. Call it a few times a second.
     void pass(Elapsed now);

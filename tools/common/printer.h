@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tools/common/record.h"
+#include "tools/common/verdict.h"
 
 #include <cstdint>
 #include <optional>
@@ -29,6 +30,9 @@ public:
     // How many it has told of, if it does not tell of each record once.
     virtual std::optional<std::uint64_t> told() const { return std::nullopt; }
     virtual void connection(const Connection &) {}
+    // The daemon, which is connected, is not well, or is well again; told once a change. One that
+    // is gone is no more of the two.
+    virtual void verdict(const Moment &, const Verdict &) {}
     // Called several times a second while the records come, and once when due() has come.
     virtual void tick(const Moment &) {}
     virtual Elapsed due() const { return Elapsed::max(); }

@@ -7,6 +7,7 @@ Verdict judge(const DaemonStatus &status)
     case DaemonStatus::Answer::Gone:
         return {GONE, "va does not run: " + status.reason};
     case DaemonStatus::Answer::None:
+    case DaemonStatus::Answer::Deaf:
         return {NO_ANSWER, "va does not answer: " + status.reason};
     case DaemonStatus::Answer::Refused:
         return {FAILED, status.reason};

@@ -1,6 +1,7 @@
 #include "tools/common/watch.h"
 
 #include "ipc/client/stream_client.h"
+#include "tools/common/inquiry.h"
 #include "tools/common/standard_output.h"
 #include "tools/common/stop.h"
 
@@ -32,6 +33,7 @@ public:
     }
 
     int descriptor() const { return client_.fd(); }
+    bool is_connected() const { return client_.state() == StreamClient::State::Connected; }
 
     void connect(const Moment &now, Output &output)
     {
@@ -56,8 +58,7 @@ private:
             return;
         said_ = client_.status();
         say(std::string(kind_.name) + ": " + said_);
-        const bool connected = client_.state() == StreamClient::State::Connected;
-        output.tell(&Printer::connection, Connection{kind_, now, connected, said_});
+        output.tell(&Printer::connection, Connection{kind_, now, is_connected(), said_});
     }
 
     const StreamKind &kind_;
@@ -68,7 +69,8 @@ private:
 class Watch
 {
 public:
-    Watch(const Source &source, Output &output) : output_(output)
+    Watch(const Source &source, Output &output)
+        : output_(output), inquiry_(source.directory, output)
     {
         for (const StreamKind *kind : source.streams)
             streams_.emplace_back(*kind, source.directory);
@@ -91,6 +93,7 @@ public:
         const int patience = patience_ms(std::max(output_.due() - now().at, Elapsed()));
         if (poll(polled_.data(), polled_.size(), patience) > 0)
             receive_all();
+        inquiry_.pass(now(), std::ranges::any_of(streams_, &Stream::is_connected));
         if (report_requested.exchange(false))
             output_.tell(&Printer::report, now());
         output_.tell(&Printer::tick, now());
@@ -115,12 +118,15 @@ private:
     void receive_all()
     {
         for (std::size_t i = 0; i < streams_.size() && !output_.is_complete(); ++i) {
-            if (polled_[i].revents)
-                streams_[i].receive(now(), output_);
+            if (!polled_[i].revents)
+                continue;
+            inquiry_.heard(now());
+            streams_[i].receive(now(), output_);
         }
     }
 
     Output &output_;
+    Inquiry inquiry_;
     std::vector<Stream> streams_;
     std::vector<pollfd> polled_;
     Clock::time_point start_ = Clock::now();

@@ -9,5 +9,6 @@ void prepare_report();
 
 // Hands on what the daemon sends, until the count is reached, the time is up, nobody reads standard
 // output any more, or SIGINT or SIGTERM comes. Says on standard error what becomes of the
-// connections. Returns the end.
+// connections and, when nothing comes for a few seconds, whether that is because the daemon is not
+// well, for which it is asked. Returns the end.
 Moment watch(const Source &source, Output &output);

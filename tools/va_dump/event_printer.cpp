@@ -15,9 +15,10 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 // In the order of Event::Kind.
-constexpr const char *names[] = {"daemon_here",  "daemon_gone",   "object_appeared", "object_left",
-                                 "line_crossed", "area_entered",  "area_left",       "tamper_began",
-                                 "tamper_ended", "results_missed"};
+constexpr const char *names[] = {"daemon_here",  "daemon_gone",     "daemon_unwell",
+                                 "daemon_well",  "object_appeared", "object_left",
+                                 "line_crossed", "area_entered",    "area_left",
+                                 "tamper_began", "tamper_ended",    "results_missed"};
 
 std::string place_text(const Sighting &seen)
 {
@@ -62,6 +63,8 @@ std::string members(const Event &event)
         return rule_members(event.rule) + end_members(event);
     case TamperEnded:
         return end_members(event);
+    case DaemonUnwell:
+        return ',' + member("why", quoted(event.why));
     case RecordsMissed:
         return ',' + member("results", std::to_string(event.missed));
     default:
@@ -97,6 +100,12 @@ void EventPrinter::connection(const Connection &connection)
 {
     now_ = connection.moment;
     events_.set_connected(connection.kind, connection.connected, connection.moment.at);
+}
+
+void EventPrinter::verdict(const Moment &now, const Verdict &verdict)
+{
+    now_ = now;
+    events_.set_verdict(verdict, now.at);
 }
 
 void EventPrinter::tick(const Moment &now)

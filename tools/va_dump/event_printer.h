@@ -22,6 +22,7 @@ public:
     void print(const Record &record) override;
     std::optional<std::uint64_t> told() const override { return told_; }
     void connection(const Connection &connection) override;
+    void verdict(const Moment &now, const Verdict &verdict) override;
     void tick(const Moment &now) override;
     void finish(const Moment &now) override { tick(now); }
 

@@ -88,6 +88,13 @@ void JsonPrinter::connection(const Connection &connection)
                member("status", quoted(connection.status)) + '}');
 }
 
+void JsonPrinter::verdict(const Moment &now, const Verdict &verdict)
+{
+    write_line('{' + member("time", quoted(iso_text(now.time))) + ',' +
+               member("verdict", quoted(verdict.text)) + ',' +
+               member("exit_status", std::to_string(verdict.status)) + '}');
+}
+
 void JsonPrinter::print(const Record &record)
 {
     write_line(json_text(record, labels_));

@@ -10,14 +10,16 @@
 // word are in "rest", hexadecimal; both are there only when there are any.
 std::string json_text(const Record &record, bool labels);
 
-// One line for each record, and for each change of a connection one with "time", "stream",
-// "connected" and "status", the words for it.
+// One line for each record; for each change of a connection one with "time", "stream", "connected"
+// and "status", the words for it; for a daemon that is not well, or is again, one with "time",
+// "verdict" and the "exit_status" that goes with it.
 class JsonPrinter : public Printer
 {
 public:
     explicit JsonPrinter(bool labels) : labels_(labels) {}
     void print(const Record &record) override;
     void connection(const Connection &connection) override;
+    void verdict(const Moment &now, const Verdict &verdict) override;
 
 private:
     bool labels_;

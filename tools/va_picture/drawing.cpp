@@ -22,7 +22,8 @@ constexpr std::size_t event_columns = 2;
 constexpr int aged_after_ms = 3000;
 
 // Of Picture::State.
-constexpr const char *state_colours[] = {"#3fb950", "#ff9f43", "#ff3b30", "#ff9f43", "#35d0e6"};
+constexpr const char *state_colours[] = {"#3fb950", "#ff3b30", "#ff9f43",
+                                         "#ff3b30", "#ff9f43", "#35d0e6"};
 
 bool is_past(Picture::State state)
 {

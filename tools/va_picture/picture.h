@@ -20,6 +20,7 @@ struct Picture {
     // Whether what it shows is still so.
     enum class State {
         Live,    // a daemon is connected, however little it sends
+        Unwell,  // one that hangs or runs without analytics
         Waiting, // none was yet
         Gone,    // none any more
         Ended,   // nobody draws any more

@@ -92,11 +92,21 @@ void PicturePrinter::connection(const Connection &connection)
     events_.set_connected(connection.kind, connection.connected, connection.moment.at);
     connected_[index_of(connection.kind)] = connection.connected;
     if (is_connected()) {
-        state_ = Picture::State::Live;
-    } else if (state_ == Picture::State::Live) {
+        state_ = verdict_ == IS_WELL ? Picture::State::Live : Picture::State::Unwell;
+    } else if (state_ != Picture::State::Waiting) {
+        verdict_ = IS_WELL;
         state_ = Picture::State::Gone;
         gone_since_ = connection.moment.time;
     }
+    changed_ = true;
+}
+
+void PicturePrinter::verdict(const Moment &now, const Verdict &verdict)
+{
+    last_ = now;
+    events_.set_verdict(verdict, now.at);
+    verdict_ = verdict.status;
+    state_ = verdict_ == IS_WELL ? Picture::State::Live : Picture::State::Unwell;
     changed_ = true;
 }
 
@@ -169,6 +179,8 @@ std::string PicturePrinter::state_text(Picture::State state, const Moment &now) 
     switch (state) {
     case Picture::State::Live:
         return "live";
+    case Picture::State::Unwell:
+        return verdict_ == NO_ANALYTICS ? "runs without analytics" : "daemon hangs";
     case Picture::State::Waiting:
         return "waiting for the daemon";
     case Picture::State::Gone:

@@ -29,6 +29,7 @@ public:
     PicturePrinter(std::string path, From from, const std::string &still = "");
     void print(const Record &record) override;
     void connection(const Connection &connection) override;
+    void verdict(const Moment &now, const Verdict &verdict) override;
     void tick(const Moment &now) override;
     Elapsed due() const override;
     void finish(const Moment &now) override;
@@ -56,6 +57,7 @@ private:
 
     std::string path_;
     ConfSize frame_;
+    ExitStatus verdict_ = IS_WELL; // of the daemon that is connected
     Picture::State state_;
     TimePoint gone_since_{};
     std::vector<Shape> shapes_;

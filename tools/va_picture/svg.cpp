@@ -11,6 +11,20 @@ namespace
 
 constexpr double tag_margin = 6;
 
+std::string escaped(const std::string &text)
+{
+    std::string safe;
+    for (const char letter : text) {
+        if (letter == '&')
+            safe += "&amp;";
+        else if (letter == '<')
+            safe += "&lt;";
+        else
+            safe += letter;
+    }
+    return safe;
+}
+
 std::string base64(std::string_view bytes)
 {
     constexpr char digits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -38,7 +52,7 @@ std::string text_at(Point at, const char *style, const std::string &text, const 
 {
     return formatted("<text x='%.1f' y='%.1f' class='%s' text-anchor='%s'>", at.x, at.y, style,
                      anchor) +
-           text + "</text>\n";
+           escaped(text) + "</text>\n";
 }
 
 std::string jpeg_at(const Rectangle &place, const std::string &jpeg)
@@ -57,7 +71,7 @@ std::string rectangle(const Rectangle &place, const char *style)
 
 double tag_width(const std::string &text)
 {
-    constexpr double letter = 8.6; // of a wide sans-serif, bold
+    constexpr double letter = 9; // of a wide sans-serif, bold
     return letter * static_cast<double>(text.size()) + 2 * tag_margin;
 }
 

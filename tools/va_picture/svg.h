@@ -2,8 +2,7 @@
 
 #include <string>
 
-// Pieces of a drawing. Places and lengths are units of the drawing, y runs downwards; texts hold
-// nothing that has to be escaped.
+// Pieces of a drawing. Places and lengths are units of the drawing, y runs downwards.
 
 struct Point {
     double x;

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "tools/common/output.h"
+
+#include <string>
+
+// Tells a daemon from which nothing comes, since nothing is to be seen, from one that hangs or runs
+// without analytics: its status is asked when it has been silent for a while, and again every now
+// and then until something comes. What changes is said on standard error and to the printers.
+class Inquiry
+{
+public:
+    // `output` outlives it.
+    Inquiry(std::string directory, Output &output);
+
+    // Something came.
+    void heard(const Moment &now);
+
+    // Asks when it is time to, which takes two seconds at most, and that only of one that hangs.
+    // Call it several times a second. `connected`: the daemon is here.
+    void pass(const Moment &now, bool connected);
+
+private:
+    void take(const Moment &now, Verdict verdict);
+
+    std::string directory_;
+    Output &output_;
+    Elapsed due_;
+    ExitStatus told_ = IS_WELL;
+};
