@@ -51,7 +51,8 @@ std::string read_password(const std::string &path)
     std::string password(text, std::find(text, text + size, '\n'));
     if (password.ends_with('\r'))
         password.pop_back();
-    if (password.empty() || password.size() == sizeof text)
+    if (password.empty() || password.size() == sizeof text ||
+        password.find('\0') != std::string::npos)
         throw std::runtime_error(path + " holds no password in its first line, or a too long one");
     return password;
 }

@@ -18,8 +18,9 @@ void Outbox::add(Letter event)
 
 void Outbox::set(const std::string &topic, std::string payload)
 {
-    State &state = states_[topic];
-    if (state.payload == payload)
+    const auto [entry, is_new] = states_.try_emplace(topic);
+    State &state = entry->second;
+    if (!is_new && state.payload == payload)
         return;
     state.payload = std::move(payload);
     request(state);

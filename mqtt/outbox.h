@@ -19,8 +19,8 @@ public:
     explicit Outbox(std::size_t keep) : keep_(keep) {}
 
     void add(Letter event); // one that is retained changes its topic's state
-    void set(const std::string &topic, std::string payload);
-    void renew(); // all states wait again
+    void set(const std::string &topic, std::string payload); // waits unless it is the state
+    void renew();                                            // all states wait again
 
     bool is_empty() const { return pending_ == 0 && events_.empty(); }
     std::size_t size() const { return pending_ + events_.size(); }

@@ -28,10 +28,12 @@ const char *class_of(const Sighting &seen)
 
 Json box_of(const Sighting &seen)
 {
-    return {{"@left", seen.x},
-            {"@top", seen.y},
-            {"@right", seen.x + seen.width},
-            {"@bottom", seen.y + seen.height}};
+    const std::int64_t left = seen.x; // wide enough for the sums of what the chip may send
+    const std::int64_t top = seen.y;
+    return {{"@left", left},
+            {"@top", top},
+            {"@right", left + seen.width},
+            {"@bottom", top + seen.height}};
 }
 
 Json object_of(const Sighting &seen)

@@ -1,6 +1,7 @@
 #include "mqtt/publisher.h"
 
 #include "conf/conf_sensor.h"
+#include "conf/conf_vmf.h"
 #include "mqtt/discovery.h"
 #include "tools/common/standard_output.h"
 
@@ -163,12 +164,12 @@ void Publisher::take_event(const Event &event)
     }
 }
 
-// Not retained when the settings no longer have the area.
+// Retained only while the settings have the area: who would take it away otherwise?
 void Publisher::send_area(const AlarmRule &rule, bool inside, SystemTime time)
 {
     const std::string topic = topics_.area(rule);
-    broker_->send_event({topic, area_payload(rule, inside, time, settings_),
-                         !rule.number || areas_.contains(topic)});
+    broker_->send_event(
+        {topic, area_payload(rule, inside, time, settings_), areas_.contains(topic)});
 }
 
 void Publisher::take_frame(const Record &record)
@@ -208,20 +209,24 @@ void Publisher::read_scene()
         broker_->set_state(topic, payload);
 }
 
-// Of a new area it is told that nothing is inside; of one that is no longer there, nothing.
+// Of a new area it is told that nothing is inside; of one that is not there, nothing, also when it
+// went while nobody was here to tell.
 void Publisher::set_areas(std::span<const AlarmRule> rules)
 {
-    std::set<std::string> gone = std::exchange(areas_, {});
+    const std::set<std::string> before = std::exchange(areas_, {});
     for (const AlarmRule &rule : rules) {
         if (rule.source != AlarmRule::Source::Area)
             continue;
         const std::string topic = topics_.area(rule);
         areas_.insert(topic);
-        if (gone.erase(topic) == 0)
+        if (!before.contains(topic))
             broker_->set_state(topic, area_payload(rule, false, now_.time, settings_));
     }
-    for (const std::string &topic : gone)
-        broker_->set_state(topic, "");
+    for (int number = 0; number < CONF_OD_AREAS; ++number) {
+        const std::string topic = topics_.area({AlarmRule::Source::Area, 0, 0, number});
+        if (!areas_.contains(topic))
+            broker_->set_state(topic, "");
+    }
 }
 
 void Publisher::tell_losses()
