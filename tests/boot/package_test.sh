@@ -142,6 +142,7 @@ pack() {
 }
 
 leave() {
+    wait_until 0 grep 'populated 0' "$group/cgroup.events"
     find "$group" -depth -type d -exec rmdir {} +
     umount "$top/cgroup"
     rm -r "$top"
@@ -166,7 +167,7 @@ case $1 in
     cp "$2" "$top/scene"
     (
         echo $BASHPID >"$group/cgroup.procs"
-        exec timeout --foreground 300 unshare --mount --pid --fork --kill-child --cgroup --uts --ipc --net \
+        exec timeout --foreground --signal=KILL 300 unshare --mount --pid --fork --kill-child --cgroup --uts --ipc --net \
             "$life" --machine "$top"
     ) || status=$?
     echo "under systemd:"
