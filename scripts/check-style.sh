@@ -6,14 +6,17 @@ set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
 
 preset=clang # whose compile commands clang-tidy can read as they are
-product=(va conf ipc event util platform records tools mqtt)
+product=(va conf ipc event util platform records tools mqtt video)
 
 (($# == 0)) || die "usage: scripts/check-style.sh"
 
 require clang-format clang-tidy shellcheck groff-base
-require "${mqtt_packages[@]}"
-grep --quiet --fixed-strings mqtt/ "build/$preset/compile_commands.json" 2>/dev/null ||
-    configure "$preset" -DVA_MQTT=ON
+require "${mqtt_packages[@]}" "${video_packages[@]}"
+knows() {
+    grep --quiet --fixed-strings "/$1\"" "build/$preset/compile_commands.json" 2>/dev/null
+}
+{ knows mqtt/va_mqtt.cpp && knows video/main.cpp; } ||
+    configure "$preset" -DVA_MQTT=ON -DVA_VIDEO=ON
 
 say "clang-format"
 find . -path ./build -prune -o \( -name '*.h' -o -name '*.cpp' \) -print0 |

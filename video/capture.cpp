@@ -3,7 +3,6 @@
 #include <array>
 #include <cmath>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 namespace
@@ -43,8 +42,8 @@ bool is_live(const std::string &source)
     return is_device(source) || is_url(source);
 }
 
-Capture::Capture(cv::VideoCapture video, bool live)
-    : video_(std::move(video)),
+Capture::Capture(const cv::VideoCapture &video, bool live)
+    : video_(video),
       live_(live),
       rate_(video_.get(cv::CAP_PROP_FPS)),
       frames_(live ? 0 : whole(video_.get(cv::CAP_PROP_FRAME_COUNT)))
@@ -69,7 +68,7 @@ std::optional<Capture> Capture::open(const std::string &source)
         return {};
     // A recording on a web server has a length.
     const bool recorded = is_web(source) && whole(video.get(cv::CAP_PROP_FRAME_COUNT)) > 0;
-    return Capture(std::move(video), ::is_live(source) && !recorded);
+    return Capture(video, ::is_live(source) && !recorded);
 }
 
 // A raw stream has no times.

@@ -25,7 +25,7 @@ public:
     int frames() const { return frames_; } // in all, as the file says; 0: not known
 
 private:
-    Capture(cv::VideoCapture video, bool live);
+    Capture(const cv::VideoCapture &video, bool live);
 
     cv::VideoCapture video_;
     bool live_;

@@ -18,6 +18,7 @@ std::vector<Box> faces_in(cv::CascadeClassifier &classifier, const cv::Mat &grey
     std::vector<cv::Rect> found;
     classifier.detectMultiScale(grey, found, step_of_size, neighbours, 0, {least_side, least_side});
     std::vector<Box> boxes;
+    boxes.reserve(found.size());
     for (const cv::Rect2f rect : found)
         boxes.push_back({rect.x, rect.y, rect.width, rect.height});
     return boxes;

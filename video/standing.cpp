@@ -91,6 +91,7 @@ std::vector<StandingBox> StandingWatch::look(const cv::Mat &grey, VideoTime time
     learn(smooth, changed, time);
     last_ = time;
     std::vector<StandingBox> boxes;
+    boxes.reserve(things_.size());
     for (const Thing &thing : things_) {
         const cv::Rect2f box = thing.box;
         boxes.push_back({thing.key, {box.x, box.y, box.width, box.height}});
@@ -112,11 +113,12 @@ cv::Mat StandingWatch::long_unchanged(const cv::Mat &grey, const cv::Mat &change
 {
     const cv::Mat moved = difference_over(grey, reference_, same_within);
     grey.copyTo(reference_, moved);
-    unchanged_ += static_cast<double>(std::min(time - last_, longest_gap) / unit);
+    constexpr int long_enough = stands_after / unit;
+    const auto passed = static_cast<int>(std::min(time - last_, longest_gap) / unit);
+    unchanged_ += passed;
     unchanged_.setTo(0, moved | ~changed);
     cv::Mat unchanged;
-    cv::threshold(unchanged_, unchanged, static_cast<double>(stands_after / unit), 255,
-                  cv::THRESH_BINARY);
+    cv::threshold(unchanged_, unchanged, long_enough, 255, cv::THRESH_BINARY);
     cv::morphologyEx(unchanged, unchanged, cv::MORPH_CLOSE, round_element(5));
     return unchanged;
 }

@@ -84,6 +84,7 @@ double detail_of(const cv::Mat &picture)
 std::vector<float> brightness_of(const cv::Mat &picture)
 {
     std::vector<float> values;
+    values.reserve(cells.size());
     for (const cv::Rect &place : cells)
         values.push_back(static_cast<float>(cv::mean(picture(place))[0]));
     return values;
