@@ -203,9 +203,7 @@ TEST_F(HealthTest, TellsItsStatusWhenAsked)
     expect("setting.VideoAnalytics.DIS.Mf_cutf", ""); // of a module that is off
     expect("left_out.FaceDetection.F0.Left",
            "5 (no window: four places of 0 to 9999 that enclose an area)");
-    struct stat file;
-    EXPECT_EQ(0, lstat(files.file("run/status").c_str(), &file));
-    EXPECT_TRUE(S_ISREG(file.st_mode) && (file.st_mode & 0133) == 0);
+    EXPECT_TRUE(is_regular_file(std::filesystem::symlink_status(files.file("run/status"))));
     EXPECT_NE(string::npos, files.read("store").find("imx122")); // no link was followed
 
     files.store("CameraTampering.T0.gcAreaRate=32\n");
@@ -215,6 +213,13 @@ TEST_F(HealthTest, TellsItsStatusWhenAsked)
     expect("setting.CameraTampering.T0.gcAreaRate", "32");
     expect("left_out.FaceDetection.F0.Left",
            "5 (no window: four places of 0 to 9999 that enclose an area)"); // is not read again
+    std::filesystem::remove(files.file("run/status"));
+    std::filesystem::create_directory(files.file("run/status"));
+    pipe_write_str(files.file("run/ctrl").c_str(), "status\n");
+    EXPECT_TRUE(daemon.wait_for_log("VA: Can't write run/status: Is a directory.\n"));
+    EXPECT_FALSE(std::filesystem::exists(files.file("run/status.new")));
+    std::filesystem::remove(files.file("run/status"));
+    EXPECT_FALSE(ask().empty());
     EXPECT_TRUE(daemon.stop());
     EXPECT_FALSE(std::filesystem::exists(files.file("run/status")));
 }

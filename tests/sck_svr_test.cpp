@@ -229,6 +229,10 @@ TEST(SckSvr, WhatCannotBeServedIsClosedAndLeavesNothing)
     const Server server;
     LoopClient served(server.path);
     const auto before = open_descriptors();
+    sck_svr_t *other = nullptr;
+    const auto start = [&] { return sck_svr_init(&other, (server.path + '2').c_str(), 5) == 0; };
+    EXPECT_EQ(fail_each_allocation(start), 4);
+    sck_svr_release(&other);
     EXPECT_EQ(fail_each_allocation([&] { return !LoopClient(server.path).ended(); }), 5);
     cycle();
     for (int round = 0; round < 2; ++round) {

@@ -5,6 +5,8 @@
 #include "tests/support/store_file.h"
 #include "tests/support/wait.h"
 #include "tools/common/capture.h"
+#include "tools/common/text.h"
+#include "tools/common/verdict.h"
 #include "tools/va_dump/status_json.h"
 #include "tools/va_picture/picture_printer.h"
 #include "tools/va_picture/replace_file.h"
@@ -126,7 +128,7 @@ TEST(PictureTest, ShowsSettingsObjectsAndForASecondAlarms)
     };
     using std::chrono::milliseconds;
     const auto connect = [&](const char *stream, bool connected, Elapsed at) {
-        printer.connection({*find_stream(stream), {{}, at}, connected, "text"});
+        printer.connection({*find_stream(stream), {time_point(at), at}, connected, "text"});
         printer.tick({{}, at + milliseconds(50)});
     };
     EXPECT_TRUE(shows("class='gone'") && shows(">waiting for the daemon<"));
@@ -150,7 +152,10 @@ TEST(PictureTest, ShowsSettingsObjectsAndForASecondAlarms)
     printer.tick({{}, milliseconds(2100)});
     EXPECT_FALSE(shows(">static 8<") || shows(">line 1") || shows(">TAMPER<"));
     connect("od", false, milliseconds(2200));
-    EXPECT_TRUE(shows("class='gone'") && shows(">daemon gone since "));
+    EXPECT_TRUE(shows("class='gone'") &&
+                shows(">daemon gone since " + time_of_day(time_point(milliseconds(2200)))));
+    EXPECT_EQ(std::filesystem::status(store.path()).permissions(), // of an ordinary new file
+              std::filesystem::status(dir.file("picture")).permissions());
     EXPECT_NE(std::string::npos, read_file(dir.file("picture.js")).find("class='gone'"));
     ASSERT_EQ(0, mkfifo(dir.file("pipe").c_str(), 0600));
     EXPECT_THROW(replace_file(dir.file("pipe"), ""), std::system_error);
@@ -364,8 +369,12 @@ TEST(DumpTest, MakesAnObjectOfAStatus)
               R"("stream":{"od":{"client":{"1":{"process":-1.50}},"records":7}},)"
               R"("va":{"version":"1.2.3"}})",
               status_json(status, {IS_WELL, "well"}));
-    EXPECT_EQ(R"({"verdict":"gone","exit_status":4})",
-              status_json({DaemonStatus::Answer::Gone, "", {}}, {GONE, "gone"}));
+    const DaemonStatus hangs{DaemonStatus::Answer::Answered,
+                             "",
+                             {{"analytics.state", "hang"}, {"analytics.last_pass", "4.0"}}};
+    EXPECT_EQ(R"({"verdict":"the analytics of va hang, since 4.0 s","exit_status":5,)"
+              R"("analytics":{"last_pass":4.0,"state":"hang"}})",
+              status_json(hangs, judge(hangs)));
 }
 
 TEST(DumpTest, TellsAQuietSceneFromADaemonThatIsNotWell)
@@ -390,6 +399,7 @@ TEST(DumpTest, TellsAQuietSceneFromADaemonThatIsNotWell)
         EXPECT_TRUE(quiet.wait_for_log("sim: ta control"));
         expect(ask, IS_WELL, "\nta      runs");
         expect({"--metrics"}, IS_WELL, "\nva_stream_records_total{stream=\"ta\"} 0\n");
+        expect({"--metrics"}, IS_WELL, "\nva_stream_longest_seconds{stream=\"ta\"} 0e-6\n");
         expect(read, NO_RECORDS, "connected");
         quiet.signal(SIGSTOP);
         expect(ask, NO_ANSWER, "va does not answer: no answer in time");

@@ -199,10 +199,12 @@ TEST_F(VaModulesTest, ArePolledInOrderReconfiguredAndStopped)
     EXPECT_TRUE(wait_until([this] { return context.reconfig == 0; }));
     push_results();
     EXPECT_TRUE(wait_until([] { return calls_ending("_get_data").size() == 6; }));
+    sim_fail("ne3_val_od_cancel_data", 1, library_error);
     run([this] { return va_stop(&context); });
     thread.join();
 
     EXPECT_EQ(1, context.threadEnded);
+    EXPECT_LE(2, calls_of("ne3_val_od_cancel_data")); // tried again
     EXPECT_EQ(string::npos, log.find("get_data failed")) << log; // a cancelled read is no failure
     Names polls = calls_ending("_get_data");
     polls.resize(3);

@@ -97,5 +97,5 @@ bool Program::wait_for_log(const std::string &text, int times) const
 
 bool Program::wait_for_exit(int status)
 {
-    return wait_until([&] { return has_exited(status); });
+    return wait_until([&] { return has_exited(status) || ended_; }) && has_exited(status);
 }
