@@ -4,6 +4,7 @@
 #include "conf/window.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <span>
 
@@ -41,6 +42,22 @@ void leave_out(const Settings &settings, const char *why)
         conf_leaveOut(setting.key.text(), why);
 }
 
+template <class Record>
+bool is_in_range(const Record &record, const Setting<Record> &setting)
+{
+    return int_chk_range(record.*setting.field, setting.min, setting.max) != 0;
+}
+
+// One that is out of its range takes the others of its record along.
+template <class Record>
+void leave_out_of_range(const Record &record, const Setting<Record> &setting)
+{
+    char range[64];
+    std::snprintf(range, sizeof range, "out of its range, %d to %d", setting.min, setting.max);
+    conf_leaveOut(setting.key.text(),
+                  is_in_range(record, setting) ? "set together with one out of its range" : range);
+}
+
 template <class Record, std::size_t Count>
 void read_settings(Record &record, const Setting<Record> (&settings)[Count])
 {
@@ -48,11 +65,14 @@ void read_settings(Record &record, const Setting<Record> (&settings)[Count])
     record = {};
     for (const auto &setting : settings)
         record.*setting.field = store.number(setting.default_text, setting.key);
-    conclude(record, std::ranges::all_of(settings, [&](const auto &setting) {
-                 return int_chk_range(record.*setting.field, setting.min, setting.max) != 0;
-             }));
-    if (!record.valid)
-        leave_out(settings, out_of_range);
+    if (std::ranges::all_of(settings,
+                            [&](const auto &setting) { return is_in_range(record, setting); })) {
+        record.valid = 1;
+        return;
+    }
+    for (const auto &setting : settings)
+        leave_out_of_range(record, setting);
+    record = {};
 }
 
 // `Mask` is either record of a mask window.

@@ -62,6 +62,15 @@ void note(Key key, int index, const char *value, const char *default_text)
     conf_note(FullKey(key, index).text, value, default_text);
 }
 
+void note_number(Key key, int index, const char *value, const char *default_text)
+{
+    const char *end = nullptr;
+    parse_number(value, &end);
+    char doubtful[128];
+    std::snprintf(doubtful, sizeof doubtful, "%.90s (no number: counts as 0)", value);
+    note(key, index, end != value ? value : doubtful, default_text);
+}
+
 void leave_out_with(Key key, int index, const char *why)
 {
     FullKey full(key, index);

@@ -35,9 +35,10 @@ private:
     const char *text_;
 };
 
-// For the findings: what was read; and that it does not count, neither under this key nor under any
-// that differs from it behind the last dot alone.
+// For the findings: what was read, and of a number whether it is one; and that it does not count,
+// neither under this key nor under any that differs from it behind the last dot alone.
 void note(Key key, int index, const char *value, const char *default_text);
+void note_number(Key key, int index, const char *value, const char *default_text);
 void leave_out_with(Key key, int index, const char *why);
 
 // The line or area that the key is of became a filter.
@@ -53,11 +54,7 @@ class StoreReader
 public:
     const char *text(const char *default_text, Key key, int index = 0)
     {
-        buffer_[0] = '\0';
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-        nvram_get_with_buffer(buffer_, Size, default_text, key.text(), index);
-#pragma GCC diagnostic pop
+        read(default_text, key, index);
         if (tells == Tells::Yes)
             note(key, index, buffer_, default_text);
         return buffer_;
@@ -65,7 +62,10 @@ public:
 
     std::int32_t number(const char *default_text, Key key, int index = 0)
     {
-        return parse_number(text(default_text, key, index));
+        read(default_text, key, index);
+        if (tells == Tells::Yes)
+            note_number(key, index, buffer_, default_text);
+        return parse_number(buffer_);
     }
 
     std::int32_t flag(const char *default_text, Key key, int index = 0)
@@ -74,6 +74,15 @@ public:
     }
 
 private:
+    void read(const char *default_text, Key key, int index)
+    {
+        buffer_[0] = '\0';
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+        nvram_get_with_buffer(buffer_, Size, default_text, key.text(), index);
+#pragma GCC diagnostic pop
+    }
+
     char buffer_[Size];
 };
 
