@@ -48,8 +48,13 @@ CrossLine.C0.EndX=5000
 CrossLine.C0.EndY=9999
 END_OF_STORE
 export NVRAM_FILE=$folder/store
-printf 'listener %s 127.0.0.1\nallow_anonymous true\nuser %s\nmax_queued_messages 0\n' "$port" \
-    "$(id -un)" >mosquitto.conf
+cat >mosquitto.conf <<END_OF_BROKER
+listener $port 127.0.0.1
+allow_anonymous true
+user $(id -un)
+max_queued_messages 0
+set_tcp_nodelay true
+END_OF_BROKER
 
 # cpu_ticks PID
 cpu_ticks() {
@@ -111,7 +116,7 @@ run() {
     kill "$broker"
     wait "$broker" || true
     children=()
-    rm -f go *.log sent.* said.* # of which the next run waits for its own
+    rm -f go ./*.log sent.* said.* # of which the next run waits for its own
 }
 
 echo "                          frames          crossings   to subscriber, ms      broker        publisher"

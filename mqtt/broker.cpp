@@ -72,6 +72,7 @@ Broker::Broker(const Settings &settings, const Message &last_will)
     if (!handle)
         throw std::bad_alloc();
     mosquitto_threaded_set(handle, true);
+    mosquitto_int_option(handle, MOSQ_OPT_TCP_NODELAY, 1); // else what follows waits for 40 ms
     mosquitto_max_inflight_messages_set(handle, events_under_way);
     mosquitto_will_set(handle, last_will.topic.c_str(), static_cast<int>(last_will.payload.size()),
                        last_will.payload.data(), 1, last_will.retained);

@@ -47,6 +47,7 @@ protocol websockets
 http_dir $folder/page
 allow_anonymous true
 persistence false
+set_tcp_nodelay true
 user $(id -un)
 END
 }
