@@ -8,8 +8,8 @@ namespace
 
 constexpr VideoTime stands_after = 3000;
 constexpr VideoTime unit = 20; // in which that is counted, up to 255 of them
-constexpr VideoTime longest_gap =
-    500; // what a look counts for, at most: a source may have been away
+// What a look counts for, at most: a source may have been away.
+constexpr VideoTime longest_gap = 500;
 constexpr VideoTime hidden_limit = 10'000;
 constexpr VideoTime background_after = 300'000;
 
@@ -114,8 +114,9 @@ cv::Mat StandingWatch::long_unchanged(const cv::Mat &grey, const cv::Mat &change
     const cv::Mat moved = difference_over(grey, reference_, same_within);
     grey.copyTo(reference_, moved);
     constexpr int long_enough = stands_after / unit;
-    const auto passed = static_cast<int>(std::min(time - last_, longest_gap) / unit);
-    unchanged_ += passed;
+    uncounted_ += std::min(time - last_, longest_gap);
+    unchanged_ += static_cast<int>(uncounted_ / unit);
+    uncounted_ %= unit; // a look may be shorter
     unchanged_.setTo(0, moved | ~changed);
     cv::Mat unchanged;
     cv::threshold(unchanged_, unchanged, long_enough, 255, cv::THRESH_BINARY);

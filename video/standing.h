@@ -41,10 +41,11 @@ private:
     void find(const cv::Mat &grey, const cv::Mat &unchanged, VideoTime time);
     void absorb(const cv::Mat &grey, const cv::Rect &box);
 
-    cv::Mat background_; // 32-bit
-    cv::Mat expected_;   // the same in 8 bits
-    cv::Mat reference_;  // each pixel as it was when it changed last
-    cv::Mat unchanged_;  // for how long
+    cv::Mat background_;      // 32-bit
+    cv::Mat expected_;        // the same in 8 bits
+    cv::Mat reference_;       // each pixel as it was when it changed last
+    cv::Mat unchanged_;       // for how long
+    VideoTime uncounted_ = 0; // of that
     std::vector<Thing> things_;
     VideoTime begin_ = 0;
     VideoTime last_ = 0;
