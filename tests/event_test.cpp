@@ -240,7 +240,8 @@ struct SoftQueue : EventLoop {
     ~SoftQueue() override
     {
         free_soft_queue(&queue);
-        cycle(); // frees the events
+        const Event left = add(EVENT_FD, notes('l'));
+        EXPECT_TRUE(cycle().ends_with('l')) << "waits for a closed descriptor";
         EXPECT_EQ(open_descriptors(), descriptors);
     }
     void produce(std::uintptr_t first, std::uintptr_t last) const
