@@ -6,7 +6,8 @@
 stream=${1:?usage: client.sh STREAM [DIRECTORY]}
 directory=${2:-${VA_RUN_DIR:-/tmp/va_info}}
 
-# read_bytes COUNT: exactly so many, as decimal 32-bit words on one line; nothing at the end.
+# read_bytes COUNT: exactly so many, as decimal 32-bit words on one line; nothing at the end. By dd,
+# which takes no byte of the next record, and keeps none back as od would in a pipe of its own.
 read_bytes() {
     dd bs=1 count="$1" 2>/dev/null | od -A n -v -t u4 | tr -s '\n ' '  '
 }

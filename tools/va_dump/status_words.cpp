@@ -49,11 +49,12 @@ public:
 
     void add_settings(const char *title, const std::string &section)
     {
-        add(std::string("\n") + title);
+        std::string settings;
         for (const auto &[key, value] : status_.lines) {
             if (key.starts_with(section))
-                add("  " + key.substr(section.size()) + " = " + value);
+                settings += "\n  " + key.substr(section.size()) + " = " + value;
         }
+        add(std::string("\n") + title + (settings.empty() ? " none" : settings));
     }
 
     const std::string &text() const { return text_; }
