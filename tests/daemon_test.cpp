@@ -321,7 +321,7 @@ TEST_F(DaemonTest, LivesWithABadRunDirectory)
     std::filesystem::create_directories(files.file("run/ctrl/full"));
     expect_service("run/ctrl cannot be made anew: Directory not empty. ", "");
     std::filesystem::remove_all(files.file("run")); // made by the daemon, too late for the PID file
-    const mode_t mask = umask(0);
+    const mode_t mask = umask(S_IWGRP);
     expect_service("run: No such file or directory. ", "Can't open run/pid .\n");
     std::filesystem::remove(files.file("run/vmf"));
     std::filesystem::create_symlink("elsewhere", files.file("run/vmf"));
