@@ -4,6 +4,7 @@
 #include "tests/support/temp_dir.h"
 
 #include <algorithm>
+#include <deque>
 
 #include <gtest/gtest.h>
 
@@ -86,6 +87,12 @@ TEST_F(Spipe, ClientsComeWaitAndGo)
     EXPECT_EQ(spipe_s_getClientNumbers(server), 1);
     EXPECT_EQ(third.read(), "b");
     EXPECT_EQ(open_descriptors(), before + 3); // the listener and the ends of one connection
+    const rlimit more{FD_SETSIZE + 8, FD_SETSIZE + 8};
+    setrlimit(RLIMIT_NOFILE, &more);
+    std::deque<Fd> all; // and none is left that can be waited on
+    while (all.emplace_back(dup(STDIN_FILENO)) && all.back() < FD_SETSIZE) {
+    }
+    EXPECT_EQ(spipe_c_isConnect(first.client), 0);
 }
 
 TEST_F(Spipe, AStalledClientMissesBuffersTheOthersGet)

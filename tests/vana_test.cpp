@@ -63,6 +63,7 @@ TEST_F(VanaTest, RefusesBadFiles)
     } cases[] = {
         {"short header", good.substr(0, 127), good_work, no_header},
         {"over the end", firmware({8, at + 1, SIM_PROGRAM_SIZE}, plenty), good_work, no_program},
+        {"nothing to run", firmware({6, at, 0}, "vector"), good_work, no_program},
         {"truncated work data", good, good_work.substr(0, good_work.size() - 1), no_work},
     };
     ASSERT_EQ(0, va_cl_init());
