@@ -204,7 +204,7 @@ TEST_F(VaModulesTest, ArePolledInOrderReconfiguredAndStopped)
     thread.join();
 
     EXPECT_EQ(1, context.threadEnded);
-    EXPECT_LE(2, calls_of("ne3_val_od_cancel_data")); // tried again
+    EXPECT_LE(2, calls_of("ne3_val_od_cancel_data"));            // tried again
     EXPECT_EQ(string::npos, log.find("get_data failed")) << log; // a cancelled read is no failure
     Names polls = calls_ending("_get_data");
     polls.resize(3);
