@@ -22,15 +22,6 @@ say "clang-format"
 find . -path ./build -prune -o \( -name '*.h' -o -name '*.cpp' \) -print0 |
     xargs --null clang-format --dry-run -Werror
 
-# The files, without suffix, that include each other: a header and its source count as one.
-includes() {
-    grep --recursive --include='*.h' --include='*.cpp' '^#include "' "${product[@]}" |
-        sed --quiet 's/^\(.*\)\.[a-z]*:#include "\(.*\)\.h"$/\1 \2/p' | awk '$1 != $2'
-}
-
-say "include graph"
-circles=$(includes | tsort 2>&1 >/dev/null) || die "$circles"
-
 say "clang-tidy"
 find "${product[@]}" -name '*.cpp' -print0 |
     xargs --null --max-args=1 --max-procs="$jobs" clang-tidy -p "build/$preset" --quiet

@@ -42,7 +42,7 @@ void Inquiry::pass(const Moment &now, bool connected)
         take(now, judge(status));
 }
 
-void Inquiry::take(const Moment &now, Verdict verdict)
+void Inquiry::take(const Moment &now, const Verdict &verdict)
 {
     if (std::exchange(told_, verdict.status) == verdict.status)
         return;

@@ -21,7 +21,7 @@ public:
     void pass(const Moment &now, bool connected);
 
 private:
-    void take(const Moment &now, Verdict verdict);
+    void take(const Moment &now, const Verdict &verdict);
 
     std::string directory_;
     Output &output_;
