@@ -13,7 +13,7 @@ public:
     // `output` outlives it.
     Inquiry(std::string directory, Output &output);
 
-    // Something came.
+    // A record came; the end of a connection is none.
     void heard(const Moment &now);
 
     // Asks when it is time to, which takes two seconds at most, and that only of one that hangs.

@@ -42,10 +42,11 @@ public:
     }
 
     // One read.
-    void receive(const Moment &now, Output &output)
+    void receive(const Moment &now, Output &output, Inquiry &inquiry)
     {
         client_.receive([&](std::span<const std::uint8_t> payload) {
             tell_status(now, output); // of a connection that counts as one by its first record
+            inquiry.heard(now);
             return output.print({kind_, now.time, now.at, payload});
         });
         tell_status(now, output);
@@ -118,10 +119,8 @@ private:
     void receive_all()
     {
         for (std::size_t i = 0; i < streams_.size() && !output_.is_complete(); ++i) {
-            if (!polled_[i].revents)
-                continue;
-            inquiry_.heard(now());
-            streams_[i].receive(now(), output_);
+            if (polled_[i].revents)
+                streams_[i].receive(now(), output_, inquiry_);
         }
     }
 
