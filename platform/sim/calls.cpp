@@ -16,18 +16,21 @@ std::vector<std::string> Calls::names() const
     return {names_.begin(), names_.end()};
 }
 
-void Calls::plan_failure(std::string function, int nth, int error)
+void Calls::plan(std::string function, int nth, CallPlan plan)
 {
-    plans_.push_back({std::move(function), nth, error});
+    plans_.push_back({std::move(function), nth, plan});
 }
 
-std::optional<int> Calls::planned_failure(std::string_view function)
+CallPlan Calls::planned_for(std::string_view function)
 {
-    std::optional<int> error;
+    CallPlan planned{};
     for (Plan &plan : plans_) {
-        if (plan.function == function && --plan.calls_left == 0)
-            error = plan.error;
+        if (plan.function != function || --plan.calls_left != 0)
+            continue;
+        if (plan.what.error != 0)
+            planned.error = plan.what.error;
+        planned.hang += plan.what.hang;
     }
     std::erase_if(plans_, [](const Plan &plan) { return plan.calls_left <= 0; });
-    return error;
+    return planned;
 }

@@ -1,12 +1,18 @@
 #pragma once
 
+#include <chrono>
 #include <deque>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-// The calls made so far, and the failures planned for calls to come.
+// What is planned for a call.
+struct CallPlan {
+    int error;                      // with which it fails, without effect; 0: it does not
+    std::chrono::milliseconds hang; // for which it hangs before
+};
+
+// The calls made so far, and what is planned for calls to come.
 class Calls
 {
 public:
@@ -14,16 +20,16 @@ public:
     void note(const char *function);
     std::vector<std::string> names() const;
 
-    void plan_failure(std::string function, int nth, int error);
+    void plan(std::string function, int nth, CallPlan plan);
 
-    // Counts a call of `function` against the plans; the error when this call is to fail.
-    std::optional<int> planned_failure(std::string_view function);
+    // Counts a call of `function` against the plans; what is planned for this one.
+    CallPlan planned_for(std::string_view function);
 
 private:
     struct Plan {
         std::string function;
-        int calls_left; // the call that makes it 0 fails
-        int error;
+        int calls_left; // the call that makes it 0 is meant
+        CallPlan what;
     };
 
     std::deque<const char *> names_;

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <initializer_list>
+#include <thread>
 #include <utility>
 
 namespace
@@ -55,8 +56,8 @@ bool follow_scene(Memory &memory, const std::string &path)
     std::optional<Scene> scene = read_scene(path, clean);
     if (!scene)
         return false;
-    for (const PlannedFailure &failure : scene->failures)
-        memory.calls.plan_failure(failure.function, failure.nth, failure.error);
+    for (const PlannedCall &call : scene->calls)
+        memory.calls.plan(call.function, call.nth, call.plan);
     memory.frame = scene->frame;
     memory.source = source_of(*std::move(scene));
     if (memory.library_is_open())
@@ -87,6 +88,17 @@ bool LockedChip::wait(Module &module, Moment end)
     if (module.pending == &read)
         module.pending = nullptr;
     return !read.cancelled;
+}
+
+int LockedChip::begin(const char *function)
+{
+    const CallPlan plan = memory_.calls.planned_for(function);
+    if (plan.hang > plan.hang.zero()) {
+        lock_.unlock();
+        std::this_thread::sleep_for(plan.hang);
+        lock_.lock();
+    }
+    return plan.error;
 }
 
 void wake_reads()
@@ -125,7 +137,7 @@ bool sim_play_scene(const std::string &path)
 
 void sim_fail(const std::string &function, int nth, int error)
 {
-    LockedChip()->calls.plan_failure(function, nth, error);
+    LockedChip()->calls.plan(function, nth, {error, {}});
 }
 
 std::vector<std::string> sim_calls()

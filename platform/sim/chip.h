@@ -21,6 +21,10 @@ public:
     Memory &operator*() const { return memory_; }
     Memory *operator->() const { return &memory_; }
 
+    // Lets what is planned for this call of `function` happen; others get in while it hangs.
+    // Returns the error that is to take its place, 0: none.
+    int begin(const char *function);
+
     // Lets other threads in until `end` or until wake_reads() has been called since this was made
     // or waited last; false when the read was cancelled.
     bool wait(Module &module, Moment end);
@@ -61,8 +65,8 @@ int library_call(const char *function, Body body)
 {
     return with_chip([&](LockedChip &chip) {
         chip->calls.note(function);
-        const auto planned = chip->calls.planned_failure(function);
-        const int result = planned ? refuse(*planned) : body(*chip);
+        const int error = chip.begin(function);
+        const int result = error != 0 ? refuse(error) : body(*chip);
         wake_reads();
         return result;
     });
@@ -104,9 +108,9 @@ template <class Which, class Take>
 int read_call(const char *function, int prm, Which Memory::*which, Take take)
 {
     return with_chip([&](LockedChip &chip) {
-        const auto planned = chip->calls.planned_failure(function);
+        const int error = chip.begin(function);
         const int result =
-            planned ? refuse(*planned) : wait_for_result(chip, (*chip).*which, prm, take);
+            error != 0 ? refuse(error) : wait_for_result(chip, (*chip).*which, prm, take);
         if (result != no_result)
             chip->calls.note(function);
         return result;

@@ -41,7 +41,11 @@ constexpr Statement<Scene> settings[] = {
     {"feed N", [](Scene &scene, const Values &v) { scene.feed = v.word; }},
     {"fail F D W",
      [](Scene &scene, const Values &v) {
-         scene.failures.push_back({v.word, v[0], v[1]});
+         scene.calls.push_back({v.word, v[0], {v[1], {}}});
+     }},
+    {"hang F D D",
+     [](Scene &scene, const Values &v) {
+         scene.calls.push_back({v.word, v[0], {0, std::chrono::milliseconds(v[1])}});
      }},
 };
 

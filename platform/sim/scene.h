@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/sim/calls.h"
 #include "platform/sim/frame.h"
 #include "platform/sim/source.h"
 #include "records/records.h"
@@ -36,10 +37,10 @@ struct ScriptedFace {
     Interval shown;
 };
 
-struct PlannedFailure {
+struct PlannedCall {
     std::string function;
     int nth;
-    int error;
+    CallPlan plan;
 };
 
 struct Scene {
@@ -51,7 +52,7 @@ struct Scene {
     std::vector<ScriptedAlarm> alarms;
     std::vector<ScriptedObject> objects;
     std::vector<ScriptedFace> faces;
-    std::vector<PlannedFailure> failures;
+    std::vector<PlannedCall> calls;
 };
 
 // Reads a scene file; nothing when it cannot be read. `clean` tells whether every line counts;
