@@ -1,5 +1,6 @@
 #include "bench/median.h"
 #include "bench/quiet.h"
+#include "event/event_owner.h"
 #include "event/soft_queue.h"
 #include "ipc/client/frame_reader.h"
 #include "ipc/network/sck_svr.h"
@@ -47,7 +48,7 @@ public:
     {
         for (std::uint32_t i = 0; i < clients_.size(); ++i) {
             epoll_event readable{EPOLLIN, {.u32 = i}};
-            epoll_ctl(epoll_, EPOLL_CTL_ADD, clients_[i], &readable);
+            epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, clients_[i].get(), &readable);
         }
         thread_ = std::jthread([this](const std::stop_token &stop) { run(stop); });
     }
@@ -69,7 +70,7 @@ private:
     {
         epoll_event ready[64];
         while (!stop.stop_requested()) {
-            const int count = epoll_wait(epoll_, ready, 64, 10);
+            const int count = epoll_wait(epoll_.get(), ready, 64, 10);
             for (int i = 0; i < count; ++i)
                 read_all(ready[i].data.u32);
         }
@@ -77,7 +78,7 @@ private:
     void read_all(std::size_t client)
     {
         std::uint8_t bytes[4096];
-        const ssize_t got = recv(clients_[client], bytes, sizeof bytes, MSG_DONTWAIT);
+        const ssize_t got = recv(clients_[client].get(), bytes, sizeof bytes, MSG_DONTWAIT);
         if (got <= 0)
             return;
         frames_[client].append({bytes, static_cast<std::size_t>(got)});
@@ -145,7 +146,7 @@ private:
     const std::string path_ = dir_.file("od");
     sck_svr_t *server_ = new_server();
     soft_queue *wake_ = va_new_wake();
-    event_owner bound_{add_timer_event(100, 0, null_timer, nullptr)};
+    va::EventOwner bound_{add_timer_event(100, 0, null_timer, nullptr)};
     std::jthread loop_;
 };
 

@@ -20,7 +20,7 @@ private:
     static void print_to(const Fd &fd)
     {
         std::fflush(stdout);
-        dup2(fd, STDOUT_FILENO);
+        dup2(fd.get(), STDOUT_FILENO);
     }
 
     Fd output_{dup(STDOUT_FILENO)};

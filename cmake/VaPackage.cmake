@@ -12,13 +12,13 @@ set_target_properties(vaipc PROPERTIES LINKER_LANGUAGE CXX)
 target_compile_features(vaipc PUBLIC cxx_std_20)
 target_link_libraries(vaipc PUBLIC Threads::Threads)
 target_sources(vaipc PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FILES
-    event/clock.h event/event.h event/soft_queue.h
+    event/clock.h event/event.h event/loop.h event/soft_queue.h
     ipc/client/daemon_status.h ipc/client/frame_reader.h ipc/client/stream_client.h
     ipc/msg/msg.h ipc/msg/msgcmd.h
     ipc/network/sck_buf.h ipc/network/sck_svr.h ipc/network/socket.h
     ipc/network/spipe.h
     records/records.h
-    util/guarded.h util/owner.h util/sequence_pool.h util/util.h)
+    util/guarded.h util/sequence_pool.h util/util.h)
 target_sources(vaipc PUBLIC FILE_SET generated TYPE HEADERS
     BASE_DIRS ${PROJECT_BINARY_DIR}/generated
     FILES ${PROJECT_BINARY_DIR}/generated/ipc/client/run_dir.h)

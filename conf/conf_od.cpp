@@ -156,15 +156,17 @@ int conf_getODDoParamSetConf(ODDoParamSetConf *conf)
     conf->maxSizeY = max.height;
     conclude(*conf, int_chk_range(conf->subth, 0, max_sensitivity) &&
                         all_in_range({min.width, min.height, max.width, max.height}, 1, max_size));
-    if (!conf->valid)
-        conf_leaveOutODDoParamSetConf(out_of_range);
+    if (!conf->valid) {
+        for (const Key key : dynamic_keys)
+            conf_leaveOut(key.text(), out_of_range);
+    }
     return 0;
 }
 
-void conf_leaveOutODDoParamSetConf(const char *why)
+void conf_useODDoParamSetConf(const char *why_not)
 {
     for (const Key key : dynamic_keys)
-        conf_leaveOut(key.text(), why);
+        conf_use(key.text(), why_not);
 }
 
 int conf_getODSoParamInitConf(ODSoParamInitConf *conf)
@@ -187,9 +189,10 @@ int conf_getODSoParamSetConf(ODSoParamSetConf *conf)
     return 0;
 }
 
-void conf_leaveOutStaticSizes(const char *why)
+void conf_useStaticSizes(const char *why_not)
 {
-    leave_out(std::span(static_settings).last<4>(), why);
+    for (const auto &setting : std::span(static_settings).last<4>())
+        conf_use(setting.key.text(), why_not);
 }
 
 int conf_getMotionConfig(MotionConfig *conf, int n)

@@ -123,6 +123,6 @@ int conf_compareODSoParamSetConf(const ODSoParamSetConf *a, const ODSoParamSetCo
 int conf_compareMotionConfig(const MotionConfig *a, const MotionConfig *b);
 int conf_comparePrivacyMaskConfig(const PrivacyMaskConfig *a, const PrivacyMaskConfig *b);
 
-// What is left out where the record is used, for conf/findings.h.
-void conf_leaveOutODDoParamSetConf(const char *why);
-void conf_leaveOutStaticSizes(const char *why); // of ODSoParamSetConf
+// Where the record is used, for conf/findings.h: whether it is (null), or why not.
+void conf_useODDoParamSetConf(const char *why_not);
+void conf_useStaticSizes(const char *why_not); // of ODSoParamSetConf

@@ -43,10 +43,14 @@ void ConfFindings::tell(What what)
 void ConfFindings::note(const char *key, const char *value, const char *default_text)
 {
     const bool is_default = std::strcmp(value, default_text) == 0;
-    if (is_default && is_none(default_text))
+    if (is_default && is_none(default_text)) {
         settings_.erase(key);
-    else
-        settings_[key] = {value, is_default, ""};
+        return;
+    }
+    Setting &setting = settings_[key];
+    setting.value = value;
+    setting.is_default = is_default;
+    setting.why_not.clear();
 }
 
 void ConfFindings::leave_out(const char *key, const char *why)
@@ -72,6 +76,15 @@ void conf_note(const char *key, const char *value, const char *default_text)
 void conf_leaveOut(const char *key, const char *why)
 {
     ConfFindings::tell([=](ConfFindings &findings) { findings.leave_out(key, why); });
+}
+
+void conf_use(const char *key, const char *why_not)
+{
+    ConfFindings::tell([=](ConfFindings &findings) {
+        const auto setting = findings.settings_.find(key);
+        if (setting != findings.settings_.end())
+            setting->second.unfit = why_not ? why_not : "";
+    });
 }
 
 void conf_leaveOutGroup(const char *beginning, const char *why)

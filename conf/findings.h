@@ -12,7 +12,10 @@ public:
     struct Setting {
         std::string value; // the store's, or the default
         bool is_default;
-        std::string why_not; // empty: it is in use
+        std::string why_not; // it was read; empty: it counts
+        std::string unfit;   // it was used; empty: it could be
+
+        bool in_use() const { return why_not.empty() && unfit.empty(); }
     };
 
     struct Filter {
@@ -41,6 +44,7 @@ public:
 private:
     friend void conf_note(const char *key, const char *value, const char *default_text);
     friend void conf_leaveOut(const char *key, const char *why);
+    friend void conf_use(const char *key, const char *why_not);
     friend void conf_leaveOutGroup(const char *beginning, const char *why);
     friend void conf_noteFilter(int number, const char *name, std::int32_t event, int bit);
     friend void conf_noteFilterNum(int count);
@@ -65,6 +69,10 @@ void conf_note(const char *key, const char *value, const char *default_text);
 // not count; `why` is for people.
 void conf_leaveOut(const char *key, const char *why);
 void conf_leaveOutGroup(const char *beginning, const char *why);
+
+// What was read under the key is used (null), or is not, for this reason. It stays so, also when
+// the same is read again, until told otherwise.
+void conf_use(const char *key, const char *why_not);
 
 // Filter `number` was made of the line or area that is called so; there are `count` filters.
 void conf_noteFilter(int number, const char *name, std::int32_t event, int bit);

@@ -1,28 +1,40 @@
-#include "event/event.h"
+#include "event/loop.h"
 
 #include "event/due_time.h"
 #include "event/list.h"
+#include "event/make_event.h"
 #include "util/guarded.h"
+#include "util/shared.h"
 
 #include <algorithm>
+#include <atomic>
+#include <cassert>
 #include <cstdint>
-#include <mutex>
 #include <new>
 #include <utility>
 
+#include <pthread.h>
 #include <sys/select.h>
 
-std::atomic<int> end_loop{0};
+int end_loop;
 
 namespace
 {
 
-static_assert(std::atomic<int>::is_always_lock_free, "written by a signal handler");
+// What an event has besides the described record, which it is allocated with.
+struct Event : event {
+    bool given; // the timer's due time was given: it does not follow a clock that is set back
+};
+
+Event *own(event *entry)
+{
+    return static_cast<Event *>(entry);
+}
 
 constexpr int no_timeout = -1;
 
 // Innermost lock of the process: nothing else is locked while it is held.
-std::mutex event_mutex;
+pthread_mutex_t event_mutex = PTHREAD_MUTEX_INITIALIZER;
 // The three pending lists, newest first like the loop's own.
 event *tmp_fd_event_list VA_GUARDED_BY(event_mutex);
 event *tmp_time_event_list VA_GUARDED_BY(event_mutex);
@@ -36,11 +48,33 @@ timeval cycle_start; // the clock as the current cycle read it; loop thread only
 // Set after an event was marked removed: the loop's lists may hold one to strip.
 std::atomic<bool> any_removed{false};
 
+// For asserts, which debug builds have.
+std::atomic<bool> loop_runs{false};
+thread_local bool runs_loop = false;
+
+class LoopRun
+{
+public:
+    LoopRun()
+    {
+        [[maybe_unused]] const bool other = loop_runs.exchange(true);
+        assert(!other && "a loop runs already, perhaps the one that calls back");
+        runs_loop = true;
+    }
+    ~LoopRun()
+    {
+        runs_loop = false;
+        loop_runs = false;
+    }
+    LoopRun(const LoopRun &) = delete;
+    LoopRun &operator=(const LoopRun &) = delete;
+};
+
 // Without a barrier: the bits say what to do, the locks of those who set them guard what it is
 // done with.
 std::uint32_t flags_of(const event *entry)
 {
-    return entry->flags.load(std::memory_order_relaxed);
+    return va::load_shared(entry->flags, std::memory_order_relaxed);
 }
 
 bool has_flag(const event *entry, std::uint32_t flag)
@@ -52,7 +86,7 @@ bool has_flag(const event *entry, std::uint32_t flag)
 void change_flags(event *entry, std::uint32_t set, std::uint32_t clear)
 {
     std::uint32_t flags = flags_of(entry);
-    while (!entry->flags.compare_exchange_weak(flags, (flags | set) & ~clear)) {
+    while (!va::shared(entry->flags).compare_exchange_weak(flags, (flags | set) & ~clear)) {
     }
 }
 
@@ -73,14 +107,9 @@ std::uint32_t first_flags(unsigned flags)
     return flags & EVENT_ASLEEP ? flags & ~(EVENT_ASLEEP | EVENT_ENABLED) : flags | EVENT_ENABLED;
 }
 
-event *new_event_of(std::int32_t type, unsigned flags, event_callback callback, void *arg)
+bool loop_is_to_end()
 {
-    event *created = new_event(callback, arg);
-    if (created) {
-        created->type = type;
-        created->flags = first_flags(flags);
-    }
-    return created;
+    return va::load_shared(end_loop) != 0;
 }
 
 void take_in_pending()
@@ -98,12 +127,16 @@ void take_in_pending()
 // cycle hardly a bit changes, and a locked instruction costs more than the rest of the walk.
 bool arm(event *entry)
 {
-    const std::uint32_t state = flags_of(entry) & (EVENT_ENABLED | EVENT_ARMED);
-    if (state == EVENT_ENABLED)
-        entry->flags |= EVENT_ARMED;
-    else if (state == EVENT_ARMED)
-        entry->flags &= ~EVENT_ARMED;
-    return state & EVENT_ENABLED;
+    const std::uint32_t flags = flags_of(entry);
+    const bool removed = flags & EVENT_REMOVED;
+    const bool enabled = (flags & EVENT_ENABLED) && !removed;
+    if (removed)
+        any_removed = true; // by its bit, it may be
+    if (enabled && !(flags & EVENT_ARMED))
+        va::shared(entry->flags) |= EVENT_ARMED;
+    else if (!enabled && (flags & EVENT_ARMED))
+        va::shared(entry->flags) &= ~EVENT_ARMED;
+    return enabled;
 }
 
 // Milliseconds until the first due time, or no_timeout. One reading of the clock serves the step
@@ -115,7 +148,8 @@ int arm_timers()
     const timeval previous = std::exchange(cycle_start, now);
     int timeout = no_timeout;
     for (event *timer = time_event_list; timer; timer = timer->next) {
-        timer->when = va::follow_clock(timer->when, timer->interval, timer->given, now, previous);
+        timer->when =
+            va::follow_clock(timer->when, timer->interval, own(timer)->given, now, previous);
         if (!arm(timer))
             continue;
         const int remaining = va::remaining_ms(timer->when, now);
@@ -168,7 +202,7 @@ void wait_ready(DescriptorSets &sets, int timeout)
 
 void mark_removed(event *entry)
 {
-    entry->flags |= EVENT_REMOVED;
+    va::shared(entry->flags) |= EVENT_REMOVED;
     any_removed = true;
 }
 
@@ -188,12 +222,12 @@ bool is_due(const event *timer)
 void start_next_period(event *timer)
 {
     time_add(&timer->when, timer->interval);
-    timer->given = false;
+    own(timer)->given = false;
 }
 
 void dispatch_timers()
 {
-    for (event *timer = time_event_list; timer && !end_loop; timer = timer->next) {
+    for (event *timer = time_event_list; timer && !loop_is_to_end(); timer = timer->next) {
         if (!has_flag(timer, EVENT_ARMED) || !is_due(timer))
             continue;
         // Before the callback, so that it may set another interval, or another due time. Not with
@@ -209,7 +243,7 @@ void dispatch_timers()
 template <class Ready>
 void dispatch_list(event *list, Ready ready)
 {
-    for (event *entry = list; entry && !end_loop; entry = entry->next) {
+    for (event *entry = list; entry && !loop_is_to_end(); entry = entry->next) {
         if (!has_flag(entry, EVENT_ARMED) || !ready(entry))
             continue;
         if (has_flag(entry, EVENT_ONESHOT))
@@ -246,23 +280,29 @@ void run_cycle()
 
 int event_loop(int once)
 {
-    end_loop = 0;
+    const LoopRun run;
+    va::shared(end_loop) = 0;
     do {
         run_cycle();
-    } while (!once && !end_loop);
-    return once | end_loop;
+    } while (!once && !loop_is_to_end());
+    return once | va::load_shared(end_loop);
 }
 
 void exit_event_loop()
 {
-    end_loop = 1;
+    va::shared(end_loop) = 1;
+}
+
+bool is_loop_thread()
+{
+    return runs_loop || !loop_runs;
 }
 
 event *add_fd_event(int fd, int write, unsigned flags, event_callback callback, void *arg)
 {
     if (fd < 0 || fd >= FD_SETSIZE)
         return nullptr;
-    event *added = new_event_of(EVENT_FD, flags, callback, arg);
+    event *added = va::make_event(EVENT_FD, flags, callback, arg);
     if (!added)
         return nullptr;
     added->fd = fd;
@@ -273,7 +313,8 @@ event *add_fd_event(int fd, int write, unsigned flags, event_callback callback, 
 
 event *add_timer_event(int interval, unsigned flags, event_callback callback, void *arg)
 {
-    event *added = new_event_of(EVENT_TIMER, flags, callback, arg);
+    assert(interval >= 1);
+    event *added = va::make_event(EVENT_TIMER, flags, callback, arg);
     if (!added)
         return nullptr;
     added->interval = interval;
@@ -284,18 +325,18 @@ event *add_timer_event(int interval, unsigned flags, event_callback callback, vo
 
 event *add_alarm_event(const timeval *when, unsigned flags, event_callback callback, void *arg)
 {
-    event *added = new_event_of(EVENT_TIMER, flags | EVENT_ONESHOT, callback, arg);
+    event *added = va::make_event(EVENT_TIMER, flags | EVENT_ONESHOT, callback, arg);
     if (!added)
         return nullptr;
     added->when = *when;
-    added->given = true;
+    own(added)->given = true;
     add(&tmp_time_event_list, added);
     return added;
 }
 
 event *add_always_event(unsigned flags, event_callback callback, void *arg)
 {
-    event *added = new_event_of(EVENT_ALWAYS, flags, callback, arg);
+    event *added = va::make_event(EVENT_ALWAYS, flags, callback, arg);
     if (added)
         add(&tmp_always_event_list, added);
     return added;
@@ -316,9 +357,9 @@ void set_event_enabled(event *handle, int on)
     if (get_event_enabled(handle) == (on != 0))
         return;
     if (on)
-        handle->flags |= EVENT_ENABLED;
+        va::shared(handle->flags) |= EVENT_ENABLED;
     else
-        handle->flags &= ~EVENT_ENABLED;
+        va::shared(handle->flags) &= ~EVENT_ENABLED;
 }
 
 int get_event_enabled(const event *handle)
@@ -328,20 +369,22 @@ int get_event_enabled(const event *handle)
 
 void resched_event(event *timer, const timeval *when)
 {
+    assert(timer->type == EVENT_TIMER && is_loop_thread());
     if (when) {
         timer->when = *when;
-        timer->given = true;
+        own(timer)->given = true;
     } else if (get_event_enabled(timer)) {
         time_add(&timer->when, timer->interval);
     } else {
         time_future(&timer->when, timer->interval);
-        timer->given = false;
+        own(timer)->given = false;
     }
     change_flags(timer, EVENT_ENABLED, EVENT_REMOVED);
 }
 
 void set_event_interval(event *timer, int ms)
 {
+    assert(timer->type == EVENT_TIMER && ms >= 1 && is_loop_thread());
     timer->interval = ms;
     if (get_event_enabled(timer))
         resched_event(timer, nullptr);
@@ -353,7 +396,7 @@ void strip_events(event **head)
     for (event *entry = *head; entry; entry = next) {
         next = entry->next;
         // With the barrier: the thread that removed it has done with it.
-        if (!(entry->flags.load(std::memory_order_acquire) & EVENT_REMOVED))
+        if (!(va::load_shared(entry->flags, std::memory_order_acquire) & EVENT_REMOVED))
             continue;
         if (entry->next)
             entry->next->prev = entry->prev;
@@ -361,16 +404,31 @@ void strip_events(event **head)
             entry->prev->next = entry->next;
         else
             *head = entry->next;
-        delete entry;
+        va::free_event(entry);
     }
 }
 
 event *new_event(event_callback callback, void *arg)
 {
-    auto *created = new (std::nothrow) event{};
+    auto *created = new (std::nothrow) Event{};
     if (created) {
         created->callback = callback;
         created->arg = arg;
     }
     return created;
+}
+
+event *va::make_event(std::int32_t type, unsigned flags, event_callback callback, void *arg)
+{
+    event *made = new_event(callback, arg);
+    if (made) {
+        made->type = type;
+        made->flags = first_flags(flags);
+    }
+    return made;
+}
+
+void va::free_event(event *made)
+{
+    delete own(made);
 }

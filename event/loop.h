@@ -1,14 +1,13 @@
 #pragma once
 
 #include "event/clock.h"
-#include "util/owner.h"
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 // A single-threaded select() reactor: descriptor, timer, alarm and always events. What carries
-// items from other threads into it is in event/soft_queue.h.
+// items from other threads into it is in event/soft_queue.h. event/event.h has both.
 //
 // One thread, the loop thread, calls event_loop(); every callback runs on it, one after another,
 // with no lock held. Any thread may add events and enable or disable them; such a change takes part
@@ -56,13 +55,17 @@ inline constexpr unsigned EVENT_ASLEEP = 1U << 31;
 // remove_event(), or until the cycle of a one-shot's dispatch ends; drop it then. All fields but
 // `flags` belong to the loop thread once the event has been added. A descriptor callback finds its
 // descriptor in info->event->fd.
+//
+// Threads change `flags` by the operations below alone, which keep each other's bits. On the loop
+// thread EVENT_REMOVED may also be set as it stands: the event is freed at the end of the next
+// cycle, and not called in it.
 struct event {
     event *prev;
     event *next;
     event_callback callback;
     void *arg;
     std::int32_t type;
-    std::atomic<std::uint32_t> flags; // atomic, so that threads keep each other's bits
+    std::uint32_t flags;
     __extension__ union {
         struct {
             std::int32_t fd;
@@ -72,13 +75,12 @@ struct event {
         soft_queue *queue; // owner of a soft-queue event
     };
     std::int32_t interval; // timer period, ms; 0 for alarms
-
-    bool given; // the timer's due time was given: it does not follow a clock that is set back
 };
 
-static_assert(std::atomic<std::uint32_t>::is_always_lock_free);
+static_assert(std::is_standard_layout_v<event> && std::is_trivially_copyable_v<event>);
 static_assert(sizeof(void *) != 4 || sizeof(timeval) != 8 ||
-              (offsetof(event, flags) == 20 && offsetof(event, interval) == 32));
+              (offsetof(event, flags) == 20 && offsetof(event, interval) == 32 &&
+               sizeof(event) == 36));
 
 // Runs cycles on the calling thread until exit_event_loop(); with `once` non-zero exactly one
 // cycle. Without an enabled timer or always event a cycle waits for descriptors without limit. A
@@ -91,8 +93,13 @@ int event_loop(int once);
 // descriptor or a signal handled on its own thread ends the wait.
 void exit_event_loop();
 
-// Non-zero from exit_event_loop() until the next event_loop() call.
-extern std::atomic<int> end_loop;
+// Non-zero from exit_event_loop() until the next event_loop() call. Read-only for users, on the
+// loop thread.
+extern int end_loop;
+
+// Whether the calling thread may do what is the loop thread's: it runs the loop, or nobody does.
+// For asserts.
+bool is_loop_thread();
 
 // The add operations may be called from any thread and leave the event enabled, unless they are
 // given EVENT_ASLEEP. `flags` is this, EVENT_ONESHOT, both or 0 (EVENT_ENABLED is tolerated). `arg`
@@ -141,6 +148,3 @@ void strip_events(event **head);
 // An event on no list, without type and flags, the caller's until it is put on one; null when
 // memory is short.
 event *new_event(event_callback callback, void *arg);
-
-// An event that is removed with what owns it; else it is used like the pointer.
-using event_owner = va::Owner<event, remove_event>;

@@ -1,7 +1,12 @@
 #include "event/soft_queue.h"
 
 #include "event/list.h"
+#include "event/make_event.h"
+#include "util/fd.h"
+#include "util/owner.h"
+#include "util/shared.h"
 
+#include <cassert>
 #include <cerrno>
 #include <limits>
 #include <memory>
@@ -13,6 +18,22 @@
 
 namespace
 {
+
+// What a queue has besides the described record, which it is allocated with.
+struct Queue : soft_queue {
+    explicit Queue(std::size_t count) : soft_queue{}, slots(new (std::nothrow) sq_node[count])
+    {
+        pthread_mutex_init(&mutex, nullptr);
+        pthread_cond_init(&cond, nullptr);
+        pipe_read = -1;
+        pipe_write = -1;
+    }
+    ~Queue();
+    Queue(const Queue &) = delete;
+    Queue &operator=(const Queue &) = delete;
+
+    va::Array<sq_node> slots;
+};
 
 sq_node *take_head(sq_node **list)
 {
@@ -54,9 +75,19 @@ std::uintptr_t take_item(soft_queue &queue) VA_REQUIRES(queue.mutex)
 
 void close_pipe(soft_queue &queue) VA_REQUIRES(queue.mutex)
 {
-    queue.pipe_event.reset();
-    queue.pipe_read.reset();
-    queue.pipe_write.reset();
+    remove_event(std::exchange(queue.pipe_event, nullptr));
+    for (std::int32_t *end : {&queue.pipe_read, &queue.pipe_write})
+        va::Fd(std::exchange(*end, -1)).reset();
+}
+
+Queue::~Queue()
+{
+    close_pipe(*this);
+    for (event *listener = events; listener; listener = listener->next)
+        remove_event(listener);
+    strip_events(&events);
+    pthread_cond_destroy(&cond);
+    pthread_mutex_destroy(&mutex);
 }
 
 // Non-blocking, since the bytes are written and read under the mutex that the other side needs.
@@ -65,9 +96,9 @@ bool open_pipe(soft_queue &queue) VA_REQUIRES(queue.mutex)
     int ends[2];
     if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) == -1)
         return false;
-    queue.pipe_read.reset(ends[0]);
-    queue.pipe_write.reset(ends[1]);
-    queue.pipe_event.reset(add_fd_event(queue.pipe_read, 0, 0, sq_run, &queue));
+    queue.pipe_read = ends[0];
+    queue.pipe_write = ends[1];
+    queue.pipe_event = add_fd_event(queue.pipe_read, 0, 0, sq_run, &queue);
     if (!queue.pipe_event)
         close_pipe(queue);
     return queue.pipe_event;
@@ -98,11 +129,8 @@ soft_queue *new_soft_queue(int slots)
     const std::size_t count = slots < 1 ? 0 : static_cast<std::size_t>(slots);
     if (count > max_slots)
         return nullptr;
-    std::unique_ptr<soft_queue> queue(new (std::nothrow) soft_queue{});
-    if (!queue)
-        return nullptr;
-    queue->slots.reset(new (std::nothrow) sq_node[count]);
-    if (!queue->slots)
+    std::unique_ptr<Queue> queue(new (std::nothrow) Queue(count));
+    if (!queue || !queue->slots)
         return nullptr;
     va::assume_locked(queue->mutex);
     for (std::size_t i = 0; i < count; ++i)
@@ -122,26 +150,24 @@ int soft_queue_add(soft_queue *queue, std::uintptr_t item)
     node->item = item;
     append(&queue->pending, node);
     if (!queue->pipe_event)
-        queue->cond.notify_one();
+        pthread_cond_signal(&queue->cond);
     return 0;
 }
 
 std::uintptr_t get_next_event(soft_queue *queue)
 {
-    va::UniqueLock lock(queue->mutex);
+    const va::ScopedLock lock(queue->mutex);
     if (!queue->pending)
-        queue->cond.wait(lock);
+        pthread_cond_wait(&queue->cond, &queue->mutex);
     return take_item(*queue);
 }
 
 event *add_softqueue_event(soft_queue *queue, unsigned flags, event_callback callback, void *arg)
 {
-    std::unique_ptr<event> created(new_event(callback, arg));
+    va::Owner<event, va::free_event> created(va::make_event(EVENT_SOFTQUEUE, flags, callback, arg));
     if (!created)
         return nullptr;
     created->queue = queue;
-    created->type = EVENT_SOFTQUEUE;
-    created->flags = flags | EVENT_ENABLED;
     const va::ScopedLock lock(queue->mutex);
     if (!queue->pipe_event && !open_pipe(*queue))
         return nullptr;
@@ -152,22 +178,23 @@ event *add_softqueue_event(soft_queue *queue, unsigned flags, event_callback cal
 std::int32_t sq_run(event_info *, void *queue_arg)
 {
     auto *queue = static_cast<soft_queue *>(queue_arg);
-    va::UniqueLock lock(queue->mutex);
+    assert(is_loop_thread());
+    const va::ScopedLock lock(queue->mutex);
     const Wake wake = read_wake_byte(*queue);
     if (wake == Wake::End)
         close_pipe(*queue);
     if (wake != Wake::Byte)
         return 0;
     event_info info{nullptr, EVENT_SOFTQUEUE, take_item(*queue)};
-    for (event *listener = queue->events; listener && !end_loop; listener = listener->next) {
+    event *listener = queue->events;
+    for (; listener && !va::load_shared(end_loop); listener = listener->next) {
         if (!get_event_enabled(listener))
             continue;
-        if (listener->flags & EVENT_ONESHOT)
-            listener->flags |= EVENT_REMOVED;
+        if (va::load_shared(listener->flags) & EVENT_ONESHOT)
+            va::shared(listener->flags) |= EVENT_REMOVED;
         info.event = listener;
-        lock.unlock();
+        const va::ScopedUnlock unlocked(queue->mutex);
         listener->callback(&info, listener->arg);
-        lock.lock();
     }
     strip_events(&queue->events);
     return 0;
@@ -175,11 +202,6 @@ std::int32_t sq_run(event_info *, void *queue_arg)
 
 void free_soft_queue(soft_queue **queue)
 {
-    if (!queue || !*queue)
-        return;
-    const std::unique_ptr<soft_queue> freed(std::exchange(*queue, nullptr));
-    va::assume_locked(freed->mutex);
-    for (event *listener = freed->events; listener; listener = listener->next)
-        remove_event(listener);
-    strip_events(&freed->events);
+    if (queue)
+        delete static_cast<Queue *>(std::exchange(*queue, nullptr));
 }

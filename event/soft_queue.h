@@ -1,12 +1,12 @@
 #pragma once
 
-#include "event/event.h"
+#include "event/loop.h"
 #include "util/guarded.h"
-#include "util/owner.h"
 
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
+#include <type_traits>
+
+#include <pthread.h>
 
 // A soft queue carries items of one word, a number or a pointer, from producer threads to one kind
 // of consumer: a thread that blocks in get_next_event(), or, once it has a soft-queue event, the
@@ -25,19 +25,19 @@ struct sq_node {
 
 // All fields belong to the queue.
 struct soft_queue {
-    std::mutex mutex;             // never held while a callback runs
-    std::condition_variable cond; // wakes a thread consumer
+    pthread_mutex_t mutex; // never held while a callback runs
+    pthread_cond_t cond;   // wakes a thread consumer
     sq_node *free_nodes VA_GUARDED_BY(mutex);
     sq_node *pending VA_GUARDED_BY(mutex); // oldest first
     event *events VA_GUARDED_BY(mutex);    // the soft-queue events, newest first
     // Close-on-exec and non-blocking, both ends; -1 while there is no pipe.
-    va::Fd pipe_read VA_GUARDED_BY(mutex);
-    va::Fd pipe_write VA_GUARDED_BY(mutex);
+    std::int32_t pipe_read VA_GUARDED_BY(mutex);
+    std::int32_t pipe_write VA_GUARDED_BY(mutex);
     // The loop's event on pipe_read; null while not on the loop.
-    event_owner pipe_event VA_GUARDED_BY(mutex);
-
-    va::Array<sq_node> slots;
+    event *pipe_event VA_GUARDED_BY(mutex);
 };
+
+static_assert(std::is_standard_layout_v<soft_queue> && std::is_trivially_copyable_v<soft_queue>);
 
 // A queue for at most `slots` items at a time (none below 1); null when memory is short.
 // free_soft_queue() ends it.
@@ -57,11 +57,11 @@ std::uintptr_t get_next_event(soft_queue *queue);
 // Any thread. Has the event loop call `callback` with `arg` for every item from now on; the first
 // call puts the queue on the loop. The event_info has type EVENT_SOFTQUEUE and the item as `data`,
 // and each item goes to every enabled event, newest event first; with none enabled it is dropped,
-// and once exit_event_loop() has been called it goes to no further event. `flags` is 0 or
-// EVENT_ONESHOT (served for one item only). Returns the event, for set_event_enabled() and for
-// remove_event(), which is to be called on the loop thread (a removed event is freed after the
-// queue's next item); null, with nothing changed, when memory or descriptors are short or the
-// pipe's descriptor is 1024 or more.
+// and once exit_event_loop() has been called it goes to no further event. `flags` is that of the
+// loop's add operations (EVENT_ONESHOT: served for one item only). Returns the event, for
+// set_event_enabled() and for remove_event(), which is to be called on the loop thread (a removed
+// event is freed after the queue's next item); null, with nothing changed, when memory or
+// descriptors are short or the pipe's descriptor is 1024 or more.
 event *add_softqueue_event(soft_queue *queue, unsigned flags, event_callback callback, void *arg);
 
 // The loop's callback for the pipe; `queue` is the soft_queue. Loop thread; without a byte in the

@@ -310,7 +310,7 @@ TEST_F(DaemonTest, LivesWithABadRunDirectory)
         EXPECT_TRUE(daemon.stop());
         EXPECT_NE(string::npos, (daemon.output() + daemon.log()).find(complaint)) << complaint;
     };
-    const string others = " is writable for others. ";
+    const string others = "run is writable for others. run/ctrl is writable for others. ";
     files.write("scene", alarms);
     files.write("target", "kept");
     std::filesystem::create_symlink("../target", files.file("run/pid.lock")); // is not followed
@@ -320,17 +320,17 @@ TEST_F(DaemonTest, LivesWithABadRunDirectory)
     EXPECT_EQ("kept", files.read("target"));
     std::filesystem::remove(files.file("run/ctrl"));
     std::filesystem::create_directories(files.file("run/ctrl/full"));
-    expect_service("run/ctrl cannot be made anew: Directory not empty. ", "");
+    expect_service("run/ctrl is of the wrong kind. ", "Can't open run/ctrl .\nmsg_start: fail !\n");
     std::filesystem::remove_all(files.file("run")); // made by the daemon, too late for the PID file
     const mode_t mask = umask(S_IWGRP);
     expect_service("run: No such file or directory. ", "Can't open run/pid .\n");
     std::filesystem::remove(files.file("run/vmf"));
     std::filesystem::create_symlink("elsewhere", files.file("run/vmf"));
-    expect_service("run" + others + "run/vmf is a link. Make run", "");
+    expect_service(others + "run/vmf is a link. Make run", "");
     umask(mask);
     std::filesystem::remove(files.file("run/od"));
     std::filesystem::create_directory(files.file("run/od"));
-    expect_service("run" + others + "run/od is of the wrong kind. Make", "Can't bind socket !\n");
+    expect_service(others + "run/od is of the wrong kind. Make", "Can't bind socket !\n");
     std::filesystem::remove_all(files.file("run"));
     files.write("run", "not a directory");
     Daemon daemon(files, {"-t"});

@@ -69,8 +69,8 @@ TEST_F(Msg, RegistersUpToTheLimits)
         msg_register(handle, "x", note, nullptr);
     EXPECT_EQ(msg_register(handle, longest.c_str(), note, &tags[0]), 0);
     EXPECT_EQ(msg_register(handle, "x", note, nullptr), -1);
-    handle->extend.reset();
-    handle->others.reset();
+    delete std::exchange(handle->extend, nullptr);
+    delete std::exchange(handle->others, nullptr);
     EXPECT_EQ(call("$x\6\0other\nunknown\n"s + longest + "::1\n"), Calls{"1=" + longest + "::1"});
 }
 
@@ -97,7 +97,10 @@ TEST_F(Msg, ReadsItemsHoweverTheyAreJoinedAndSplit)
 TEST_F(Msg, GoesOnWhenAnotherReaderWasFirst)
 {
     EXPECT_TRUE(start(MSG_FIFO));
-    event_info info{*std::ranges::find_if(handle->events, std::identity()), EVENT_FD, 0};
+    const Fd other(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    event source{};
+    source.fd = other.get();
+    event_info info{&source, EVENT_FD, 0};
     EXPECT_EQ(stdout_of([&] { msg_read(&info, handle); }), "");
     EXPECT_EQ(call("first\n"), (Calls{"1=first", "2=first"}));
 }
@@ -105,7 +108,7 @@ TEST_F(Msg, GoesOnWhenAnotherReaderWasFirst)
 TEST_F(Msg, TellsOfLinesThatNameNoCommand)
 {
     EXPECT_TRUE(start(MSG_FIFO));
-    handle->others.reset();
+    delete std::exchange(handle->others, nullptr);
     call("first\n$x\1\0l\nerst\x1b[2J\xfc\n"s);
     msg_unknown unknown{};
     EXPECT_EQ(msg_get_unknown(handle, &unknown), 0);
@@ -128,9 +131,9 @@ TEST_F(Msg, WhatEndsTheFifoChannel)
         EXPECT_EQ(open_descriptors(), before);
     }
     unlink(path.c_str());
-    std::ofstream(path) << "first\n"; // a regular file, found empty when started
-    EXPECT_TRUE(start(MSG_FIFO));
-    EXPECT_EQ(stdout_of([] { cycle(), cycle(); }), read_error);
+    std::ofstream(path) << "kept"; // no FIFO, and not to be emptied
+    EXPECT_EQ(stdout_of([&] { EXPECT_FALSE(start(MSG_FIFO)); }), "msg_start: fail !\n");
+    EXPECT_EQ(std::filesystem::file_size(path), 4U);
     path = dir.file("missing/fifo");
     EXPECT_TRUE(stdout_of([&] { EXPECT_FALSE(start(7)); }).ends_with("msg_start: fail !\n"));
     EXPECT_EQ(open_descriptors(), before);

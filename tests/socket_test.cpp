@@ -60,7 +60,7 @@ TEST(Socket, FullReadsOverAUnixDomainConnection)
     }
     send(connected.get(), "ab", 2, 0);
     EXPECT_EQ(full_read_with_timeout(fd, bytes, 6, 1), 2);
-    EXPECT_TRUE(set_non_blocking(accepted));
+    EXPECT_TRUE(va::set_non_blocking(accepted.get()));
     EXPECT_EQ(full_read_with_timeout(fd, bytes, 6, 0), -1);
     send(connected.get(), "ab", 2, 0);
     connected.reset();

@@ -90,7 +90,7 @@ TEST_F(Spipe, ClientsComeWaitAndGo)
     const rlimit more{FD_SETSIZE + 8, FD_SETSIZE + 8};
     setrlimit(RLIMIT_NOFILE, &more);
     std::deque<Fd> all; // and none is left that can be waited on
-    while (all.emplace_back(dup(STDIN_FILENO)) && all.back() < FD_SETSIZE) {
+    while (all.emplace_back(dup(STDIN_FILENO)) && all.back().get() < FD_SETSIZE) {
     }
     EXPECT_EQ(spipe_c_isConnect(first.client), 0);
 }

@@ -76,11 +76,16 @@ TEST_F(VanaTest, RefusesBadFiles)
     }
     for (const std::string name : {"firmware/vabi_1920x1080.dat", "firmware/vanafw.bin"}) {
         std::filesystem::remove(files.file(name));
+        EXPECT_EQ(-1, boot()) << "and nobody is told";
+        VaReport report;
+        context.report = &report;
         EXPECT_EQ(-1, boot());
-        EXPECT_EQ("VA: va_vana_boot: " + name + ": No such file or directory\n", log);
+        EXPECT_EQ(name + ": No such file or directory", report.health.boot_failure().text);
         mkfifo(files.file(name).c_str(), 0600);
         EXPECT_EQ(-1, boot());
-        EXPECT_EQ("VA: va_vana_boot: " + name + ": not a regular file\n", log);
+        EXPECT_EQ(name + ": not a regular file", report.health.boot_failure().text);
+        EXPECT_EQ("", log);
+        context.report = nullptr;
     }
     EXPECT_EQ(0, calls_of("ne3_cl_cpu3_xfer_complete"));
 

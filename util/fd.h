@@ -1,16 +1,47 @@
 #pragma once
 
-#include "util/owner.h"
-
+#include <cerrno>
 #include <utility>
 
 #include <fcntl.h>
+#include <unistd.h>
 
-// Descriptors as values, under their short name. Private to this tree: the installed headers do not
-// include it, so it is not in the way of what the library's users define.
+// Descriptors as values. Private to this tree: the installed headers do not include it, so it is
+// not in the way of what the library's users define.
 
 namespace va
 {
+
+// Owns a descriptor; -1 is none. Converts to nothing but whether there is one, and that not by
+// itself: get() is the number. Closing keeps errno, so a failure can be reported afterwards.
+class Fd
+{
+public:
+    Fd() = default;
+    explicit Fd(int fd) : fd_(fd) {}
+    Fd(Fd &&other) noexcept : fd_(other.release()) {}
+    Fd &operator=(Fd &&other) noexcept
+    {
+        reset(other.release());
+        return *this;
+    }
+    ~Fd() { reset(); }
+
+    explicit operator bool() const { return fd_ >= 0; }
+    int get() const { return fd_; }
+    [[nodiscard]] int release() { return std::exchange(fd_, -1); }
+    void reset(int fd = -1)
+    {
+        const int error = errno;
+        const int closed = std::exchange(fd_, fd);
+        if (closed >= 0)
+            close(closed);
+        errno = error;
+    }
+
+private:
+    int fd_ = -1;
+};
 
 // The same file, not as descriptor 0, for those to whom 0 reads as none; empty when that fails.
 inline Fd above_zero(Fd fd)

@@ -5,12 +5,21 @@
 #include <memory>
 #include <new>
 #include <span>
+#include <utility>
 
 namespace
 {
 
 constexpr unsigned page_size = seqpool_page_size;
 constexpr unsigned max_pages = seqpool_max_pages;
+
+// The allocated type of a pool, which owns what the described record only points to.
+struct Pool : seqpool {
+    Pool() : seqpool{} { pthread_mutex_init(&mutex, nullptr); }
+    ~Pool();
+    Pool(const Pool &) = delete;
+    Pool &operator=(const Pool &) = delete;
+};
 
 void set_page_count(seqpool &pool, unsigned count) VA_REQUIRES(pool.mutex)
 {
@@ -40,14 +49,20 @@ int room(const seqpool &pool) VA_REQUIRES(pool.mutex)
 unsigned fit_pages(seqpool &pool, unsigned count) VA_REQUIRES(pool.mutex)
 {
     for (unsigned i = count; i < max_pages; ++i)
-        pool.pages[i].reset();
+        delete[] std::exchange(pool.pages[i], nullptr);
     for (unsigned i = 0; i < count; ++i) {
         if (!pool.pages[i])
-            pool.pages[i].reset(new (std::nothrow) std::uint8_t[page_size]);
+            pool.pages[i] = new (std::nothrow) std::uint8_t[page_size];
         if (!pool.pages[i])
             return i;
     }
     return count;
+}
+
+Pool::~Pool()
+{
+    fit_pages(*this, 0);
+    pthread_mutex_destroy(&mutex);
 }
 
 // Hands the `length` bytes from `position` on to `take`, page by page. Returns the offset after
@@ -76,7 +91,7 @@ std::int32_t for_each_chunk(seqpool &pool, std::int32_t position, unsigned lengt
 
 int seqpool_init(seqpool **out, unsigned size)
 {
-    std::unique_ptr<seqpool> pool(new (std::nothrow) seqpool{});
+    std::unique_ptr<Pool> pool(new (std::nothrow) Pool);
     if (!pool) {
         std::puts("Can't allocate memory.");
         return -1;
@@ -181,9 +196,7 @@ int seqpool_clearData(seqpool *pool)
 
 int seqpool_destroy(seqpool **pool)
 {
-    if (pool) {
-        delete *pool;
-        *pool = nullptr;
-    }
+    if (pool)
+        delete static_cast<Pool *>(std::exchange(*pool, nullptr));
     return 0;
 }

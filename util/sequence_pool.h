@@ -1,10 +1,11 @@
 #pragma once
 
 #include "util/guarded.h"
-#include "util/owner.h"
 
 #include <cstdint>
-#include <mutex>
+#include <type_traits>
+
+#include <pthread.h>
 
 // A byte ring buffer in pages of 4096 bytes: a FIFO of bytes that needs no large contiguous memory.
 //
@@ -24,10 +25,11 @@ struct seqpool {
     std::int32_t pageNum VA_GUARDED_BY(mutex);   // 0..seqpool_max_pages
     std::int32_t readPos VA_GUARDED_BY(mutex);   // of the oldest byte; equal to writePos when empty
     std::int32_t writePos VA_GUARDED_BY(mutex);  // offset of the next byte to come
-    // Null from pageNum on.
-    va::Array<std::uint8_t> pages[seqpool_max_pages] VA_GUARDED_BY(mutex);
-    std::mutex mutex;
+    std::uint8_t *pages[seqpool_max_pages] VA_GUARDED_BY(mutex); // null from pageNum on
+    pthread_mutex_t mutex;
 };
+
+static_assert(std::is_standard_layout_v<seqpool> && std::is_trivially_copyable_v<seqpool>);
 
 // Makes an empty pool of `size` bytes, prints its measures on standard output and stores it in
 // *out; seqpool_destroy() ends it. Returns 0, or -1 after a line on standard output, *out

@@ -7,15 +7,14 @@
 #include "conf/conf_vmf.h"
 #include "ipc/msg/msg.h"
 #include "ipc/network/sck_svr.h"
-#include "va/health.h"
-#include "va/settings.h"
 
-#include <atomic>
 #include <cstdint>
+#include <type_traits>
 
 #include <pthread.h>
 
 struct soft_queue;
+struct VaReport;
 
 // The analytics back end of the daemon as one record.
 //
@@ -34,8 +33,9 @@ struct VaFdWindow {
 };
 
 // Zero-filled before va_init(). Written by the main thread until the processing thread starts, then
-// by the processing thread alone, but for the atomic flags. A server handle is null when the server
-// was not created; its results then go nowhere.
+// by the processing thread alone, but for `threadEnded` and `reconfig`, which both use by
+// va::shared(). A server handle is null when the server was not created; its results then go
+// nowhere.
 struct VaContext {
     SensorConfig sensorConf;
 
@@ -68,12 +68,13 @@ struct VaContext {
     DISCtrlConf disCtrl;
 
     msg_handle *msg;
-    pthread_t thread;                      // the processing thread
-    std::atomic<std::int32_t> threadEnded; // set once, when the processing thread has ended
-    std::atomic<std::int32_t> reconfig; // set by the main thread, cleared by the processing thread
-    std::int32_t wideAspect;            // flag: the sensor frame is 16:9
+    pthread_t thread;         // the processing thread
+    std::int32_t threadEnded; // set once, when the processing thread has ended
+    std::int32_t reconfig;    // set by the main thread, cleared by the processing thread
+    std::int32_t wideAspect;  // flag: the sensor frame is 16:9
 
     soft_queue *wake; // one slot; an item ends the event loop's wait; null: only its timer does
-    VaHealth health;
-    VaSettings settings;
+    VaReport *report; // outlives both threads; null: nobody is told
 };
+
+static_assert(std::is_standard_layout_v<VaContext> && std::is_trivially_copyable_v<VaContext>);

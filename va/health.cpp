@@ -46,6 +46,12 @@ std::optional<Stamp::Age> Stamp::age() const
     return std::max(Age(static_cast<std::int32_t>(tenths_now() - at)), Age::zero());
 }
 
+void VaHealth::cannot_boot(const char *path, const char *why)
+{
+    const va::ScopedLock guard(lock_);
+    put(boot_failure_, "%s: %s", path, why);
+}
+
 void VaHealth::opens(VaModule module)
 {
     last_pass_.set();
@@ -113,6 +119,12 @@ VaHealth::Reason VaHealth::why_ended() const
 {
     const va::ScopedLock guard(lock_);
     return why_ended_;
+}
+
+VaHealth::Reason VaHealth::boot_failure() const
+{
+    const va::ScopedLock guard(lock_);
+    return boot_failure_;
 }
 
 void VaHealth::set_state(VaModule module, State state)

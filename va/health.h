@@ -56,16 +56,20 @@ public:
         Reason reason{};
     };
 
+    // The main thread, before the processing thread: the co-processor could not be booted. What the
+    // log has no line of stands here.
+    void cannot_boot(const char *path, const char *why);
+
     // The processing thread, or the main thread when there is none.
 
     void opens(VaModule module);
     void configures(VaModule module, bool accepted);
     void runs(VaModule module);
     // `what` is a call with the library's code for its failure, or, with the code 0, a sentence.
-    void fails(VaModule module, const char *what, int code = 0);
+    void fails(VaModule module, const char *what, int code);
     void has_result(VaModule module) { results_[index_of(module)].set(); }
     void begins_pass();
-    void ends(const char *why = "told to"); // `why` counts when no module has failed
+    void ends(const char *why); // `why` counts when no module has failed
 
     // Any thread.
 
@@ -77,6 +81,7 @@ public:
     }
     Module module(VaModule module) const;
     Reason why_ended() const; // a failed module's reason has its name in front
+    Reason boot_failure() const;
 
 private:
     enum class Phase { opening, passing, ended };
@@ -93,4 +98,5 @@ private:
     mutable std::mutex lock_; // not held while the library is called
     Module modules_[std::size(va_modules)] VA_GUARDED_BY(lock_);
     Reason why_ended_ VA_GUARDED_BY(lock_){};
+    Reason boot_failure_ VA_GUARDED_BY(lock_){};
 };

@@ -1,13 +1,11 @@
 #include "util/fd.h"
+#include "util/shared.h"
 #include "va/descriptor_limit.h"
 #include "va/log.h"
-#include "va/options.h"
-#include "va/pid_file.h"
+#include "va/report.h"
 #include "va/run_dir.h"
-#include "va/signals.h"
 #include "va/status.h"
 #include "va/va.h"
-#include "va/va_proc.h"
 #include "va/watchdog.h"
 
 #include <csignal>
@@ -22,6 +20,17 @@ namespace
 
 constexpr int loop_wait_ms = 100; // bound on the loop's wait
 
+// Not ended at exit: the processing thread may still be on its last lines then.
+template <class T>
+union Lasting {
+    Lasting() : value() {}
+    ~Lasting() {}
+    Lasting(const Lasting &) = delete;
+    Lasting &operator=(const Lasting &) = delete;
+
+    T value;
+};
+
 // The thread is never joined: va_stop() waits for its flag. Without a thread the daemon serves its
 // sockets all the same.
 void start_processing_thread(VaContext *context)
@@ -33,8 +42,8 @@ void start_processing_thread(VaContext *context)
     }
     log_error("Can't create the processing thread: %s. There are no results.",
               std::strerror(error));
-    context->health.ends("no thread could be made");
-    context->threadEnded = 1;
+    tell(context->report, &VaHealth::ends, "no thread could be made");
+    va::shared(context->threadEnded) = 1;
 }
 
 // Without either of its events the loop would go on unseen: results stay in the buffers, or a stop
@@ -54,7 +63,7 @@ void run(VaContext *context, Watchdog &watchdog)
         event_loop(0);
     } else {
         log_error("Can't add the events of the event loop.");
-        terminate = 1; // ends the processing thread, for which va_stop() waits
+        va::shared(terminate) = 1; // ends the processing thread, for which va_stop() waits
     }
     watchdog.says_stopping();
     va_stop(context);
@@ -64,8 +73,9 @@ void run(VaContext *context, Watchdog &watchdog)
 
 int main(int argc, char **argv)
 {
-    // Static, since the processing thread may still set its flag while the process exits.
-    static VaContext context{};
+    static Lasting<VaReport> report;
+    static VaContext context;
+    context.report = &report.value;
 
     va::open_standard_descriptors();
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
@@ -73,9 +83,10 @@ int main(int argc, char **argv)
     std::signal(SIGINT, sig1_handler);
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGTERM, sig1_handler);
+    std::signal(SIGXFSZ, SIG_IGN); // beyond a limit of file sizes a write fails, and that is told
     std::signal(SIGHUP, sighup_handler);
     block_sighup(true);
-    Watchdog watchdog(context.health); // before any child could speak for the daemon
+    Watchdog watchdog(report.value.health); // before any child could speak for the daemon
     raise_descriptor_limit();
     check_run_dir();
     create_pid_file();

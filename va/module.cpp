@@ -2,6 +2,7 @@
 
 #include "event/soft_queue.h"
 #include "platform/ne3_val.h"
+#include "util/shared.h"
 #include "va/log.h"
 
 #include <algorithm>
@@ -32,14 +33,14 @@ void note_failed_read(VaContext *context, VaModule module, const char *name)
     const int code = errno;
     if (code == NE3_VAL_ERR_CANCEL)
         return;
-    context->health.fails(module, name, code);
+    tell(context->report, &VaHealth::fails, module, name, code);
     log_error("%s failed.\n", name);
 }
 
 int va_cancel(const VaContext *context, int (*cancel_data)())
 {
     constexpr useconds_t retry_us = 100'000;
-    while (cancel_data() != 0 && context->threadEnded != 1)
+    while (cancel_data() != 0 && va::load_shared(context->threadEnded) != 1)
         usleep(retry_us);
     return 0;
 }

@@ -2,6 +2,7 @@
 
 #include "ipc/network/sck_svr.h"
 #include "va/context.h"
+#include "va/report.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -46,7 +47,7 @@ Poll poll(VaContext *context, VaModule module, int (*get_data)(int, Result *), c
     static Result result;
     switch (get_data(read_prm, &result)) {
     case 0:
-        context->health.has_result(module);
+        tell(context->report, &VaHealth::has_result, module);
         relay(context, &result);
         wake_loop(context);
         return Poll::result;

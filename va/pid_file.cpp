@@ -1,6 +1,7 @@
 #include "va/pid_file.h"
 
 #include "util/fd.h"
+#include "util/shared.h"
 #include "util/util.h"
 #include "va/log.h"
 #include "va/paths.h"
@@ -109,7 +110,7 @@ void wait_for(pid_t process)
         [[maybe_unused]] const int status = std::system(va_stop_command);
     }
     sleep(1);
-    if (terminate)
+    if (va::load_shared(terminate))
         std::exit(0);
 }
 
@@ -158,7 +159,7 @@ Claim claim_pid_file()
 
 int create_pid_file()
 {
-    if (terminate)
+    if (va::load_shared(terminate))
         std::exit(0);
     Claim claim = claim_pid_file();
     for (; claim == Claim::taken; claim = claim_pid_file()) {

@@ -4,6 +4,7 @@
 #include "va/paths.h"
 #include "va/streams.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdarg>
@@ -12,6 +13,7 @@
 #include <cstring>
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -37,15 +39,20 @@ private:
     std::size_t length_ = 0;
 };
 
-// Null when there is nothing wrong. The modes of sockets and FIFO do not count: they are made anew.
+bool is_trusted(const struct stat &status)
+{
+    return status.st_uid == 0 || status.st_uid == geteuid();
+}
+
+// Null when there is nothing wrong. The modes of sockets do not count: they are made anew.
 const char *fault(const struct stat &status, mode_t kind)
 {
-    const bool lasts = kind == S_IFDIR || kind == S_IFREG;
+    const bool lasts = kind != S_IFSOCK;
     if (S_ISLNK(status.st_mode))
         return "is a link";
     if ((status.st_mode & S_IFMT) != kind)
         return "is of the wrong kind";
-    if (status.st_uid != 0 && status.st_uid != geteuid())
+    if (!is_trusted(status))
         return "belongs to another user";
     return lasts && (status.st_mode & S_IWOTH) ? "is writable for others" : nullptr;
 }
@@ -71,6 +78,22 @@ Sentences all_faults()
     return faults;
 }
 
+// Throws away what is in the FIFO now: what is written from here on is for this daemon.
+void drain(const Fd &fifo)
+{
+    int left = 0;
+    if (ioctl(fifo.get(), FIONREAD, &left) != 0)
+        return;
+    char part[4096];
+    while (left > 0) {
+        const ssize_t got =
+            read(fifo.get(), part, std::min(sizeof part, static_cast<std::size_t>(left)));
+        if (got <= 0)
+            return;
+        left -= static_cast<int>(got);
+    }
+}
+
 } // namespace
 
 void check_run_dir()
@@ -89,12 +112,15 @@ void check_run_dir()
             faults.text(), va_run_dir);
 }
 
-bool renew_control_fifo()
+Fd prepare_control_fifo()
 {
-    const bool removed = std::remove(va_ctrl_path) == 0 || errno == ENOENT || errno == ENOTDIR;
-    if (removed && (mkfifo(va_ctrl_path, 0777) == 0 || errno != EEXIST))
-        return true;
-    log_error("%s cannot be made anew: %s. There is no control channel.", va_ctrl_path,
-              std::strerror(errno));
-    return false;
+    struct stat status;
+    Fd kept;
+    if (lstat(va_ctrl_path, &status) == 0 && S_ISFIFO(status.st_mode) && is_trusted(status))
+        kept.reset(open(va_ctrl_path, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+    if (kept)
+        drain(kept);
+    else
+        std::remove(va_ctrl_path); // what stays, msg_start() tells of
+    return kept;
 }

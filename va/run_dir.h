@@ -1,5 +1,7 @@
 #pragma once
 
+#include "util/fd.h"
+
 // The directory that the daemon shares with its clients. Main thread, at start.
 
 // Says in one log line what makes the run directory unsafe or useless, and what to do: it is
@@ -8,7 +10,10 @@
 // writable for others. Changes nothing.
 void check_run_dir();
 
-// Removes whatever is at the control FIFO's place, what earlier writers left in it included, and
-// makes it anew, with the mode that the umask leaves. Returns false after a log line when something
-// stays that must not be opened.
-bool renew_control_fifo();
+// What stands at the control FIFO's place is kept when it is a FIFO of this user's or root's, so
+// that who waits to write into it, or has it open, reaches this daemon; what an earlier writer has
+// left in it is thrown away. Anything else is removed, after which msg_start() makes the FIFO.
+//
+// Returns the FIFO that was kept, to be held open until msg_start() has opened it: a writer that
+// its opening has let through would else find no reader.
+Fd prepare_control_fifo();

@@ -21,10 +21,11 @@ std::string lines_of(const ConfFindings &findings)
     std::string left_out;
     for (const auto &[key, setting] : findings.settings()) {
         const std::string item = key + ": " + printable(setting.value);
-        if (setting.why_not.empty())
+        if (setting.in_use())
             used += "setting." + item + '\n';
         else
-            left_out += "left_out." + item + " (" + setting.why_not + ")\n";
+            left_out += "left_out." + item + " (" +
+                        (setting.why_not.empty() ? setting.unfit : setting.why_not) + ")\n";
     }
     std::string filters;
     const auto add = [&filters](const std::string &key, const std::string &value) {

@@ -1,5 +1,7 @@
 #include "va/signals.h"
 
+#include "util/shared.h"
+
 #include <cerrno>
 #include <csignal>
 #include <string_view>
@@ -7,23 +9,23 @@
 #include <pthread.h>
 #include <unistd.h>
 
-std::atomic<int> terminate{0};
-std::atomic<int> hangup{0};
-static_assert(std::atomic<int>::is_always_lock_free, "written by a signal handler");
+int terminate;
+int hangup;
 
 void sig1_handler(int)
 {
     constexpr std::string_view line = "sig1_handler terminate = 1\n";
     const int error = errno;
-    [[maybe_unused]] const ssize_t written = write(STDOUT_FILENO, line.data(), line.size());
-    terminate = 1;
+    // Before the line, for which a terminal may let it wait.
+    va::shared(terminate) = 1;
     exit_event_loop();
+    [[maybe_unused]] const ssize_t written = write(STDOUT_FILENO, line.data(), line.size());
     errno = error;
 }
 
 void sighup_handler(int)
 {
-    hangup = 1;
+    va::shared(hangup) = 1;
 }
 
 void block_sighup(bool block)
@@ -41,7 +43,7 @@ std::int32_t null_timer(event_info *, void *)
 
 std::int32_t stop_if_requested(event_info *, void *)
 {
-    if (terminate)
+    if (va::load_shared(terminate))
         exit_event_loop();
     return 0;
 }

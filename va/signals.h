@@ -1,19 +1,19 @@
 #pragma once
 
-#include "event/event.h"
-
-#include <atomic>
+#include "event/loop.h"
 
 // What signals ask of the daemon, and how its threads learn of it.
 
+// Both are used by va::shared() (util/shared.h): handlers write them, both threads look.
+
 // 1 once SIGINT or SIGTERM has arrived.
-extern std::atomic<int> terminate;
+extern int terminate;
 
 // Set by SIGHUP, cleared by the processing thread: the settings are to be read again.
-extern std::atomic<int> hangup;
+extern int hangup;
 
-// Handler of SIGINT and SIGTERM: async-signal-safe, says so on standard output, sets `terminate`
-// and ends the event loop.
+// Handler of SIGINT and SIGTERM: async-signal-safe, sets `terminate`, ends the event loop, and says
+// so on standard output.
 void sig1_handler(int signal);
 
 // Handler of SIGHUP: async-signal-safe, sets `hangup`.

@@ -4,6 +4,7 @@
 #include "va/context.h"
 #include "va/log.h"
 #include "va/paths.h"
+#include "va/report.h"
 #include "va/streams.h"
 
 #include <cerrno>
@@ -199,10 +200,12 @@ std::string status_of(const VaContext &context)
 {
     Lines lines;
     add_daemon(lines, context);
-    add_analytics(lines, context.health);
+    if (context.report)
+        add_analytics(lines, context.report->health);
     add_streams(lines, context);
     add_control(lines, context);
-    add_settings(lines, context.settings);
+    if (context.report)
+        add_settings(lines, context.report->settings);
     return lines.text();
 }
 

@@ -1,20 +1,29 @@
 #include "va/va.h"
 
+#include "util/fd.h"
 #include "util/util.h"
 #include "va/log.h"
 #include "va/modules.h"
 #include "va/paths.h"
+#include "va/report.h"
 #include "va/run_dir.h"
 #include "va/status.h"
 #include "va/streams.h"
-#include "va/va_proc.h"
-#include "va/vana.h"
 
 #include <cstdio>
 #include <optional>
 
 namespace
 {
+
+// On standard error, once: a file that is missing has no line of its own.
+void say_why_not_booted(const VaReport *report)
+{
+    if (!report)
+        return;
+    if (const VaHealth::Reason why = report->health.boot_failure(); *why.text)
+        std::fprintf(stderr, "%s\n", why.text);
+}
 
 int boot(VaContext *context)
 {
@@ -23,15 +32,17 @@ int boot(VaContext *context)
     va_vana_quit(context);
     if (va_vana_boot(context) == 0)
         return 0;
-    return log_error("%s: fail.", "va_init");
+    log_error("%s: fail.", "va_init");
+    say_why_not_booted(context->report);
+    return -1;
 }
 
 // What a module that does not run would use is in force nowhere.
 void read_settings_of(const VaDriver &driver, VaContext *context)
 {
     std::optional<ConfFindings::Collector> collector;
-    if (*driver.selected)
-        collector.emplace(context->settings.findings);
+    if (*driver.selected && context->report)
+        collector.emplace(context->report->settings.findings);
     driver.getConf(context);
 }
 
@@ -39,7 +50,8 @@ void read_settings(VaContext *context)
 {
     for (const VaDriver &driver : va_drivers)
         read_settings_of(driver, context);
-    context->settings.publish();
+    if (context->report)
+        context->report->settings.publish();
 }
 
 void create_result_servers(VaContext *context)
@@ -59,8 +71,8 @@ int start_control_server(VaContext *context)
     msg_register(context->msg, "reconfig", va_msg_reconfig, context);
     remove_status_file();
     msg_register(context->msg, "status", va_msg_status, context);
-    if (renew_control_fifo())
-        msg_start(context->msg);
+    const Fd kept = prepare_control_fifo(); // until it is open, so that no waiting writer loses it
+    msg_start(context->msg);
     return 0;
 }
 

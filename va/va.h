@@ -1,6 +1,16 @@
 #pragma once
 
+// The operations of the daemon.
 #include "va/context.h"
+#include "va/options.h"
+#include "va/pid_file.h"
+#include "va/signals.h"
+#include "va/va_dis.h"
+#include "va/va_fd.h"
+#include "va/va_od.h"
+#include "va/va_proc.h"
+#include "va/va_ta.h"
+#include "va/vana.h"
 
 // The beginning and the end of the analytics back end.
 

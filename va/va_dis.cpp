@@ -3,6 +3,7 @@
 #include "platform/ne3_val.h"
 #include "va/log.h"
 #include "va/options.h"
+#include "va/report.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -40,6 +41,21 @@ void print(const ne3_val_dis_ctrl &tPrm)
                     parameter.value);
 }
 
+// Whether the library has taken them.
+bool set_ctrl(const DISCtrlConf &conf)
+{
+    ne3_val_dis_ctrl tPrm{};
+    if (ne3_val_dis_get_ctrl(&tPrm) == -1)
+        return false;
+    print(tPrm);
+    apply(conf, tPrm);
+    print(tPrm);
+    if (ne3_val_dis_set_ctrl(&tPrm) == 0)
+        return true;
+    log_error("ne3_val_dis_set_ctrl fail.");
+    return false;
+}
+
 } // namespace
 
 int va_dis_getConf(VaContext *context)
@@ -61,12 +77,5 @@ int va_dis_init(VaContext *context)
 
 void va_dis_set_ctrl(VaContext *context)
 {
-    ne3_val_dis_ctrl tPrm{};
-    if (ne3_val_dis_get_ctrl(&tPrm) == -1)
-        return;
-    print(tPrm);
-    apply(context->disCtrl, tPrm);
-    print(tPrm);
-    if (ne3_val_dis_set_ctrl(&tPrm) != 0)
-        log_error("ne3_val_dis_set_ctrl fail.");
+    tell(context->report, &VaHealth::configures, VaModule::dis, set_ctrl(context->disCtrl));
 }

@@ -73,6 +73,8 @@ ne3_val_od_obj_set *set_dynamic(const ODDoParamSetConf &conf, const OdFrame &fra
     if (!conf.valid)
         return nullptr;
     const auto [block, acceptable] = od_dynamic_set(conf, frame);
+    conf_useODDoParamSetConf(acceptable ? nullptr
+                                        : "threshold or sizes do not fit the detection grid");
     od_print_dynamic_set(block);
     auto *attached = attach(area, block);
     if (acceptable)
@@ -88,6 +90,8 @@ ne3_val_od_obj_set *set_static(const ODSoParamSetConf &conf, const OdFrame &fram
     if (!conf.valid)
         return nullptr;
     const auto [block, acceptable] = od_static_set(conf, frame);
+    conf_useStaticSizes(
+        acceptable ? nullptr : "sizes do not fit the detection grid: the whole grid, and 2x2");
     if (!acceptable)
         log_error("%s,%d: Incorrect odSoParamSetConf parameters.", "va_od_set_ctrl", message_line);
     od_print_static_set(block);
@@ -101,16 +105,6 @@ ne3_val_od_vmf *set_vmf(const ODVmfParamConf &conf, const OdFrame &frame,
     if (conf.valid)
         od_print_vmf(block);
     return attach(area, block);
-}
-
-// The limits that will not be sent as they were read.
-void leave_out_unfit(const VaContext &context)
-{
-    const OdFrame frame = frame_of(context);
-    if (context.odDoParamSet.valid && !od_dynamic_set(context.odDoParamSet, frame).acceptable)
-        conf_leaveOutODDoParamSetConf("threshold or sizes do not fit the detection grid");
-    if (context.odSoParamSet.valid && !od_static_set(context.odSoParamSet, frame).acceptable)
-        conf_leaveOutStaticSizes("sizes do not fit the detection grid: the whole grid, and 2x2");
 }
 
 void set_working(const ODCtrlConf &conf, const OdFrame &frame, ne3_val_od_ctrl &ctrl)
@@ -149,7 +143,6 @@ int va_od_getConf(VaContext *context)
     }
     refresh_objects(*context);
     conf_getODVmfParamConf(&context->odVmfParam);
-    leave_out_unfit(*context);
     return 0;
 }
 
@@ -164,7 +157,7 @@ int va_od_init(VaContext *context)
         return log_error("od_open failed.");
     if (ne3_val_od_start(handle) == -1)
         return log_error("ne3_val_od_start fail.");
-    context->health.configures(VaModule::od, va_od_set_ctrl(context) == 0);
+    tell(context->report, &VaHealth::configures, VaModule::od, va_od_set_ctrl(context) == 0);
     return 0;
 }
 
@@ -210,9 +203,8 @@ int va_od_updateConfig(VaContext *context)
     changed |= refresh_objects(*context);
     changed |= refresh(context->odCtrl, conf_getODCtrlConf, conf_compareODCtrlConf);
     changed |= refresh(context->odVmfParam, conf_getODVmfParamConf, conf_compareODVmfParamConf);
-    leave_out_unfit(*context);
     if (changed)
-        context->health.configures(VaModule::od, va_od_set_ctrl(context) == 0);
+        tell(context->report, &VaHealth::configures, VaModule::od, va_od_set_ctrl(context) == 0);
     return 0;
 }
 

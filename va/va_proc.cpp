@@ -1,11 +1,15 @@
 #include "va/va_proc.h"
 
+#include "util/shared.h"
 #include "va/log.h"
 #include "va/modules.h"
+#include "va/report.h"
 #include "va/signals.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
+#include <optional>
 
 #include <unistd.h>
 
@@ -17,12 +21,12 @@ constexpr useconds_t idle_us = 100'000;
 // Whether it runs now.
 bool start_module(VaContext *context, const VaDriver &driver)
 {
-    context->health.opens(driver.module);
+    tell(context->report, &VaHealth::opens, driver.module);
     const bool runs = driver.init(context) == 0;
     if (runs)
-        context->health.runs(driver.module);
+        tell(context->report, &VaHealth::runs, driver.module);
     else
-        context->health.fails(driver.module, "did not start");
+        tell(context->report, &VaHealth::fails, driver.module, "did not start", 0);
     return runs;
 }
 
@@ -33,19 +37,46 @@ bool start_modules(VaContext *context)
     });
 }
 
-void reconfigure(VaContext *context)
+void update_settings(VaContext *context)
 {
-    // Cleared first: a request that arrives during the update counts for the next pass.
-    const bool by_command = context->reconfig.exchange(0) != 0;
-    const bool by_signal = hangup.exchange(0) != 0;
-    if (!by_command && !by_signal)
-        return;
     for (const VaDriver &driver : va_drivers) {
         if (context->*driver.enabled && driver.updateConfig)
             driver.updateConfig(context);
     }
-    context->settings.publish_reload();
+    if (context->report)
+        context->report->settings.publish_reload();
 }
+
+bool take_request(int &flag)
+{
+    return va::load_shared(flag) != 0 && va::shared(flag).exchange(0) != 0;
+}
+
+// Reads the settings again when that is asked for. A slow store that is asked for it without end
+// would keep the results waiting: so they are read for a fifth of the time at most, and a request
+// that comes too early waits.
+class Reloads
+{
+public:
+    void pass(VaContext *context)
+    {
+        using std::chrono::steady_clock;
+        const steady_clock::time_point start = steady_clock::now();
+        if (start < next_)
+            return;
+        // Cleared first: a request that arrives during the update counts for the next pass.
+        const bool by_command = take_request(context->reconfig);
+        const bool by_signal = take_request(hangup);
+        if (!by_command && !by_signal)
+            return;
+        update_settings(context);
+        const steady_clock::time_point end = steady_clock::now();
+        next_ = end + 4 * (end - start);
+    }
+
+private:
+    std::chrono::steady_clock::time_point next_{};
+};
 
 // Each enabled module once.
 Poll poll_modules(VaContext *context)
@@ -64,9 +95,10 @@ Poll poll_modules(VaContext *context)
 
 void run(VaContext *context)
 {
-    while (!terminate) {
-        context->health.begins_pass();
-        reconfigure(context);
+    Reloads reloads;
+    while (!va::load_shared(terminate)) {
+        tell(context->report, &VaHealth::begins_pass);
+        reloads.pass(context);
         switch (poll_modules(context)) {
         case Poll::end:
             return;
@@ -77,6 +109,16 @@ void run(VaContext *context)
             break;
         }
     }
+}
+
+void say_end(VaReport *report)
+{
+    const bool requested = va::load_shared(terminate) != 0;
+    tell(report, &VaHealth::ends,
+         requested ? "told to" : "a read was cancelled, though nobody has asked va to stop");
+    if (report && !requested)
+        log_error("Analytics have ended: %s. Until a restart the sockets bring nothing.",
+                  report->health.why_ended().text);
 }
 
 } // namespace
@@ -92,22 +134,22 @@ soft_queue *va_new_wake()
 void *va_proc(void *argument)
 {
     auto *context = static_cast<VaContext *>(argument);
-    const ConfFindings::Collector collector(context->settings.findings);
+    std::optional<ConfFindings::Collector> collector;
+    if (context->report)
+        collector.emplace(context->report->settings.findings);
     if (start_modules(context)) {
-        context->settings.publish();
+        if (context->report)
+            context->report->settings.publish();
         run(context);
     }
     std::printf("%s: end\n", "va_proc");
-    context->health.ends();
-    if (!terminate)
-        log_error("Analytics have ended: %s. Until a restart the sockets bring nothing.",
-                  context->health.why_ended().text);
-    context->threadEnded = 1;
+    say_end(context->report);
+    va::shared(context->threadEnded) = 1;
     return nullptr;
 }
 
 int va_msg_reconfig(void *argument, const char *, int)
 {
-    static_cast<VaContext *>(argument)->reconfig = 1;
+    va::shared(static_cast<VaContext *>(argument)->reconfig) = 1;
     return 0;
 }

@@ -47,7 +47,7 @@ int va_ta_init(VaContext *context)
         return log_error("ta_open failed.\n");
     if (ne3_val_ta_start() == -1)
         return log_error("start failed.\n");
-    context->health.configures(VaModule::ta, va_ta_set_ctrl(context) == 0);
+    tell(context->report, &VaHealth::configures, VaModule::ta, va_ta_set_ctrl(context) == 0);
     return 0;
 }
 
@@ -65,7 +65,7 @@ int va_ta_set_ctrl(VaContext *context)
 int va_ta_updateConfig(VaContext *context)
 {
     if (refresh(context->taCtrl, conf_getTACtrlConf, conf_compareTACtrlConf))
-        context->health.configures(VaModule::ta, va_ta_set_ctrl(context) == 0);
+        tell(context->report, &VaHealth::configures, VaModule::ta, va_ta_set_ctrl(context) == 0);
     return 0;
 }
 

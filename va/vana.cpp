@@ -7,6 +7,7 @@
 #include "va/log.h"
 #include "va/modules.h"
 #include "va/paths.h"
+#include "va/report.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -28,16 +29,15 @@ constexpr VanaConfigFile config_files[] = {
     {"imx140la", va_work_data_1080p_path},
 };
 
-// Empty, after a log line, when there is no such file. Anything else is not waited for.
-Fd open_file(const char *path)
+// Empty when there is no such file, of which the log has no line. Anything else is not waited for.
+Fd open_file(const char *path, VaReport *report)
 {
     Fd file(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     struct stat status;
     const bool found = file && fstat(file.get(), &status) == 0;
     if (found && S_ISREG(status.st_mode))
         return file;
-    log_error("%s: %s: %s", "va_vana_boot", path,
-              found ? "not a regular file" : std::strerror(errno));
+    tell(report, &VaHealth::cannot_boot, path, found ? "not a regular file" : std::strerror(errno));
     return Fd();
 }
 
@@ -110,12 +110,12 @@ const char *work_data_path(const char *sensor)
     return row == vanaConfigFiles.end() ? nullptr : row->path;
 }
 
-int load_images(const char *work_data, const vanaMemInfo &info)
+int load_images(const char *work_data, const vanaMemInfo &info, VaReport *report)
 {
-    const Fd firmware = open_file(va_firmware_path);
+    const Fd firmware = open_file(va_firmware_path, report);
     if (!firmware)
         return -1;
-    const Fd work = open_file(work_data);
+    const Fd work = open_file(work_data, report);
     if (!work)
         return -1;
     return load_firmware(firmware, info) && load_work_data(work, info) ? 0 : -1;
@@ -178,7 +178,7 @@ int va_vana_boot(VaContext *context)
         return log_error("errno : 0x%08X", errno);
     }
     dump_vana_meminfo(&info);
-    return load_images(work_data, info) == 0 ? start_cpu() : -1;
+    return load_images(work_data, info, context->report) == 0 ? start_cpu() : -1;
 }
 
 void dump_vana_meminfo(const vanaMemInfo *info)

@@ -1,6 +1,6 @@
 #include "va/watchdog.h"
 
-#include "event/event.h"
+#include "event/loop.h"
 #include "va/log.h"
 
 #include <algorithm>

@@ -1,12 +1,14 @@
 #include "ipc/msg/msg.h"
 
-#include "event/event.h"
+#include "event/event_owner.h"
 #include "ipc/network/rest.h"
 #include "ipc/network/socket.h"
 #include "util/fd.h"
+#include "util/owner.h"
 #include "util/util.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
@@ -18,7 +20,9 @@
 #include <utility>
 
 #include <strings.h>
+#include <sys/select.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace
@@ -41,21 +45,52 @@ static_assert(sizeof(FrameHeader) == 4 && offsetof(FrameHeader, length) == 2);
 
 constexpr int frame_header_size = sizeof(FrameHeader);
 
-event *serve(msg_handle *handle, Fd fd, event_callback callback)
+// Removes a descriptor event and closes its descriptor.
+void end_service(event *served)
 {
-    event *const added = add_fd_event(fd, 0, 0, callback, handle);
+    remove_event(served);
+    close(served->fd);
+}
+
+// What a server has besides the described record, which it is allocated with.
+struct Handle : msg_handle {
+    Handle() : msg_handle{} {}
+    ~Handle();
+    Handle(const Handle &) = delete;
+    Handle &operator=(const Handle &) = delete;
+
+    va::Owner<event, end_service> events[FD_SETSIZE]; // by descriptor
+    va::EventOwner rest_timer; // socket mode: wakes the listener after a failed accept
+    msg_unknown unknown{};
+};
+
+Handle *own(msg_handle *handle)
+{
+    return static_cast<Handle *>(handle);
+}
+
+Handle::~Handle()
+{
+    std::ranges::for_each(commands, va::delete_one<msg_command>);
+    delete extend;
+    delete others;
+}
+
+event *serve(Handle *handle, Fd fd, event_callback callback)
+{
+    event *const added = add_fd_event(fd.get(), 0, 0, callback, static_cast<msg_handle *>(handle));
     if (added)
         handle->events[fd.release()].reset(added);
     return added;
 }
 
 // Also when another part of the program has put it on the loop.
-void stop_serving(msg_handle *handle, event *served)
+void stop_serving(Handle *handle, event *served)
 {
     if (handle->events[served->fd] == served)
         handle->events[served->fd].reset();
     else
-        msg_stop_serving(served);
+        end_service(served);
 }
 
 int frame_size(const char *frame, int available)
@@ -97,7 +132,7 @@ void note_unknown(msg_unknown &unknown, std::string_view line)
     unknown.last[kept.size()] = '\0';
 }
 
-void handle_line(msg_handle *handle, const char *line, int length)
+void handle_line(Handle *handle, const char *line, int length)
 {
     const std::string_view text(line, static_cast<std::size_t>(length));
     const std::string_view name = text.substr(0, text.find(arguments_mark));
@@ -117,7 +152,7 @@ void handle_line(msg_handle *handle, const char *line, int length)
         handle->others->callback(handle->others->arg, line, length);
 }
 
-void handle_item(msg_handle *handle, char *item, int size)
+void handle_item(Handle *handle, char *item, int size)
 {
     if (*item != frame_mark) {
         item[size - 1] = '\0';
@@ -135,14 +170,14 @@ void begin_batch(msg_handle *handle, int received)
     handle->buffer[handle->used] = '\0';
 }
 
-void answer_and_close(msg_handle *handle, event *connection)
+void answer_and_close(Handle *handle, event *connection)
 {
     // A client may have gone already.
     send(connection->fd, reply.data(), reply.size(), MSG_NOSIGNAL);
     stop_serving(handle, connection);
 }
 
-void handle_items(msg_handle *handle, event *source)
+void handle_items(Handle *handle, event *source)
 {
     bool to_answer = handle->mode == MSG_SOCKET;
     int done = 0;
@@ -161,12 +196,12 @@ void handle_items(msg_handle *handle, event *source)
 }
 
 // Not one that another part of the program has put on the loop.
-bool is_own_listener(const msg_handle *handle, const event *listener)
+bool is_own_listener(const Handle *handle, const event *listener)
 {
     return handle->rest_timer && handle->rest_timer->arg == listener;
 }
 
-int start_socket(msg_handle *handle)
+int start_socket(Handle *handle)
 {
     int listener = -1;
     if (unix_domain_socket_init(&listener, handle->path, listen_backlog) == -1)
@@ -181,10 +216,19 @@ int start_socket(msg_handle *handle)
     return -1;
 }
 
-int start_fifo(msg_handle *handle)
+// Opening it would empty it.
+bool is_file(const char *path)
+{
+    struct stat status;
+    return stat(path, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+int start_fifo(Handle *handle)
 {
     handle->mode = MSG_FIFO;
-    Fd fifo(pipe_open(handle->path));
+    Fd fifo;
+    if (!is_file(handle->path))
+        fifo.reset(pipe_open(handle->path));
     if (!fifo || !serve(handle, std::move(fifo), msg_read)) {
         std::puts("msg_start: fail !");
         return -1;
@@ -209,7 +253,7 @@ int msg_init(msg_handle **slot, msg_conf conf)
 {
     if (!slot)
         return -1;
-    std::unique_ptr<msg_handle> handle(new (std::nothrow) msg_handle{});
+    std::unique_ptr<Handle> handle(new (std::nothrow) Handle);
     if (!handle) {
         std::printf("%s:Can't alloc memory!\n", __func__);
         return -1;
@@ -234,7 +278,7 @@ int msg_register(msg_handle *handle, const char *name, msg_callback callback, vo
     auto command = new_command(name, callback, arg);
     if (!command)
         return -1;
-    handle->commands[handle->count++] = std::move(command);
+    handle->commands[handle->count++] = command.release();
     return 0;
 }
 
@@ -246,7 +290,7 @@ int msg_registerExtend(msg_handle *handle, msg_callback callback, void *arg)
         std::printf("%s: Already register before !\n", __func__);
         return -1;
     }
-    handle->extend.reset(new (std::nothrow) msg_extend{callback, arg});
+    handle->extend = new (std::nothrow) msg_extend{callback, arg};
     if (!handle->extend) {
         std::printf("%s: Can't alloc memory !\n", __func__);
         return -1;
@@ -262,7 +306,7 @@ int msg_registerOthers(msg_handle *handle, msg_callback callback, void *arg)
         std::printf("%s(): Can't register. Already set before !\n", __func__);
         return -1;
     }
-    handle->others = new_command("", callback, arg);
+    handle->others = new_command("", callback, arg).release();
     return handle->others ? 0 : -1;
 }
 
@@ -270,7 +314,7 @@ int msg_get_unknown(const msg_handle *handle, msg_unknown *unknown)
 {
     if (!handle || !unknown)
         return -1;
-    *unknown = handle->unknown;
+    *unknown = static_cast<const Handle *>(handle)->unknown;
     return 0;
 }
 
@@ -278,12 +322,13 @@ int msg_start(msg_handle *handle)
 {
     if (!handle)
         return -1;
-    return handle->mode == MSG_SOCKET ? start_socket(handle) : start_fifo(handle);
+    return handle->mode == MSG_SOCKET ? start_socket(own(handle)) : start_fifo(own(handle));
 }
 
 std::int32_t msg_read(event_info *info, void *arg)
 {
-    auto *const handle = static_cast<msg_handle *>(arg);
+    auto *const handle = own(static_cast<msg_handle *>(arg));
+    assert(is_loop_thread());
     const int fd = info->event->fd;
     const auto room = static_cast<std::size_t>(buffer_capacity - handle->used);
     const auto received = static_cast<int>(read(fd, handle->buffer + handle->used, room));
@@ -301,12 +346,14 @@ std::int32_t msg_read(event_info *info, void *arg)
 
 std::int32_t socket_accept(event_info *info, void *arg)
 {
-    auto *const handle = static_cast<msg_handle *>(arg);
+    auto *const handle = own(static_cast<msg_handle *>(arg));
+    assert(is_loop_thread());
     int accepted = -1;
     const int result = unix_domain_socket_accept(info->event->fd, &accepted);
     if (result == 1) {
         Fd connection(accepted);
-        if (!set_non_blocking(connection) || !serve(handle, std::move(connection), msg_read))
+        if (!va::set_non_blocking(connection.get()) ||
+            !serve(handle, std::move(connection), msg_read))
             std::fprintf(stderr, "%s(): can't serve client.\n", __func__);
     } else if (result == -1 && is_own_listener(handle, info->event)) {
         va::rest_listener(handle->rest_timer);
@@ -318,12 +365,7 @@ int msg_release(msg_handle **slot)
 {
     if (!slot)
         return -1;
-    delete std::exchange(*slot, nullptr);
+    assert(is_loop_thread());
+    delete own(std::exchange(*slot, nullptr));
     return 0;
-}
-
-void msg_stop_serving(event *served)
-{
-    remove_event(served);
-    close(served->fd);
 }

@@ -1,11 +1,9 @@
 #pragma once
 
-#include "event/event.h"
-#include "util/owner.h"
+#include "event/loop.h"
 
 #include <cstdint>
-
-#include <sys/select.h>
+#include <type_traits>
 
 // Control-message server: a table of named commands that other processes call through a FIFO, or
 // through a Unix-domain stream socket. Served by the event loop.
@@ -66,23 +64,19 @@ struct msg_unknown {
     char last[MSG_UNKNOWN_SIZE];
 };
 
-// Removes a descriptor event and closes its descriptor.
-void msg_stop_serving(event *served);
-
+// Read-only for users.
 struct msg_handle {
     char path[MSG_PATH_SIZE];
     std::int32_t mode;
-    std::int32_t count; // of commands
-    va::One<msg_command> commands[MSG_MAX_COMMANDS];
-    va::One<msg_extend> extend;
-    va::One<msg_command> others;
+    std::int32_t count;                      // of commands
+    msg_command *commands[MSG_MAX_COMMANDS]; // in the order of registration
+    msg_extend *extend;
+    msg_command *others;
     char buffer[MSG_BUFFER_SIZE];
     std::int32_t used; // bytes held in `buffer`
-
-    va::Owner<event, msg_stop_serving> events[FD_SETSIZE]; // by descriptor
-    event_owner rest_timer; // socket mode: wakes the listener after a failed accept
-    msg_unknown unknown;
 };
+
+static_assert(std::is_standard_layout_v<msg_handle> && std::is_trivially_copyable_v<msg_handle>);
 
 // The functions below return 0, or -1 with nothing changed: when memory is short, the handle or the
 // slot is null, or for the reason given. Callbacks and names are not null; `arg` is not owned.
@@ -106,7 +100,8 @@ int msg_registerOthers(msg_handle *handle, msg_callback callback, void *arg);
 int msg_get_unknown(const msg_handle *handle, msg_unknown *unknown);
 
 // Opens the FIFO, made if missing, or listens on the socket, and adds it to the event loop. Once a
-// server. -1 also when it cannot be set up.
+// server. -1 also when it cannot be set up; a file in the FIFO's place is
+// left as it is.
 int msg_start(msg_handle *handle);
 
 // The event callbacks that msg_start() registers; `handle` is the msg_handle, the descriptor that

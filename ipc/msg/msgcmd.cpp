@@ -2,11 +2,13 @@
 
 #include "ipc/network/socket.h"
 #include "util/fd.h"
+#include "util/guarded.h"
 #include "util/owned_text.h"
 #include "util/sequence_pool.h"
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <cstddef>
 #include <cstdio>
 #include <memory>
@@ -18,6 +20,23 @@
 
 namespace
 {
+
+// What a client has besides the described record, which it is allocated with.
+struct Client : msgcmd {
+    Client() : msgcmd{} { fd = -1; }
+    ~Client();
+    Client(const Client &) = delete;
+    Client &operator=(const Client &) = delete;
+
+    // Guards the connection, its events and the callbacks; and that an enabled write event means
+    // queued bytes.
+    pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+};
+
+Client *own(msgcmd *client)
+{
+    return static_cast<Client *>(client);
+}
 
 using Chunk = std::array<char, MSGCMD_CHUNK_SIZE>;
 
@@ -31,7 +50,7 @@ struct Connection {
     void *cb_arg;
 };
 
-Connection connection_of(msgcmd *client)
+Connection connection_of(Client *client)
 {
     const va::ScopedLock lock(client->lock);
     return {client->fd, client->read_cb, client->write_cb, client->cb_arg};
@@ -42,14 +61,14 @@ int send_some(int fd, const void *data, std::size_t length)
     return static_cast<int>(send(fd, data, length, MSG_NOSIGNAL));
 }
 
-void disconnect_after_failure(msgcmd *client)
+void disconnect_after_failure(Client *client)
 {
-    std::printf("%s: close or error.\n", client->path.get());
+    std::printf("%s: close or error.\n", client->path);
     msgcmd_close(client);
 }
 
 // Takes out the next bytes to write. Returns how many.
-unsigned take_chunk(msgcmd *client, Chunk &chunk)
+unsigned take_chunk(Client *client, Chunk &chunk)
 {
     const auto queued = static_cast<unsigned>(seqpool_askDataSize(client->pool));
     const auto count = std::min<unsigned>(queued, MSGCMD_CHUNK_SIZE);
@@ -59,7 +78,7 @@ unsigned take_chunk(msgcmd *client, Chunk &chunk)
 
 // Senders queue and enable under the same lock, so none of their bytes is left behind a disabled
 // event.
-void disable_when_empty(msgcmd *client)
+void disable_when_empty(Client *client)
 {
     const va::ScopedLock lock(client->lock);
     if (seqpool_askDataSize(client->pool) == 0)
@@ -68,34 +87,51 @@ void disable_when_empty(msgcmd *client)
 
 // Makes `socket` the client's connection. Returns false, having changed nothing, when it cannot be
 // put on the loop.
-bool install(msgcmd *client, Fd &socket) VA_REQUIRES(client->lock)
+bool install(Client *client, Fd &socket) VA_REQUIRES(client->lock)
 {
-    client->read_event.reset(add_fd_event(socket, 0, 0, msgcmd_on_read, client));
+    client->read_event =
+        add_fd_event(socket.get(), 0, 0, msgcmd_on_read, static_cast<msgcmd *>(client));
     if (!client->read_event)
         return false;
-    client->fd = std::move(socket);
+    client->fd = socket.release();
     return true;
+}
+
+void disconnect(Client *client) VA_REQUIRES(client->lock)
+{
+    remove_event(std::exchange(client->write_event, nullptr));
+    remove_event(std::exchange(client->read_event, nullptr));
+    Fd(std::exchange(client->fd, -1)).reset();
+    seqpool_clearData(client->pool);
+}
+
+Client::~Client()
+{
+    va::assume_locked(lock);
+    disconnect(this);
+    seqpool_destroy(&pool);
+    delete[] path;
 }
 
 // Returns whether the connection's write event is there. A connection without one stays open: only
 // the loop thread may close what it waits for. The next send tries again.
-bool ensure_write_event(msgcmd *client) VA_REQUIRES(client->lock)
+bool ensure_write_event(Client *client) VA_REQUIRES(client->lock)
 {
     if (!client->write_event)
-        client->write_event.reset(
-            add_fd_event(client->fd, 1, EVENT_ASLEEP, msgcmd_on_write, client));
+        client->write_event = add_fd_event(client->fd, 1, EVENT_ASLEEP, msgcmd_on_write,
+                                           static_cast<msgcmd *>(client));
     return client->write_event;
 }
 
 enum class Outcome { Queued, Disconnected, NoEvent, NoRoom };
 
 // `socket`, when open, becomes the connection if there is none; it stays the caller's if there is.
-Outcome queue(msgcmd *client, Fd &socket, const void *data, unsigned length)
+Outcome queue(Client *client, Fd &socket, const void *data, unsigned length)
 {
     const va::ScopedLock lock(client->lock);
-    if (!client->fd && !socket)
+    if (client->fd < 0 && !socket)
         return Outcome::Disconnected;
-    if ((!client->fd && !install(client, socket)) || !ensure_write_event(client))
+    if ((client->fd < 0 && !install(client, socket)) || !ensure_write_event(client))
         return Outcome::NoEvent;
     if (seqpool_writeData(client->pool, data, length) == -1)
         return Outcome::NoRoom;
@@ -134,18 +170,16 @@ int msgcmd_init(msgcmd **out, const char *path, unsigned size)
     if (!out || !path)
         return -1;
     *out = nullptr;
-    std::unique_ptr<msgcmd> client(new (std::nothrow) msgcmd{});
+    std::unique_ptr<Client> client(new (std::nothrow) Client);
     if (client)
-        client->path = copy_text(path);
+        client->path = copy_text(path).release();
     if (!client || !client->path) {
         std::printf("%s: Can't alloc memory!\n", __func__);
         return -1;
     }
     client->pool_size = size;
-    seqpool *pool = nullptr;
-    if (seqpool_init(&pool, size) == -1)
+    if (seqpool_init(&client->pool, size) == -1)
         return -1;
-    client->pool.reset(pool);
     *out = client.release();
     return 0;
 }
@@ -155,22 +189,23 @@ void msgcmd_setcb(msgcmd *client, msgcmd_read_callback read_cb, msgcmd_write_cal
 {
     if (!client)
         return;
-    const va::ScopedLock lock(client->lock);
+    const va::ScopedLock lock(own(client)->lock);
     client->read_cb = read_cb;
     client->write_cb = write_cb;
     client->cb_arg = cb_arg;
 }
 
-int msgcmd_noblock_write(msgcmd *client, const void *data, unsigned length)
+int msgcmd_noblock_write(msgcmd *handle, const void *data, unsigned length)
 {
-    if (!client)
+    if (!handle)
         return -1;
     if (length == 0)
         return 0;
+    Client *const client = own(handle);
     Fd socket; // closed here when another sender has connected meanwhile
     Outcome outcome = queue(client, socket, data, length);
     if (outcome == Outcome::Disconnected) {
-        socket = connect_to(client->path.get()); // without the lock: it may wait for the server
+        socket = connect_to(client->path); // without the lock: it may wait for the server
         if (socket)
             outcome = queue(client, socket, data, length);
     }
@@ -181,7 +216,8 @@ int msgcmd_noblock_write(msgcmd *client, const void *data, unsigned length)
 
 std::int32_t msgcmd_on_write(event_info *, void *arg)
 {
-    auto *const client = static_cast<msgcmd *>(arg);
+    Client *const client = own(static_cast<msgcmd *>(arg));
+    assert(is_loop_thread());
     const Connection connection = connection_of(client);
     Chunk chunk;
     const unsigned count = take_chunk(client, chunk);
@@ -192,7 +228,7 @@ std::int32_t msgcmd_on_write(event_info *, void *arg)
         disconnect_after_failure(client);
     } else {
         if (static_cast<unsigned>(written) < count)
-            std::printf("data lose when write to %s\n", client->path.get());
+            std::printf("data lose when write to %s\n", client->path);
         disable_when_empty(client);
     }
     if (connection.write_cb)
@@ -202,7 +238,8 @@ std::int32_t msgcmd_on_write(event_info *, void *arg)
 
 std::int32_t msgcmd_on_read(event_info *, void *arg)
 {
-    auto *const client = static_cast<msgcmd *>(arg);
+    Client *const client = own(static_cast<msgcmd *>(arg));
+    assert(is_loop_thread());
     const Connection connection = connection_of(client);
     Chunk chunk;
     const auto got = static_cast<int>(read(connection.fd, chunk.data(), chunk.size()));
@@ -217,15 +254,14 @@ void msgcmd_close(msgcmd *client)
 {
     if (!client)
         return;
-    const va::ScopedLock lock(client->lock);
-    client->write_event.reset();
-    client->read_event.reset();
-    client->fd.reset();
-    seqpool_clearData(client->pool);
+    assert(is_loop_thread());
+    const va::ScopedLock lock(own(client)->lock);
+    disconnect(own(client));
 }
 
 void msgcmd_release(msgcmd **client)
 {
+    assert(is_loop_thread());
     if (client)
-        delete std::exchange(*client, nullptr);
+        delete own(std::exchange(*client, nullptr));
 }

@@ -1,12 +1,9 @@
 #pragma once
 
-#include "event/event.h"
-#include "util/guarded.h"
-#include "util/owner.h"
-#include "util/sequence_pool.h"
+#include "event/loop.h"
 
 #include <cstdint>
-#include <mutex>
+#include <type_traits>
 
 // Control-message client: sends bytes to a control-message server in socket mode (ipc/msg/msg.h),
 // or to any other Unix-domain stream socket. Nothing is added to the bytes: the caller composes the
@@ -37,20 +34,23 @@ enum {
     MSGCMD_CHUNK_SIZE = 1024, // most bytes of one read or write, and so of one loop cycle
 };
 
+struct seqpool;
+
 // All fields belong to the client.
 struct msgcmd {
-    va::Array<char> path;
-    va::One<seqpool> pool; // bytes not yet written
+    char *path;
+    seqpool *pool; // bytes not yet written
     std::uint32_t pool_size;
-    va::Fd fd VA_GUARDED_BY(lock);               // -1: not connected
-    event_owner read_event VA_GUARDED_BY(lock);  // of the connection, like the next
-    event_owner write_event VA_GUARDED_BY(lock); // enabled while `pool` holds bytes
-    msgcmd_read_callback read_cb VA_GUARDED_BY(lock);
-    msgcmd_write_callback write_cb VA_GUARDED_BY(lock);
-    void *cb_arg VA_GUARDED_BY(lock);
-
-    std::mutex lock; // also that an enabled event means queued bytes
+    std::int32_t fd;    // -1: not connected
+    event *read_event;  // of the connection, like the next
+    event *write_event; // enabled while `pool` holds bytes
+    msgcmd_read_callback read_cb;
+    msgcmd_write_callback write_cb;
+    void *cb_arg;
 };
+
+static_assert(std::is_standard_layout_v<msgcmd> && std::is_trivially_copyable_v<msgcmd>);
+static_assert(sizeof(void *) != 4 || sizeof(msgcmd) == 36);
 
 // Connects to the socket at `path` (at most 107 bytes), sends the `length` bytes in one write,
 // which waits until the server has taken them, and closes without reading an answer. Returns 0 when

@@ -14,9 +14,9 @@ std::int32_t wake_listener(event_info *info, void *accept_event)
 
 } // namespace
 
-event_owner va::add_rest_timer(event *accept_event)
+va::EventOwner va::add_rest_timer(event *accept_event)
 {
-    return event_owner(add_timer_event(rest_ms, EVENT_ASLEEP, wake_listener, accept_event));
+    return EventOwner(add_timer_event(rest_ms, EVENT_ASLEEP, wake_listener, accept_event));
 }
 
 void va::rest_listener(event *rest_timer)

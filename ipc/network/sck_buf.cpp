@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cassert>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include <sys/mman.h>
 
@@ -31,8 +33,11 @@ std::uint32_t next_shift()
 
 std::uint8_t *map_zeroed(std::uint32_t size)
 {
-    void *const pages = mmap(nullptr, std::size_t{size} + page_size, PROT_READ | PROT_WRITE,
-                             MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    const std::size_t mapped = std::size_t{size} + page_size;
+    if (mapped < size) // where an address has 32 bits
+        return nullptr;
+    void *const pages =
+        mmap(nullptr, mapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     return pages == MAP_FAILED ? nullptr : static_cast<std::uint8_t *>(pages) + next_shift();
 }
 
@@ -67,23 +72,19 @@ sck_bytes bytes_of(const std::uint32_t &value)
 
 } // namespace
 
-sck_buf_t::~sck_buf_t()
-{
-    free_zeroed(data, size);
-}
-
 int sck_buf_init(sck_buf_t *buffer, std::uint32_t size)
 {
     std::uint8_t *const data = allocate_zeroed(size);
     if (!data)
         return -1;
-    free_zeroed(buffer->data, buffer->size);
-    buffer->data = data;
-    buffer->size = size;
-    buffer->count = 0;
-    buffer->readPos = 0;
-    buffer->writePos = 0;
+    *buffer = {data, size, 0, 0, 0};
     return 0;
+}
+
+void sck_buf_release(sck_buf_t *buffer)
+{
+    const sck_buf_t released = std::exchange(*buffer, {});
+    free_zeroed(released.data, released.size);
 }
 
 bool sck_buf_has_room(const sck_buf_t &ring, std::uint32_t length)
@@ -95,6 +96,7 @@ bool sck_buf_has_room(const sck_buf_t &ring, std::uint32_t length)
 void sck_buf_put_frame(sck_buf_t &ring, sck_bytes payload)
 {
     const auto length = static_cast<std::uint32_t>(payload.size());
+    assert(sck_buf_has_room(ring, length));
     const std::uint32_t frame_size = header_size + length;
     // It ends before the array does, as a rule: put in at once it takes a third less time.
     if (frame_size < ring.size - ring.writePos) {
@@ -117,6 +119,7 @@ sck_bytes sck_buf_first_run(const sck_buf_t &ring)
 // An emptied ring starts over, so that few records at a time stay in few cache lines and pages.
 void sck_buf_take_out(sck_buf_t &ring, std::uint32_t count)
 {
+    assert(count <= ring.count);
     ring.count -= count;
     ring.readPos = ring.count > 0 ? sck_buf_advance(ring, ring.readPos, count) : 0;
     if (ring.count == 0)

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <span>
+#include <type_traits>
 
 // A ring of bytes that holds frames: a payload's length, 4 bytes in host byte order, and the
 // payload. It has no lock: whoever shares one guards it.
@@ -9,23 +10,22 @@
 // count = (writePos - readPos) mod size, at most size - 1; both positions are 0 when it is empty.
 // The array costs memory where bytes have been put.
 struct sck_buf_t {
-    sck_buf_t() = default;
-    sck_buf_t(const sck_buf_t &) = delete;
-    sck_buf_t &operator=(const sck_buf_t &) = delete;
-    ~sck_buf_t(); // frees the array
-
-    std::uint8_t *data = nullptr; // `size` bytes
-    std::uint32_t size = 0;
-    std::uint32_t count = 0;    // bytes queued
-    std::uint32_t readPos = 0;  // next byte out, 0..size-1
-    std::uint32_t writePos = 0; // where the next byte goes in, 0..size-1
+    std::uint8_t *data; // `size` bytes
+    std::uint32_t size;
+    std::uint32_t count;    // bytes queued
+    std::uint32_t readPos;  // next byte out, 0..size-1
+    std::uint32_t writePos; // where the next byte goes in, 0..size-1
 };
 
+static_assert(std::is_standard_layout_v<sck_buf_t> && std::is_trivially_copyable_v<sck_buf_t>);
 static_assert(sizeof(void *) != 4 || sizeof(sck_buf_t) == 20);
 
-// Gives `buffer`, whose old array is freed, an empty array of `size` zeros. Returns 0, or -1 when
-// memory is short; the buffer is then as it was.
+// Gives `buffer` an empty array of `size` zeros; sck_buf_release() ends it. Returns 0, or -1, the
+// buffer as it was, when memory is short or there cannot be so much.
 int sck_buf_init(sck_buf_t *buffer, std::uint32_t size);
+
+// Frees the array, if there is one.
+void sck_buf_release(sck_buf_t *buffer);
 
 using sck_bytes = std::span<const std::uint8_t>;
 

@@ -1,5 +1,7 @@
 #include "ipc/network/sck_svr.h"
 
+#include "event/event_owner.h"
+#include "ipc/network/line_limit.h"
 #include "ipc/network/recent.h"
 #include "ipc/network/rest.h"
 #include "ipc/network/socket.h"
@@ -7,6 +9,8 @@
 #include "util/owned_text.h"
 
 #include <algorithm>
+#include <atomic>
+#include <cassert>
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
@@ -22,23 +26,42 @@ namespace
 
 constexpr int listen_backlog = 5;
 
-// What servers and clients have besides the described records, which they are allocated with. The
-// lock guards it, but for the timers and the process number. Functions on a client that need the
-// lock are told its server, so that it has one name.
-struct Server : sck_svr_t {
-    ~Server();
+constexpr int tell_more_ms = 1000;
 
-    event_owner restTimer; // wakes the listener after a failed accept
-    sck_counts_t counts VA_GUARDED_BY(lock);
+// Most bytes of one read: a client that sends makes no more of its buffer resident.
+constexpr std::uint32_t most_read = 4096;
+
+// What is told of clients, over and over.
+enum Line { no_room, accepted, disconnected, write_failed, line_kinds };
+
+// What servers and clients have besides the described records, which they are allocated with. The
+// lock guards it, but for the timers, the process number and `failedAccepts`, which is the loop
+// thread's. Functions on a client that need the lock are told its server, so that it has one name.
+struct Server : sck_svr_t {
+    Server() : sck_svr_t{} { socket = -1; }
+    ~Server();
+    Server(const Server &) = delete;
+    Server &operator=(const Server &) = delete;
+
+    va::EventOwner restTimer; // wakes the listener after a failed accept
+    va::EventOwner moreTimer; // asleep unless there are lines to tell of
+    va::LineLimit limits[line_kinds] VA_GUARDED_BY(lock);
+    std::atomic<std::uint64_t> failedAccepts{0};
+    sck_counts_t counts VA_GUARDED_BY(lock){};
     va::RecentGreatest longest VA_GUARDED_BY(lock);
 };
 
 struct Client : sck_clt_t {
+    Client() : sck_clt_t{} { socket = -1; }
+    ~Client();
+    Client(const Client &) = delete;
+    Client &operator=(const Client &) = delete;
+
     va::QueueTimer timer;
-    std::int32_t pid;
-    sck_counts_t before;        // the server's counts when it was linked; what came since, and was
-    std::uint64_t refused;      // not refused, has been queued
-    std::uint64_t refusedBytes; // payloads
+    std::int32_t pid = 0;
+    sck_counts_t before{};          // the server's counts when it was linked; what came since, and
+    std::uint64_t refused = 0;      // was not refused, has been queued
+    std::uint64_t refusedBytes = 0; // payloads
 };
 
 Server *own(sck_svr_t *server)
@@ -53,8 +76,20 @@ Client *own(sck_clt_t *client)
 
 Server::~Server()
 {
+    remove_event(acceptEvent);
+    Fd(socket).reset();
+    delete[] path;
     while (clients)
         delete own(std::exchange(clients, clients->next));
+}
+
+Client::~Client()
+{
+    remove_event(writeEvent);
+    remove_event(readEvent);
+    Fd(socket).reset();
+    sck_buf_release(&send);
+    sck_buf_release(&recv);
 }
 
 std::uint64_t clock_us()
@@ -65,16 +100,75 @@ std::uint64_t clock_us()
            static_cast<std::uint64_t>(time.tv_nsec / 1000);
 }
 
+// How many of `count` lines to print. The others are told of later.
+std::uint32_t lines_to_print(Server *server, Line kind, std::uint32_t count)
+    VA_REQUIRES(server->lock)
+{
+    va::LineLimit &limit = server->limits[kind];
+    const std::uint32_t allowed = limit.take(clock_us(), count);
+    if (limit.has_more())
+        set_event_enabled(server->moreTimer, 1);
+    return allowed;
+}
+
+bool may_print(Server *server, Line kind)
+{
+    const va::ScopedLock lock(server->lock);
+    return lines_to_print(server, kind, 1) == 1;
+}
+
+void tell_more(const Server *server, Line kind, std::uint32_t count)
+{
+    switch (kind) {
+    case no_room:
+        std::printf("Can't write data to client.sck_path=%s: %u more\n", server->path, count);
+        break;
+    case accepted:
+        std::printf("%s: accept client: %u more\n", server->path, count);
+        break;
+    case disconnected:
+        std::printf("%s: client disconnect: %u more\n", server->path, count);
+        break;
+    default:
+        std::printf("%s: write error: %u more\n", server->path, count);
+        break;
+    }
+}
+
+// Sleeps again first: whoever has more lines from here on wakes it.
+std::int32_t on_more_timer(event_info *info, void *arg)
+{
+    Server *const server = own(static_cast<sck_svr_t *>(arg));
+    set_event_enabled(info->event, 0);
+    std::uint32_t more[line_kinds];
+    bool again = false;
+    {
+        const va::ScopedLock lock(server->lock);
+        const std::uint64_t now = clock_us();
+        for (int kind = 0; kind < line_kinds; ++kind) {
+            more[kind] = server->limits[kind].take_more(now);
+            again |= server->limits[kind].has_more();
+        }
+    }
+    if (again)
+        resched_event(info->event, nullptr);
+    for (int kind = 0; kind < line_kinds; ++kind) {
+        if (more[kind] > 0)
+            tell_more(server, static_cast<Line>(kind), more[kind]);
+    }
+    return 0;
+}
+
 void refuse(Client *client, sck_bytes payload)
 {
     ++client->refused;
     client->refusedBytes += payload.size();
 }
 
-// Returns how many clients had no room.
-int queue_for_all(Server *server, sck_bytes payload)
+// Returns how many lines are to be printed of clients without room.
+std::uint32_t queue_for_all(Server *server, sck_bytes payload)
 {
-    int refused = 0;
+    std::uint32_t refused = 0;
     std::uint64_t now = 0; // read when first wanted
     const va::ScopedLock lock(server->lock);
     for (Client *client = own(server->clients); client; client = own(client->next)) {
@@ -83,8 +177,7 @@ int queue_for_all(Server *server, sck_bytes payload)
             ++refused;
             continue;
         }
-        if (client->send.count == 0)
-            set_event_enabled(client->writeEvent, 1);
+        set_event_enabled(client->writeEvent, 1);
         if (now == 0 && client->timer.wants_time())
             now = clock_us();
         sck_buf_put_frame(client->send, payload);
@@ -92,8 +185,8 @@ int queue_for_all(Server *server, sck_bytes payload)
     }
     ++server->counts.records;
     server->counts.bytes += payload.size();
-    server->counts.refused += static_cast<std::uint64_t>(refused);
-    return refused;
+    server->counts.refused += refused;
+    return refused > 0 ? lines_to_print(server, no_room, refused) : 0;
 }
 
 void link_client(Server *server, Client *client) VA_REQUIRES(server->lock)
@@ -115,13 +208,14 @@ void unlink_client(Server *server, sck_clt_t *client) VA_REQUIRES(server->lock)
         server->clients = client->next;
 }
 
-// Hands out the record, which ends the connection: without the lock, which is held here.
-[[nodiscard]] std::unique_ptr<Client> disconnect(Server *server, Client *client,
-                                                 const char *reporter) VA_REQUIRES(server->lock)
+// Ends the connection; loop thread, without the lock.
+void disconnect(Server *server, Client *client, const char *reporter)
 {
-    std::printf("%s: client disconnect.\n", reporter);
+    if (may_print(server, disconnected))
+        std::printf("%s: client disconnect.\n", reporter);
+    const std::unique_ptr<Client> gone(client); // outlives the lock
+    const va::ScopedLock lock(server->lock);
     unlink_client(server, client);
-    return std::unique_ptr<Client>(client);
 }
 
 // Some records' way to the socket has ended.
@@ -132,51 +226,59 @@ void note_way(Server *server, Client *client) VA_REQUIRES(server->lock)
     server->longest.add(now, static_cast<std::uint32_t>(std::min<std::uint64_t>(time, UINT32_MAX)));
 }
 
-// One write. Returns whether the connection still stands.
-bool drain(Server *server, Client *client) VA_REQUIRES(server->lock)
+struct Written {
+    ssize_t result;
+    std::size_t length; // of what was to be written
+    int error;
+};
+
+// One write of what is queued, if anything is.
+Written drain(Server *server, Client *client)
 {
+    const va::ScopedLock lock(server->lock);
     const sck_bytes run = sck_buf_first_run(client->send);
-    if (run.empty())
-        return true;
-    const ssize_t written = send(client->socket, run.data(), run.size(), MSG_NOSIGNAL);
-    if (written > 0) {
-        const auto count = static_cast<std::uint32_t>(written);
+    Written written{0, run.size(), 0};
+    if (!run.empty()) {
+        written.result = send(client->socket, run.data(), run.size(), MSG_NOSIGNAL);
+        written.error = errno;
+    }
+    if (written.result > 0) {
+        const auto count = static_cast<std::uint32_t>(written.result);
         sck_buf_take_out(client->send, count);
         if (client->timer.take(count))
             note_way(server, client);
-        return true;
     }
-    const bool try_again = written < 0 && errno == EAGAIN;
-    std::printf("write error. ret = %d, len=%d\n", static_cast<int>(written),
-                static_cast<int>(run.size()));
-    return try_again;
+    if (client->send.count == 0)
+        set_event_enabled(client->writeEvent, 0);
+    return written;
 }
 
 std::int32_t sck_clt_event_write(event_info *, void *arg)
 {
-    auto *const client = static_cast<Client *>(arg);
+    Client *const client = own(static_cast<sck_clt_t *>(arg));
     Server *const server = own(client->server);
-    std::unique_ptr<Client> gone; // outlives the lock
-    const va::ScopedLock lock(server->lock);
-    if (!drain(server, client))
-        gone = disconnect(server, client, server->path);
-    else if (client->send.count == 0)
-        set_event_enabled(client->writeEvent, 0);
+    const Written written = drain(server, client);
+    if (written.result > 0 || written.length == 0)
+        return 0;
+    // Printed without the lock, like everything: it must not hold up the producer.
+    if (may_print(server, write_failed))
+        std::printf("write error. ret = %d, len=%d\n", static_cast<int>(written.result),
+                    static_cast<int>(written.length));
+    if (written.result == 0 || written.error != EAGAIN)
+        disconnect(server, client, server->path);
     return 0;
 }
 
 std::int32_t sck_clt_event_read(event_info *, void *arg)
 {
-    auto *const client = static_cast<Client *>(arg);
+    Client *const client = own(static_cast<sck_clt_t *>(arg));
     Server *const server = own(client->server);
     sck_buf_t &ring = client->recv;
     if (ring.writePos >= ring.readPos) {
-        const ssize_t got =
-            read(client->socket, ring.data + ring.writePos, ring.size - ring.writePos);
+        const ssize_t got = read(client->socket, ring.data + ring.writePos,
+                                 std::min(ring.size - ring.writePos, most_read));
         if (got <= 0) {
-            std::unique_ptr<Client> gone; // outlives the lock
-            const va::ScopedLock lock(server->lock);
-            gone = disconnect(server, client, __func__);
+            disconnect(server, client, __func__);
             return 0;
         }
         ring.writePos = sck_buf_advance(ring, ring.writePos, static_cast<std::uint32_t>(got));
@@ -206,38 +308,59 @@ sck_clt_status_t status_of(const Server &server, const Client &client) VA_REQUIR
 // A client that is not on the list yet; null when memory is short or the loop cannot serve it.
 std::unique_ptr<Client> new_client(Server *server, Fd connection)
 {
-    std::unique_ptr<Client> client(new (std::nothrow) Client{});
+    std::unique_ptr<Client> client(new (std::nothrow) Client);
     if (!client || sck_buf_init(&client->send, server->size) == -1 ||
         sck_buf_init(&client->recv, server->size) == -1)
         return nullptr;
+    void *const arg = static_cast<sck_clt_t *>(client.get());
     client->server = server;
-    client->pid = peer_of(connection);
-    client->readEvent.reset(add_fd_event(connection, 0, 0, sck_clt_event_read, client.get()));
-    client->writeEvent.reset(
-        add_fd_event(connection, 1, EVENT_ASLEEP, sck_clt_event_write, client.get()));
-    client->socket = std::move(connection);
+    client->socket = connection.release();
+    client->pid = peer_of(client->socket);
+    client->readEvent = add_fd_event(client->socket, 0, 0, sck_clt_event_read, arg);
+    client->writeEvent = add_fd_event(client->socket, 1, EVENT_ASLEEP, sck_clt_event_write, arg);
     return client->readEvent && client->writeEvent ? std::move(client) : nullptr;
 }
 
 std::int32_t sck_svr_event_accept(event_info *, void *arg)
 {
-    auto *const server = static_cast<Server *>(arg);
+    Server *const server = own(static_cast<sck_svr_t *>(arg));
     Fd connection(accept4(server->socket, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
     if (!connection) {
+        ++server->failedAccepts;
         std::puts("ERR## accept fail.");
         va::rest_listener(server->restTimer);
         return 0;
     }
-    std::printf("%s: accept client. previous clients=%d\n", server->path.get(),
-                sck_svr_get_client_count(server));
+    if (may_print(server, accepted))
+        std::printf("%s: accept client. previous clients=%d\n", server->path,
+                    sck_svr_get_client_count(server));
     std::unique_ptr<Client> client = new_client(server, std::move(connection));
     if (!client) {
-        std::fprintf(stderr, "%s: can't serve client.\n", server->path.get());
+        std::fprintf(stderr, "%s: can't serve client.\n", server->path);
         return 0;
     }
     const va::ScopedLock lock(server->lock);
     link_client(server, client.release());
     return 0;
+}
+
+bool add_events(Server *server)
+{
+    void *const arg = static_cast<sck_svr_t *>(server);
+    server->acceptEvent = add_fd_event(server->socket, 0, 0, sck_svr_event_accept, arg);
+    if (!server->acceptEvent)
+        return false;
+    server->restTimer = va::add_rest_timer(server->acceptEvent);
+    server->moreTimer.reset(add_timer_event(tell_more_ms, EVENT_ASLEEP, on_more_timer, arg));
+    return server->restTimer && server->moreTimer;
+}
+
+bool listens(const Server &server)
+{
+    int listening = 0;
+    socklen_t size = sizeof listening;
+    return getsockopt(server.socket, SOL_SOCKET, SO_ACCEPTCONN, &listening, &size) == 0 &&
+           listening != 0;
 }
 
 } // namespace
@@ -250,21 +373,15 @@ int sck_svr_init(sck_svr_t **slot, const char *path, std::uint32_t size)
     }
     if (!slot || size <= sizeof(std::uint32_t))
         return -1;
-    std::unique_ptr<Server> server(new (std::nothrow) Server{});
+    std::unique_ptr<Server> server(new (std::nothrow) Server);
     if (!server)
         return -1;
-    server->path = copy_text(path);
-    int listener = -1;
-    if (!server->path || unix_domain_socket_init(&listener, path, listen_backlog) == -1)
+    server->path = copy_text(path).release();
+    if (!server->path || unix_domain_socket_init(&server->socket, path, listen_backlog) == -1)
         return -1;
-    server->socket.reset(listener);
     server->size = size;
     server->recvHandler = sck_clt_ignore_read;
-    server->acceptEvent.reset(add_fd_event(listener, 0, 0, sck_svr_event_accept, server.get()));
-    if (!server->acceptEvent)
-        return -1;
-    server->restTimer = va::add_rest_timer(server->acceptEvent);
-    if (!server->restTimer)
+    if (!add_events(server.get()))
         return -1;
     *slot = server.release();
     return 0;
@@ -277,10 +394,9 @@ int sck_svr_write(sck_svr_t *server, const void *data, std::uint32_t length)
     if (length == 0)
         return 0;
     // Printed without the lock: standard output may block, and must not hold up the loop with it.
-    for (int refused =
-             queue_for_all(own(server), {static_cast<const std::uint8_t *>(data), length});
-         refused > 0; --refused)
-        std::printf("Can't write data to client.sck_path=%s\n", server->path.get());
+    const sck_bytes payload(static_cast<const std::uint8_t *>(data), length);
+    for (std::uint32_t lines = queue_for_all(own(server), payload); lines > 0; --lines)
+        std::printf("Can't write data to client.sck_path=%s\n", server->path);
     return 0;
 }
 
@@ -301,6 +417,8 @@ int sck_svr_get_status(sck_svr_t *handle, sck_svr_status_t *status)
         return -1;
     Server &server = *own(handle);
     sck_svr_status_t found{};
+    found.failed_accepts = server.failedAccepts;
+    found.listens = listens(server);
     try {
         const va::ScopedLock lock(server.lock);
         found.counts = server.counts;
@@ -318,6 +436,7 @@ int sck_svr_set_recv_callback(sck_svr_t *server, sck_recv_handler handler, void 
 {
     if (!server)
         return -1;
+    assert(is_loop_thread());
     server->recvHandler = handler;
     server->recvArg = arg;
     return 0;
@@ -325,6 +444,7 @@ int sck_svr_set_recv_callback(sck_svr_t *server, sck_recv_handler handler, void 
 
 void sck_svr_release(sck_svr_t **slot)
 {
+    assert(is_loop_thread());
     if (slot)
         delete own(std::exchange(*slot, nullptr));
 }

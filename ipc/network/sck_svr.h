@@ -1,13 +1,14 @@
 #pragma once
 
-#include "event/event.h"
+#include "event/loop.h"
 #include "ipc/network/sck_buf.h"
 #include "util/guarded.h"
-#include "util/owner.h"
 
 #include <cstdint>
-#include <mutex>
+#include <type_traits>
 #include <vector>
+
+#include <pthread.h>
 
 // Result broadcast server: one stream of records for any number of local clients.
 //
@@ -19,6 +20,10 @@
 // this client alone, and leaves no trace in its stream; a client that never reads just misses
 // records, and delays neither the producer nor the others. A client is removed when it closes, or
 // when a write to it fails. Writing to one that has gone raises no SIGPIPE.
+//
+// What is told on standard output is told 20 times a second at most, of each kind: a record that a
+// client has no room for, a connection, its end, a failed write. The others are counted, and their
+// number told once a second.
 //
 // The event loop accepts and serves the clients on its thread; sck_svr_write() only fills their
 // buffers. Queuing does not wake the loop: keep a periodic timer running to bound the delay, and to
@@ -46,24 +51,27 @@ using sck_recv_handler = int (*)(sck_clt_t *client, void *arg);
 struct sck_clt_t {
     sck_clt_t *next; // older
     sck_clt_t *prev; // newer
-    va::Fd socket;
-    sck_buf_t send;         // frames not written yet
-    sck_buf_t recv;         // see sck_recv_handler
-    event_owner writeEvent; // enabled while `send` holds bytes
-    event_owner readEvent;
+    std::int32_t socket;
+    sck_buf_t send;    // frames not written yet
+    sck_buf_t recv;    // see sck_recv_handler
+    event *writeEvent; // enabled while `send` holds bytes
+    event *readEvent;
     sck_svr_t *server;
 };
 
 struct sck_svr_t {
-    va::Fd socket;                          // listening
+    std::int32_t socket;                    // listening
     std::uint32_t size;                     // of each buffer of each client
     sck_clt_t *clients VA_GUARDED_BY(lock); // newest first
-    event_owner acceptEvent;
-    va::Array<char> path;
+    event *acceptEvent;
+    char *path;
     sck_recv_handler recvHandler;
     void *recvArg;
-    std::mutex lock; // clients, their send buffers and write events
+    pthread_mutex_t lock; // clients, their send buffers and write events
 };
+
+static_assert(std::is_standard_layout_v<sck_clt_t> && std::is_trivially_copyable_v<sck_clt_t>);
+static_assert(std::is_standard_layout_v<sck_svr_t> && std::is_trivially_copyable_v<sck_svr_t>);
 
 // What has been counted. A client's refused records are not among its others.
 struct sck_counts_t {
@@ -81,6 +89,8 @@ struct sck_clt_status_t {
 struct sck_svr_status_t {
     sck_counts_t counts;                   // since the start; those of clients that left stay
     std::uint32_t longest_us;              // of a record's way to its client's socket, see below
+    std::uint64_t failed_accepts;          // connections that had to be tried again
+    bool listens;                          // else no client can connect
     std::vector<sck_clt_status_t> clients; // newest first
 };
 
@@ -92,7 +102,7 @@ static_assert(sizeof(void *) != 4 || sizeof(sck_clt_t) == 64);
 // memory short, or no socket or event to be had.
 int sck_svr_init(sck_svr_t **slot, const char *path, std::uint32_t size);
 
-// Queues one record for every client with room for all of it, and prints a line per client without.
+// Queues one record for every client with room for all of it, and tells of each client without.
 // The data stays the caller's. Copies only: no socket call, no allocation. Any thread. Returns 0
 // whoever received it (and for length 0, which queues nothing), -1 when `server` is null.
 int sck_svr_write(sck_svr_t *server, const void *data, std::uint32_t length);

@@ -157,7 +157,7 @@ int server_socket_accept(int listener)
         return fail("server_socket_accept: select fail.");
     if (ready == 0)
         return 0;
-    Fd fd = above_zero(accept_connection(listener));
+    Fd fd = va::above_zero(accept_connection(listener));
     if (!fd)
         return fail("server_socket_accept: accept fail.");
     return fd.release();

@@ -19,9 +19,31 @@
 namespace
 {
 
-using Slot = va::FdAboveZero;
-
 static_assert(SPIPE_MAX_CLIENTS == FD_SETSIZE);
+
+constexpr std::int32_t none = 0; // in the place of a descriptor
+
+void close_one(std::int32_t &fd)
+{
+    Fd(fd > none ? fd : -1).reset();
+    fd = none;
+}
+
+// The allocated types of the described records, which own what those only name.
+
+struct Server : spipe_server {
+    Server() : spipe_server{} {}
+    ~Server();
+    Server(const Server &) = delete;
+    Server &operator=(const Server &) = delete;
+};
+
+struct Client : spipe_client {
+    Client() : spipe_client{} {}
+    ~Client() { close_one(fd); }
+    Client(const Client &) = delete;
+    Client &operator=(const Client &) = delete;
+};
 
 // A path that is not terminated is cut, but stays too long for a socket address.
 void copy_path(char (&to)[SPIPE_PATH_SIZE], const char (&from)[SPIPE_PATH_SIZE])
@@ -31,22 +53,29 @@ void copy_path(char (&to)[SPIPE_PATH_SIZE], const char (&from)[SPIPE_PATH_SIZE])
 }
 
 // A descriptor that can be waited on and does not read as none; empty when it cannot be had.
-Slot usable(Fd fd)
+Fd usable(Fd fd)
 {
-    fd = above_zero(std::move(fd));
+    fd = va::above_zero(std::move(fd));
     if (fd.get() >= FD_SETSIZE)
         fd.reset();
-    return fd ? Slot(fd.release()) : Slot();
+    return fd;
 }
 
-std::span<Slot> slots(const spipe_server &server)
+std::span<std::int32_t> slots(const spipe_server &server)
 {
-    return {server.clients.get(), static_cast<std::size_t>(server.max_clients)};
+    return {server.clients, server.clients ? static_cast<std::size_t>(server.max_clients) : 0};
 }
 
-void remove_client(spipe_server &server, Slot &slot)
+Server::~Server()
 {
-    slot.reset();
+    std::ranges::for_each(slots(*this), close_one);
+    delete[] clients;
+    close_one(listen_fd);
+}
+
+void remove_client(spipe_server &server, std::int32_t &slot)
+{
+    close_one(slot);
     --server.client_count;
 }
 
@@ -55,13 +84,15 @@ bool set_up(spipe_server &server)
     if (server.max_clients < 1 || server.max_clients > SPIPE_MAX_CLIENTS)
         return false;
     const auto count = static_cast<std::size_t>(server.max_clients);
-    server.clients.reset(new (std::nothrow) Slot[count]);
-    int listener = -1;
-    if (!server.clients ||
-        unix_domain_socket_init(&listener, server.path, server.max_clients) == -1)
+    server.clients = new (std::nothrow) std::int32_t[count]();
+    int opened = -1;
+    if (!server.clients || unix_domain_socket_init(&opened, server.path, server.max_clients) == -1)
         return false;
-    server.listen_fd = usable(Fd(listener));
-    return bool(server.listen_fd);
+    Fd listener = usable(Fd(opened));
+    if (!listener)
+        return false;
+    server.listen_fd = listener.release();
+    return true;
 }
 
 // Returns whether the connection still stands.
@@ -81,11 +112,11 @@ int select_ready(const spipe_server &server, fd_set &ready)
 {
     FD_ZERO(&ready);
     int last = 0;
-    for (const Slot &slot : slots(server)) {
-        if (!slot)
+    for (const std::int32_t slot : slots(server)) {
+        if (slot <= none)
             continue;
         FD_SET(slot, &ready);
-        last = std::max(last, slot.get());
+        last = std::max(last, slot);
     }
     timeval at_once{};
     return select(last + 1, &ready, nullptr, nullptr, &at_once);
@@ -94,8 +125,8 @@ int select_ready(const spipe_server &server, fd_set &ready)
 int read_one(spipe_server &server, const fd_set &ready, void *buffer, int *length, int *index)
 {
     int result = SPIPE_NOTHING;
-    for (Slot &slot : slots(server)) {
-        if (!slot || !FD_ISSET(slot, &ready))
+    for (std::int32_t &slot : slots(server)) {
+        if (slot <= none || !FD_ISSET(slot, &ready))
             continue;
         if (result == SPIPE_READ)
             return SPIPE_READ_MORE;
@@ -105,7 +136,7 @@ int read_one(spipe_server &server, const fd_set &ready, void *buffer, int *lengt
             continue;
         }
         *length = static_cast<int>(got);
-        *index = static_cast<int>(&slot - server.clients.get());
+        *index = static_cast<int>(&slot - server.clients);
         result = SPIPE_READ;
     }
     return result;
@@ -125,7 +156,7 @@ int spipe_s_init(spipe_server **out, spipe_server_conf conf)
     if (!out)
         return -1;
     *out = nullptr;
-    std::unique_ptr<spipe_server> server(new (std::nothrow) spipe_server{});
+    std::unique_ptr<Server> server(new (std::nothrow) Server);
     if (!server) {
         std::fprintf(stderr, "%s: Can't allocate memory!\n", __func__);
         return -1;
@@ -149,12 +180,12 @@ int spipe_s_acceptClients(spipe_server *server)
         int accepted = -1;
         if (unix_domain_socket_accept(server->listen_fd, &accepted) == 0)
             return 0;
-        Slot connection = usable(Fd(accepted));
-        if (!connection || !set_non_blocking(connection)) {
+        Fd connection = usable(Fd(accepted));
+        if (!connection || !va::set_non_blocking(connection.get())) {
             std::fprintf(stderr, "%s: Error !\n", __func__);
             return -1;
         }
-        *std::ranges::find(slots(*server), false, &Slot::operator bool) = std::move(connection);
+        *std::ranges::find(slots(*server), none) = connection.release();
         ++server->client_count;
     }
     return 0;
@@ -164,8 +195,8 @@ int spipe_s_write(spipe_server *server, const void *buffer, int length)
 {
     if (length < 1 || spipe_s_acceptClients(server) == -1)
         return -1;
-    for (Slot &slot : slots(*server)) {
-        if (slot && !deliver(slot, buffer, length))
+    for (std::int32_t &slot : slots(*server)) {
+        if (slot > none && !deliver(slot, buffer, length))
             remove_client(*server, slot);
     }
     return 0;
@@ -193,7 +224,7 @@ int spipe_s_getClientNumbers(const spipe_server *server)
 int spipe_s_destroy(spipe_server **server)
 {
     if (server)
-        delete std::exchange(*server, nullptr);
+        delete static_cast<Server *>(std::exchange(*server, nullptr));
     return 0;
 }
 
@@ -201,7 +232,7 @@ int spipe_c_init(spipe_client **out, spipe_client_conf conf)
 {
     if (!out)
         return -1;
-    *out = new (std::nothrow) spipe_client{};
+    *out = new (std::nothrow) Client;
     if (!*out) {
         std::fprintf(stderr, "%s: Can't allocate memory.\n", __func__);
         return -1;
@@ -216,9 +247,11 @@ int spipe_c_isConnect(spipe_client *client)
     if (!client)
         return 0;
     int connected = -1;
-    if (!client->fd && unix_domain_socket_connect(&connected, client->path) == 0)
-        client->fd = usable(Fd(connected));
-    return bool(client->fd);
+    if (client->fd <= none && unix_domain_socket_connect(&connected, client->path) == 0) {
+        Fd connection = usable(Fd(connected));
+        client->fd = connection ? connection.release() : none;
+    }
+    return client->fd > none;
 }
 
 int spipe_c_read(spipe_client *client, void *buffer, int length, int seconds, int microseconds)
@@ -240,20 +273,20 @@ int spipe_c_read(spipe_client *client, void *buffer, int length, int seconds, in
 
 int spipe_c_getFd(const spipe_client *client)
 {
-    return client ? client->fd.get() : 0;
+    return client ? client->fd : 0;
 }
 
 int spipe_c_disconnect(spipe_client *client)
 {
     if (!client)
         return -1;
-    client->fd.reset();
+    close_one(client->fd);
     return 0;
 }
 
 int spipe_c_destroy(spipe_client **client)
 {
     if (client)
-        delete std::exchange(*client, nullptr);
+        delete static_cast<Client *>(std::exchange(*client, nullptr));
     return 0;
 }

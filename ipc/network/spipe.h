@@ -1,8 +1,7 @@
 #pragma once
 
-#include "util/owner.h"
-
 #include <cstdint>
+#include <type_traits>
 
 // Socket pipe: a polled message channel over a Unix-domain stream socket, without an event loop. A
 // server with a fixed number of client slots writes to all of its clients and reads from one at a
@@ -41,18 +40,23 @@ struct spipe_client_conf {
 // Read-only for users, like spipe_client.
 struct spipe_server {
     char path[SPIPE_PATH_SIZE];
-    va::FdAboveZero listen_fd;          // 0: none
-    va::Array<va::FdAboveZero> clients; // max_clients descriptors; 0 marks an empty slot
-    std::int32_t client_count;          // occupied slots
-    std::int32_t max_clients;           // also the listen backlog
+    std::int32_t listen_fd;    // 0: none
+    std::int32_t *clients;     // max_clients descriptors; 0 marks an empty slot
+    std::int32_t client_count; // occupied slots
+    std::int32_t max_clients;  // also the listen backlog
 };
 
 struct spipe_client {
     char path[SPIPE_PATH_SIZE];
-    va::FdAboveZero fd; // 0: not connected
+    std::int32_t fd; // 0: not connected
 };
 
-static_assert(sizeof(va::FdAboveZero) == sizeof(std::int32_t));
+static_assert(std::is_standard_layout_v<spipe_server> &&
+              std::is_trivially_copyable_v<spipe_server>);
+static_assert(std::is_standard_layout_v<spipe_client> &&
+              std::is_trivially_copyable_v<spipe_client>);
+static_assert(sizeof(void *) != 4 || sizeof(spipe_server) == 144);
+static_assert(sizeof(spipe_client) == 132);
 
 // Starts a server and stores it in *out; spipe_s_destroy() ends it. Prints the path on standard
 // output. Returns 0, or -1 with *out null: memory is short, max_clients or the path is refused, or
