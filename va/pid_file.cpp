@@ -26,11 +26,16 @@ namespace
 constexpr pid_t nobody = 0;
 constexpr pid_t unknown = -1; // there is a file, but it cannot be read
 
-bool is_trusted(const Fd &file)
+struct Recorded {
+    pid_t process;
+    bool trusted; // the file is this user's or root's
+
+    bool operator==(const Recorded &) const = default;
+};
+
+bool is_trusted(const struct stat &status)
 {
-    struct stat status;
-    return fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) &&
-           (status.st_uid == 0 || status.st_uid == geteuid());
+    return status.st_uid == 0 || status.st_uid == geteuid();
 }
 
 // The right to replace the PID file, kept for moments: of two that start at once and see the same
@@ -40,7 +45,9 @@ class Lock
 public:
     Lock() : file_(open(va_pid_lock_path, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600))
     {
-        if (!file_ || !is_trusted(file_)) // it cannot be had
+        struct stat status;
+        if (!file_ || fstat(file_.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
+            !is_trusted(status)) // it cannot be had
             return;
         held_ = flock(file_.get(), LOCK_EX | LOCK_NB) == 0 && is_in_place();
         busy_ = !held_;
@@ -87,26 +94,29 @@ pid_t parse_process(std::string_view text)
     return error == std::errc() && stop == end && process > 0 ? process : nobody;
 }
 
-pid_t recorded_process()
+Recorded recorded()
 {
     const Fd file(open(va_pid_path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!file)
-        return errno == ELOOP || errno == ENXIO ? nobody : unknown; // a link, a socket
-    if (!is_trusted(file))
-        return nobody;
+        return {errno == ELOOP || errno == ENXIO ? nobody : unknown, false}; // a link, a socket
+    struct stat status;
+    if (fstat(file.get(), &status) != 0)
+        return {unknown, false};
+    if (!S_ISREG(status.st_mode))
+        return {nobody, false};
     char text[32];
     const ssize_t length = read(file.get(), text, sizeof text);
     if (length < 0)
-        return unknown;
+        return {unknown, false};
     const std::size_t size = static_cast<std::size_t>(length);
-    return size < sizeof text ? parse_process({text, size}) : nobody;
+    return {size < sizeof text ? parse_process({text, size}) : nobody, is_trusted(status)};
 }
 
-// Asks an instance to stop, if it is known, and gives it a second.
-void wait_for(pid_t process)
+// Asks an instance to stop, if it may be asked, and gives it a second.
+void wait_for(const Recorded &old)
 {
     log_error("==> Warning: Old process is not stop. Waiting now.");
-    if (process > 0) {
+    if (old.process > 0 && old.trusted) {
         [[maybe_unused]] const int status = std::system(va_stop_command);
     }
     sleep(1);
@@ -114,22 +124,22 @@ void wait_for(pid_t process)
         std::exit(0);
 }
 
-// Whether the file still tells of `process`, and that is no other living process.
-bool is_stale(pid_t process)
+// Whether the file still tells of the same, and that is no other living process.
+bool is_stale(const Recorded &old)
 {
-    if (process == unknown || recorded_process() != process)
+    if (old.process == unknown || recorded() != old)
         return false;
-    return process == nobody || process == getpid() || !is_alive(process);
+    return old.process == nobody || old.process == getpid() || !is_alive(old.process);
 }
 
 // Returns false after a log line when a stale file stays.
-bool remove_if_stale(pid_t process)
+bool remove_if_stale(const Recorded &old)
 {
     const Lock lock;
-    if (lock.busy() || !is_stale(process))
+    if (lock.busy() || !is_stale(old))
         return true;
     const bool removed = unlink(va_pid_path) == 0;
-    log_error("%s is stale: it names no other process of this user or root. %s", va_pid_path,
+    log_error("%s is stale: it names no other living process. %s", va_pid_path,
               removed ? "Removed it." : "It cannot be removed: there is no PID file.");
     return removed;
 }
@@ -163,8 +173,9 @@ int create_pid_file()
         std::exit(0);
     Claim claim = claim_pid_file();
     for (; claim == Claim::taken; claim = claim_pid_file()) {
-        const pid_t old = recorded_process();
-        if (old != getpid()) // left by a process of an earlier boot; a signal would end this one
+        const Recorded old = recorded();
+        if (old.process !=
+            getpid()) // left by a process of an earlier boot; a signal would end this one
             wait_for(old);
         if (!remove_if_stale(old))
             return -1;
@@ -174,6 +185,6 @@ int create_pid_file()
 
 void remove_own_pid_file()
 {
-    if (recorded_process() == getpid())
+    if (recorded().process == getpid())
         unlink(va_pid_path);
 }
