@@ -2,6 +2,7 @@
 #include "util/shared.h"
 #include "va/descriptor_limit.h"
 #include "va/log.h"
+#include "va/output.h"
 #include "va/report.h"
 #include "va/run_dir.h"
 #include "va/status.h"
@@ -9,7 +10,6 @@
 #include "va/watchdog.h"
 
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 
 #include <pthread.h>
@@ -78,7 +78,7 @@ int main(int argc, char **argv)
     context.report = &report.value;
 
     va::open_standard_descriptors();
-    std::setvbuf(stdout, nullptr, _IOLBF, 0);
+    keep_output_from_blocking();
     openlog("VA", LOG_CONS | LOG_PERROR, LOG_USER);
     std::signal(SIGINT, sig1_handler);
     std::signal(SIGPIPE, SIG_IGN);
