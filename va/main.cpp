@@ -5,6 +5,7 @@
 #include "va/output.h"
 #include "va/report.h"
 #include "va/run_dir.h"
+#include "va/run_watch.h"
 #include "va/status.h"
 #include "va/va.h"
 #include "va/watchdog.h"
@@ -59,7 +60,7 @@ void run(VaContext *context, Watchdog &watchdog)
     context->wake = va_new_wake();
     start_processing_thread(context);
     block_sighup(false);
-    if (prepare_loop() && watchdog.start()) {
+    if (prepare_loop() && watch_run_dir(*context) && watchdog.start()) {
         event_loop(0);
     } else {
         log_error("Can't add the events of the event loop.");

@@ -1,0 +1,81 @@
+#include "va/run_watch.h"
+
+#include "event/loop.h"
+#include "va/log.h"
+#include "va/paths.h"
+#include "va/streams.h"
+
+#include <array>
+#include <cstdio>
+#include <iterator>
+#include <optional>
+#include <utility>
+
+#include <sys/stat.h>
+
+namespace
+{
+
+constexpr int look_ms = 1000;
+
+using Identity = std::pair<dev_t, ino_t>;
+
+// Nothing when nothing is there.
+std::optional<Identity> identity_of(const char *path)
+{
+    struct stat status;
+    if (lstat(path, &status) != 0)
+        return {};
+    return Identity(status.st_dev, status.st_ino);
+}
+
+struct Made {
+    const char *path;
+    std::optional<Identity> identity; // nothing: it was not made
+};
+
+std::array<Made, 3 + std::size(va_streams)> all_made;
+char fault[160];
+
+// Null when all stand where they were made.
+const Made *first_missing()
+{
+    for (const Made &made : all_made) {
+        if (made.identity && identity_of(made.path) != made.identity)
+            return &made;
+    }
+    return nullptr;
+}
+
+std::int32_t look(event_info *, void *)
+{
+    const bool told = *fault != '\0';
+    const Made *const missing = first_missing();
+    fault[0] = '\0';
+    if (!missing)
+        return 0;
+    std::snprintf(fault, sizeof fault, "%s %s", missing->path,
+                  identity_of(missing->path) ? "is another one" : "is gone");
+    if (!told)
+        log_error("%s: clients do not find this daemon any more. Start it again.", fault);
+    return 0;
+}
+
+} // namespace
+
+bool watch_run_dir(const VaContext &context)
+{
+    auto *made = all_made.begin();
+    for (const char *const path : {va_run_dir, va_pid_path, va_ctrl_path})
+        *made++ = {path, identity_of(path)};
+    for (const VaStream &stream : va_streams) {
+        if (context.*stream.server)
+            *made++ = {stream.path, identity_of(stream.path)};
+    }
+    return add_timer_event(look_ms, EVENT_ENABLED, look, nullptr);
+}
+
+const char *run_dir_fault()
+{
+    return fault;
+}
