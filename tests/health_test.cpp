@@ -310,30 +310,44 @@ TEST_F(HealthTest, TellsWhatFailed)
     }
 }
 
-// The processing thread hangs in printing, since nobody reads what the daemon prints.
 TEST_F(HealthTest, TellsThatItHangs)
 {
     const Supervisor supervisor(files.file("notify"));
-    mkfifo(files.file("out").c_str(), 0600);
-    const Fd output(open(files.file("out").c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    files.write("scene", "hang ne3_val_od_start 1 5000\nhang ne3_val_od_set_ctrl 2 5000\n");
     Daemon daemon(files, {"-o"});
-    EXPECT_TRUE(daemon.wait_for_log("sim: od control"));
-    const string filling(4096, '.');
-    while (write(output.get(), filling.data(), filling.size()) > 0) {
-    }
+    EXPECT_TRUE(daemon.wait_for_output("init od."));
+    EXPECT_TRUE(says("analytics.state", "hang")); // in opening a module
+    EXPECT_TRUE(says("analytics.state", "run"));
     files.store("VMDWindow.Sensitivity=26\n");
     files.reconfigure();
-    EXPECT_TRUE(says("analytics.state", "hang"));
     EXPECT_TRUE(supervisor.hears("STATUS=Analytics hang"));
     EXPECT_TRUE(supervisor.hears_nothing());
     EXPECT_EQ("0", ask()["settings.reloads"]);
-    char bytes[4096];
-    while (read(output.get(), bytes, sizeof bytes) > 0) {
-    }
     EXPECT_TRUE(says("analytics.state", "run"));
     EXPECT_TRUE(supervisor.hears("WATCHDOG=1\n"));
+    EXPECT_TRUE(daemon.stop());
+}
+
+// Of what nobody reads it loses lines, and nothing else.
+TEST_F(HealthTest, WaitsForNobodyWhoReadsItsOutput)
+{
+    mkfifo(files.file("out").c_str(), 0600);
+    const Fd output(open(files.file("out").c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    files.write("scene", "every 20 ta 1 2 3 4\n");
+    Daemon daemon(files, {"-t"});
+    Client client(files.file("run/ta"));
+    EXPECT_TRUE(client.next());
+    EXPECT_EQ("", ask()["va.lost_lines"]);
+    const string filling(4096, '.');
+    while (write(output.get(), filling.data(), filling.size()) > 0) {
+    }
+    while (!HasFailure() && ask()["va.lost_lines"].empty()) {
+        const Client another(files.file("run/ta"));
+        EXPECT_TRUE(client.next());
+    }
     daemon.signal(SIGTERM);
     EXPECT_TRUE(daemon.wait_for_exit());
+    EXPECT_FALSE(std::filesystem::exists(files.file("run/pid")));
 }
 
 } // namespace

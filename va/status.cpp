@@ -1,13 +1,18 @@
 #include "va/status.h"
 
+#include "event/loop.h"
 #include "util/fd.h"
 #include "va/context.h"
 #include "va/log.h"
+#include "va/output.h"
 #include "va/paths.h"
 #include "va/report.h"
+#include "va/run_watch.h"
 #include "va/streams.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cinttypes>
 #include <cstdarg>
 #include <cstdio>
@@ -114,11 +119,17 @@ void add_daemon(Lines &lines, const VaContext &context)
     lines.add("va.writes: %" PRIu32, ++writes);
     lines.add("va.sensor: %s %" PRId32 "x%" PRId32 " %" PRId32 "/s", sensor.sensor, sensor.width,
               sensor.height, sensor.fps);
+    if (const std::uint32_t lost = lost_output_lines(); lost > 0)
+        lines.add("va.lost_lines: %" PRIu32, lost);
+    if (*run_dir_fault())
+        lines.add("va.run_dir: %s", run_dir_fault());
 }
 
 void add_analytics(Lines &lines, const VaHealth &health)
 {
     const Analytics analytics = health.analytics();
+    if (const VaHealth::Reason why = health.boot_failure(); *why.text)
+        lines.add("analytics.boot: failed the first time, %s", why.text);
     lines.add("analytics.state: %s", word_for(analytics));
     if (analytics == Analytics::ended)
         lines.add("analytics.why: %s", health.why_ended().text);
@@ -147,6 +158,10 @@ void add_stream(Lines &lines, const std::string &key, const sck_svr_status_t &st
     lines.add("%s.clients: %zu", key.c_str(), status.clients.size());
     add_counts(lines, key, status.counts);
     lines.add("%s.longest_us: %" PRIu32, key.c_str(), status.longest_us);
+    if (status.failed_accepts > 0)
+        lines.add("%s.failed_accepts: %" PRIu64, key.c_str(), status.failed_accepts);
+    if (!status.listens)
+        lines.add("%s.missing: its socket does not listen", key.c_str());
     int number = 0;
     for (const sck_clt_status_t &client : status.clients) {
         const std::string client_key = key + ".client." + std::to_string(++number);
@@ -244,15 +259,60 @@ bool write_status(const VaContext &context)
     }
 }
 
+// The files, four a second at most: a request that comes sooner waits for the next one, which then
+// answers all.
+class Answers
+{
+public:
+    void request(const VaContext &context)
+    {
+        using std::chrono::ceil, std::chrono::milliseconds;
+        if (awaited_)
+            return;
+        const auto wait = ceil<milliseconds>(next_ - steady_clock::now());
+        // Made at once when memory is short.
+        awaited_ =
+            wait > wait.zero() && add_timer_event(static_cast<int>(wait.count()), EVENT_ONESHOT,
+                                                  on_time, const_cast<VaContext *>(&context));
+        if (!awaited_)
+            answer(context);
+    }
+
+private:
+    using steady_clock = std::chrono::steady_clock;
+
+    static std::int32_t on_time(event_info *, void *context);
+
+    void answer(const VaContext &context)
+    {
+        // A timer may be served 4 ms early.
+        constexpr std::chrono::milliseconds interval{255};
+        awaited_ = false;
+        next_ = steady_clock::now() + interval;
+        const bool written = write_status(context);
+        if (!written && !failing_)
+            log_error("Can't write %s: %s.", va_status_path, std::strerror(errno));
+        failing_ = !written;
+    }
+
+    steady_clock::time_point next_{}; // no file before
+    bool awaited_ = false;            // one is on its way
+    bool failing_ = false;
+};
+
+Answers answers;
+
+std::int32_t Answers::on_time(event_info *, void *context)
+{
+    answers.answer(*static_cast<const VaContext *>(context));
+    return 0;
+}
+
 } // namespace
 
 int va_msg_status(void *argument, const char *, int)
 {
-    static bool failing = false;
-    const bool written = write_status(*static_cast<const VaContext *>(argument));
-    if (!written && !failing)
-        log_error("Can't write %s: %s.", va_status_path, std::strerror(errno));
-    failing = !written;
+    answers.request(*static_cast<const VaContext *>(argument));
     return 0;
 }
 

@@ -59,11 +59,21 @@ void Watchdog::says_stopping()
 
 void Watchdog::says_not_started()
 {
-    notifier_.send("STATUS=Did not start, the log has the reason.");
+    const VaHealth::Reason why = health_.boot_failure();
+    char status[256];
+    std::snprintf(status, sizeof status, "STATUS=Did not start: %s.",
+                  *why.text ? why.text : "the log has the reason");
+    notifier_.send(status);
 }
 
-std::int32_t Watchdog::on_time(event_info *, void *watchdog)
+// A timer that is late, after a pause or a step of the clock, would be called for each interval
+// that has gone by: so the next one counts from now.
+std::int32_t Watchdog::on_time(event_info *info, void *watchdog)
 {
+    if (info->type == EVENT_TIMER) {
+        set_event_enabled(info->event, 0);
+        resched_event(info->event, nullptr);
+    }
     static_cast<Watchdog *>(watchdog)->tell();
     return 0;
 }
