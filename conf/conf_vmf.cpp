@@ -4,6 +4,7 @@
 #include "conf/window.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstdio>
 #include <cstring>
 #include <span>
@@ -294,6 +295,7 @@ int conf_getVmfSlots(VmfSlots *slots)
 
 int conf_vmfBit(const ODVmfParamConf &conf, int n)
 {
+    assert(n >= 0 && n < conf.filterNum && n < CONF_VMF_FILTERS);
     const std::span before(conf.filters, static_cast<std::size_t>(n));
     return static_cast<int>(
         std::ranges::count(before, conf.filters[n].event, &ODVmfFilterConf::event));

@@ -3,12 +3,14 @@
 #include "conf/conf.h"
 
 #include <algorithm>
+#include <cassert>
 #include <iterator>
 
 namespace
 {
 
 constexpr int bits_per_byte = 8;
+static_assert(CONF_FD_WATCH_WINDOWS + CONF_FD_DETECT_WINDOWS <= CONF_FD_WINDOWS);
 constexpr std::int32_t full_scale = 10000; // of window coordinates
 
 struct WatchFrame {
@@ -64,6 +66,7 @@ void mark(const VaFdWindow &window, int rows, ne3_val_fd_mask &mask)
     for (int row = top; row < bottom; ++row) {
         for (int column = left; column < right; ++column) {
             const int cell = row * NE3_VAL_FD_COLUMNS + column;
+            assert(column < NE3_VAL_FD_COLUMNS && row < rows);
             std::uint8_t &byte = mask.cells[cell / bits_per_byte];
             byte = static_cast<std::uint8_t>(byte | 1 << cell % bits_per_byte);
         }

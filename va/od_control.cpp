@@ -3,9 +3,19 @@
 #include "conf/conf.h"
 
 #include <algorithm>
+#include <cassert>
 
 namespace
 {
+
+// What is read of each has a place in the block.
+static_assert(CONF_OD_WINDOWS <= NE3_VAL_OD_MASKS);
+static_assert(CONF_VMF_FILTERS <= NE3_VAL_OD_FILTERS);
+static_assert(CONF_VMF_ND_AREAS <= NE3_VAL_OD_MASKS);
+static_assert(CONF_POLYGON_POINTS <= NE3_VAL_OD_POLYGON_POINTS);
+static_assert(sizeof(ODVmfParamConf::comboFilterIds) == sizeof(ne3_val_od_vmf::comboFilterIds) &&
+              sizeof(ODVmfParamConf::reserved) == sizeof(ne3_val_od_vmf::reserved) &&
+              sizeof(ODVmfParamConf::comboIntervals) == sizeof(ne3_val_od_vmf::comboIntervals));
 
 constexpr std::int32_t highest_rate = 15; // detections per second
 
@@ -36,6 +46,7 @@ ne3_val_od_point to_pixels(const Point &point, const OdFrame &frame)
 template <class Source>
 void convert_points(const Source &source, const OdFrame &frame, ne3_val_od_point *points)
 {
+    assert(source.pointNum >= 0 && source.pointNum <= CONF_POLYGON_POINTS);
     for (std::int32_t j = 0; j < source.pointNum; ++j)
         points[j] = to_pixels(source.points[j], frame);
 }
@@ -172,6 +183,8 @@ ne3_val_od_vmf od_vmf(const ODVmfParamConf &conf, const OdFrame &frame)
     block.alarmTime = static_cast<std::uint16_t>(conf.alarmTime);
     for (int n = 0; n < std::min(conf.filterNum, NE3_VAL_OD_FILTERS); ++n)
         block.filters[n] = filter_block(conf.filters[n], frame);
+    assert(conf.filterNum >= 0 && conf.filterNum <= CONF_VMF_FILTERS);
+    assert(conf.ndAreaNum >= 0 && conf.ndAreaNum <= CONF_VMF_ND_AREAS);
     block.ndAreaNum = static_cast<std::uint32_t>(conf.ndAreaNum);
     for (int i = 0; i < conf.ndAreaNum; ++i)
         block.ndAreas[i] = polygon(conf.ndAreas[i], frame);

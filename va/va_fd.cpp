@@ -1,5 +1,6 @@
 #include "va/va_fd.h"
 
+#include "records/records.h"
 #include "va/fd_control.h"
 #include "va/log.h"
 #include "va/module.h"
@@ -13,6 +14,9 @@
 
 namespace
 {
+
+static_assert(CONF_FD_DETECT_WINDOWS <= NE3_VAL_FD_WINDOWS); // of the list, and bits of 32
+static_assert(FD_ENTRY_SIZE == NE3_VAL_FD_FACE_SIZE);
 
 // Fills slots in order until none is left.
 class Slots

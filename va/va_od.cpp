@@ -7,6 +7,7 @@
 #include "va/options.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -118,13 +119,17 @@ void set_working(const ODCtrlConf &conf, const OdFrame &frame, ne3_val_od_ctrl &
 }
 
 static_assert(CONF_EVENT_CODES == VMF_EVENT_CODES);
+static_assert(CONF_VMF_FILTERS <= NE3_VAL_OD_FILTERS); // whose bits an alarm has
+static_assert(OD_ENTRY_SIZE == NE3_VAL_OD_OBJECT_SIZE);
 
 VmfRecord vmf_record(const ODVmfParamConf &conf, std::uint32_t flags)
 {
     VmfRecord record{};
     for (int n = 0; n < std::min(conf.filterNum, CONF_VMF_FILTERS); ++n) {
+        const std::int32_t event = conf.filters[n].event;
+        assert(event >= 0 && event < CONF_EVENT_CODES);
         if (flags & 1U << n)
-            record.alarms[conf.filters[n].event] |= 1U << conf_vmfBit(conf, n);
+            record.alarms[event] |= 1U << conf_vmfBit(conf, n);
     }
     return record;
 }
