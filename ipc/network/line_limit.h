@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <utility>
 
 // Keeps a line that may come thousands of times a second from filling a log: the first of each
 // second are printed, the others counted, and the count is told once a second. It reads no clock
@@ -18,35 +19,39 @@ public:
     // `count` lines are due. Returns how many of them to print.
     std::uint32_t take(std::uint64_t now, std::uint32_t count)
     {
-        if (now - second_ >= second_us) {
-            second_ = now;
-            printed_ = 0;
-        }
+        look_at(now);
         const std::uint32_t allowed = std::min(count, lines_a_second - printed_);
         printed_ += allowed;
         more_ += count - allowed;
         return allowed;
     }
 
-    // Whether there are lines to tell of.
-    bool has_more() const { return more_ > 0; }
+    // Whether there are lines to tell of, now or later.
+    bool has_more() const { return more_ > 0 || untold_ > 0; }
 
-    // How many were not printed, to be told now: once the second that let none through is over.
+    // How many were not printed in seconds that are over; they are told of now.
     std::uint32_t take_more(std::uint64_t now)
     {
-        if (now - second_ < second_us)
-            return 0;
-        const std::uint32_t more = more_;
-        more_ = 0;
-        return more;
+        look_at(now);
+        return std::exchange(untold_, 0);
     }
 
 private:
     static constexpr std::uint64_t second_us = 1'000'000;
 
+    void look_at(std::uint64_t now)
+    {
+        if (now - second_ < second_us)
+            return;
+        second_ = now;
+        printed_ = 0;
+        untold_ += std::exchange(more_, 0);
+    }
+
     std::uint64_t second_ = 0;  // its begin
     std::uint32_t printed_ = 0; // in this second
-    std::uint32_t more_ = 0;
+    std::uint32_t more_ = 0;    // likewise
+    std::uint32_t untold_ = 0;  // of those before
 };
 
 } // namespace va
