@@ -78,11 +78,19 @@ Sentences all_faults()
     return faults;
 }
 
-// Throws away what is in the FIFO now: what is written from here on is for this daemon.
-void drain(const Fd &fifo)
+bool same_time(const timespec &a, const timespec &b)
+{
+    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+}
+
+// Throws away what is in the FIFO, unless it was written to after it was as `before`: its opening
+// lets a writer through that waited for it, who may have sent his line by now.
+void drain(const Fd &fifo, const struct stat &before)
 {
     int left = 0;
-    if (ioctl(fifo.get(), FIONREAD, &left) != 0)
+    struct stat now;
+    if (ioctl(fifo.get(), FIONREAD, &left) != 0 || fstat(fifo.get(), &now) != 0 ||
+        !same_time(now.st_mtim, before.st_mtim))
         return;
     char part[4096];
     while (left > 0) {
@@ -119,7 +127,7 @@ Fd prepare_control_fifo()
     if (lstat(va_ctrl_path, &status) == 0 && S_ISFIFO(status.st_mode) && is_trusted(status))
         kept.reset(open(va_ctrl_path, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
     if (kept)
-        drain(kept);
+        drain(kept, status);
     else
         std::remove(va_ctrl_path); // what stays, msg_start() tells of
     return kept;
