@@ -38,7 +38,11 @@ enum Line { no_room, accepted, disconnected, write_failed, line_kinds };
 // lock guards it, but for the timers, the process number and `failedAccepts`, which is the loop
 // thread's. Functions on a client that need the lock are told its server, so that it has one name.
 struct Server : sck_svr_t {
-    Server() : sck_svr_t{} { socket = -1; }
+    Server() : sck_svr_t{}
+    {
+        socket = -1;
+        pthread_mutex_init(&lock, nullptr);
+    }
     ~Server();
     Server(const Server &) = delete;
     Server &operator=(const Server &) = delete;
@@ -81,6 +85,7 @@ Server::~Server()
     delete[] path;
     while (clients)
         delete own(std::exchange(clients, clients->next));
+    pthread_mutex_destroy(&lock);
 }
 
 Client::~Client()
