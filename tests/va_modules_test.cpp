@@ -2,6 +2,7 @@
 #include "tests/support/store_file.h"
 #include "tests/support/va_fixture.h"
 #include "tests/support/wait.h"
+#include "util/shared.h"
 #include "va/options.h"
 #include "va/va_dis.h"
 #include "va/va_fd.h"
@@ -196,7 +197,7 @@ TEST_F(VaModulesTest, ArePolledInOrderReconfiguredAndStopped)
     files.store("FaceDetection.Sensitivity=10\nVideoAnalytics.DIS.Mf_cutf=7\n"
                 "VMDWindow.Sensitivity=51\nCameraTampering.T0.gcWaitTime=11\n");
     va_msg_reconfig(&context, "reconfig", 8);
-    EXPECT_TRUE(wait_until([this] { return context.reconfig == 0; }));
+    EXPECT_TRUE(wait_until([this] { return va::load_shared(context.reconfig) == 0; }));
     push_results();
     EXPECT_TRUE(wait_until([] { return calls_ending("_get_data").size() == 6; }));
     sim_fail("ne3_val_od_cancel_data", 1, library_error);
