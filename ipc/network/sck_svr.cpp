@@ -1,10 +1,11 @@
 #include "ipc/network/sck_svr.h"
 
 #include "event/event_owner.h"
-#include "ipc/network/line_limit.h"
+#include "ipc/network/client_lines.h"
 #include "ipc/network/recent.h"
 #include "ipc/network/rest.h"
 #include "ipc/network/socket.h"
+#include "util/clock.h"
 #include "util/fd.h"
 #include "util/owned_text.h"
 
@@ -26,17 +27,15 @@ namespace
 
 constexpr int listen_backlog = 5;
 
-constexpr int tell_more_ms = 1000;
-
 // Most bytes of one read: a client that sends makes no more of its buffer resident.
 constexpr std::uint32_t most_read = 4096;
 
-// What is told of clients, over and over.
-enum Line { no_room, accepted, disconnected, write_failed, line_kinds };
+using Lines = va::ClientLines;
 
 // What servers and clients have besides the described records, which they are allocated with. The
-// lock guards it, but for the timers, the process number and `failedAccepts`, which is the loop
-// thread's. Functions on a client that need the lock are told its server, so that it has one name.
+// lock guards it, but for the timers, the lines, the process number and `failedAccepts`, which the
+// loop thread counts. Functions on a client that need the lock are told its server, so that it has
+// one name.
 struct Server : sck_svr_t {
     Server() : sck_svr_t{}
     {
@@ -48,8 +47,7 @@ struct Server : sck_svr_t {
     Server &operator=(const Server &) = delete;
 
     va::EventOwner restTimer; // wakes the listener after a failed accept
-    va::EventOwner moreTimer; // asleep unless there are lines to tell of
-    va::LineLimit limits[line_kinds] VA_GUARDED_BY(lock);
+    va::ClientLines lines;
     std::atomic<std::uint64_t> failedAccepts{0};
     sck_counts_t counts VA_GUARDED_BY(lock){};
     va::RecentGreatest longest VA_GUARDED_BY(lock);
@@ -97,80 +95,13 @@ Client::~Client()
     sck_buf_release(&recv);
 }
 
-std::uint64_t clock_us()
-{
-    timespec time{};
-    clock_gettime(CLOCK_MONOTONIC, &time);
-    return static_cast<std::uint64_t>(time.tv_sec) * 1'000'000 +
-           static_cast<std::uint64_t>(time.tv_nsec / 1000);
-}
-
-// How many of `count` lines to print. The others are told of later.
-std::uint32_t lines_to_print(Server *server, Line kind, std::uint32_t count)
-    VA_REQUIRES(server->lock)
-{
-    va::LineLimit &limit = server->limits[kind];
-    const std::uint32_t allowed = limit.take(clock_us(), count);
-    if (limit.has_more())
-        set_event_enabled(server->moreTimer, 1);
-    return allowed;
-}
-
-bool may_print(Server *server, Line kind)
-{
-    const va::ScopedLock lock(server->lock);
-    return lines_to_print(server, kind, 1) == 1;
-}
-
-void tell_more(const Server *server, Line kind, std::uint32_t count)
-{
-    switch (kind) {
-    case no_room:
-        std::printf("Can't write data to client.sck_path=%s: %u more\n", server->path, count);
-        break;
-    case accepted:
-        std::printf("%s: accept client: %u more\n", server->path, count);
-        break;
-    case disconnected:
-        std::printf("%s: client disconnect: %u more\n", server->path, count);
-        break;
-    default:
-        std::printf("%s: write error: %u more\n", server->path, count);
-        break;
-    }
-}
-
-// Sleeps again first: whoever has more lines from here on wakes it.
-std::int32_t on_more_timer(event_info *info, void *arg)
-{
-    Server *const server = own(static_cast<sck_svr_t *>(arg));
-    set_event_enabled(info->event, 0);
-    std::uint32_t more[line_kinds];
-    bool again = false;
-    {
-        const va::ScopedLock lock(server->lock);
-        const std::uint64_t now = clock_us();
-        for (int kind = 0; kind < line_kinds; ++kind) {
-            more[kind] = server->limits[kind].take_more(now);
-            again |= server->limits[kind].has_more();
-        }
-    }
-    if (again)
-        resched_event(info->event, nullptr);
-    for (int kind = 0; kind < line_kinds; ++kind) {
-        if (more[kind] > 0)
-            tell_more(server, static_cast<Line>(kind), more[kind]);
-    }
-    return 0;
-}
-
 void refuse(Client *client, sck_bytes payload)
 {
     ++client->refused;
     client->refusedBytes += payload.size();
 }
 
-// Returns how many lines are to be printed of clients without room.
+// Returns how many clients had no room.
 std::uint32_t queue_for_all(Server *server, sck_bytes payload)
 {
     std::uint32_t refused = 0;
@@ -184,14 +115,14 @@ std::uint32_t queue_for_all(Server *server, sck_bytes payload)
         }
         set_event_enabled(client->writeEvent, 1);
         if (now == 0 && client->timer.wants_time())
-            now = clock_us();
+            now = va::monotonic_us();
         sck_buf_put_frame(client->send, payload);
         client->timer.put(now, client->send.count);
     }
     ++server->counts.records;
     server->counts.bytes += payload.size();
     server->counts.refused += refused;
-    return refused > 0 ? lines_to_print(server, no_room, refused) : 0;
+    return refused;
 }
 
 void link_client(Server *server, Client *client) VA_REQUIRES(server->lock)
@@ -216,7 +147,7 @@ void unlink_client(Server *server, sck_clt_t *client) VA_REQUIRES(server->lock)
 // Ends the connection; loop thread, without the lock.
 void disconnect(Server *server, Client *client, const char *reporter)
 {
-    if (may_print(server, disconnected))
+    if (server->lines.to_print(Lines::disconnected))
         std::printf("%s: client disconnect.\n", reporter);
     const std::unique_ptr<Client> gone(client); // outlives the lock
     const va::ScopedLock lock(server->lock);
@@ -226,7 +157,7 @@ void disconnect(Server *server, Client *client, const char *reporter)
 // Some records' way to the socket has ended.
 void note_way(Server *server, Client *client) VA_REQUIRES(server->lock)
 {
-    const std::uint64_t now = clock_us();
+    const std::uint64_t now = va::monotonic_us();
     const std::uint64_t time = client->timer.end(now, client->send.count);
     server->longest.add(now, static_cast<std::uint32_t>(std::min<std::uint64_t>(time, UINT32_MAX)));
 }
@@ -266,7 +197,7 @@ std::int32_t sck_clt_event_write(event_info *, void *arg)
     if (written.result > 0 || written.length == 0)
         return 0;
     // Printed without the lock, like everything: it must not hold up the producer.
-    if (may_print(server, write_failed))
+    if (server->lines.to_print(Lines::write_failed))
         std::printf("write error. ret = %d, len=%d\n", static_cast<int>(written.result),
                     static_cast<int>(written.length));
     if (written.result == 0 || written.error != EAGAIN)
@@ -336,7 +267,7 @@ std::int32_t sck_svr_event_accept(event_info *, void *arg)
         va::rest_listener(server->restTimer);
         return 0;
     }
-    if (may_print(server, accepted))
+    if (server->lines.to_print(Lines::accepted))
         std::printf("%s: accept client. previous clients=%d\n", server->path,
                     sck_svr_get_client_count(server));
     std::unique_ptr<Client> client = new_client(server, std::move(connection));
@@ -356,8 +287,7 @@ bool add_events(Server *server)
     if (!server->acceptEvent)
         return false;
     server->restTimer = va::add_rest_timer(server->acceptEvent);
-    server->moreTimer.reset(add_timer_event(tell_more_ms, EVENT_ASLEEP, on_more_timer, arg));
-    return server->restTimer && server->moreTimer;
+    return server->restTimer && server->lines.start(server->path);
 }
 
 bool listens(const Server &server)
@@ -400,7 +330,10 @@ int sck_svr_write(sck_svr_t *server, const void *data, std::uint32_t length)
         return 0;
     // Printed without the lock: standard output may block, and must not hold up the loop with it.
     const sck_bytes payload(static_cast<const std::uint8_t *>(data), length);
-    for (std::uint32_t lines = queue_for_all(own(server), payload); lines > 0; --lines)
+    const std::uint32_t refused = queue_for_all(own(server), payload);
+    if (refused == 0)
+        return 0;
+    for (std::uint32_t due = own(server)->lines.to_print(Lines::no_room, refused); due > 0; --due)
         std::printf("Can't write data to client.sck_path=%s\n", server->path);
     return 0;
 }
@@ -427,7 +360,7 @@ int sck_svr_get_status(sck_svr_t *handle, sck_svr_status_t *status)
     try {
         const va::ScopedLock lock(server.lock);
         found.counts = server.counts;
-        found.longest_us = server.longest.at(clock_us());
+        found.longest_us = server.longest.at(va::monotonic_us());
         for (sck_clt_t *client = server.clients; client; client = client->next)
             found.clients.push_back(status_of(server, *own(client)));
     } catch (const std::bad_alloc &) {
