@@ -415,7 +415,15 @@ TEST(DumpTest, TellsAQuietSceneFromADaemonThatIsNotWell)
         expect(read, NO_ANSWER, "va_dump: va does not answer");
     } // killed
     expect(ask, GONE, "");
-    std::filesystem::remove(files.file("run/status"));
+    for (const char *name : {"run/status", "run/pid"})
+        std::filesystem::remove(files.file(name));
+    {
+        const Fd control(open(files.file("run/ctrl").c_str(), O_RDWR | O_CLOEXEC));
+        Program dump(VA_DUMP, files.path(), {"-d", "run", "--status"});
+        char request[7];
+        EXPECT_EQ(7, ::read(control.get(), request, sizeof request));
+        EXPECT_TRUE(dump.wait_for_exit(NO_ANSWER)) << "of one that hangs since it took a request";
+    }
 
     files.write("scene", "fail ne3_val_ta_get_data 2 5\n");
     Daemon blind(files, {"-t"}, "blind");
