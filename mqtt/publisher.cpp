@@ -84,7 +84,10 @@ void Publisher::connection(const Connection &connection)
 void Publisher::verdict(const Moment &now, const Verdict &verdict)
 {
     now_ = now;
-    maker_.set_verdict(verdict, now_.at);
+    if (verdict.status == NO_STATUS) // of which a subscriber need not know
+        set_daemon("the daemon is here, but cannot write its status", true);
+    else
+        maker_.set_verdict(verdict, now_.at);
 }
 
 void Publisher::tick(const Moment &now)

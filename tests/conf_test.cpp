@@ -7,6 +7,7 @@
 #include "conf/conf_vmf.h"
 #include "tests/support/capture.h"
 #include "tests/support/store_file.h"
+#include "tests/support/wait.h"
 
 #include <algorithm>
 #include <functional>
@@ -58,6 +59,14 @@ TEST(Conf, KeepsWhatWasReadWhileTheStoreCannotBe)
     EXPECT_EQ(said, stderr_of([&] { EXPECT_EQ(5, value()); }));
     store.write("CameraTampering.T0.gcRegionSens=6\n");
     EXPECT_EQ(6, value());
+    const auto written = std::filesystem::last_write_time(store.path());
+    EXPECT_TRUE(wait_until([&] { // until what is read now is kept
+        return decltype(written)::clock::now() > written + std::chrono::milliseconds(100);
+    }));
+    EXPECT_EQ(6, value());
+    store.write("CameraTampering.T0.gcRegionSens=7\n");
+    std::filesystem::last_write_time(store.path(), written); // as long, and as old, as before
+    EXPECT_EQ(7, value());
     const StoreFile other;
     std::filesystem::remove(other.path());
     EXPECT_EQ(50, value()); // of another store nothing was read

@@ -38,7 +38,8 @@ std::string text_of(const Event &event)
 }
 
 // What happens at a moment: a stream with the words of a record, "+" or "-" before its name for a
-// connection made or lost; "!" when the daemon is found blind; empty when only time passes.
+// connection made or lost; "!" when the daemon is found blind, "!status" when it cannot
+// write its status; empty when only time passes.
 struct Step {
     long ms;
     const char *feed;
@@ -57,8 +58,8 @@ public:
         feed >> name;
         if (name.empty())
             maker_.pass(now_);
-        else if (name == "!")
-            maker_.set_verdict({NO_ANALYTICS, "blind"}, now_);
+        else if (name[0] == '!')
+            maker_.set_verdict({name == "!" ? NO_ANALYTICS : NO_STATUS, "unwell"}, now_);
         else if (name[0] == '+' || name[0] == '-')
             maker_.set_connected(*find_stream(name.substr(1)), name[0] == '+', now_);
         else
@@ -130,6 +131,7 @@ TEST(EventsTest, ATableOfWhatHappensAndWhatIsTold)
         {8200, "+od", "here; "},
         {8250, "od 7 3 80 5 4 4 82 7 900 0", "appeared 0/7; "}, // nothing is missed: a new daemon
         {8300, "", "left 2/3 7300-7300 1-1; "},                 // was never connected
+        {8325, "!status", "unwell; "},
         {8350, "!", "left 0/7 8250-8250 80-80 cut off; unwell; "},
         {8400, "od 7 3 80 5 4 4", ""}, // half an entry, an empty record
         {8400, "vmf", ""},

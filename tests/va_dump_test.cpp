@@ -7,6 +7,7 @@
 #include "tools/common/capture.h"
 #include "tools/common/text.h"
 #include "tools/common/verdict.h"
+#include "tools/va_dump/metrics.h"
 #include "tools/va_dump/status_json.h"
 #include "tools/va_picture/picture_printer.h"
 #include "tools/va_picture/replace_file.h"
@@ -376,6 +377,8 @@ TEST(DumpTest, MakesAnObjectOfAStatus)
     EXPECT_EQ(R"({"verdict":"the analytics of va hang, since 4.0 s","exit_status":5,)"
               R"("analytics":{"last_pass":4.0,"state":"hang"}})",
               status_json(hangs, judge(hangs)));
+    EXPECT_NE(std::string::npos,
+              metrics_of({DaemonStatus::Answer::Unwritten, "", {}}).find("\nva_up 1\n"));
 }
 
 TEST(DumpTest, TellsAQuietSceneFromADaemonThatIsNotWell)
@@ -402,11 +405,25 @@ TEST(DumpTest, TellsAQuietSceneFromADaemonThatIsNotWell)
         expect(ask, IS_WELL, "\nta      runs");
         expect({"--metrics"}, IS_WELL, "\nva_stream_longest_seconds{stream=\"ta\"} 0e-6\n");
         expect(read, NO_RECORDS, "connected");
+        std::filesystem::remove(files.file("run/status"));
+        std::filesystem::create_directory(files.file("run/status"));
+        expect({"--status", "-j"}, NO_STATUS,
+               "\"va runs, but cannot write its status: its log says");
+        expect({"-e", "-n", "2", "ta"}, NO_STATUS, "  va runs, but cannot write its status");
         quiet.signal(SIGSTOP);
         expect(ask, NO_ANSWER, "va does not answer: no answer in time");
         expect(read, NO_ANSWER, "va_dump: va does not answer");
     } // killed
     expect(ask, GONE, "");
+    for (const char *name : {"run/status", "run/pid"})
+        std::filesystem::remove(files.file(name));
+    {
+        const Fd control(open(files.file("run/ctrl").c_str(), O_RDWR | O_CLOEXEC));
+        Program dump(VA_DUMP, files.path(), {"-d", "run", "--status"});
+        char request[7];
+        EXPECT_EQ(7, ::read(control.get(), request, sizeof request));
+        EXPECT_TRUE(dump.wait_for_exit(NO_ANSWER)) << "of one that hangs since it took a request";
+    }
 
     files.write("scene", "fail ne3_val_ta_get_data 2 5\n");
     Daemon blind(files, {"-t"}, "blind");

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <thread>
 
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 
 namespace
@@ -18,6 +19,7 @@ using Answer = DaemonStatus::Answer;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds look_interval{10};
+constexpr char no_answer[] = "no answer in time";
 
 // Empty with the reason in errno when it cannot be read.
 std::string read_whole(const std::string &path)
@@ -43,12 +45,17 @@ DaemonStatus parse(std::string_view text)
     return status;
 }
 
-// Whether the process that the PID file names is there.
-bool lives(const std::string &directory)
+// The process that the PID file names; 0 when there is none.
+pid_t recorded_process(const std::string &directory)
 {
     const std::string text = read_whole(directory + "/pid");
     pid_t process = 0;
     std::from_chars(text.data(), text.data() + text.size(), process);
+    return std::max(process, 0);
+}
+
+bool is_there(pid_t process)
+{
     return process > 0 && (kill(process, 0) == 0 || errno == EPERM);
 }
 
@@ -64,7 +71,7 @@ DaemonStatus refused(const std::string &path)
 
 DaemonStatus nobody_listens(const std::string &directory)
 {
-    if (lives(directory))
+    if (is_there(recorded_process(directory)))
         return unanswered(Answer::Deaf, "it takes no requests: it starts or ends, or has lost " +
                                             directory + "/ctrl");
     return unanswered(Answer::Gone, "nobody listens at " + directory + "/ctrl");
@@ -76,17 +83,38 @@ bool is_fifo(const Fd &file)
     return fstat(file.get(), &status) == 0 && S_ISFIFO(status.st_mode);
 }
 
+// False when the daemon has gone meanwhile (EPIPE), or the FIFO is full (EAGAIN).
+bool request_status(const Fd &control)
+{
+    constexpr std::string_view request = "status\n";
+    return write(control.get(), request.data(), request.size()) >= 0;
+}
+
+DaemonStatus not_requested(const std::string &directory)
+{
+    return errno == EAGAIN ? unanswered(Answer::None, "it does not read its requests")
+                           : nobody_listens(directory);
+}
+
+bool is_empty(const Fd &fifo)
+{
+    int waiting = 0;
+    return ioctl(fifo.get(), FIONREAD, &waiting) == 0 && waiting == 0;
+}
+
 // Tells one file from the next.
 auto identity(const DaemonStatus &status)
 {
     return std::pair(status.value("va.process"), status.value("va.writes"));
 }
 
-// What is in `path` when it is no longer `before`.
+// What is in `path` when it is no longer `before`; Unwritten when the request was taken, but
+// nothing came of it.
 DaemonStatus wait_for_another(const std::string &path, const DaemonStatus &before,
-                              std::chrono::milliseconds patience)
+                              const Fd &control, std::chrono::milliseconds patience)
 {
     const auto end = Clock::now() + patience;
+    bool taken = false; // seen once: what others ask may be waiting at the end
     for (;;) {
         errno = 0;
         DaemonStatus status = parse(read_whole(path));
@@ -94,10 +122,34 @@ DaemonStatus wait_for_another(const std::string &path, const DaemonStatus &befor
             return refused(path);
         if (!status.lines.empty() && identity(status) != identity(before))
             return status;
+        taken = taken || is_empty(control);
         if (Clock::now() >= end)
-            return unanswered(Answer::None, "no answer in time");
+            return unanswered(taken ? Answer::Unwritten : Answer::None, no_answer);
         std::this_thread::sleep_for(look_interval);
     }
+}
+
+// Asks twice when the first request is taken but not answered: one that has hung since leaves the
+// second where it is.
+DaemonStatus ask(const std::string &directory, const DaemonStatus &before, const Fd &control,
+                 std::chrono::milliseconds patience)
+{
+    const std::string path = directory + "/status";
+    if (!request_status(control))
+        return not_requested(directory);
+    DaemonStatus status = wait_for_another(path, before, control, patience / 2);
+    const bool taken = status.answer == Answer::Unwritten;
+    if (!taken && status.answer != Answer::None)
+        return status;
+    if (taken && !request_status(control))
+        return not_requested(directory);
+    status = wait_for_another(path, before, control, patience - patience / 2);
+    if (status.answer != Answer::Unwritten)
+        return status;
+    const pid_t process = recorded_process(directory); // none where that could not be written
+    if (!taken || (process > 0 && !is_there(process)))
+        return unanswered(Answer::None, no_answer);
+    return unanswered(Answer::Unwritten, "its log says why");
 }
 
 } // namespace
@@ -110,10 +162,8 @@ std::string_view DaemonStatus::value(std::string_view key) const
 
 DaemonStatus ask_daemon_status(const std::string &directory, std::chrono::milliseconds patience)
 {
-    constexpr std::string_view request = "status\n";
-    const std::string path = directory + "/status";
     const std::string fifo = directory + "/ctrl";
-    const DaemonStatus before = parse(read_whole(path));
+    const DaemonStatus before = parse(read_whole(directory + "/status"));
     const Fd control(open(fifo.c_str(), O_WRONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
     if (!control && (errno == ENXIO || errno == ENOENT || errno == ENOTDIR))
         return nobody_listens(directory);
@@ -121,8 +171,5 @@ DaemonStatus ask_daemon_status(const std::string &directory, std::chrono::millis
         return refused(fifo);
     if (!is_fifo(control))
         return unanswered(Answer::Refused, fifo + " is no FIFO");
-    if (write(control.get(), request.data(), request.size()) < 0)
-        return errno == EAGAIN ? unanswered(Answer::None, "it does not read its requests")
-                               : nobody_listens(directory);
-    return wait_for_another(path, before, patience);
+    return ask(directory, before, control, patience);
 }

@@ -10,10 +10,11 @@
 struct DaemonStatus {
     enum class Answer {
         Answered,
-        Gone,   // no daemon runs
-        None,   // one runs, but does not answer: it hangs
-        Deaf,   // one runs, but takes no requests: it starts or ends, or its FIFO is gone or closed
-        Refused // this process may not ask, or what stands there is no daemon's
+        Gone, // no daemon runs
+        None, // one runs, but does not answer: it hangs
+        Deaf, // one runs, but takes no requests: it starts or ends, or its FIFO is gone or closed
+        Unwritten, // it lives and takes requests, but its status cannot be written
+        Refused    // this process may not ask, or what stands there is no daemon's
     };
 
     // The value; empty when there is no such key.

@@ -7,9 +7,11 @@
 #include <cerrno>
 #include <climits>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -18,13 +20,15 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-// The store is a text file, looked at afresh in each call: a change takes effect at once. It holds
-// key=value lines, which end in LF or CR LF; a line that begins with # is a comment, one without =
-// is passed over, and the last line of a key counts. A file written in place may be seen half
-// written; one renamed into place is always seen whole. While the file cannot be read, or is gone,
-// what was read last stays; before the first time the store is empty.
+// The store is a text file. Each call looks whether it is another or was changed, and reads it
+// then: a change takes effect at once. It holds key=value lines, which end in LF or CR LF; a line
+// that begins with # is a comment, one without = is passed over, and the last line of a key counts.
+// A file written in place may be seen half written; one renamed into place is always seen whole.
+// While the file cannot be read, or is gone, what was read last stays; before the first time the
+// store is empty.
 
 namespace
 {
@@ -47,15 +51,79 @@ const char *store_path()
     return path ? path : default_path;
 }
 
+using Time = std::pair<std::int64_t, long>; // seconds since 1970, nanoseconds
+
+// Tells whether a regular file is still what it was.
+struct Stamp {
+    bool operator==(const Stamp &) const = default;
+
+    dev_t device;
+    ino_t file;
+    off_t size;
+    Time modified;
+    Time changed;
+};
+
 struct Content {
     std::unique_ptr<char[]> text;
     std::size_t length = 0;
+    std::optional<Stamp> stamp; // of the file, when any change of that gives it another one
 };
 
 // What all threads share.
 std::mutex store_lock;
 Content last_read VA_GUARDED_BY(store_lock);
 char last_path[PATH_MAX] VA_GUARDED_BY(store_lock);
+
+Time time_of(const timespec &time)
+{
+    return {time.tv_sec, time.tv_nsec};
+}
+
+std::optional<Stamp> stamp_of(const struct stat &status)
+{
+    if (!S_ISREG(status.st_mode))
+        return std::nullopt;
+    return Stamp{status.st_dev, status.st_ino, status.st_size, time_of(status.st_mtim),
+                 time_of(status.st_ctim)};
+}
+
+std::optional<Stamp> stamp_of(const char *path)
+{
+    struct stat status;
+    return stat(path, &status) == 0 ? stamp_of(status) : std::nullopt;
+}
+
+std::optional<Stamp> stamp_of(int fd)
+{
+    struct stat status;
+    return fstat(fd, &status) == 0 ? stamp_of(status) : std::nullopt;
+}
+
+Time now()
+{
+    timespec time;
+    clock_gettime(CLOCK_REALTIME, &time);
+    return time_of(time);
+}
+
+// Whether a change of the file after `moment` gives it another stamp. File systems stamp by a clock
+// that is up to 10 ms behind, and some in steps of one or two seconds.
+bool is_settled(const Stamp &stamp, Time moment)
+{
+    constexpr long one_second = 1'000'000'000; // in nanoseconds
+    if (stamp.modified.second == 0 || stamp.changed.second == 0)
+        moment.first -= 2;
+    else if ((moment.second -= one_second / 50) < 0)
+        moment = {moment.first - 1, moment.second + one_second};
+    return std::max(stamp.modified, stamp.changed) < moment;
+}
+
+// False of a file that the kernel makes up as it is read, whose stamp tells nothing.
+bool is_whole(const Content &content, const Stamp &stamp)
+{
+    return std::cmp_equal(content.length, std::min<std::int64_t>(stamp.size, store_limit));
+}
 
 // The next two return why not all could be read, 0 if it could.
 
@@ -83,8 +151,12 @@ int read_file(const char *path, Content &content)
     const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | of_any_size);
     if (fd == -1)
         return errno;
+    const Time moment = now();
+    const std::optional<Stamp> stamp = stamp_of(fd);
     const int error = read_all(fd, content);
     close(fd);
+    if (stamp && is_whole(content, *stamp) && is_settled(*stamp, moment))
+        content.stamp = stamp;
     return error;
 }
 
@@ -110,6 +182,11 @@ void read_store(const char *path) VA_REQUIRES(store_lock)
     if (std::strcmp(path, last_path) != 0) {
         last_read = {};
         std::snprintf(last_path, sizeof last_path, "%s", path);
+    }
+    const std::optional<Stamp> stamp = stamp_of(path);
+    if (stamp && stamp == last_read.stamp) {
+        tell_unreadable(path, 0);
+        return;
     }
     Content content;
     const int error = read_file(path, content);

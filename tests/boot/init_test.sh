@@ -51,6 +51,10 @@ expect 0 reload
 expect_log 'sim: .*41'
 expect 0 restart
 [[ $(<run/pid) != "$first" ]] || fail "not restarted"
+rm run/status && mkdir run/status
+expect 0 status
+tail -n 1 output | grep --quiet 'cannot write its status' || fail "not told"
+rmdir run/status
 kill -STOP "$(<run/pid)"
 expect 151 status
 rm log

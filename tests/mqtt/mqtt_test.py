@@ -8,6 +8,7 @@ import sys
 import time
 import unittest
 from datetime import datetime, timedelta
+from pathlib import Path
 
 import jsonschema
 from lab import PERIOD, ROOT, STORE, Lab, Subscriber, wait_for
@@ -107,6 +108,8 @@ class MqttTest(unittest.TestCase):
 
     def test_will(self):
         self.lab.start_broker()
+        self.lab.write("scene", "")  # nothing comes
+        Path(self.lab.folder, "run/status").mkdir()
         self.lab.start_daemon()
         viewer = Subscriber(self.lab, "viewer", "cameras/#")
         publisher = self.lab.start_publisher()
@@ -118,12 +121,13 @@ class MqttTest(unittest.TestCase):
         publisher = self.lab.start_publisher(NOTIFY_SOCKET=self.lab.folder + "/notify",
                                              WATCHDOG_USEC="60000000")
         wait_for(lambda: viewer.messages(AVAILABLE)[-1]["payload"] == "online", "online again")
+        publisher.wait_for("cannot write its status")
         self.assertEqual(publisher.end(), 0)
         told = supervisor.recv(9999, socket.MSG_DONTWAIT)
         self.assertRegex(told, rb"^READY=1\nSTATUS=broker: .*\nWATCHDOG=1\n$")
         while not told.startswith(b"STOPPING=1\n"):
             previous, told = told, supervisor.recv(9999, socket.MSG_DONTWAIT)
-        self.assertRegex(previous, b"STATUS=broker: connected.*; the daemon is here\\n")
+        self.assertRegex(previous, b"STATUS=broker: connected.*; the daemon is here, but cannot write its status\\n")
         wait_for(lambda: viewer.messages(AVAILABLE)[-1]["payload"] == "offline", "good-bye")
 
     def test_no_event_is_lost_when_the_broker_goes(self):

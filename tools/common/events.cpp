@@ -95,7 +95,8 @@ void EventMaker::set_verdict(const Verdict &verdict, Elapsed now)
         sink_({.kind = Kind::DaemonWell, .at = now});
         return;
     }
-    end_where([](const Key &, const Event &) { return true; }, now, true);
+    if (verdict.status != NO_STATUS) // else records come as before
+        end_where([](const Key &, const Event &) { return true; }, now, true);
     sink_({.kind = Kind::DaemonUnwell, .at = now, .why = verdict.text});
 }
 

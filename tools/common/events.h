@@ -37,7 +37,7 @@ struct Event {
     enum class Kind {
         DaemonHere,   // the first of its streams is connected
         DaemonGone,   // the last of its streams is lost
-        DaemonUnwell, // it is here, but nothing can come
+        DaemonUnwell, // it is here, but nothing can come, or it cannot write its status
         DaemonWell,   // again
         ObjectAppeared,
         ObjectLeft,
@@ -94,7 +94,7 @@ public:
     // showed.
     void set_connected(const StreamKind &kind, bool connected, Elapsed now);
 
-    // What was found when the daemon was asked, since nothing came. When it is not well all ends
+    // What was found when the daemon was asked, since nothing came. When nothing can come all ends
     // that is still there.
     void set_verdict(const Verdict &verdict, Elapsed now);
 

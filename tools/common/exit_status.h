@@ -10,4 +10,5 @@ enum ExitStatus {
     GONE = 4,         // the daemon
     NO_ANSWER = 5,    // it hangs
     NO_ANALYTICS = 6, // it runs without
+    NO_STATUS = 7,    // it runs, but cannot write it
 };

@@ -2,15 +2,18 @@
 
 #include "tools/common/standard_output.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace
 {
 
+using Answer = DaemonStatus::Answer;
 using std::chrono::seconds;
 
-constexpr seconds silence{3};   // before it is asked
-constexpr seconds interval{10}; // and again
+constexpr seconds silence{3};        // before it is asked
+constexpr seconds interval{10};      // and again
+constexpr seconds long_interval{30}; // where a record may come while the answer is waited for
 
 } // namespace
 
@@ -21,6 +24,10 @@ Inquiry::Inquiry(std::string directory, Output &output)
 
 void Inquiry::heard(const Moment &now)
 {
+    if (told_ == NO_STATUS) { // of which a record tells nothing
+        due_ = std::max(due_, now.at + silence);
+        return;
+    }
     due_ = now.at + silence;
     take(now, {IS_WELL, "va runs"});
 }
@@ -34,11 +41,11 @@ void Inquiry::pass(const Moment &now, bool connected)
     }
     if (now.at < due_)
         return;
-    due_ = now.at + interval;
     const DaemonStatus status = ask_daemon_status(directory_);
+    due_ = now.at + (status.answer == Answer::Unwritten ? long_interval : interval);
     // One that takes no requests may be quite well.
-    if (status.answer == DaemonStatus::Answer::Answered ||
-        status.answer == DaemonStatus::Answer::None)
+    if (status.answer == Answer::Answered || status.answer == Answer::None ||
+        status.answer == Answer::Unwritten)
         take(now, judge(status));
 }
 

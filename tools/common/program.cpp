@@ -15,7 +15,9 @@
 const char EXIT_STATUSES[] =
     "\n"
     "Ends with 0 when records came, 1 after an error, 2 when it is used wrongly, 3 when no record\n"
-    "came, 5 when none came since the daemon hangs, 6 since it runs without analytics.\n";
+    "came, 5 when none came since the daemon hangs, 6 since it runs without analytics, 7 when "
+    "none\n"
+    "came and it cannot write its status.\n";
 
 namespace
 {
@@ -24,7 +26,7 @@ namespace
 int without_records(const std::string &directory)
 {
     const Verdict verdict = judge(ask_daemon_status(directory));
-    if (verdict.status != NO_ANSWER && verdict.status != NO_ANALYTICS)
+    if (verdict.status < NO_ANSWER) // also when nobody can be asked
         return NO_RECORDS;
     say(verdict.text);
     return verdict.status;

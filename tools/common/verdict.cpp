@@ -9,6 +9,8 @@ Verdict judge(const DaemonStatus &status)
     case DaemonStatus::Answer::None:
     case DaemonStatus::Answer::Deaf:
         return {NO_ANSWER, "va does not answer: " + status.reason};
+    case DaemonStatus::Answer::Unwritten:
+        return {NO_STATUS, "va runs, but cannot write its status: " + status.reason};
     case DaemonStatus::Answer::Refused:
         return {FAILED, status.reason};
     default:

@@ -14,6 +14,11 @@ namespace
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
+// How long an answer with names is waited for. While the daemon's records come, reading them must
+// not stop for so long that a line's alarm which lasts would count as a second one (EventRests).
+constexpr seconds patience_at_first{1};
+constexpr milliseconds patience_meanwhile{300};
+
 // In the order of Event::Kind.
 constexpr const char *names[] = {"daemon_here",  "daemon_gone",     "daemon_unwell",
                                  "daemon_well",  "object_appeared", "object_left",
@@ -112,20 +117,21 @@ void EventPrinter::tick(const Moment &now)
 {
     now_ = now;
     events_.pass(now.at);
-    if (is_here_ && now.at - asked_ >= (has_names_ ? seconds(10) : seconds(2)))
-        ask_names();
+    if (is_here_ && now.at >= names_due_)
+        ask_names(patience_meanwhile);
 }
 
 // A daemon that is just starting does not answer yet.
-void EventPrinter::ask_names()
+void EventPrinter::ask_names(milliseconds patience)
 {
-    asked_ = now_.at;
+    names_due_ = now_.at + seconds(10);
     if (directory_.empty())
         return;
-    const DaemonStatus status = ask_daemon_status(directory_, milliseconds(200));
-    has_names_ = status.answer == DaemonStatus::Answer::Answered;
-    if (has_names_)
+    const DaemonStatus status = ask_daemon_status(directory_, patience);
+    if (status.answer == DaemonStatus::Answer::Answered)
         events_.set_rules(rules_of(status));
+    else if (status.answer != DaemonStatus::Answer::Unwritten)
+        names_due_ = now_.at + seconds(2);
 }
 
 void EventPrinter::tell(const Event &event)
@@ -133,7 +139,7 @@ void EventPrinter::tell(const Event &event)
     if (event.kind == Event::Kind::DaemonHere || event.kind == Event::Kind::DaemonGone)
         is_here_ = event.kind == Event::Kind::DaemonHere;
     if (event.kind == Event::Kind::DaemonHere)
-        ask_names();
+        ask_names(patience_at_first);
     if (told_ == count_ || !filters_.want(event))
         return;
     ++told_;

@@ -28,16 +28,15 @@ public:
 
 private:
     void tell(const Event &event);
-    void ask_names();
+    void ask_names(std::chrono::milliseconds patience);
 
     Style style_;
     Filters filters_;
     std::uint64_t count_;
     std::uint64_t told_ = 0;
     std::string directory_;
-    Elapsed asked_{};
+    Elapsed names_due_{};
     bool is_here_ = false; // the daemon
-    bool has_names_ = false;
-    Moment now_{}; // by which the events' clock is told
+    Moment now_{};         // by which the events' clock is told
     EventMaker events_;
 };

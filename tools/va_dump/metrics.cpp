@@ -131,8 +131,9 @@ std::string left_out(const DaemonStatus &status)
 std::string metrics_of(const DaemonStatus &status)
 {
     const bool answered = status.answer == DaemonStatus::Answer::Answered;
-    std::string text = header("va_up", "gauge", "1 when the daemon answers.") + "va_up " +
-                       (answered ? "1\n" : "0\n");
+    const bool up = answered || status.answer == DaemonStatus::Answer::Unwritten;
+    std::string text = header("va_up", "gauge", "1 when the daemon takes requests.") + "va_up " +
+                       (up ? "1\n" : "0\n");
     if (!answered)
         return text;
     text += info(status);

@@ -4,5 +4,5 @@
 
 #include <string>
 
-// A status for people, in lines; of a daemon that does not answer the verdict alone.
+// A status for people, in lines; of a daemon that has not answered the verdict alone.
 std::string status_words(const DaemonStatus &status, const Verdict &verdict);

@@ -50,6 +50,12 @@ std::vector<AlarmRule> rules_of(const std::vector<Shape> &shapes)
     return rules;
 }
 
+Picture::State state_by(ExitStatus verdict)
+{
+    const bool may_show = verdict == IS_WELL || verdict == NO_STATUS;
+    return may_show ? Picture::State::Live : Picture::State::Unwell;
+}
+
 } // namespace
 
 PicturePrinter::PicturePrinter(std::string path, From from, const std::string &still)
@@ -92,7 +98,7 @@ void PicturePrinter::connection(const Connection &connection)
     events_.set_connected(connection.kind, connection.connected, connection.moment.at);
     connected_[index_of(connection.kind)] = connection.connected;
     if (is_connected()) {
-        state_ = verdict_ == IS_WELL ? Picture::State::Live : Picture::State::Unwell;
+        state_ = state_by(verdict_);
     } else if (state_ != Picture::State::Waiting) {
         verdict_ = IS_WELL;
         state_ = Picture::State::Gone;
@@ -106,7 +112,7 @@ void PicturePrinter::verdict(const Moment &now, const Verdict &verdict)
     last_ = now;
     events_.set_verdict(verdict, now.at);
     verdict_ = verdict.status;
-    state_ = verdict_ == IS_WELL ? Picture::State::Live : Picture::State::Unwell;
+    state_ = state_by(verdict_);
     changed_ = true;
 }
 
@@ -178,7 +184,7 @@ std::string PicturePrinter::state_text(Picture::State state, const Moment &now) 
 {
     switch (state) {
     case Picture::State::Live:
-        return "live";
+        return verdict_ == NO_STATUS ? "live, no status" : "live";
     case Picture::State::Unwell:
         return verdict_ == NO_ANALYTICS ? "runs without analytics" : "daemon hangs";
     case Picture::State::Waiting:
