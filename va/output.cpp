@@ -17,14 +17,13 @@ namespace
 std::atomic<std::uint32_t> lost_lines{0};
 
 // Puts a pipe opened anew in the descriptor's place: its mode is not shared with whoever else
-// writes into the pipe. False where that is not allowed, or nobody reads.
+// writes into the pipe. A child inherits it. False where that is not allowed, or nobody reads.
 bool open_anew(int fd)
 {
     char path[32];
     std::snprintf(path, sizeof path, "/proc/self/fd/%d", fd);
     const Fd own(open(path, O_WRONLY | O_NONBLOCK | O_CLOEXEC));
-    return own &&
-           dup2(own.get(), fd) == fd; // without O_CLOEXEC: a child's standard descriptor, too
+    return own && dup2(own.get(), fd) == fd;
 }
 
 void keep_from_blocking(int fd)

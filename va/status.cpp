@@ -119,8 +119,7 @@ void add_daemon(Lines &lines, const VaContext &context)
     lines.add("va.writes: %" PRIu32, ++writes);
     lines.add("va.sensor: %s %" PRId32 "x%" PRId32 " %" PRId32 "/s", sensor.sensor, sensor.width,
               sensor.height, sensor.fps);
-    if (const std::uint32_t lost = lost_output_lines(); lost > 0)
-        lines.add("va.lost_lines: %" PRIu32, lost);
+    lines.add("va.lost_lines: %" PRIu32, lost_output_lines());
     if (*run_dir_fault())
         lines.add("va.run_dir: %s", run_dir_fault());
 }
@@ -158,8 +157,7 @@ void add_stream(Lines &lines, const std::string &key, const sck_svr_status_t &st
     lines.add("%s.clients: %zu", key.c_str(), status.clients.size());
     add_counts(lines, key, status.counts);
     lines.add("%s.longest_us: %" PRIu32, key.c_str(), status.longest_us);
-    if (status.failed_accepts > 0)
-        lines.add("%s.failed_accepts: %" PRIu64, key.c_str(), status.failed_accepts);
+    lines.add("%s.failed_accepts: %" PRIu64, key.c_str(), status.failed_accepts);
     if (!status.listens)
         lines.add("%s.missing: its socket does not listen", key.c_str());
     int number = 0;

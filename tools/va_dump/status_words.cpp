@@ -18,6 +18,12 @@ public:
         add(formatted("version %s, process %s, since %s, which is %s s; sensor %s",
                       at("va.version"), at("va.process"), at("va.started"), at("va.uptime"),
                       at("va.sensor")));
+        for (const char *const key : {"va.run_dir", "analytics.boot"}) {
+            if (*at(key))
+                add(formatted("%s: %s", key, at(key)));
+        }
+        if (const std::string lost = at("va.lost_lines"); !lost.empty() && lost != "0")
+            add("lines of its output lost: " + lost);
     }
 
     void add_modules()
