@@ -6,6 +6,7 @@
 #include "va/log.h"
 #include "va/paths.h"
 #include "va/signals.h"
+#include "va/trust.h"
 
 #include <cerrno>
 #include <charconv>
@@ -32,11 +33,6 @@ struct Recorded {
 
     bool operator==(const Recorded &) const = default;
 };
-
-bool is_trusted(const struct stat &status)
-{
-    return status.st_uid == 0 || status.st_uid == geteuid();
-}
 
 // The right to replace the PID file, kept for moments: of two that start at once and see the same
 // stale file, the slower would else remove what the faster has put in its place.

@@ -3,6 +3,7 @@
 #include "va/log.h"
 #include "va/paths.h"
 #include "va/streams.h"
+#include "va/trust.h"
 
 #include <algorithm>
 #include <array>
@@ -38,11 +39,6 @@ private:
     std::array<char, 2048> text_{};
     std::size_t length_ = 0;
 };
-
-bool is_trusted(const struct stat &status)
-{
-    return status.st_uid == 0 || status.st_uid == geteuid();
-}
 
 // Null when there is nothing wrong. The modes of sockets do not count: they are made anew.
 const char *fault(const struct stat &status, mode_t kind)
