@@ -57,8 +57,9 @@ inline constexpr unsigned EVENT_ASLEEP = 1U << 31;
 // descriptor in info->event->fd.
 //
 // Threads change `flags` by the operations below alone, which keep each other's bits. On the loop
-// thread EVENT_REMOVED may also be set as it stands: the event is freed at the end of the next
-// cycle, and not called in it.
+// thread, and while no other thread changes it, EVENT_REMOVED may also be set as it stands: the
+// loop frees the event at the end of the next cycle, and does not call it in this one; a soft queue
+// calls it for one item more.
 struct event {
     event *prev;
     event *next;
@@ -93,8 +94,8 @@ int event_loop(int once);
 // descriptor or a signal handled on its own thread ends the wait.
 void exit_event_loop();
 
-// Non-zero from exit_event_loop() until the next event_loop() call. Read-only for users, on the
-// loop thread.
+// Non-zero from exit_event_loop() until the next event_loop() call. Read-only for users; what is
+// read while another thread may end the loop can be old.
 extern int end_loop;
 
 // Whether the calling thread may do what is the loop thread's: it runs the loop, or nobody does.

@@ -110,6 +110,12 @@ bool write_wake_byte(const soft_queue &queue) VA_REQUIRES(queue.mutex)
     return write(queue.pipe_write, &byte, sizeof byte) == sizeof byte;
 }
 
+[[maybe_unused]] bool is_on_loop(soft_queue &queue)
+{
+    const va::ScopedLock lock(queue.mutex);
+    return queue.pipe_event;
+}
+
 enum class Wake { Byte, None, End };
 
 Wake read_wake_byte(const soft_queue &queue) VA_REQUIRES(queue.mutex)
@@ -202,6 +208,7 @@ std::int32_t sq_run(event_info *, void *queue_arg)
 
 void free_soft_queue(soft_queue **queue)
 {
+    assert(!queue || !*queue || !is_on_loop(**queue) || is_loop_thread());
     if (queue)
         delete static_cast<Queue *>(std::exchange(*queue, nullptr));
 }

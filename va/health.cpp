@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <utility>
 
 namespace
 {
@@ -44,6 +45,12 @@ std::optional<Stamp::Age> Stamp::age() const
         return {};
     // Set meanwhile, it may lie ahead.
     return std::max(Age(static_cast<std::int32_t>(tenths_now() - at)), Age::zero());
+}
+
+void VaHealth::boots()
+{
+    const va::ScopedLock guard(lock_);
+    first_boot_failure_ = std::exchange(boot_failure_, {});
 }
 
 void VaHealth::cannot_boot(const char *path, const char *why)
@@ -125,6 +132,12 @@ VaHealth::Reason VaHealth::boot_failure() const
 {
     const va::ScopedLock guard(lock_);
     return boot_failure_;
+}
+
+VaHealth::Reason VaHealth::first_boot_failure() const
+{
+    const va::ScopedLock guard(lock_);
+    return first_boot_failure_;
 }
 
 void VaHealth::set_state(VaModule module, State state)

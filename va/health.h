@@ -56,9 +56,11 @@ public:
         Reason reason{};
     };
 
-    // The main thread, before the processing thread: the co-processor could not be booted. What the
-    // log has no line of stands here.
-    void cannot_boot(const char *path, const char *why);
+    // The main thread, before the processing thread.
+
+    void boots();
+    void cannot_boot(const char *path,
+                     const char *why); // for a reason of which the log has no line
 
     // The processing thread, or the main thread when there is none.
 
@@ -80,8 +82,9 @@ public:
         return results_[index_of(module)].age();
     }
     Module module(VaModule module) const;
-    Reason why_ended() const; // a failed module's reason has its name in front
-    Reason boot_failure() const;
+    Reason why_ended() const;          // a failed module's reason has its name in front
+    Reason boot_failure() const;       // of the last attempt
+    Reason first_boot_failure() const; // of the one before
 
 private:
     enum class Phase { opening, passing, ended };
@@ -99,4 +102,5 @@ private:
     Module modules_[std::size(va_modules)] VA_GUARDED_BY(lock_);
     Reason why_ended_ VA_GUARDED_BY(lock_){};
     Reason boot_failure_ VA_GUARDED_BY(lock_){};
+    Reason first_boot_failure_ VA_GUARDED_BY(lock_){};
 };

@@ -179,8 +179,13 @@ int create_pid_file()
     return claim == Claim::written ? 0 : -1;
 }
 
+bool is_own_pid_file()
+{
+    return recorded().process == getpid();
+}
+
 void remove_own_pid_file()
 {
-    if (recorded().process == getpid())
+    if (is_own_pid_file())
         unlink(va_pid_path);
 }

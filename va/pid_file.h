@@ -15,5 +15,8 @@
 // cannot be written. Exits with status 0 when `terminate` is set meanwhile.
 int create_pid_file();
 
-// Removes the PID file if it names this process.
+// Whether the PID file names this process.
+bool is_own_pid_file();
+
+// Removes it then.
 void remove_own_pid_file();

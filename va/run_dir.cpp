@@ -80,7 +80,8 @@ bool same_time(const timespec &a, const timespec &b)
 }
 
 // Throws away what is in the FIFO, unless it was written to after it was as `before`: its opening
-// lets a writer through that waited for it, who may have sent his line by now.
+// lets a writer through that waited for it, who may have sent his line by now. What else lies there
+// then stays, too.
 void drain(const Fd &fifo, const struct stat &before)
 {
     int left = 0;
@@ -121,7 +122,7 @@ Fd prepare_control_fifo()
     struct stat status;
     Fd kept;
     if (lstat(va_ctrl_path, &status) == 0 && S_ISFIFO(status.st_mode) && is_trusted(status))
-        kept.reset(open(va_ctrl_path, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+        kept.reset(open(va_ctrl_path, O_RDWR | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
     if (kept)
         drain(kept, status);
     else

@@ -10,9 +10,10 @@
 // writable for others. Changes nothing.
 void check_run_dir();
 
-// What stands at the control FIFO's place is kept when it is a FIFO of this user's or root's, so
-// that who waits to write into it, or has it open, reaches this daemon; what an earlier writer has
-// left in it is thrown away. Anything else is removed, after which msg_start() makes the FIFO.
+// What stands at the control FIFO's place is kept when it is a FIFO of this user's or root's that
+// can be opened for both, so that who waits to write into it, or has it open, reaches this daemon;
+// what an earlier writer has left in it is thrown away. Anything else is removed, after which
+// msg_start() makes the FIFO.
 //
 // Returns the FIFO that was kept, to be held open until msg_start() has opened it: a writer that
 // its opening has let through would else find no reader.

@@ -3,6 +3,7 @@
 #include "event/loop.h"
 #include "va/log.h"
 #include "va/paths.h"
+#include "va/pid_file.h"
 #include "va/streams.h"
 
 #include <array>
@@ -29,9 +30,15 @@ std::optional<Identity> identity_of(const char *path)
     return Identity(status.st_dev, status.st_ino);
 }
 
+bool is_fifo(const char *path)
+{
+    struct stat status;
+    return lstat(path, &status) == 0 && S_ISFIFO(status.st_mode);
+}
+
 struct Made {
     const char *path;
-    std::optional<Identity> identity; // nothing: it was not made
+    std::optional<Identity> identity;
 };
 
 std::array<Made, 3 + std::size(va_streams)> all_made;
@@ -66,11 +73,15 @@ std::int32_t look(event_info *, void *)
 bool watch_run_dir(const VaContext &context)
 {
     auto *made = all_made.begin();
-    for (const char *const path : {va_run_dir, va_pid_path, va_ctrl_path})
-        *made++ = {path, identity_of(path)};
+    const auto add = [&](const char *path) { *made++ = {path, identity_of(path)}; };
+    add(va_run_dir);
+    if (is_own_pid_file())
+        add(va_pid_path);
+    if (is_fifo(va_ctrl_path))
+        add(va_ctrl_path);
     for (const VaStream &stream : va_streams) {
         if (context.*stream.server)
-            *made++ = {stream.path, identity_of(stream.path)};
+            add(stream.path);
     }
     return add_timer_event(look_ms, EVENT_ENABLED, look, nullptr);
 }

@@ -127,7 +127,7 @@ void add_daemon(Lines &lines, const VaContext &context)
 void add_analytics(Lines &lines, const VaHealth &health)
 {
     const Analytics analytics = health.analytics();
-    if (const VaHealth::Reason why = health.boot_failure(); *why.text)
+    if (const VaHealth::Reason why = health.first_boot_failure(); *why.text)
         lines.add("analytics.boot: failed the first time, %s", why.text);
     lines.add("analytics.state: %s", word_for(analytics));
     if (analytics == Analytics::ended)
@@ -140,7 +140,7 @@ void add_analytics(Lines &lines, const VaHealth &health)
         if (module.state == State::failed)
             lines.add("%s.why: %s", key.c_str(), module.reason.text);
         if (module.refused)
-            lines.add("%s.settings: refused by the chip, the log has the reason", key.c_str());
+            lines.add("%s.settings: refused by the chip", key.c_str());
         add_age(lines, key + ".last_result", health.since_result(number));
     }
 }

@@ -18,7 +18,9 @@ namespace
 OdFrame frame_of(const VaContext &context)
 {
     const SensorConfig &sensor = context.sensorConf;
-    return {sensor.width, sensor.height, sensor.fps, context.wideAspect != 0};
+    // At least one pixel, also of a context without a sensor.
+    return {std::max(sensor.width, 1), std::max(sensor.height, 1), sensor.fps,
+            context.wideAspect != 0};
 }
 
 // The settings of dynamic and static objects; returns whether one has changed.

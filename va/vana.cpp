@@ -168,6 +168,7 @@ int va_cl_init()
 
 int va_vana_boot(VaContext *context)
 {
+    tell(context->report, &VaHealth::boots);
     const char *sensor = context->sensorConf.sensor;
     const char *work_data = work_data_path(sensor);
     if (!work_data)

@@ -314,6 +314,7 @@ int msg_get_unknown(const msg_handle *handle, msg_unknown *unknown)
 {
     if (!handle || !unknown)
         return -1;
+    assert(is_loop_thread());
     *unknown = static_cast<const Handle *>(handle)->unknown;
     return 0;
 }
@@ -322,6 +323,7 @@ int msg_start(msg_handle *handle)
 {
     if (!handle)
         return -1;
+    assert(is_loop_thread());
     return handle->mode == MSG_SOCKET ? start_socket(own(handle)) : start_fifo(own(handle));
 }
 
