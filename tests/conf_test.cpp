@@ -5,6 +5,7 @@
 #include "conf/conf_od.h"
 #include "conf/conf_sensor.h"
 #include "conf/conf_vmf.h"
+#include "conf/findings.h"
 #include "tests/support/capture.h"
 #include "tests/support/store_file.h"
 #include "tests/support/wait.h"
@@ -161,28 +162,12 @@ TEST(Sensor, DiffersInAnyFieldButTheTablesOwn)
 
 TEST(Conf, CatalogueComparesSoManyBytes)
 {
-    // clang-format off
-    const std::pair<int (*)(const void *, const void *), std::size_t> records[] = {
-        {conf_compareDynamicParamConf, 8}, {conf_compareNetworkQosConf, 20},
-        {conf_compareImageRotateConf, 12}, {conf_compareAccountConf, 2048},
-        {conf_compareGb28181, 1036}, {conf_compareAudioExConf, 8}, {conf_compareH264ConfEx, 24},
-        {conf_compareEPTZConf, 20}, {conf_comparePrivacyMaskConfigEx, 124},
-        {conf_compareDenoiseConf, 20}, {conf_compareNetworkConf, 128}, {conf_compareAoiConf, 60},
-        {conf_compareCameraTamperingConf, 8}, {conf_compareSystemPropertiesConf, 48},
-        {conf_compareContinuousRecorderConf, 284}, {conf_compareEventRecorderConf, 288},
-        {conf_compareRecorderConf, 280}, {conf_compareMulticastConf, 88},
-        {conf_compareVideoProperties, 308}, {conf_compareAudioProperties, 32},
-        {conf_compareRtspConfig, 12}, {conf_compareProfileAudioConfig, 12},
-        {conf_compareTvOutConf, 12}, {conf_compareOsdConfig, 8104},
-        {conf_compareOverlayConfig, 564}, {conf_compareProfileVideoConfig, 348}};
-    // clang-format on
     const std::string zeros(9000, '\0');
-    for (const auto &[compare, size] : records) {
-        for (const std::size_t byte : {size - 1, size}) {
-            std::string other = zeros;
-            other[byte] = 1;
-            EXPECT_EQ(compare(zeros.data(), other.data()) == 0, byte == size) << size;
-        }
+    for (const auto &[compare, size] :
+         {std::pair(&conf_compareDynamicParamConf, 8U), {&conf_compareOsdConfig, 8104U}}) {
+        const std::string other = std::string(size, '\0') + std::string(size, '\1');
+        EXPECT_EQ(compare(zeros.data(), other.data()), 0);
+        EXPECT_NE(compare(zeros.data(), other.data() + 1), 0);
     }
 }
 
@@ -393,6 +378,7 @@ TEST(Filters, AreLinesThenAreasWithNoDetectionAreasAndAChain)
         {combo("0,1,2", "7"), {0, 0, 30, {}, 0, {}, 0, {0, 1, 2}, {}, {7, 0}}},
         {combo("0,1,2,0", "10,20,30"), {0, 0, 30, {}, 0, {}, 1, {0, 1, 2}, {}, {10, 20}}},
         {combo(" 1 ; , 2x,0", "1,2"), {0, 0, 30, {}, 0, {}, 1, {1, 2, 0}, {}, {1, 2}}},
+        {combo("1,1", "7"), {0, 0, 30, {}, 0, {}, 0, {1, 1, -1}, {}, {7, 0}}},
         {combo("0,1", "1,2"), {0, 0, 30, {}, 0, {}, 0, {0, 1, -1}, {}, {1, 2}}}};
     // clang-format on
     StoreFile store;
@@ -402,12 +388,79 @@ TEST(Filters, AreLinesThenAreasWithNoDetectionAreasAndAChain)
     }
 
     store.write(line(2) + area(0, 1) + area(1, 1));
-    const VmfSlots slots = read_record(conf_getVmfSlots);
+    VmfSlots slots;
+    EXPECT_EQ(stdout_of([&] { slots = read_record(conf_getVmfSlots); }), "");
     ASSERT_EQ(slots.count, 3);
     const VmfSlot expected[] = {{VmfSource::Line, 2, CONF_EVENT_CROSS_LINE, 0},
                                 {VmfSource::Area, 0, CONF_EVENT_AREA_1, 0},
                                 {VmfSource::Area, 1, CONF_EVENT_AREA_1, 1}};
     EXPECT_TRUE(same_bytes(slots.slots, std::to_array(expected)));
+}
+
+// What does not count: - was left out, ! cannot be used; and the filters with event and bit.
+std::string told(const ConfFindings &findings)
+{
+    std::string all;
+    for (const auto &[key, setting] : findings.settings()) {
+        const auto &[value, is_default, why_not, unfit] = setting;
+        EXPECT_FALSE(is_default && value == "-1") << key;
+        if (!setting.in_use())
+            all += key + (why_not.empty() ? "" : "-") + (unfit.empty() ? "" : "!") + " ";
+    }
+    for (const auto &[number, filter] : findings.filters())
+        all += filter.name + "/" + std::to_string(10 * filter.event + filter.bit) + " ";
+    return all;
+}
+
+TEST(Findings, TellWhatDoesNotCount)
+{
+    const std::string so = od + "SOParam.";
+    const std::string moving =
+        "VMDWindow.MaxDetectionSize! VMDWindow.MinDetectionSize! VMDWindow.Sensitivity! ";
+    const std::string still =
+        so + "MaxSizeX! " + so + "MaxSizeY! " + so + "MinSizeX! " + so + "MinSizeY! ";
+    const struct {
+        std::string settings;
+        std::function<void()> judge; // by those who use the records
+        std::string told;
+    } steps[] = {
+        {"",
+         [] {
+             conf_useODDoParamSetConf("too many");
+             conf_useStaticSizes("too small");
+             conf_leaveOutFDSizes("no pair");
+         },
+         "FaceDetection.MaxDetectionSize- FaceDetection.MinDetectionSize- " + moving + still},
+        {line(0) + line(1) + line(2) + window("ObjectDetection.O1.", 1, 2, 3, 4), [] {},
+         "ObjectDetection.O1.Bottom- ObjectDetection.O1.Left- ObjectDetection.O1.Right- "
+         "ObjectDetection.O1.Top- " +
+             moving + still + "CrossLine.C0/10 CrossLine.C1/11 CrossLine.C2/12 "},
+        {line(1) + area(1, 1) + combo("0,1", "5"), [] { conf_useODDoParamSetConf(nullptr); },
+         still + "CrossLine.C1/10 ObjectDetection.O1/30 "},
+        {window("FaceDetection.F10.", 1, 2, 3, 4) + "FaceDetection.F1.Left=5\n" +
+             "FaceDetection.F1.Top=6\nVMDWindow.Sensitivity=256\n" + combo("0,1,2", "7"),
+         [] { conf_useStaticSizes(nullptr); },
+         "FaceDetection.F1.Left- FaceDetection.F1.Top- VMDWindow.MaxDetectionSize- "
+         "VMDWindow.MinDetectionSize- VMDWindow.Sensitivity- " +
+             vmf + "ComboFilter.FilterID- " + vmf + "ComboFilter.Interval- "},
+        {"", [] {}, ""}};
+    StoreFile store;
+    ConfFindings findings;
+    for (const auto &[settings, judge, wanted] : steps) {
+        store.write(settings);
+        const ConfFindings::Collector collector(findings);
+        read_record(conf_getODDoParamSetConf);
+        read_record(conf_getODSoParamSetConf);
+        read_record(conf_getODVmfParamConf);
+        read_record(conf_getFDCtrlConf);
+        read_record(conf_getFDWindowConf, 10);
+        read_record(conf_getFDWindowConf, 1);
+        judge();
+        EXPECT_EQ(told(findings), wanted) << settings;
+    }
+    store.write("VMDWindow.Sensitivity=256\n");
+    read_record(conf_getODDoParamSetConf);
+    EXPECT_EQ(told(findings), "") << "nobody collects any more";
 }
 
 } // namespace

@@ -44,13 +44,13 @@ struct EventLoop : testing::Test {
         return does([=, this](event_info *) { called += name; });
     }
     // An event that is due in every cycle().
-    Event add(int kind, Action *action) const
+    event *add_plain(int kind, Action *action) const
     {
-        event *added = kind == EVENT_TIMER    ? add_timer_event(10, 0, run, action)
-                       : kind == EVENT_ALWAYS ? add_always_event(0, run, action)
-                                              : add_fd_event(ready.get(), 1, 0, run, action);
-        return {added, remove_event};
+        return kind == EVENT_TIMER    ? add_timer_event(10, 0, run, action)
+               : kind == EVENT_ALWAYS ? add_always_event(0, run, action)
+                                      : add_fd_event(ready.get(), 1, 0, run, action);
     }
+    Event add(int kind, Action *action) const { return {add_plain(kind, action), remove_event}; }
     // Runs one after `us`; returns the names of the callbacks.
     std::string cycle(std::int64_t us = 10'000)
     {
@@ -108,6 +108,14 @@ TEST_F(EventLoop, TimersKeepTheirBeatUntilACallbackMovesThem)
     }
     // Each wait is cut to whole ms; the due times stay on the beat.
     EXPECT_EQ(waits, (std::vector{-1, 99, 100, 0, 0, 0, 50, 150, 50, 201, 5, 994}));
+    const timeval due = timer->when;
+    set_event_enabled(timer.get(), 0);
+    set_event_interval(timer.get(), 7); // for when it wakes
+    EXPECT_TRUE(!get_event_enabled(timer.get()) && timer->interval == 7);
+    EXPECT_EQ(time_diff(&due, &timer->when), 0);
+    resched_event(timer.get(), nullptr);
+    const timeval from = in(0);
+    EXPECT_EQ(time_diff(&from, &timer->when), 7);
 }
 
 // A step neither silences the timer nor makes it fire for longer than the periods it made due.
@@ -181,7 +189,7 @@ TEST_F(EventLoop, ChangesWhileDispatching)
 {
     for (const int kind : {EVENT_TIMER, EVENT_ALWAYS, EVENT_FD}) {
         SCOPED_TRACE(kind);
-        Event added;
+        event *added = nullptr;
         Event removed = add(kind, notes('!'));
         const Event disabled = add(kind, notes('d'));
         Event self = add(kind, does([&](event_info *info) {
@@ -189,7 +197,7 @@ TEST_F(EventLoop, ChangesWhileDispatching)
                              removed.reset();
                              set_event_enabled(disabled.get(), 0);
                              add(kind, notes('!')); // removed while pending
-                             added = add(kind, notes('n'));
+                             added = add_plain(kind, notes('n'));
                              self.reset();
                          }));
         EXPECT_EQ(cycle(), "d");
@@ -197,7 +205,7 @@ TEST_F(EventLoop, ChangesWhileDispatching)
         EXPECT_EQ(added->next, disabled.get()) << "not all between them are freed";
         set_event_enabled(disabled.get(), 1);
         EXPECT_EQ(cycle(), "nd");
-        added.reset();
+        added->flags |= EVENT_REMOVED; // this thread is the loop's
         EXPECT_EQ(cycle(), "d");
         EXPECT_EQ(disabled->prev, nullptr) << "not freed";
         const Event last = add(kind, does([](event_info *) { exit_event_loop(); }));
@@ -257,12 +265,25 @@ struct SoftQueue : EventLoop {
 TEST_F(SoftQueue, StaysOnTheLoopUntilItsPipeEnds)
 {
     queue = new_soft_queue(1);
-    add_softqueue_event(queue, 0, run, notes('t'));
-    add_softqueue_event(queue, EVENT_ONESHOT, run, does([this](event_info *) { produce(2, 3); }));
+    const auto add = [&](unsigned flags, Action *action) {
+        event *added = nullptr;
+        fail_each_allocation(
+            [&] { return added = add_softqueue_event(queue, flags, run, action); });
+        return added;
+    };
+    add(0, notes('t'));
+    add(EVENT_ONESHOT, does([this](event_info *) { produce(2, 3); }));
+    event *const asleep = add(EVENT_ASLEEP | EVENT_ENABLED, does([this](event_info *) {
+                                  called += 'a';
+                                  exit_event_loop();
+                              }));
+    EXPECT_EQ(asleep->flags, 0U);
     sq_run(nullptr, queue); // no byte yet
     produce(1, 2);
     EXPECT_EQ(cycle(), "t");
-    EXPECT_EQ(cycle(), "t");
+    EXPECT_EQ(asleep->next->next, nullptr) << "the one-shot is not freed";
+    set_event_enabled(asleep, 1);
+    EXPECT_EQ(cycle(), "a") << "and nobody after the end";
     dup2(Fd(open("/dev/null", O_RDONLY | O_CLOEXEC)).get(), queue->pipe_read);
     cycle();
     EXPECT_EQ(queue->pipe_event, nullptr);

@@ -109,20 +109,21 @@ TEST_F(Msg, TellsOfLinesThatNameNoCommand)
 {
     EXPECT_TRUE(start(MSG_FIFO));
     delete std::exchange(handle->others, nullptr);
-    call("first\n$x\1\0l\nerst\x1b[2J\xfc\n"s);
+    call(std::string(4094, 'l') + "\n");
     msg_unknown unknown{};
     EXPECT_EQ(msg_get_unknown(handle, &unknown), 0);
-    EXPECT_EQ(std::to_string(unknown.count) + unknown.last, "2erst?[2J?");
-    call(std::string(4094, 'l') + "\n");
+    EXPECT_EQ(std::to_string(unknown.count) + unknown.last, "1" + std::string(63, 'l'));
+    call("first\n$x\1\0l\nerst\x1b[2J\xfc\n"s);
     msg_get_unknown(handle, &unknown);
-    EXPECT_EQ(std::to_string(unknown.count) + unknown.last, "3" + std::string(63, 'l'));
+    EXPECT_EQ(std::to_string(unknown.count) + unknown.last, "3erst?[2J?");
 }
 
 TEST_F(Msg, WhatEndsTheFifoChannel)
 {
     const auto before = open_descriptors();
     const std::string line(4094, 'l');
-    for (const std::string &endless : {line + "l", "$f\xfc\x0f"s + line.substr(3)}) {
+    for (const std::string &endless :
+         {line + "l", "$f\xfc\x0f"s + line.substr(3), "$f\xff\xff"s + line.substr(3)}) {
         EXPECT_TRUE(start(MSG_FIFO));
         EXPECT_EQ(call(line + "\n"), Calls{"?=" + line});
         EXPECT_EQ(

@@ -1,11 +1,12 @@
+#include "ipc/network/line_limit.h"
 #include "ipc/network/recent.h"
 #include "ipc/network/sck_svr.h"
-#include "tests/support/capture.h"
 #include "tests/support/event_failing_new.h"
 #include "tests/support/ipc_loop.h"
 #include "tests/support/temp_dir.h"
 
 #include <algorithm>
+#include <fstream>
 #include <list>
 #include <random>
 #include <sstream>
@@ -41,11 +42,32 @@ struct Server {
         EXPECT_EQ(sck_svr_write(handle, bytes.data(), static_cast<std::uint32_t>(bytes.size())), 0);
     }
     int count() const { return sck_svr_get_client_count(handle); }
+    // What `action` prints: no part of it while the lock is held, since printing may wait.
+    template <class Action>
+    std::string printed(Action action)
+    {
+        const auto take = [](void *arg, const char *bytes, std::size_t size) {
+            auto *const server = static_cast<Server *>(arg);
+            pthread_mutex_t *const lock = &server->handle->lock;
+            server->held |= pthread_mutex_trylock(lock) != 0 || pthread_mutex_unlock(lock) != 0;
+            server->output.append(bytes, size);
+            return static_cast<ssize_t>(size);
+        };
+        std::FILE *const capture = fopencookie(this, "w", {nullptr, take, nullptr, nullptr});
+        std::setvbuf(capture, nullptr, _IONBF, 0);
+        std::FILE *const saved = std::exchange(stdout, capture);
+        action();
+        std::fclose(std::exchange(stdout, saved));
+        EXPECT_FALSE(held);
+        return std::exchange(output, {});
+    }
 
     const TempDir dir;
     const std::string path = dir.file("server");
     const std::string refused = "Can't write data to client.sck_path=" + path + "\n";
     sck_svr_t *handle = nullptr;
+    std::string output;
+    bool held = false;
 };
 
 // Waits once: a test that has failed is soon over.
@@ -102,9 +124,25 @@ TEST(SckBuf, IsAQueueOfWholeFrames)
     }
 }
 
+TEST(SckBuf, GivesItsMemoryBack)
+{
+    const auto pages = [] {
+        std::size_t mapped = 0;
+        std::ifstream("/proc/self/statm") >> mapped;
+        return mapped;
+    };
+    const std::size_t before = pages();
+    for (int round = 0; round < 1000; ++round) {
+        sck_buf_t ring{};
+        sck_buf_init(&ring, 65536);
+        sck_buf_release(&ring);
+    }
+    EXPECT_LT(pages(), before + 500);
+}
+
 TEST(SckSvr, AClientThatNeverReadsMissesRecordsAlone)
 {
-    const Server server;
+    Server server;
     LoopClient stalled(server.path);
     LoopClient reader(server.path);
     reader.send("ignored");
@@ -117,7 +155,7 @@ TEST(SckSvr, AClientThatNeverReadsMissesRecordsAlone)
         EXPECT_TRUE(gets(reader, stream += frame(payload)));
         EXPECT_EQ(get_event_enabled(server.handle->clients->writeEvent), 0);
     };
-    const std::string output = stdout_of([&] {
+    const std::string output = server.printed([&] {
         while (stream.size() < 20'000 && !HasFailure())
             write();
     });
@@ -132,24 +170,27 @@ TEST(SckSvr, AClientThatNeverReadsMissesRecordsAlone)
     while (queue.count < 500 && !HasFailure()) // then it dies in the middle of a record
         write();
     stalled.fd.reset();
-    EXPECT_TRUE(stdout_of(cycle).ends_with(server.path + ": client disconnect.\n"));
+    EXPECT_TRUE(server.printed(cycle).ends_with(server.path + ": client disconnect.\n"));
     EXPECT_EQ(server.count(), 1);
     write();
 }
 
 TEST(SckSvr, AClientWhoseSocketFillsAfterTheWaitIsKept)
 {
-    const Server server;
+    Server server;
     LoopClient client(server.path);
-    server.write("later");
+    server.write("la");
+    set_event_enabled(server.handle->clients->writeEvent, 0);
+    server.write("ter");                               // each record enables it
     const auto fill = [](event_info *, void *served) { // is called before descriptors are served
         while (send(static_cast<sck_clt_t *>(served)->socket, "fill", 4, MSG_DONTWAIT) > 0)
             ;
         return 0;
     };
     add_always_event(EVENT_ONESHOT, fill, server.handle->clients);
-    EXPECT_EQ(stdout_of(cycle), "write error. ret = -1, len=9\n");
-    EXPECT_TRUE(cycle_until([&] { return client.receive().ends_with("fill" + frame("later")); }));
+    EXPECT_EQ(server.printed(cycle), "write error. ret = -1, len=13\n");
+    const std::string end = "fill" + frame("la") + frame("ter");
+    EXPECT_TRUE(cycle_until([&] { return client.receive().ends_with(end); }));
 }
 
 TEST(SckSvr, CountsForItselfAndForEachClient)
@@ -161,7 +202,7 @@ TEST(SckSvr, CountsForItselfAndForEachClient)
     EXPECT_TRUE(gets(older, frame("ab")));
     LoopClient newer(server.path);
     const std::string largest(1019, 'l');
-    stdout_of([&] {
+    server.printed([&] {
         for (const char *payload : {largest.c_str(), "x", "yz"})
             server.write(payload);
     });
@@ -211,12 +252,29 @@ TEST(SckSvr, TimesRecordsInGroupsAndForgetsAfterAMinute)
     EXPECT_EQ(longest.at(90 * second), 1U);
 }
 
+TEST(SckSvr, TellsTwentyLinesASecondAndThenHowManyMore)
+{
+    const struct {
+        std::uint64_t now; // us
+        std::uint32_t lines, printed, more;
+    } steps[] = {{0, 3, 3, 0},           {999'999, 20, 17, 0},   {1'000'000, 0, 0, 3},
+                 {1'000'000, 21, 20, 0}, {1'999'999, 2, 0, 0},   {2'000'000, 1, 1, 0},
+                 {3'000'000, 0, 0, 3},   {9'000'005, 20, 20, 0}, {10'000'004, 1, 0, 0},
+                 {10'000'005, 0, 0, 1},  {99'000'000, 0, 0, 0}};
+    va::LineLimit limit;
+    for (const auto &[now, lines, printed, more] : steps) {
+        EXPECT_EQ(lines ? limit.take(now, lines) : 0, printed) << now;
+        EXPECT_TRUE(limit.has_more() || more == 0);
+        EXPECT_EQ(limit.take_more(now), more) << now;
+    }
+}
+
 TEST(SckSvr, TwoHundredClients)
 {
     Server server;
     std::list<LoopClient> clients;
     const std::string largest(1019, 'l');
-    std::string output = stdout_of([&] {
+    std::string output = server.printed([&] {
         while (clients.size() < 200)
             clients.emplace_back(server.path);
         server.write(largest);
@@ -226,12 +284,12 @@ TEST(SckSvr, TwoHundredClients)
     for (const std::string &line : {server.path + ": accept client", server.refused}) {
         const std::string kind = line.substr(0, line.find('\n'));
         const auto all_told = [&] {
-            output += stdout_of(cycle);
+            output += server.printed(cycle);
             return told(output, kind) == 200;
         };
         EXPECT_TRUE(output.starts_with(server.path + ": accept client. previous clients=0\n"));
         EXPECT_LT(std::ranges::count(output, '\n'), 200);
-        EXPECT_TRUE(cycle_until(all_told)) << output;
+        EXPECT_TRUE(wait_until(all_told)) << output; // no cycle is missed
     }
     std::erase_if(clients, [odd = false](const LoopClient &) mutable { return odd = !odd; });
     cycle();
@@ -250,7 +308,7 @@ TEST(SckSvr, TwoHundredClients)
 
 TEST(SckSvr, WhatCannotBeServedIsClosedAndLeavesNothing)
 {
-    const Server server;
+    Server server;
     LoopClient served(server.path);
     const auto before = open_descriptors();
     sck_svr_t *other = nullptr;
@@ -260,7 +318,7 @@ TEST(SckSvr, WhatCannotBeServedIsClosedAndLeavesNothing)
     EXPECT_EQ(fail_each_allocation([&] { return !LoopClient(server.path).ended(); }), 5);
     cycle();
     for (int round = 0; round < 2; ++round) {
-        const auto capture = [](auto run) { return stdout_of(run); };
+        const auto capture = [&](auto run) { return server.printed(run); };
         EXPECT_EQ(rest_of(server.path, capture, [&] { return server.count() == 2; }),
                   "ERR## accept fail.\n");
         EXPECT_TRUE(cycle_until([&] { return server.count() == 1; }));
@@ -268,6 +326,30 @@ TEST(SckSvr, WhatCannotBeServedIsClosedAndLeavesNothing)
     EXPECT_EQ(open_descriptors(), before);
     server.write("x");
     EXPECT_TRUE(gets(served, frame("x")));
+    sck_svr_status_t told{};
+    sck_svr_get_status(server.handle, &told);
+    EXPECT_TRUE(told.listens && told.failed_accepts == 2);
+    dup2(served.fd.get(), server.handle->socket);
+    sck_svr_get_status(server.handle, &told);
+    EXPECT_FALSE(told.listens);
+}
+
+// It keeps all of it, until the buffer is full.
+TEST(SckSvr, AHandlerGetsFourKilobytesAtATime)
+{
+    const Server server(10'000);
+    const LoopClient client(server.path);
+    std::vector<std::uint32_t> ends;
+    const auto keep = [](sck_clt_t *sender, void *arg) {
+        sender->recv.count = sender->recv.writePos;
+        sender->recv.readPos = sender->recv.count == 0; // given up: nothing more is read
+        static_cast<std::vector<std::uint32_t> *>(arg)->push_back(sender->recv.count);
+        return 0;
+    };
+    sck_svr_set_recv_callback(server.handle, keep, &ends);
+    client.send(std::string(10'001, 'x'));
+    cycle(), cycle(), cycle(), cycle();
+    EXPECT_EQ(ends, (std::vector{4096U, 8192U, 0U, 0U}));
 }
 
 TEST(SckSvr, AProducerThreadRunsBesideTheLoop)

@@ -27,6 +27,8 @@ TEST(Util, WritesReplaceTheFileOrReport)
     EXPECT_EQ(file_write(path.c_str(), "a\0b", 3), 0);
     EXPECT_EQ(read_file(path), std::string("a\0b", 3));
     EXPECT_EQ(file_write_str("/dev/full", "x"), -1);
+    const std::string fifo = dir.file("fifo");
+    EXPECT_EQ(pipe_write(fifo.c_str(), std::string(1 << 21, 'x').data(), 1 << 21), -1) << "waits";
 }
 
 TEST(Util, MakesDirectories)

@@ -19,6 +19,8 @@ namespace
 using std::string;
 using Names = std::vector<string>;
 
+static_assert(std::is_copy_assignable_v<VaContext>); // a trivially copyable record need not be
+
 constexpr int library_error = static_cast<int>(0x81e03001);
 
 struct VaModulesTest : VaTest {
