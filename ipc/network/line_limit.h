@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <utility>
 
 // Keeps a line that may come thousands of times a second from filling a log: the first of each
 // second are printed, the others counted, and the count is told once a second. It reads no clock
@@ -18,9 +19,10 @@ public:
     // `count` lines are due. Returns how many of them to print.
     std::uint32_t take(std::uint64_t now, std::uint32_t count)
     {
-        if (now - second_ >= second_us) {
+        if (is_over(now)) {
             second_ = now;
             printed_ = 0;
+            due_ += std::exchange(more_, 0);
         }
         const std::uint32_t allowed = std::min(count, lines_a_second - printed_);
         printed_ += allowed;
@@ -29,24 +31,25 @@ public:
     }
 
     // Whether there are lines to tell of.
-    bool has_more() const { return more_ > 0; }
+    bool has_more() const { return due_ + more_ > 0; }
 
-    // How many were not printed, to be told now: once the second that let none through is over.
+    // How many were not printed in the seconds that are over, to be told now.
     std::uint32_t take_more(std::uint64_t now)
     {
-        if (now - second_ < second_us)
-            return 0;
-        const std::uint32_t more = more_;
-        more_ = 0;
-        return more;
+        if (is_over(now))
+            due_ += std::exchange(more_, 0);
+        return std::exchange(due_, 0);
     }
 
 private:
     static constexpr std::uint64_t second_us = 1'000'000;
 
+    bool is_over(std::uint64_t now) const { return now - second_ >= second_us; }
+
     std::uint64_t second_ = 0;  // its begin
     std::uint32_t printed_ = 0; // in this second
-    std::uint32_t more_ = 0;
+    std::uint32_t more_ = 0;    // not printed in this second
+    std::uint32_t due_ = 0;     // in those before
 };
 
 } // namespace va
