@@ -7,10 +7,12 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
@@ -78,19 +80,39 @@ Sentences all_faults()
     return faults;
 }
 
-// Throws away what is in the FIFO now: what is written from here on is for this daemon.
+// Neither a frame nor a zero byte among them, which msg_read() might wait on for ever.
+bool is_whole_lines(std::string_view text)
+{
+    constexpr std::string_view others("$\0", 2);
+    return text.ends_with('\n') && text.find_first_of(others) == std::string_view::npos;
+}
+
+void put_back(std::string_view text)
+{
+    const Fd fifo(open(va_ctrl_path, O_WRONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+    if (fifo) {
+        [[maybe_unused]] const ssize_t written = write(fifo.get(), text.data(), text.size());
+    }
+}
+
+// Throws away what is in the FIFO now, but for a few whole lines: a writer that the opening has let
+// through may have been first.
 void drain(const Fd &fifo)
 {
     int left = 0;
     if (ioctl(fifo.get(), FIONREAD, &left) != 0)
         return;
-    char part[4096];
+    std::array<char, PIPE_BUF> part;
+    const bool is_little = static_cast<std::size_t>(left) < part.size();
     while (left > 0) {
         const ssize_t got =
-            read(fifo.get(), part, std::min(sizeof part, static_cast<std::size_t>(left)));
+            read(fifo.get(), part.data(), std::min(part.size(), static_cast<std::size_t>(left)));
         if (got <= 0)
             return;
         left -= static_cast<int>(got);
+        const std::string_view text(part.data(), static_cast<std::size_t>(got));
+        if (is_little && is_whole_lines(text))
+            put_back(text);
     }
 }
 

@@ -12,7 +12,8 @@ void check_run_dir();
 
 // What stands at the control FIFO's place is kept when it is a FIFO of this user's or root's, so
 // that who waits to write into it, or has it open, reaches this daemon; what an earlier writer has
-// left in it is thrown away. Anything else is removed, after which msg_start() makes the FIFO.
+// left in it is thrown away, unless it is whole lines of less than 4096 bytes in all. Anything else
+// is removed, after which msg_start() makes the FIFO.
 //
 // Returns the FIFO that was kept, to be held open until msg_start() has opened it: a writer that
 // its opening has let through would else find no reader.
