@@ -152,21 +152,10 @@ TEST(Sensor, DiffersInAnyFieldButTheTablesOwn)
 
 TEST(Conf, CatalogueComparesSoManyBytes)
 {
-    // clang-format off
     const std::pair<int (*)(const void *, const void *), std::size_t> records[] = {
-        {conf_compareDynamicParamConf, 8}, {conf_compareNetworkQosConf, 20},
-        {conf_compareImageRotateConf, 12}, {conf_compareAccountConf, 2048},
-        {conf_compareGb28181, 1036}, {conf_compareAudioExConf, 8}, {conf_compareH264ConfEx, 24},
-        {conf_compareEPTZConf, 20}, {conf_comparePrivacyMaskConfigEx, 124},
-        {conf_compareDenoiseConf, 20}, {conf_compareNetworkConf, 128}, {conf_compareAoiConf, 60},
-        {conf_compareCameraTamperingConf, 8}, {conf_compareSystemPropertiesConf, 48},
-        {conf_compareContinuousRecorderConf, 284}, {conf_compareEventRecorderConf, 288},
-        {conf_compareRecorderConf, 280}, {conf_compareMulticastConf, 88},
-        {conf_compareVideoProperties, 308}, {conf_compareAudioProperties, 32},
-        {conf_compareRtspConfig, 12}, {conf_compareProfileAudioConfig, 12},
-        {conf_compareTvOutConf, 12}, {conf_compareOsdConfig, 8104},
-        {conf_compareOverlayConfig, 564}, {conf_compareProfileVideoConfig, 348}};
-    // clang-format on
+        {conf_compareDynamicParamConf, 8},
+        {conf_compareEventRecorderConf, 288},
+        {conf_compareOsdConfig, 8104}};
     const std::string zeros(9000, '\0');
     for (const auto &[compare, size] : records) {
         for (const std::size_t byte : {size - 1, size}) {
