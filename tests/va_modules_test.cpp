@@ -154,6 +154,8 @@ TEST_F(VaModulesTest, RelayEntriesUnchanged)
         std::size_t length; // of the record, 0: none
     } cases[] = {
         {&od, 0, all, "", 0},
+        {&od, -1, one_byte.get(), "", 0},
+        {&fd, -1, one_byte.get(), "", 0},
         {&od, 2000, nullptr, "", 0},
         {&od, 1000, all, "", 40000},
         {&od, 1638, all, warning, 65520},
