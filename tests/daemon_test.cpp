@@ -182,11 +182,14 @@ TEST_F(DaemonTest, ReplacesARunningInstance)
 TEST_F(DaemonTest, WaitsForALivingInstanceUntilItIsStoppedItself)
 {
     const string waiting = "Old process is not stop";
-    Bystander stubborn(SIG_IGN);
+    const bool may_chown = geteuid() == 0;
+    Bystander stubborn(may_chown ? SIG_DFL : SIG_IGN);
     const string recorded = std::to_string(stubborn.pid) + '\n'; // as `echo` writes it
     files.write("run/pid", recorded);
+    // Another user's is not asked to stop.
+    EXPECT_TRUE(!may_chown || chown(files.file("run/pid").c_str(), 1, 1) == 0);
     Daemon stopped(files, {"word"}, "stopped");
-    EXPECT_TRUE(stopped.wait_for_log(waiting, 2));
+    EXPECT_TRUE(stopped.wait_for_log(waiting, 2) && stubborn.lives());
     stopped.signal(SIGTERM);
     EXPECT_TRUE(stopped.wait_for_exit());
     EXPECT_EQ(Names(), made());
@@ -202,6 +205,8 @@ TEST_F(DaemonTest, WaitsForALivingInstanceUntilItIsStoppedItself)
     stubborn.end();
     EXPECT_TRUE(daemon.wait_for_log(waiting, 3));
     EXPECT_EQ(recorded, files.read("run/pid"));
+    files.write("pid", std::to_string(daemon.pid())); // by chance that of an earlier boot
+    std::filesystem::rename(files.file("pid"), files.file("run/pid"));
     ASSERT_EQ(0, prlimit(daemon.pid(), RLIMIT_NOFILE, &limit, nullptr));
     EXPECT_TRUE(wait_until([&] { return made().contains("ctrl"); })) << daemon.log();
     files.write("run/pid", recorded); // of one that has taken over, and is not undone
@@ -219,8 +224,9 @@ TEST_F(DaemonTest, TrustsNoPidFileThatNamesNoProcess)
     const string number = std::to_string(bystander.pid);
     const string padded = string(32 - number.size(), '0') + number + ' '; // longer than is read
     const string gone = std::to_string(dead.pid);
-    const string texts[] = {gone,   "",    "-KILL " + number, number + ' ' + number, padded,
-                            "link", "FIFO"};
+    const string others = gone + '\n'; // another user's, if that can be
+    const string texts[] = {
+        gone, "", "-KILL " + number, number + ' ' + number, padded, "link", "FIFO", others, "-1"};
     std::deque<DaemonFiles> places(std::size(texts));
     std::deque<Daemon> daemons;
     for (std::size_t i = 0; i < std::size(texts); ++i) {
@@ -232,6 +238,7 @@ TEST_F(DaemonTest, TrustsNoPidFileThatNamesNoProcess)
             mkfifo(pid_file.c_str(), 0644);
         else
             places[i].write("run/pid", texts[i]);
+        EXPECT_TRUE(texts[i] != others || geteuid() != 0 || chown(pid_file.c_str(), 1, 1) == 0);
         daemons.emplace_back(places[i], std::vector<string>{"word"});
     }
     for (Daemon &daemon : daemons) {
@@ -318,6 +325,14 @@ TEST_F(DaemonTest, LivesWithABadRunDirectory)
     expect_service("run/ctrl is a link. Make run anew before va starts", "");
     EXPECT_TRUE(std::filesystem::is_fifo(files.file("run/ctrl")));
     EXPECT_EQ("kept", files.read("target"));
+    std::filesystem::remove(files.file("run/ctrl"));
+    files.write("run/ctrl", "");
+    expect_service("run/ctrl is of the wrong kind. ", "");
+    EXPECT_TRUE(std::filesystem::is_fifo(files.file("run/ctrl")));
+    if (struct stat fifo; chown(files.file("run/ctrl").c_str(), 1, 1) == 0) { // by root
+        expect_service("run/ctrl belongs to another user. ", "");
+        EXPECT_TRUE(stat(files.file("run/ctrl").c_str(), &fifo) == 0 && fifo.st_uid == 0);
+    }
     std::filesystem::remove(files.file("run/ctrl"));
     std::filesystem::create_directories(files.file("run/ctrl/full"));
     expect_service("run/ctrl is of the wrong kind. ", "Can't open run/ctrl .\nmsg_start: fail !\n");
