@@ -169,13 +169,22 @@ TEST_F(DaemonTest, SelectsModules)
 
 TEST_F(DaemonTest, ReplacesARunningInstance)
 {
+    mkfifo(files.file("run/ctrl").c_str(), 0600);
+    const Fd writer(open(files.file("run/ctrl").c_str(), O_RDWR | O_CLOEXEC)); // stays
+    EXPECT_EQ(3, write(writer.get(), "\0re", 3));                              // to nobody
+    const auto changes = [&](const Daemon &daemon, const string &setting) {
+        files.store("CameraTampering.T0." + setting + "\n");
+        return write(writer.get(), "reconfig\n", 9) == 9 && daemon.wait_for_log(setting);
+    };
     Daemon old(files, {"-t"}, "old");
     ASSERT_TRUE(old.wait_for_log("sim: ta control"));
+    EXPECT_TRUE(changes(old, "gcRegionSens=51"));
     Daemon fresh(files, {"-t"}, "fresh");
     EXPECT_TRUE(old.wait_for_exit());
     ASSERT_TRUE(fresh.wait_for_log("sim: ta control"));
     EXPECT_TRUE(fresh.wait_for_log("VA: ==> Warning: Old process is not stop. Waiting now.\n"));
     EXPECT_EQ(std::to_string(fresh.pid()), files.read("run/pid"));
+    EXPECT_TRUE(changes(fresh, "gcRegionSens=52"));
     EXPECT_TRUE(fresh.stop());
 }
 
