@@ -398,6 +398,16 @@ TEST_F(DaemonTest, ShowsTheEffectOfEachChange)
     EXPECT_TRUE(comes(od, numbers, object_words));
     reconfigure(window("VMDWindow.NonDetect.V2.", 0, 4000, 0, 9999));
     EXPECT_TRUE(comes(od, {8}, object_words));
+    // Each in its own read, an interval after the one before: of many three in a row.
+    const Client another(files.file("run/od"));
+    Words frame(100);
+    int in_a_row = 0;
+    for (int reads = 0; reads < 1000 && in_a_row < 3; ++reads) {
+        const std::uint32_t next = frame[7] + 20; // the centre moves a pixel in a millisecond
+        const ssize_t got = read(another.fd(), frame.data(), frame.size() * sizeof next);
+        in_a_row = got == 44 && frame[7] == next ? in_a_row + 1 : 0;
+    }
+    EXPECT_EQ(3, in_a_row);
     reconfigure("VMDWindow.MaxDetectionSize=200x200\n");
     EXPECT_TRUE(comes(od, {7}, object_words));
     // The line is the first filter whatever the numbers, the area the only one of its code.
