@@ -286,10 +286,6 @@ TEST_F(DaemonTest, GoesOnAfterAFailureUnlessItCannotStart)
          "==>va_dis_set_ctrl"},
         {"fail ne3_val_od_get_data 3 5\n", "VA: ne3_val_od_get_data failed.\n", all_modules,
          "==>va_dis_set_ctrl", "va_init: fail."},
-        {"fail ne3_cl_cpu3_boot 1 5\n", "boot failed.\nVA: errno : 0x00000005\nVA: vanafw shutdown",
-         all_modules, "==>va_dis_set_ctrl", "va_init: fail."}, // a second boot works
-        {"fail ne3_cl_cpu3_boot 1 5\nfail ne3_cl_cpu3_boot 2 5\n", "VA: va_init: fail.\n", "", "",
-         "va_proc: end"},
         {"", "Unknow sensor type [nosuch]!\n", "Properties.ImageSource.Sensor=nosuch\n", "",
          "va_proc: end"},
     };
