@@ -271,7 +271,7 @@ TEST_F(HealthTest, TellsWhatFailed)
     } cases[] = {
         {"fail ne3_val_fd_start 1 5\n",
          {{"analytics.state", "ended"},
-          {"analytics.why", "fd: did not start"},
+          {"module.fd.why", "did not start"},
           {"module.od.state", "stopped"},
           {"module.fd.state", "failed"},
           {"module.ta.state", "off"}}},
@@ -293,6 +293,8 @@ TEST_F(HealthTest, TellsWhatFailed)
         Status status = ask();
         for (const auto &[key, value] : test.status)
             EXPECT_EQ(value, status[key]) << key;
+        EXPECT_TRUE(status["analytics.why"].empty() ||
+                    daemon.wait_for_log("VA: Analytics have ended: " + status["analytics.why"]));
         EXPECT_TRUE(daemon.stop());
     }
 }
