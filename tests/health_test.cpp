@@ -214,6 +214,15 @@ TEST_F(HealthTest, TellsItsStatusWhenAsked)
     EXPECT_FALSE(std::filesystem::exists(files.file("run/status")));
 }
 
+TEST_F(HealthTest, AnswersAWholeLineThatWaited)
+{
+    mkfifo(files.file("run/ctrl").c_str(), 0600);
+    const Fd writer(open(files.file("run/ctrl").c_str(), O_RDWR | O_CLOEXEC));
+    EXPECT_EQ(7, write(writer.get(), "status\n", 7));
+    const Daemon daemon(files, {"-t"});
+    EXPECT_TRUE(wait_until([&] { return !read_status().empty(); }));
+}
+
 TEST_F(HealthTest, NamesTheSettingsThatAreLeftOut)
 {
     string store = window("VMDWindow.NonDetect.V1.", 0, 10000, 0, 5) +
