@@ -6,21 +6,23 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <map>
 #include <sstream>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 
 namespace
 {
 
 using std::string;
+using std::chrono::milliseconds, std::chrono::steady_clock;
 
 const string runs = "STATUS=Analytics run.\n";
 constexpr int interval_ms = 200; // of the watchdog
@@ -76,6 +78,11 @@ private:
 
 using Status = std::map<string, string>;
 
+bool once(const string &part, const string &text)
+{
+    return text.find(part) != string::npos && text.find(part) == text.rfind(part);
+}
+
 struct HealthTest : testing::Test {
     Status read_status() const
     {
@@ -88,11 +95,13 @@ struct HealthTest : testing::Test {
         return status;
     }
 
+    void request(const char *lines) const { pipe_write_str(files.file("run/ctrl").c_str(), lines); }
+
     // A file that was made later; empty when none is made in time.
     Status ask()
     {
         const string before = read_status()["va.writes"];
-        pipe_write_str(files.file("run/ctrl").c_str(), "status\n");
+        request("status\n");
         return wait_until([&] { return read_status()["va.writes"] != before; }) ? read_status()
                                                                                 : Status();
     }
@@ -118,9 +127,13 @@ TEST_F(HealthTest, TellsTheSupervisorOfEachStep)
         EXPECT_TRUE(first.starts_with("READY=1\nSTATUS=")) << first;
         EXPECT_TRUE(std::filesystem::exists(files.file("run/ctrl")));
         EXPECT_TRUE(first.find(runs) != string::npos || supervisor.hears(runs));
-        EXPECT_TRUE(supervisor.hears("WATCHDOG=1\n"));
+        EXPECT_TRUE(wait_until([&] { // two in an interval
+            return supervisor.hears("WATCHDOG=1\n") &&
+                   !supervisor.next(interval_ms * 3 / 4).empty();
+        }));
         EXPECT_TRUE(daemon.stop());
         EXPECT_TRUE(supervisor.hears("STOPPING=1\n"));
+        EXPECT_EQ(string::npos, daemon.log().find("have ended")); // told to
         EXPECT_TRUE(supervisor.hears_nothing());
     }
 }
@@ -128,29 +141,14 @@ TEST_F(HealthTest, TellsTheSupervisorOfEachStep)
 TEST_F(HealthTest, GivesNoSignOfLifeWithoutAnalytics)
 {
     const Supervisor supervisor(files.file("notify"));
-    files.write("scene", "fail ne3_val_ta_get_data 3 5\n");
+    files.write("scene", "fail ne3_val_ta_get_data 20 0x1f\n");
+    const auto start = steady_clock::now();
     Daemon daemon(files, {"-t"});
     EXPECT_TRUE(supervisor.hears(
-        "STATUS=Runs without analytics: ta: ne3_val_ta_get_data failed, code 5\n"));
+        "STATUS=Runs without analytics: ta: ne3_val_ta_get_data failed, code 1F\n"));
+    EXPECT_LE(19 * milliseconds(100), steady_clock::now() - start); // it rests between reads
     EXPECT_TRUE(supervisor.hears_nothing());
-    EXPECT_NE(string::npos, daemon.log().find("VA: Analytics have ended: ta: ne3_val_ta_get_data"));
     EXPECT_TRUE(daemon.stop());
-}
-
-TEST_F(HealthTest, GivesNoSignOfLifeWhileItIsStopped)
-{
-    const Supervisor supervisor(files.file("notify"));
-    Daemon daemon(files, {"-t"});
-    EXPECT_TRUE(supervisor.hears("WATCHDOG=1\n"));
-    daemon.signal(SIGSTOP);
-    ASSERT_EQ(daemon.pid(), waitpid(daemon.pid(), nullptr, WUNTRACED));
-    while (!supervisor.next(0).empty()) {
-    }
-    EXPECT_TRUE(supervisor.hears_nothing());
-    daemon.signal(SIGCONT);
-    EXPECT_TRUE(supervisor.hears("WATCHDOG=1\n"));
-    EXPECT_TRUE(daemon.stop());
-    EXPECT_EQ(string::npos, daemon.log().find("have ended")); // told to
 }
 
 TEST_F(HealthTest, WatchesForNobodyElse)
@@ -161,9 +159,6 @@ TEST_F(HealthTest, WatchesForNobodyElse)
     EXPECT_TRUE(supervisor.hears(runs));
     EXPECT_TRUE(supervisor.hears_nothing());
     EXPECT_TRUE(daemon.stop());
-    setenv("NOTIFY_SOCKET", "relative", 1);
-    Daemon other(files, {"-x"}, "other");
-    EXPECT_TRUE(other.wait_for_exit() && other.wait_for_log("VA: NOTIFY_SOCKET=relative names"));
     setenv("NOTIFY_SOCKET", files.file("later").c_str(), 1);
     Daemon early(files, {"-t"}, "early");
     EXPECT_TRUE(early.wait_for_log("VA: Can't notify the supervisor: No such file or directory."));
@@ -174,20 +169,29 @@ TEST_F(HealthTest, WatchesForNobodyElse)
 TEST_F(HealthTest, TellsItsStatusWhenAsked)
 {
     files.write("scene", "every 50 ta 1 0x20 3 0xffffffff\n");
-    files.store("CameraTampering.T0.gcAreaRate=31\nFaceDetection.F0.Left=5\n");
+    files.store("CameraTampering.T0.gcAreaRate=31\nFaceDetection.F0.Left=5\33\n");
     std::filesystem::create_symlink("../store", files.file("run/status"));
+    mkfifo(files.file("run/ctrl").c_str(), 0600);
+    Program writer("sh", files.path(), {"-c", "echo; echo stat >run/ctrl"}, "writer");
+    EXPECT_TRUE(writer.wait_for_output("\n"));
+    setenv("TZ", "far-12", 1);
     Daemon daemon(files, {"-tf"});
+    unsetenv("TZ");
     Client client(files.file("run/ta"));
     for (int count = 0; count < 3; ++count)
         ASSERT_TRUE(client.next());
     EXPECT_FALSE(std::filesystem::exists(files.file("run/status"))); // nobody has asked
     std::filesystem::create_symlink("../store", files.file("run/status.new"));
-    pipe_write_str(files.file("run/ctrl").c_str(), "stat\n");
+    EXPECT_TRUE(writer.wait_for_exit()); // was waiting for a reader
     Status status = ask();
     const auto expect = [&](const string &key, const string &value) {
         EXPECT_EQ(value, status[key]) << key;
     };
     expect("va.process", std::to_string(daemon.pid()));
+    std::tm written{};
+    strptime(status["va.written"].c_str(), "%FT%TZ", &written);
+    EXPECT_GT(3600, std::abs(timegm(&written) - std::time(nullptr)));
+    expect("va.run_dir", "");
     expect("analytics.state", "run");
     expect("module.od.state", "off");
     expect("module.ta.state", "runs");
@@ -206,26 +210,44 @@ TEST_F(HealthTest, TellsItsStatusWhenAsked)
     expect("settings.reloads", "0");
     expect("setting.CameraTampering.T0.gcAreaRate", "31");
     expect("setting.VideoAnalytics.DIS.Mf_cutf", ""); // of a module that is off
-    expect("left_out.FaceDetection.F0.Left",
-           "5 (no window: four places of 0 to 9999 that enclose an area)");
+    const string no_window = "5? (no window: four places of 0 to 9999 that enclose an area)";
+    expect("left_out.FaceDetection.F0.Left", no_window);
     EXPECT_TRUE(is_regular_file(std::filesystem::symlink_status(files.file("run/status"))));
     EXPECT_NE(string::npos, files.read("store").find("imx122")); // no link was followed
 
     files.store("CameraTampering.T0.gcAreaRate=32\n");
-    files.reconfigure();
+    daemon.signal(SIGHUP);
     EXPECT_TRUE(says("settings.reloads", "1"));
     status = ask();
+    expect("settings.reloads", "1"); // once for each request
     expect("setting.CameraTampering.T0.gcAreaRate", "32");
-    expect("left_out.FaceDetection.F0.Left",
-           "5 (no window: four places of 0 to 9999 that enclose an area)"); // is not read again
-    std::filesystem::remove(files.file("run/status"));
-    std::filesystem::create_directory(files.file("run/status"));
-    pipe_write_str(files.file("run/ctrl").c_str(), "status\n");
-    EXPECT_TRUE(daemon.wait_for_log("VA: Can't write run/status: Is a directory.\n"));
-    EXPECT_FALSE(std::filesystem::exists(files.file("run/status.new")));
-    std::filesystem::remove(files.file("run/status"));
+    expect("left_out.FaceDetection.F0.Left", no_window); // is not read again
+
+    // Many requests bring few files, the last of which is later than they are.
+    const auto start = steady_clock::now();
+    for (int count = 0; count < 100; ++count)
+        request("status\n");
+    request("last\nstatus\n");
+    EXPECT_TRUE(wait_until([&] { return read_status()["control.last_unknown"] == "last"; }));
+    const int files_made = std::stoi(read_status()["va.writes"]) - std::stoi(status["va.writes"]);
+    EXPECT_GE(2 + (steady_clock::now() - start) / milliseconds(250), files_made);
+
+    std::filesystem::rename(files.file("store"), files.file("run/ta"));
+    EXPECT_TRUE(says("va.run_dir", "run/ta is another one"));
+    std::filesystem::remove(files.file("run/pid"));
+    EXPECT_TRUE(says("va.run_dir", "run/pid is gone"));
+    EXPECT_TRUE(once("clients do not find this daemon any more", daemon.log()));
     EXPECT_TRUE(daemon.stop());
     EXPECT_FALSE(std::filesystem::exists(files.file("run/status")));
+}
+
+TEST_F(HealthTest, AnswersWhoWaitedForItAtTheFifo)
+{
+    mkfifo(files.file("run/ctrl").c_str(), 0600);
+    const Program writer("/bin/sh", files.path(), {"-c", "echo here; echo status > run/ctrl"}, "w");
+    EXPECT_TRUE(writer.wait_for_output("here"));
+    const Daemon daemon(files, {"-t"});
+    EXPECT_TRUE(wait_until([&] { return !read_status().empty(); }));
 }
 
 TEST_F(HealthTest, NamesTheSettingsThatAreLeftOut)
@@ -285,17 +307,17 @@ TEST_F(HealthTest, TellsWhatFailed)
     } cases[] = {
         {"fail ne3_val_fd_start 1 5\n",
          {{"analytics.state", "ended"},
-          {"analytics.why", "fd: did not start"},
+          {"module.fd.why", "did not start"},
           {"module.od.state", "stopped"},
           {"module.fd.state", "failed"},
           {"module.ta.state", "off"}}},
-        {"fail ne3_val_ta_get_data 2 0x1f\n",
+        {"fail ne3_val_ta_get_data 2 0x81e030c8\n",
          {{"analytics.state", "ended"},
-          {"module.ta.why", "ne3_val_ta_get_data failed, code 1F"},
+          {"analytics.why", "a read was cancelled, though nobody has asked va to stop"},
+          {"module.ta.state", "stopped"},
           {"module.dis.state", "stopped"}}},
         {"fail ne3_val_od_set_ctrl 1 5\n",
-         {{"analytics.state", "run"},
-          {"module.od.settings", "refused by the chip"}}},
+         {{"analytics.state", "run"}, {"module.od.settings", "refused by the chip"}}},
     };
     for (const auto &test : cases) {
         SCOPED_TRACE(test.scene);
@@ -306,6 +328,8 @@ TEST_F(HealthTest, TellsWhatFailed)
         Status status = ask();
         for (const auto &[key, value] : test.status)
             EXPECT_EQ(value, status[key]) << key;
+        EXPECT_TRUE(status["analytics.why"].empty() ||
+                    daemon.wait_for_log("VA: Analytics have ended: " + status["analytics.why"]));
         EXPECT_TRUE(daemon.stop());
     }
 }
@@ -328,16 +352,51 @@ TEST_F(HealthTest, TellsThatItHangs)
     EXPECT_TRUE(daemon.stop());
 }
 
-// Of what nobody reads it loses lines, and nothing else.
-TEST_F(HealthTest, WaitsForNobodyWhoReadsItsOutput)
+TEST_F(HealthTest, SaysWhyItDidNotStart)
 {
+    const Supervisor supervisor(files.file("notify"));
+    std::filesystem::remove(files.file("firmware/vanafw.bin"));
+    Daemon daemon(files, {"-t"});
+    const string why = "firmware/vanafw.bin: No such file or directory";
+    EXPECT_TRUE(supervisor.hears("STATUS=Did not start: " + why + ".") && daemon.wait_for_exit());
+    EXPECT_TRUE(daemon.log().ends_with("VA: va_init: fail.\n" + why + "\nVA: Application quit.\n"));
+    EXPECT_TRUE(once(why, daemon.log()));
+}
+
+// It loses the file, or the line.
+TEST_F(HealthTest, RunsWithoutRoomForWhatItWrites)
+{
+    mkfifo(files.file("out.err").c_str(), 0600);
+    const Fd err(open(files.file("out.err").c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    const auto told_once = [&](const string &line) { // since the last call
+        string log(1 << 16, '\0');
+        return read(err.get(), log.data(), log.size()) > 0 && once(line, log);
+    };
+    rlimit limit;
+    getrlimit(RLIMIT_FSIZE, &limit);
+    const rlimit none{0, limit.rlim_max};
     mkfifo(files.file("out").c_str(), 0600);
     const Fd output(open(files.file("out").c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
     files.write("scene", "every 20 ta 1 2 3 4\n");
+    setrlimit(RLIMIT_FSIZE, &none);
     Daemon daemon(files, {"-t"});
+    setrlimit(RLIMIT_FSIZE, &limit);
     Client client(files.file("run/ta"));
     EXPECT_TRUE(client.next());
-    EXPECT_EQ("0", ask()["va.lost_lines"]);
+    EXPECT_FALSE(std::filesystem::exists(files.file("run/pid")));
+    EXPECT_TRUE(told_once("VA: run/pid cannot be written whole: there is no PID file.\n"));
+    const auto tries_in_vain = [&] {
+        const auto before = std::filesystem::last_write_time(files.file("run"));
+        request("status\n");
+        return wait_until(
+            [&] { return std::filesystem::last_write_time(files.file("run")) != before; });
+    };
+    const string cannot_write = "VA: Can't write run/status: File too large.\n";
+    EXPECT_TRUE(tries_in_vain() && tries_in_vain());
+    prlimit(daemon.pid(), RLIMIT_FSIZE, &limit, nullptr);
+    Status status = ask();
+    EXPECT_TRUE(status.contains("va.process") && status["va.lost_lines"] == "0");
+    EXPECT_TRUE(told_once(cannot_write));
     const string filling(4096, '.');
     while (write(output.get(), filling.data(), filling.size()) > 0) {
     }
@@ -345,9 +404,11 @@ TEST_F(HealthTest, WaitsForNobodyWhoReadsItsOutput)
         const Client another(files.file("run/ta"));
         EXPECT_TRUE(client.next());
     }
+    prlimit(daemon.pid(), RLIMIT_FSIZE, &none, nullptr);
+    EXPECT_TRUE(tries_in_vain());
     daemon.signal(SIGTERM);
-    EXPECT_TRUE(daemon.wait_for_exit());
-    EXPECT_FALSE(std::filesystem::exists(files.file("run/pid")));
+    EXPECT_TRUE(daemon.wait_for_exit() && told_once(cannot_write)); // could in between
+    EXPECT_FALSE(std::filesystem::exists(files.file("run/status.new")));
 }
 
 } // namespace

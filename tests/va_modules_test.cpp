@@ -3,12 +3,8 @@
 #include "tests/support/va_fixture.h"
 #include "tests/support/wait.h"
 #include "util/shared.h"
+#include "va/modules.h"
 #include "va/options.h"
-#include "va/va_dis.h"
-#include "va/va_fd.h"
-#include "va/va_od.h"
-#include "va/va_proc.h"
-#include "va/va_ta.h"
 
 #include <cstring>
 #include <thread>
@@ -24,7 +20,12 @@ static_assert(std::is_copy_assignable_v<VaContext>); // a trivially copyable rec
 constexpr int library_error = static_cast<int>(0x81e03001);
 
 struct VaModulesTest : VaTest {
-    VaModulesTest() { gm_bOdEna = gm_bTaEna = 1; }
+    VaModulesTest()
+    {
+        gm_bOdEna = gm_bTaEna = 1;
+        context.report = &report;
+    }
+    bool refused(VaModule module) const { return report.health.module(module).refused; }
 
     // Of the calls whose names end in `suffix`.
     static Names calls_ending(const string &suffix)
@@ -44,51 +45,53 @@ struct VaModulesTest : VaTest {
             all += call.substr(std::strlen("ne3_")) + " ";
         return all;
     }
+
+    VaReport report;
 };
 
 TEST_F(VaModulesTest, ReportEachRefusedCall)
 {
+    using enum VaModule;
     const struct {
-        const char *function;
-        int (*init)(VaContext *);
-        int result;
-        const char *log;
+        VaModule module;
+        const char *call;
+        int result; // of the module's init
+        string log;
     } cases[] = {
-        {"ne3_val_od_open_ex", va_od_init, -1, "VA: od_open failed.\n"},
-        {"ne3_val_od_start", va_od_init, -1, "VA: ne3_val_od_start fail.\n"},
-        {"ne3_val_od_get_area_data_mem", va_od_init, 0,
-         "VA: ne3_val_od_get_area_data_mem failed. errno = 81E03001\n"},
-        {"ne3_val_od_get_ctrl", va_od_init, 0, "VA: ne3_val_od_get_ctrl fail. errno=81E03001\n"},
-        {"ne3_val_od_set_ctrl", va_od_init, 0, "VA: ne3_val_od_set_ctrl fail. errno = 81E03001\n"},
-        {"ne3_val_fd_open", va_fd_init, -1, "VA: fd_open failed.\n"},
-        {"ne3_val_fd_start", va_fd_init, -1, "VA: start failed.\n"},
-        {"ne3_val_fd_get_ctrl", va_fd_init, -1, "VA: ne3_val_fd_get_ctrl fail. errno = 81E03001\n"},
-        {"ne3_val_fd_get_area_data_mem", va_fd_init, -1,
-         "VA: fd_get_area_data_mem failed. errno = 81E03001\n"},
-        {"ne3_val_fd_set_ctrl", va_fd_init, -1, "VA: ne3_val_fd_set_ctrl fail. errno = 81E03001\n"},
-        {"ne3_val_ta_open", va_ta_init, -1, "VA: ta_open failed.\n"},
-        {"ne3_val_ta_start", va_ta_init, -1, "VA: start failed.\n"},
-        {"ne3_val_ta_get_ctrl_ex", va_ta_init, 0,
-         "VA: ne3_val_ta_get_ctrl fail. errno = 81E03001\n"},
-        {"ne3_val_ta_set_ctrl_ex", va_ta_init, 0,
-         "VA: ne3_val_ta_set_ctrls fail. errno = 81E03001\n"},
-        {"ne3_val_dis_open", va_dis_init, -1, "VA: dis_open failed.\n"},
-        {"ne3_val_dis_start", va_dis_init, -1, "VA: dis_start failed.\n"},
-        {"ne3_val_dis_get_ctrl", va_dis_init, 0, ""},
-        {"ne3_val_dis_set_ctrl", va_dis_init, 0, "VA: ne3_val_dis_set_ctrl fail.\n"},
+        {od, "open_ex", -1, "od_open failed."},
+        {od, "start", -1, "ne3_val_od_start fail."},
+        {od, "get_area_data_mem", 0, "ne3_val_od_get_area_data_mem failed. errno = 81E03001"},
+        {od, "get_ctrl", 0, "ne3_val_od_get_ctrl fail. errno=81E03001"},
+        {od, "set_ctrl", 0, "ne3_val_od_set_ctrl fail. errno = 81E03001"},
+        {fd, "open", -1, "fd_open failed."},
+        {fd, "start", -1, "start failed."},
+        {fd, "get_ctrl", -1, "ne3_val_fd_get_ctrl fail. errno = 81E03001"},
+        {fd, "get_area_data_mem", -1, "fd_get_area_data_mem failed. errno = 81E03001"},
+        {fd, "set_ctrl", -1, "ne3_val_fd_set_ctrl fail. errno = 81E03001"},
+        {ta, "open", -1, "ta_open failed."},
+        {ta, "start", -1, "start failed."},
+        {ta, "get_ctrl_ex", 0, "ne3_val_ta_get_ctrl fail. errno = 81E03001"},
+        {ta, "set_ctrl_ex", 0, "ne3_val_ta_set_ctrls fail. errno = 81E03001"},
+        {dis, "open", -1, "dis_open failed."},
+        {dis, "start", -1, "dis_start failed."},
+        {dis, "get_ctrl", 0, ""},
+        {dis, "set_ctrl", 0, "ne3_val_dis_set_ctrl fail."},
     };
     for (const auto &test : cases) {
-        SCOPED_TRACE(test.function);
+        const string function = string("ne3_val_") + name_of(test.module) + "_" + test.call;
+        SCOPED_TRACE(function);
         open_library();
-        sim_fail(test.function, 1, library_error);
-        EXPECT_EQ(test.result, run([&] { return test.init(&context); }));
-        EXPECT_EQ(test.log, log);
-        EXPECT_EQ(test.function, sim_calls().back());
+        report.health.configures(test.module, true);
+        sim_fail(function, 1, library_error);
+        EXPECT_EQ(test.result, run([&] { return driver_of(test.module).init(&context); }));
+        EXPECT_EQ(test.log.empty() ? "" : "VA: " + test.log + "\n", log);
+        EXPECT_EQ(function, sim_calls().back());
+        EXPECT_EQ(test.result == 0, refused(test.module));
     }
 }
 
 // All settings of a module go to the library when one that it uses has changed. A refused change is
-// not tried again.
+// told and not tried again.
 TEST_F(VaModulesTest, SendEachChangeOnce)
 {
     const auto update = [this] {
@@ -133,6 +136,10 @@ TEST_F(VaModulesTest, SendEachChangeOnce)
     const std::size_t calls = sim_calls().size();
     update();
     EXPECT_EQ(calls, sim_calls().size());
+    EXPECT_TRUE(refused(VaModule::od) && refused(VaModule::ta));
+    files.store("");
+    update();
+    EXPECT_FALSE(refused(VaModule::od) || refused(VaModule::ta));
 }
 
 TEST_F(VaModulesTest, RelayEntriesUnchanged)
@@ -157,6 +164,8 @@ TEST_F(VaModulesTest, RelayEntriesUnchanged)
         std::size_t length; // of the record, 0: none
     } cases[] = {
         {&od, 0, all, "", 0},
+        {&od, -1, one_byte.get(), "", 0},
+        {&fd, -1, one_byte.get(), "", 0},
         {&od, 2000, nullptr, "", 0},
         {&od, 1000, all, "", 40000},
         {&od, 1638, all, warning, 65520},
@@ -202,6 +211,13 @@ TEST_F(VaModulesTest, ArePolledInOrderReconfiguredAndStopped)
     EXPECT_TRUE(wait_until([this] { return va::load_shared(context.reconfig) == 0; }));
     push_results();
     EXPECT_TRUE(wait_until([] { return calls_ending("_get_data").size() == 6; }));
+    for (int count = 0; count < 400; ++count)
+        push_results();
+    EXPECT_TRUE(wait_until([this] { // results go on though reloads are asked for without end
+        va_msg_reconfig(&context, "reconfig", 8);
+        return calls_ending("_get_data").size() == 1206;
+    }));
+    EXPECT_GT(100U, report.settings.shown().reloads);
     sim_fail("ne3_val_od_cancel_data", 1, library_error);
     run([this] { return va_stop(&context); });
     thread.join();

@@ -51,6 +51,7 @@ const string every_block =
     window("VMDWindow.NonDetect.V1.", 1000, 500, 0, 9999) +
     window("VMDWindow.NonDetect.V3.", 9999, 0, 5000, 2500) +
     window("VMDWindow.Detect.V0.", 0, 5000, 0, 5000) +
+    window("VMDWindow.Detect.V2.", 5000, 9999, 0, 2500) +
     window("ObjectDetection.O0.", 7500, 2500, 2500, 7500) +
     window("VideoAnalytics.OD.VmfParam.NdArea1.", 0, 10000, 9000, 10000) +
     lines("VideoAnalytics.OD.",
@@ -74,7 +75,8 @@ TEST_F(VaOdTest, TranslatesEveryBlock)
     expect_block<ne3_val_od_masks>("nonDetMasks",
                                    {{2, {polygon(64, 0, 128, 1023), polygon(0, 256, 1279, 512)}}},
                                    sent.nonDetMasks);
-    expect_block<ne3_val_od_masks>("detMasks", {{1, {polygon(0, 0, 640, 512)}}}, sent.detMasks);
+    expect_block<ne3_val_od_masks>(
+        "detMasks", {{2, {polygon(0, 0, 640, 512), polygon(640, 0, 1279, 256)}}}, sent.detMasks);
     expect_block<ne3_val_od_obj_init>("doInit", {{10}}, sent.doInit);
     expect_block<ne3_val_od_obj_set>("doSet", {{30, 80, 56, 10, 7}}, sent.doSet);
     expect_block<ne3_val_od_obj_init>("soInit", {{20}}, sent.soInit);
@@ -173,7 +175,7 @@ TEST_F(VaOdTest, SortsAlarmsByEventCode)
         std::uint32_t alarms;
         std::array<std::uint32_t, 4> record;
     } cases[] = {
-        {{1, 3, 3}, 1, {0, 1, 0, 0}}, {{1, 3, 3}, 6, {0, 0, 0, 3}}, {{1, 3, 3}, 4, {0, 0, 0, 2}},
+        {{1, 3, 3}, 1, {0, 1, 0, 0}}, {{1, 3, 3}, 7, {0, 1, 0, 3}}, {{1, 3, 3}, 4, {0, 0, 0, 2}},
         {{0, 2, 0}, 5, {3, 0, 0, 0}}, {{0, 2, 0}, 2, {0, 0, 1, 0}}, {{1, 1, 1}, 4, {0, 4, 0, 0}},
         {{}, 7, {0, 0, 0, 0}}, {{1}, 2, {0, 0, 0, 0}}, {{1}, 0xfffffff8, {0, 0, 0, 0}},
     };

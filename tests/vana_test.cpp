@@ -101,20 +101,20 @@ TEST_F(VanaTest, LogsEachRefusedCall)
     const std::string code = "VA: errno : 0x8000002A\n";
     const struct {
         std::vector<const char *> failing;
-        std::string output, log;
+        std::string told; // in the log, or on standard output
         int cancels;
     } cases[] = {
-        {{"ne3_cl_library_init"}, "ne3_cl_library_init fail, errno = 8000002A .\n", "", 0},
-        {{"ne3_cl_sys_open_device"}, "ne3_cl_sys_open_device fail, errno = 8000002A .\n", "", 0},
-        {{"ne3_cl_cpu3_get_memory_info"}, "", "VA: Failed to get vana memory info.\n" + code, 0},
-        {{"ne3_cl_cpu3_xfer_complete"}, "", "VA: vanafw transfer failed.\n" + code, 1},
-        {{"ne3_cl_cpu3_boot"}, "", "VA: vanafw boot failed.\n" + code, 1},
+        {{"ne3_cl_library_init"}, "ne3_cl_library_init fail, errno = 8000002A .\n", 0},
+        {{"ne3_cl_sys_open_device"}, "ne3_cl_sys_open_device fail, errno = 8000002A .\n", 0},
+        {{"ne3_cl_cpu3_get_memory_info"}, "VA: Failed to get vana memory info.\n" + code, 0},
+        {{"ne3_cl_cpu3_xfer_complete"}, "VA: vanafw transfer failed.\n" + code, 1},
+        {{"ne3_cl_cpu3_boot"}, "VA: vanafw boot failed.\n" + code, 1},
         {{"ne3_cl_cpu3_boot", "ne3_cl_cpu3_xfer_cancel"},
-         "",
          "VA: vanafw boot failed.\n" + code + "VA: vanafw transfer cancel failed.\n" + code,
          1},
-        {{"ne3_val_init"}, "", "VA: va_vana_init: ne3_val_init fail.\n", 0},
-        {{"ne3_cl_cpu3_shutdown"}, "", "VA: vanafw shutdown failed.\n" + code, 0},
+        {{"ne3_val_init"}, "VA: va_vana_init: ne3_val_init fail.\n", 0},
+        {{"ne3_val_open"}, "VA: va_vana_init: ne3_val_open fail.\n", 0},
+        {{"ne3_cl_cpu3_shutdown"}, "VA: vanafw shutdown failed.\n" + code, 0},
     };
     for (const auto &test : cases) {
         SCOPED_TRACE(test.failing.back());
@@ -126,8 +126,7 @@ TEST_F(VanaTest, LogsEachRefusedCall)
                 va_cl_init() == 0 && va_vana_boot(&context) == 0 && va_vana_init(&context) == 0;
             return started ? va_vana_shutdown(&context) : -1;
         }));
-        EXPECT_TRUE(output.ends_with(test.output)) << output;
-        EXPECT_EQ(test.log, log);
+        EXPECT_EQ(test.told, log.empty() ? output : log);
         EXPECT_EQ(test.cancels, calls_of("ne3_cl_cpu3_xfer_cancel"));
     }
 }
