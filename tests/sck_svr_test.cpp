@@ -365,8 +365,11 @@ TEST(SckSvr, AProducerThreadRunsBesideTheLoop)
     sck_svr_set_recv_callback(server.handle, count, &handled);
     testing::internal::CaptureStdout();
     std::jthread producer([&](const std::stop_token &stop) {
-        for (int i = 1'000'000; !stop.stop_requested(); ++i, std::this_thread::yield())
+        sck_svr_status_t told{};
+        for (int i = 1'000'000; !stop.stop_requested(); ++i, std::this_thread::yield()) {
             server.write(std::to_string(i));
+            EXPECT_LE(0, sck_svr_get_status(server.handle, &told) + server.count());
+        }
     });
     for (int round = 0; round < 16; ++round) {
         LoopClient client(server.path);
