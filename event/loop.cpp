@@ -115,9 +115,6 @@ bool loop_is_to_end()
 void take_in_pending()
 {
     const va::ScopedLock lock(event_mutex);
-    // Perhaps one that was removed while pending, where an earlier strip pass did not look.
-    if (tmp_fd_event_list || tmp_time_event_list || tmp_always_event_list)
-        any_removed = true;
     va::splice_front(&fd_event_list, &tmp_fd_event_list);
     va::splice_front(&time_event_list, &tmp_time_event_list);
     va::splice_front(&always_event_list, &tmp_always_event_list);
@@ -131,7 +128,7 @@ bool arm(event *entry)
     const bool removed = flags & EVENT_REMOVED;
     const bool enabled = (flags & EVENT_ENABLED) && !removed;
     if (removed)
-        any_removed = true; // by its bit, it may be
+        any_removed = true; // by its bit, or while pending, where no strip pass looked
     if (enabled && !(flags & EVENT_ARMED))
         va::shared(entry->flags) |= EVENT_ARMED;
     else if (!enabled && (flags & EVENT_ARMED))
