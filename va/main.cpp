@@ -14,7 +14,6 @@
 #include <cstring>
 
 #include <pthread.h>
-#include <syslog.h>
 
 namespace
 {
@@ -80,7 +79,6 @@ int main(int argc, char **argv)
 
     va::open_standard_descriptors();
     keep_output_from_blocking();
-    openlog("VA", LOG_CONS | LOG_PERROR, LOG_USER);
     std::signal(SIGINT, sig1_handler);
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGTERM, sig1_handler);

@@ -42,6 +42,7 @@ struct Made {
 };
 
 std::array<Made, 3 + std::size(va_streams)> all_made;
+bool has_pid_file;
 char fault[160];
 
 // Null when all stand where they were made.
@@ -57,13 +58,13 @@ const Made *first_missing()
 std::int32_t look(event_info *, void *)
 {
     const bool told = *fault != '\0';
-    const Made *const missing = first_missing();
     fault[0] = '\0';
-    if (!missing)
-        return 0;
-    std::snprintf(fault, sizeof fault, "%s %s", missing->path,
-                  identity_of(missing->path) ? "is another one" : "is gone");
-    if (!told)
+    if (const Made *const missing = first_missing())
+        std::snprintf(fault, sizeof fault, "%s %s", missing->path,
+                      identity_of(missing->path) ? "is another one" : "is gone");
+    else if (has_pid_file && !is_own_pid_file())
+        std::snprintf(fault, sizeof fault, "%s names another process", va_pid_path);
+    if (*fault && !told)
         log_error("%s: clients do not find this daemon any more. Start it again.", fault);
     return 0;
 }
@@ -75,7 +76,8 @@ bool watch_run_dir(const VaContext &context)
     auto *made = all_made.begin();
     const auto add = [&](const char *path) { *made++ = {path, identity_of(path)}; };
     add(va_run_dir);
-    if (is_own_pid_file())
+    has_pid_file = is_own_pid_file();
+    if (has_pid_file)
         add(va_pid_path);
     if (is_fifo(va_ctrl_path))
         add(va_ctrl_path);

@@ -1,6 +1,7 @@
 #include "va/signals.h"
 
 #include "util/shared.h"
+#include "va/output.h"
 
 #include <cerrno>
 #include <csignal>
@@ -19,7 +20,7 @@ void sig1_handler(int)
     // Before the line, for which a terminal may let it wait.
     va::shared(terminate) = 1;
     exit_event_loop();
-    [[maybe_unused]] const ssize_t written = write(STDOUT_FILENO, line.data(), line.size());
+    write_output(STDOUT_FILENO, line.data(), line.size());
     errno = error;
 }
 

@@ -83,11 +83,18 @@ bool is_fifo(const Fd &file)
     return fstat(file.get(), &status) == 0 && S_ISFIFO(status.st_mode);
 }
 
-// False when the daemon has gone meanwhile (EPIPE), or the FIFO is full (EAGAIN).
-bool request_status(const Fd &control)
+// Waits for room where other writers are many. False when the daemon has gone meanwhile (EPIPE), or
+// the FIFO stays full (EAGAIN).
+bool request_status(const Fd &control, std::chrono::milliseconds patience)
 {
     constexpr std::string_view request = "status\n";
-    return write(control.get(), request.data(), request.size()) >= 0;
+    const auto end = Clock::now() + patience;
+    while (write(control.get(), request.data(), request.size()) < 0) {
+        if (errno != EAGAIN || Clock::now() >= end)
+            return false;
+        std::this_thread::sleep_for(look_interval / 10);
+    }
+    return true;
 }
 
 DaemonStatus not_requested(const std::string &directory)
@@ -135,13 +142,13 @@ DaemonStatus ask(const std::string &directory, const DaemonStatus &before, const
                  std::chrono::milliseconds patience)
 {
     const std::string path = directory + "/status";
-    if (!request_status(control))
+    if (!request_status(control, patience))
         return not_requested(directory);
     DaemonStatus status = wait_for_another(path, before, control, patience / 2);
     const bool taken = status.answer == Answer::Unwritten;
     if (!taken && status.answer != Answer::None)
         return status;
-    if (taken && !request_status(control))
+    if (taken && !request_status(control, patience / 2))
         return not_requested(directory);
     status = wait_for_another(path, before, control, patience - patience / 2);
     if (status.answer != Answer::Unwritten)

@@ -19,6 +19,8 @@
 #include <new>
 #include <utility>
 
+#include <fcntl.h>
+#include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -257,10 +259,20 @@ std::unique_ptr<Client> new_client(Server *server, Fd connection)
     return client->readEvent && client->writeEvent ? std::move(client) : nullptr;
 }
 
+// None, the connection still pending, when no descriptor is left that the loop could wait for.
+Fd accept_one(int listener)
+{
+    Fd next(fcntl(listener, F_DUPFD_CLOEXEC, 0)); // the one that it would get
+    if (!next || next.get() >= FD_SETSIZE)
+        return Fd();
+    next.reset();
+    return Fd(accept4(listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+}
+
 std::int32_t sck_svr_event_accept(event_info *, void *arg)
 {
     Server *const server = own(static_cast<sck_svr_t *>(arg));
-    Fd connection(accept4(server->socket, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    Fd connection = accept_one(server->socket);
     if (!connection) {
         ++server->failedAccepts;
         std::puts("ERR## accept fail.");

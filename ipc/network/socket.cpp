@@ -56,6 +56,15 @@ Fd unix_socket()
     return fd;
 }
 
+// A descriptor that a client sends along would be closed where its bytes are thrown away, which can
+// take as long as the client likes. The accepted sockets inherit it. A kernel before 6.16 cannot.
+void refuse_descriptors(int fd)
+{
+    constexpr int pass_rights = 83; // SO_PASSRIGHTS, which the C library does not know yet
+    const int no = 0;
+    setsockopt(fd, SOL_SOCKET, pass_rights, &no, sizeof no);
+}
+
 Fd tcp_socket()
 {
     Fd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP));
@@ -97,6 +106,7 @@ int unix_domain_socket_init(int *out, const char *path, int backlog)
     Fd fd = unix_socket();
     if (!fd)
         return -1;
+    refuse_descriptors(fd.get());
     if (bind(fd.get(), generic(*address), sizeof *address) == -1) {
         std::fputs("Can't bind socket !\n", stderr);
         return -1;

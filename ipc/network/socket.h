@@ -8,7 +8,8 @@
 // Unix-domain sockets. A path of more than 107 bytes gives -1 without a message, and nothing is
 // touched.
 
-// Removes whatever file is at `path`, then listens there. Returns 0, or -1.
+// Removes whatever file is at `path`, then listens there. Descriptors that clients send along are
+// refused, where the kernel can. Returns 0, or -1.
 int unix_domain_socket_init(int *out, const char *path, int backlog);
 
 // Does not wait: 1 and the connection, 0 when none is pending, -1 with errno as accept left it.

@@ -12,7 +12,6 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <syslog.h>
 #include <unistd.h>
 
 // The daemon's parts in this process: a working directory as the daemon's, a stand-in with an open
@@ -24,7 +23,6 @@ protected:
     {
         if (chdir(files.path().c_str()) != 0)
             std::abort();
-        openlog("VA", LOG_PERROR, LOG_USER);
         use_sensor(1920, 1080);
         open_library();
     }
