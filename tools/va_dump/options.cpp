@@ -19,9 +19,10 @@ constexpr char introduction[] =
     "Without a stream, all four. Sockets that do not exist yet are waited for. With a filter only\n"
     "what it is about: kind=moving (static, face), id=NUMBER, line=NUMBER.\n"
     "\n";
-constexpr char conclusion[] = "With --status and --metrics: 0 when the daemon is well, 4 when it "
-                              "does not run, 5 when it hangs, 6\n"
-                              "when it runs without analytics.\n";
+constexpr char conclusion[] =
+    "With --status and --metrics: 0 when the daemon is well, 4 when it "
+    "does not run, 5 when it hangs, 6\n"
+    "when it runs without analytics, 7 when it cannot write its status.\n";
 constexpr char printed[] = "What is printed:";
 constexpr char besides[] = "Besides:";
 
