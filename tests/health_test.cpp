@@ -378,9 +378,12 @@ TEST_F(HealthTest, RunsWithoutRoomForWhatItWrites)
     mkfifo(files.file("out").c_str(), 0600);
     const Fd output(open(files.file("out").c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
     files.write("scene", "every 20 ta 1 2 3 4\n");
-    setrlimit(RLIMIT_FSIZE, &none);
+    Program old("sleep", files.path(), {"60"}, "old");
+    files.write("run/pid", std::to_string(old.pid()));
     Daemon daemon(files, {"-t"});
-    setrlimit(RLIMIT_FSIZE, &limit);
+    EXPECT_TRUE(wait_until([&] { return told_once("Waiting now."); }));
+    prlimit(daemon.pid(), RLIMIT_FSIZE, &none, nullptr);
+    EXPECT_FALSE(old.wait_for_exit()); // by itself; as long as it is not waited for it is there
     Client client(files.file("run/ta"));
     EXPECT_TRUE(client.next());
     EXPECT_FALSE(std::filesystem::exists(files.file("run/pid")));
