@@ -206,18 +206,18 @@ TEST_F(VaModulesTest, ArePolledInOrderReconfiguredAndStopped)
     EXPECT_TRUE(wait_until([] { return calls_ending("_get_data").size() == 3; }));
 
     files.store("FaceDetection.Sensitivity=10\nVideoAnalytics.DIS.Mf_cutf=7\n"
-                "VMDWindow.Sensitivity=51\nCameraTampering.T0.gcWaitTime=11\n");
+                "VMDWindow.Sensitivity=51\nCameraTampering.T0.gcWaitTime=11\n#" +
+                string(1 << 19, '.')); // slow to read
     va_msg_reconfig(&context, "reconfig", 8);
     EXPECT_TRUE(wait_until([this] { return va::load_shared(context.reconfig) == 0; }));
     push_results();
     EXPECT_TRUE(wait_until([] { return calls_ending("_get_data").size() == 6; }));
-    for (int count = 0; count < 400; ++count)
+    const auto reconfigure = [this] { return va_msg_reconfig(&context, "reconfig", 8) == 0; };
+    for (int count = 0; count < 20 && reconfigure(); ++count)
         push_results();
-    EXPECT_TRUE(wait_until([this] { // results go on though reloads are asked for without end
-        va_msg_reconfig(&context, "reconfig", 8);
-        return calls_ending("_get_data").size() == 1206;
-    }));
-    EXPECT_GT(100U, report.settings.shown().reloads);
+    EXPECT_TRUE(
+        wait_until([&] { return reconfigure() && calls_ending("_get_data").size() == 66; }));
+    EXPECT_GT(10U, report.settings.shown().reloads); // results go on meanwhile
     sim_fail("ne3_val_od_cancel_data", 1, library_error);
     run([this] { return va_stop(&context); });
     thread.join();
