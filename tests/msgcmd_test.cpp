@@ -2,6 +2,7 @@
 #include "ipc/msg/msg.h"
 #include "ipc/msg/msgcmd.h"
 #include "tests/support/capture.h"
+#include "tests/support/interleave.h"
 #include "tests/support/ipc_loop.h"
 #include "tests/support/temp_dir.h"
 #include "util/sequence_pool.h"
@@ -10,21 +11,16 @@
 #include <atomic>
 #include <climits>
 #include <functional>
-#include <future>
 #include <numeric>
 #include <thread>
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
 
 namespace
 {
 
 constexpr unsigned page = seqpool_page_size;
 std::atomic<int> send_limit{INT_MAX}; // bytes a send takes at most
-thread_local int unlocks_left = -1;   // of this thread, before after_unlock runs
-std::function<void()> after_unlock;
 
 } // namespace
 
@@ -32,16 +28,6 @@ std::function<void()> after_unlock;
 ssize_t send(int fd, const void *data, size_t size, int flags)
 {
     return sendto(fd, data, std::min(size, static_cast<size_t>(send_limit)), flags, nullptr, 0);
-}
-
-// Every mutex of the program is let go of here.
-int pthread_mutex_unlock(pthread_mutex_t *mutex) noexcept
-{
-    static void *next = dlsym(RTLD_NEXT, "pthread_mutex_unlock");
-    const int result = reinterpret_cast<int (*)(pthread_mutex_t *)>(next)(mutex);
-    if (unlocks_left >= 0 && unlocks_left-- == 0)
-        after_unlock();
-    return result;
 }
 
 namespace
@@ -82,25 +68,20 @@ struct Server {
     msg_handle *handle = nullptr;
 };
 
-// Runs `first`, and `second` in another thread once `first` has let go of its n-th mutex. Returns
-// whether it has so many.
-bool interleave(int n, const std::function<void()> &first, const std::function<void()> &second)
-{
-    std::future<void> other;
-    after_unlock = [&] {
-        other = std::async(std::launch::async, second);
-        other.wait_for(std::chrono::milliseconds(20)); // it may need another lock of `first`
-    };
-    unlocks_left = n;
-    first();
-    return std::exchange(unlocks_left, -1) < 0;
-}
-
 struct Msgcmd : testing::Test {
     ~Msgcmd() override
     {
         send_limit = INT_MAX;
         msgcmd_release(&client);
+        const Fd ready(open("/dev/null", O_WRONLY | O_CLOEXEC));
+        const auto note = [](event_info *, void *served) {
+            *static_cast<bool *>(served) = true;
+            return 0;
+        };
+        bool served = false;
+        add_fd_event(ready.get(), 1, EVENT_ONESHOT, note, &served);
+        cycle();
+        EXPECT_TRUE(served) << "waits for a closed descriptor";
     }
     void make_client(unsigned size)
     {

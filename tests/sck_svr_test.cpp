@@ -2,6 +2,7 @@
 #include "ipc/network/recent.h"
 #include "ipc/network/sck_svr.h"
 #include "tests/support/event_failing_new.h"
+#include "tests/support/interleave.h"
 #include "tests/support/ipc_loop.h"
 #include "tests/support/temp_dir.h"
 
@@ -267,6 +268,9 @@ TEST(SckSvr, TellsTwentyLinesASecondAndThenHowManyMore)
         EXPECT_TRUE(limit.has_more() || more == 0);
         EXPECT_EQ(limit.take_more(now), more) << now;
     }
+    for (const std::uint64_t now : {100'000'000, 102'000'000}) // nobody asks in between
+        EXPECT_EQ(limit.take(now, 25), 20U);
+    EXPECT_EQ(limit.take_more(104'000'000), 10U);
 }
 
 TEST(SckSvr, TwoHundredClients)
@@ -350,6 +354,19 @@ TEST(SckSvr, AHandlerGetsFourKilobytesAtATime)
     client.send(std::string(10'001, 'x'));
     cycle(), cycle(), cycle(), cycle();
     EXPECT_EQ(ends, (std::vector{4096U, 8192U, 0U, 0U}));
+}
+
+TEST(SckSvr, ARecordMayComeInBetween)
+{
+    const Server server;
+    LoopClient client(server.path);
+    server.write("a");
+    std::string stream = frame("a");
+    for (int n = 0; interleave(n, cycle, [&] { server.write("b"); }); ++n) {
+        ASSERT_TRUE(gets(client, stream += frame("b"))) << "written after unlock " << n;
+        server.write("a");
+        stream += frame("a");
+    }
 }
 
 TEST(SckSvr, AProducerThreadRunsBesideTheLoop)
