@@ -1,28 +1,85 @@
+#include "tests/support/capture.h"
 #include "tests/support/daemon.h"
 #include "tests/support/store_file.h"
 #include "tests/support/wait.h"
+#include "va/log.h"
+#include "va/output.h"
+#include "va/run_dir.h"
+#include "va/va.h"
 
 #include <csignal>
+#include <cstdarg>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <fstream>
 #include <map>
 #include <sstream>
+#include <thread>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
+#include <sys/wait.h>
+#include <syslog.h>
+
+using std::string;
+using std::chrono::milliseconds, std::chrono::steady_clock;
 
 namespace
 {
 
-using std::string;
-using std::chrono::milliseconds, std::chrono::steady_clock;
+bool wait_for_bytes = false; // before they are counted
+string log_socket;           // in the system log's place
+
+sockaddr_un address_of(const string &path)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    return address;
+}
+
+int connect_to(int fd, const sockaddr *address, socklen_t length)
+{
+    return static_cast<int>(syscall(SYS_connect, fd, address, length));
+}
+
+} // namespace
+
+// These two stand in front of the C library's.
+extern "C" int connect(int fd, const sockaddr *address, socklen_t length)
+{
+    const auto *const path = reinterpret_cast<const sockaddr_un *>(address)->sun_path;
+    if (log_socket.empty() || std::strcmp(path, _PATH_LOG) != 0)
+        return connect_to(fd, address, length);
+    const sockaddr_un other = address_of(log_socket);
+    return connect_to(fd, reinterpret_cast<const sockaddr *>(&other), sizeof other);
+}
+
+extern "C" int ioctl(int fd, unsigned long request, ...) noexcept
+{
+    va_list arguments;
+    va_start(arguments, request);
+    void *const argument = va_arg(arguments, void *);
+    va_end(arguments);
+    pollfd readable{fd, POLLIN, 0};
+    if (request == FIONREAD && wait_for_bytes) { // and until nobody has the other end
+        poll(&readable, 1, 20'000);
+        std::this_thread::sleep_for(milliseconds(20));
+    }
+    return static_cast<int>(syscall(SYS_ioctl, fd, request, argument));
+}
+
+namespace
+{
 
 const string runs = "STATUS=Analytics run.\n";
 constexpr int interval_ms = 200; // of the watchdog
@@ -232,11 +289,16 @@ TEST_F(HealthTest, TellsItsStatusWhenAsked)
     const int files_made = std::stoi(read_status()["va.writes"]) - std::stoi(status["va.writes"]);
     EXPECT_GE(2 + (steady_clock::now() - start) / milliseconds(250), files_made);
 
+    std::filesystem::rename(files.file("run/ta"), files.file("ta"));
+    EXPECT_TRUE(says("va.run_dir", "run/ta is gone"));
+    std::filesystem::rename(files.file("ta"), files.file("run/ta"));
+    EXPECT_TRUE(wait_until([&] { return !ask().contains("va.run_dir"); }));
     std::filesystem::rename(files.file("store"), files.file("run/ta"));
     EXPECT_TRUE(says("va.run_dir", "run/ta is another one"));
     std::filesystem::remove(files.file("run/pid"));
     EXPECT_TRUE(says("va.run_dir", "run/pid is gone"));
-    EXPECT_TRUE(once("clients do not find this daemon any more", daemon.log()));
+    for (const string fault : {"gone", "another one"}) // once each, and no second one meanwhile
+        EXPECT_TRUE(once(fault + ": clients do not find this daemon any more", daemon.log()));
     EXPECT_TRUE(daemon.stop());
     EXPECT_FALSE(std::filesystem::exists(files.file("run/status")));
 }
@@ -352,6 +414,22 @@ TEST_F(HealthTest, TellsThatItHangs)
     EXPECT_TRUE(daemon.stop());
 }
 
+// It reads for a fifth of the time at most, and forgets no request over that.
+TEST_F(HealthTest, ReadsLaterWhatIsToBeReadTooSoon)
+{
+    files.write("scene", "hang ne3_val_od_set_ctrl 2 300\n");
+    Daemon daemon(files, {"-o"});
+    EXPECT_TRUE(daemon.wait_for_output("init od."));
+    const auto start = steady_clock::now();
+    for (const string count : {"1", "2"}) {
+        files.store("VMDWindow.Sensitivity=2" + count + "\n");
+        files.reconfigure();
+        EXPECT_TRUE(says("settings.reloads", count));
+    }
+    EXPECT_LE(5 * milliseconds(300), steady_clock::now() - start);
+    EXPECT_TRUE(daemon.stop());
+}
+
 TEST_F(HealthTest, SaysWhyItDidNotStart)
 {
     const Supervisor supervisor(files.file("notify"));
@@ -361,6 +439,76 @@ TEST_F(HealthTest, SaysWhyItDidNotStart)
     EXPECT_TRUE(supervisor.hears("STATUS=Did not start: " + why + ".") && daemon.wait_for_exit());
     EXPECT_TRUE(daemon.log().ends_with("VA: va_init: fail.\n" + why + "\nVA: Application quit.\n"));
     EXPECT_TRUE(once(why, daemon.log()));
+}
+
+// What nobody reads is lost, and whoever else writes there goes on waiting for the reader.
+TEST(Output, DoesNotBlockAndLeavesItsModeToOthers)
+{
+    for (const bool is_pipe : {true, false}) {
+        int ends[2];
+        ASSERT_EQ(0, is_pipe ? pipe2(ends, O_CLOEXEC)
+                             : socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends));
+        const Fd reader(ends[0]);
+        const Fd shared(ends[1]);
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(20);
+            dup2(shared.get(), STDOUT_FILENO);
+            dup2(shared.get(), STDERR_FILENO);
+            keep_output_from_blocking();
+            for (int line = 0; line < 20'000; ++line)
+                std::fprintf(line % 2 ? stderr : stdout, "one of very many lines\n");
+            _exit((lost_output_lines() > 0) + 2 * (fcntl(shared.get(), F_GETFL) & O_NONBLOCK));
+        }
+        int status = -1;
+        EXPECT_EQ(child, waitpid(child, &status, 0));
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1);
+    }
+}
+
+// Its opening lets a writer through that waits for it; what lay there before goes to nobody.
+TEST_F(HealthTest, KeepsALineThatComesWhileTheFifoIsTakenOver)
+{
+    const auto before = std::filesystem::current_path();
+    std::filesystem::current_path(files.path());
+    mkfifo("run/ctrl", 0600);
+    const auto left_of = [](const Fd &fifo) {
+        char text[64];
+        const ssize_t length = read(fifo.get(), text, sizeof text);
+        return string(text, static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+    };
+    std::jthread writer([&] { std::ofstream(files.file("run/ctrl")) << "status\n"; }); // waits
+    std::this_thread::sleep_for(milliseconds(20)); // files are stamped by a coarse clock
+    wait_for_bytes = true;
+    static VaContext context;
+    EXPECT_EQ(0, va_init(&context));
+    wait_for_bytes = false;
+    EXPECT_EQ("status\n", left_of(Fd(open("run/ctrl", O_RDONLY | O_NONBLOCK | O_CLOEXEC))));
+    context.threadEnded = 1; // none was started
+    msg_release(&context.msg);
+    va_stop(&context);
+    const Fd holder(open("run/ctrl", O_RDWR | O_CLOEXEC));
+    EXPECT_EQ(4, write(holder.get(), "old\n", 4));
+    EXPECT_EQ("", left_of(prepare_control_fifo()));
+    std::filesystem::current_path(before);
+}
+
+TEST(Log, DoesNotWaitForASystemLogThatTakesNothing)
+{
+    const TempDir dir;
+    const sockaddr_un address = address_of(dir.file("log"));
+    const auto *const generic = reinterpret_cast<const sockaddr *>(&address);
+    const Fd log(socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0));
+    ASSERT_EQ(0, bind(log.get(), generic, sizeof address));
+    log_socket = dir.file("log");
+    const auto say = [] { log_error("line %d", 5); };
+    EXPECT_EQ("VA: line 5\n", stderr_of(say));
+    char line[64] = "";
+    EXPECT_LT(0, recv(log.get(), line, sizeof line - 1, 0));
+    EXPECT_TRUE(string(line).starts_with("<11>") && string(line).ends_with(" VA: line 5")) << line;
+    for (int times = 0; times < 400; ++times)
+        EXPECT_EQ("VA: line 5\n", stderr_of(say));
+    log_socket.clear();
 }
 
 // It loses the file, or the line.
