@@ -76,7 +76,7 @@ void log_line(const char *text)
     std::tm local{};
     if (localtime_r(&now, &local))
         std::strftime(time, sizeof time, "%h %e %T ", &local);
-    char line[1200];
+    char line[2400];
     const int begin = std::snprintf(line, sizeof line, "<%d>%s", LOG_USER | LOG_ERR, time);
     const bool ends = std::string_view(text).ends_with('\n');
     const int size =
@@ -94,7 +94,7 @@ void log_line(const char *text)
 int log_error(const char *format, ...)
 {
     const int error = errno;
-    char text[1024];
+    char text[2304]; // as long as the longest, of a bad run directory
     va_list arguments;
     va_start(arguments, format);
     std::vsnprintf(text, sizeof text, format, arguments);
