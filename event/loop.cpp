@@ -57,14 +57,14 @@ class LoopRun
 public:
     LoopRun()
     {
-        [[maybe_unused]] const bool other = loop_runs.exchange(true);
-        assert(!other && "a loop runs already, perhaps the one that calls back");
+        assert(!loop_runs && "a loop runs already, perhaps the one that calls back");
+        loop_runs.store(true, std::memory_order_relaxed);
         runs_loop = true;
     }
     ~LoopRun()
     {
         runs_loop = false;
-        loop_runs = false;
+        loop_runs.store(false, std::memory_order_relaxed);
     }
     LoopRun(const LoopRun &) = delete;
     LoopRun &operator=(const LoopRun &) = delete;
@@ -124,16 +124,22 @@ void take_in_pending()
 // cycle hardly a bit changes, and a locked instruction costs more than the rest of the walk.
 bool arm(event *entry)
 {
-    const std::uint32_t flags = flags_of(entry);
-    const bool removed = flags & EVENT_REMOVED;
-    const bool enabled = (flags & EVENT_ENABLED) && !removed;
-    if (removed)
-        any_removed = true; // by its bit, or while pending, where no strip pass looked
-    if (enabled && !(flags & EVENT_ARMED))
+    switch (flags_of(entry) & (EVENT_ENABLED | EVENT_ARMED | EVENT_REMOVED)) {
+    case EVENT_ENABLED | EVENT_ARMED:
+        return true;
+    case EVENT_ENABLED:
         va::shared(entry->flags) |= EVENT_ARMED;
-    else if (!enabled && (flags & EVENT_ARMED))
-        va::shared(entry->flags) &= ~EVENT_ARMED;
-    return enabled;
+        return true;
+    case 0:
+        return false;
+    case EVENT_ARMED:
+        break;
+    default:
+        any_removed = true; // by its bit, or while pending, where no strip pass looked
+        break;
+    }
+    va::shared(entry->flags) &= ~EVENT_ARMED;
+    return false;
 }
 
 // Milliseconds until the first due time, or no_timeout. One reading of the clock serves the step
