@@ -109,6 +109,7 @@ TEST(Socket, AcceptsOverTcp)
 extern "C" int select(int count, fd_set *read, fd_set *write, fd_set *except, timeval *timeout)
 {
     limit = timeout->tv_sec * std::int64_t{1'000'000} + timeout->tv_usec;
-    const timespec time{limit / 1'000'000, limit % 1'000'000 * 1000};
+    const timespec time{static_cast<time_t>(limit / 1'000'000),
+                        static_cast<long>(limit % 1'000'000 * 1000)};
     return pselect(count, read, write, except, &time, nullptr);
 }
