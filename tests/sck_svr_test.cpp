@@ -268,7 +268,7 @@ TEST(SckSvr, TellsTwentyLinesASecondAndThenHowManyMore)
         EXPECT_TRUE(limit.has_more() || more == 0);
         EXPECT_EQ(limit.take_more(now), more) << now;
     }
-    for (const std::uint64_t now : {100'000'000, 102'000'000}) // nobody asks in between
+    for (const std::uint64_t now : {100'000'000U, 102'000'000U}) // nobody asks in between
         EXPECT_EQ(limit.take(now, 25), 20U);
     EXPECT_EQ(limit.take_more(104'000'000), 10U);
 }
