@@ -170,8 +170,8 @@ int create_pid_file()
     Claim claim = claim_pid_file();
     for (; claim == Claim::taken; claim = claim_pid_file()) {
         const Recorded old = recorded();
-        if (old.process !=
-            getpid()) // left by a process of an earlier boot; a signal would end this one
+        // Left by a process of an earlier boot it may be this one's, which a signal would end.
+        if (old.process != getpid())
             wait_for(old);
         if (!remove_if_stale(old))
             return -1;
