@@ -26,6 +26,9 @@
 namespace
 {
 
+using namespace va;
+using mqtt::Publisher, mqtt::Settings;
+
 using Clock = std::chrono::steady_clock;
 using std::chrono::microseconds;
 
@@ -51,8 +54,8 @@ public:
     Camera(int port, int number) : publisher_(settings_of(port, number), default_source())
     {
         const std::string connected = "connected";
-        for (const StreamKind &kind : STREAM_KINDS)
-            publisher_.connection({kind, now(), true, connected});
+        for (const Stream stream : STREAMS)
+            publisher_.connection({stream, now(), true, connected});
     }
 
     // The time in which it is made is the first object's place: lower half x, upper half y.
@@ -83,8 +86,8 @@ private:
         Settings settings;
         settings.host = "127.0.0.1";
         settings.port = port;
-        settings.prefix = "cameras/camera" + std::to_string(number);
-        settings.client_id = settings.prefix;
+        settings.names.prefix = "cameras/camera" + std::to_string(number);
+        settings.client_id = settings.names.prefix;
         settings.rate = 1000;
         return settings;
     }
@@ -94,7 +97,7 @@ private:
     {
         const auto *bytes = reinterpret_cast<const std::uint8_t *>(&payload);
         const Moment moment = now();
-        publisher_.print({*find_stream(stream), moment.time, moment.at, {bytes, sizeof payload}});
+        publisher_.record({*find_stream(stream), moment.time, moment.at, {bytes, sizeof payload}});
     }
 
     Publisher publisher_;

@@ -2,7 +2,7 @@
 #include "bench/quiet.h"
 #include "event/event_owner.h"
 #include "event/soft_queue.h"
-#include "ipc/client/frame_reader.h"
+#include "client/frame_reader.h"
 #include "ipc/network/sck_svr.h"
 #include "ipc/network/socket.h"
 #include "tests/support/temp_dir.h"
@@ -83,7 +83,7 @@ private:
             return;
         frames_[client].append({bytes, static_cast<std::size_t>(got)});
         std::span<const std::uint8_t> payload;
-        while (frames_[client].next(payload) == FrameReader::Result::Frame) {
+        while (frames_[client].next(payload) == va::FrameReader::Result::Frame) {
             Record record;
             const auto now = Clock::now();
             std::memcpy(static_cast<void *>(&record), payload.data(), sizeof record);
@@ -93,7 +93,7 @@ private:
     }
 
     std::vector<Fd> clients_;
-    std::vector<FrameReader> frames_;
+    std::vector<va::FrameReader> frames_;
     Fd epoll_{epoll_create1(EPOLL_CLOEXEC)};
     std::atomic<std::size_t> arrived_{0};
     std::jthread thread_;

@@ -13,7 +13,8 @@ target_compile_features(vaipc PUBLIC cxx_std_20)
 target_link_libraries(vaipc PUBLIC Threads::Threads)
 target_sources(vaipc PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FILES
     event/clock.h event/event.h event/loop.h event/soft_queue.h
-    ipc/client/daemon_status.h ipc/client/frame_reader.h ipc/client/stream_client.h
+    client/capture.h client/entries.h client/events.h client/frame_reader.h client/record.h
+    client/shapes.h client/status.h client/stream_client.h client/streams.h client/verdict.h
     ipc/msg/msg.h ipc/msg/msgcmd.h
     ipc/network/sck_buf.h ipc/network/sck_svr.h ipc/network/socket.h
     ipc/network/spipe.h
@@ -21,7 +22,7 @@ target_sources(vaipc PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FIL
     util/guarded.h util/sequence_pool.h util/util.h)
 target_sources(vaipc PUBLIC FILE_SET generated TYPE HEADERS
     BASE_DIRS ${PROJECT_BINARY_DIR}/generated
-    FILES ${PROJECT_BINARY_DIR}/generated/ipc/client/run_dir.h)
+    FILES ${PROJECT_BINARY_DIR}/generated/client/run_dir.h)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vaipc)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/vaipcConfigVersion.cmake

@@ -8,6 +8,8 @@ endif()
 add_library(va_warnings INTERFACE)
 target_compile_options(va_warnings INTERFACE
     -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat-nonliteral
+    # A new stream, say, is missing in each place that has to know of it.
+    -Werror=switch
     # A lock's name is a plain std::mutex, see util/guarded.h.
     $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
     $<$<CXX_COMPILER_ID:Clang>:-Wno-thread-safety-attributes>

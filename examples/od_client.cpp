@@ -1,5 +1,5 @@
-#include "ipc/client/run_dir.h"
-#include "ipc/client/stream_client.h"
+#include "client/run_dir.h"
+#include "client/stream_client.h"
 #include "records/records.h"
 
 #include <cstdint>
@@ -31,7 +31,7 @@ void print_objects(std::span<const std::uint8_t> payload)
 }
 
 // Says once what became of the connection.
-void say_status(const StreamClient &client)
+void say_status(const va::StreamClient &client)
 {
     static std::string said;
     if (client.status() == said)
@@ -46,7 +46,7 @@ int main(int argc, char **argv)
 {
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     const std::string directory = argc > 1 ? argv[1] : VAIPC_RUN_DIR;
-    StreamClient client(directory + "/od");
+    va::StreamClient client(directory + "/od");
     for (;;) {
         client.connect();
         say_status(client);

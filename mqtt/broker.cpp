@@ -2,7 +2,7 @@
 
 #include "mqtt/credentials.h"
 #include "mqtt/pause.h"
-#include "tools/common/standard_output.h"
+#include "tools/common/printing.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -12,6 +12,9 @@
 #include <utility>
 
 #include <mosquitto.h>
+
+namespace va::mqtt
+{
 
 namespace
 {
@@ -299,3 +302,5 @@ bool Broker::send_now(const Message &message, int qos, std::set<int> &under_way)
     under_way.insert(number);
     return true;
 }
+
+} // namespace va::mqtt

@@ -14,6 +14,9 @@
 
 struct mosquitto;
 
+namespace va::mqtt
+{
+
 // The connection to the MQTT broker: made again for ever, by a thread of its own, so that a name
 // server or a host that does not answer keeps nobody from reading the daemon's records. What
 // becomes of it is said on standard error, once a change.
@@ -106,3 +109,5 @@ private:
     std::string status_;
     std::optional<std::string> failure_;
 };
+
+} // namespace va::mqtt

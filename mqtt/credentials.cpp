@@ -1,6 +1,6 @@
 #include "mqtt/credentials.h"
 
-#include "tools/common/standard_output.h"
+#include "tools/common/printing.h"
 #include "util/fd.h"
 
 #include <algorithm>
@@ -11,6 +11,9 @@
 #include <fcntl.h>
 #include <mosquitto.h>
 #include <sys/stat.h>
+
+namespace va::mqtt
+{
 
 namespace
 {
@@ -102,3 +105,5 @@ void set_credentials(mosquitto *handle, const Settings &settings)
     if (!settings.ca_file.empty())
         set_tls(handle, settings);
 }
+
+} // namespace va::mqtt

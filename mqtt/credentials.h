@@ -4,8 +4,13 @@
 
 struct mosquitto;
 
+namespace va::mqtt
+{
+
 // Gives the library what the broker is to know the camera by, and by which it knows the broker. A
 // password is the first line of a file that its owner alone may change and that others than its
 // group cannot read. Throws std::runtime_error when a file cannot be used; its text holds nothing
 // of the content.
 void set_credentials(mosquitto *handle, const Settings &settings);
+
+} // namespace va::mqtt

@@ -1,20 +1,19 @@
 #include "mqtt/discovery.h"
 
-#include "conf/conf_vmf.h"
-
 #include <algorithm>
 #include <cctype>
 #include <nlohmann/json.hpp>
 
-namespace
+namespace va::mqtt
 {
 
-using Json = nlohmann::ordered_json;
+namespace
+{
 
 // Home Assistant's names hold letters, digits, - and _ alone.
 std::string node_of(const Settings &settings)
 {
-    std::string node = "va_" + settings.prefix;
+    std::string node = "va_" + settings.names.prefix;
     std::ranges::replace_if(
         node, [](unsigned char c) { return !std::isalnum(c) && c != '-'; }, '_');
     return node;
@@ -37,15 +36,15 @@ public:
     std::string payload(const std::string &name, const std::string &state_topic, const Json &more,
                         const Topics &topics) const
     {
-        Json json = {
-            {"name", name},
-            {"unique_id", id_},
-            {"state_topic", state_topic},
-            {"availability_topic", topics.available()},
-            {"device",
-             {{"identifiers", Json::array({node_of(settings_)})}, {"name", settings_.prefix}}}};
+        Json json = {{"name", name},
+                     {"unique_id", id_},
+                     {"state_topic", state_topic},
+                     {"availability_topic", topics.available()},
+                     {"device",
+                      {{"identifiers", Json::array({node_of(settings_)})},
+                       {"name", settings_.names.prefix}}}};
         json.update(more);
-        return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+        return text_of(json);
     }
 
 private:
@@ -88,9 +87,9 @@ discovery_states(std::span<const AlarmRule> rules, const Settings &settings, con
                         : entity.payload(name, topics.area(*rule),
                                          binary_sensor("occupancy", "IsInside"), topics);
     };
-    for (int number = 0; number < CONF_CROSS_LINES; ++number)
+    for (int number = 0; number < MAX_LINES; ++number)
         add(AlarmRule::Source::Line, number);
-    for (int number = 0; number < CONF_OD_AREAS; ++number)
+    for (int number = 0; number < MAX_AREAS; ++number)
         add(AlarmRule::Source::Area, number);
     const Entity tamper(settings, "binary_sensor", "tamper");
     states.emplace_back(
@@ -100,3 +99,5 @@ discovery_states(std::span<const AlarmRule> rules, const Settings &settings, con
             : "");
     return states;
 }
+
+} // namespace va::mqtt

@@ -1,14 +1,20 @@
 #pragma once
 
-#include "mqtt/topics.h"
+#include "mqtt/settings.h"
+#include "tools/common/messages.h"
 
 #include <span>
 #include <string>
 #include <utility>
 #include <vector>
 
+namespace va::mqtt
+{
+
 // What Home Assistant reads to show a camera's lines, areas and tamper alarm by itself: topics and
 // payloads, one for each line and area that a camera can have. The payloads of those that it has
 // not are empty, which takes them away.
 std::vector<std::pair<std::string, std::string>>
 discovery_states(std::span<const AlarmRule> rules, const Settings &settings, const Topics &topics);
+
+} // namespace va::mqtt

@@ -1,10 +1,13 @@
 #pragma once
 
-#include "mqtt/payloads.h"
+#include "tools/common/messages.h"
 
 #include <algorithm>
 #include <utility>
 #include <vector>
+
+namespace va::mqtt
+{
 
 // The frames of a stream, so many a second at most and evenly, also when they come somewhat
 // unevenly; of those between the newest waits.
@@ -17,14 +20,14 @@ public:
     {
     }
 
-    void take(std::vector<Sighting> sightings, SystemTime time)
+    void take(std::vector<Detection> detections, SystemTime time)
     {
-        newest_ = std::move(sightings);
+        newest_ = std::move(detections);
         time_ = time;
         waits_ = true;
     }
 
-    // Calls `send` with the sightings and their time when it is time for some.
+    // Calls `send` with the detections and their time when it is time for some.
     template <class Send>
     void pass(Elapsed now, Send send)
     {
@@ -38,7 +41,9 @@ public:
 private:
     Elapsed interval_;
     Elapsed due_{};
-    std::vector<Sighting> newest_;
+    std::vector<Detection> newest_;
     SystemTime time_;
     bool waits_ = false;
 };
+
+} // namespace va::mqtt

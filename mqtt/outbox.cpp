@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <utility>
 
+namespace va::mqtt
+{
+
 void Outbox::add(Letter event)
 {
     if (event.retained)
@@ -51,3 +54,5 @@ void Outbox::request(State &state)
     pending_ += state.pending ? 0 : 1;
     state.pending = true;
 }
+
+} // namespace va::mqtt

@@ -5,6 +5,9 @@
 #include <map>
 #include <string>
 
+namespace va::mqtt
+{
+
 // What waits to be sent: events in their order, the newest `keep` of them; and states, of which the
 // newest of a topic counts. No lock: its user has one.
 class Outbox
@@ -43,3 +46,5 @@ private:
     std::size_t pending_ = 0; // states that wait
     std::uint64_t dropped_ = 0;
 };
+
+} // namespace va::mqtt

@@ -4,6 +4,9 @@
 #include <chrono>
 #include <random>
 
+namespace va::mqtt
+{
+
 // How long to wait before the next attempt: twice as long each time, from a second to half a
 // minute, less a random part, so that a thousand cameras do not come back in the same moment.
 class Pause
@@ -26,3 +29,5 @@ private:
     std::chrono::milliseconds longest_ = first;
     std::minstd_rand random_{std::random_device{}()};
 };
+
+} // namespace va::mqtt

@@ -1,13 +1,14 @@
 #include "mqtt/publisher.h"
 
-#include "conf/conf_sensor.h"
-#include "conf/conf_vmf.h"
 #include "mqtt/discovery.h"
-#include "tools/common/standard_output.h"
+#include "tools/common/printing.h"
 
 #include <algorithm>
 #include <stdexcept>
 #include <utility>
+
+namespace va::mqtt
+{
 
 namespace
 {
@@ -15,59 +16,39 @@ namespace
 using namespace std::chrono_literals;
 using std::chrono::seconds;
 
-constexpr seconds scene_pause{2};
 constexpr seconds losses_pause{10};
 constexpr seconds good_bye{2};
 constexpr char online[] = "online";
 constexpr char offline[] = "offline";
 
-ConfSize frame_size()
+bool has_stream(const Source &source, Stream stream)
 {
-    SensorConfig sensor;
-    if (conf_getSensorConfig(&sensor) == 0)
-        return {sensor.width, sensor.height};
-    return {1920, 1080}; // as if it were the usual one; the reader has said that there is none
-}
-
-std::vector<AlarmRule> rules_in(std::span<const Shape> shapes)
-{
-    std::vector<AlarmRule> rules;
-    for (const Shape &shape : shapes) {
-        if (shape.used && (shape.kind == Shape::Kind::Line || shape.kind == Shape::Kind::Area))
-            rules.push_back(rule_of(shape));
-    }
-    return rules;
-}
-
-bool has_stream(const Source &source, const char *name)
-{
-    return std::ranges::count(source.streams, find_stream(name)) > 0;
+    return std::ranges::count(source.streams, stream) > 0;
 }
 
 } // namespace
 
 Publisher::Publisher(const Settings &settings, const Source &source)
     : settings_(settings),
-      topics_(settings),
-      tells_tamper_(TAMPER_RECORDS_ARE_ALARMS && has_stream(source, "ta")),
+      topics_(settings.names),
+      tells_tamper_(TAMPER_RECORDS_ARE_ALARMS && has_stream(source, Stream::ta)),
       notifier_([](const char *text) { say(text); }),
       broker_(Broker::open(settings, {topics_.available(), offline, true})),
       maker_([this](const Event &event) { take_event(event); }),
       now_{std::chrono::system_clock::now(), {}},
       alive_due_(notifier_.interval() > 0us ? Elapsed() : Elapsed::max())
 {
-    for (const char *name : {"od", "fd"}) {
-        if (settings.rate > 0 && has_stream(source, name))
-            frames_.emplace(find_stream(name), settings.rate);
+    for (const Stream stream : {Stream::od, Stream::fd}) {
+        if (settings.rate > 0 && has_stream(source, stream))
+            frames_.emplace(stream, settings.rate);
     }
     broker_->set_state(topics_.available(), offline);
-    frame_ = frame_size();
+    maker_.expect_scene();
     if (tells_tamper_)
-        broker_->set_state(topics_.tamper(), tamper_payload(false, now_.time, settings_));
-    read_scene();
+        broker_->set_state(topics_.tamper(), tamper_message(false, now_.time, settings_.names));
 }
 
-void Publisher::print(const Record &record)
+void Publisher::record(const Record &record)
 {
     now_ = {record.time, record.at};
     maker_.take(record);
@@ -78,7 +59,7 @@ void Publisher::print(const Record &record)
 void Publisher::connection(const Connection &connection)
 {
     now_ = connection.moment;
-    maker_.set_connected(connection.kind, connection.connected, now_.at);
+    maker_.set_connected(connection.stream, connection.connected, now_.at);
 }
 
 void Publisher::verdict(const Moment &now, const Verdict &verdict)
@@ -95,8 +76,6 @@ void Publisher::tick(const Moment &now)
     now_ = now;
     maker_.pass(now.at);
     send_frames();
-    if (now.at - scene_read_ >= scene_pause)
-        read_scene();
     tell_losses();
     if (const auto failure = broker_->failure())
         throw std::runtime_error(*failure);
@@ -128,11 +107,11 @@ void Publisher::set_daemon(const char *text, bool is_available)
 void Publisher::take_event(const Event &event)
 {
     using enum Event::Kind;
-    const SystemTime time = time_of(event.at);
+    // An alarm is reported when its participants are known, which is a little later.
+    const bool is_alarm = event.kind == LineCrossed || event.kind == AreaEntered;
+    const SystemTime time = time_of(is_alarm ? event.first : event.at);
     switch (event.kind) {
     case DaemonHere:
-        frame_ = frame_size();
-        read_scene();
         set_daemon("the daemon is here", true);
         break;
     case DaemonGone:
@@ -147,68 +126,76 @@ void Publisher::take_event(const Event &event)
     case ObjectAppeared:
     case ObjectLeft:
         broker_->send_event({topics_.track(event.from.number),
-                             track_payload(event, time_of(event.first), time_of(event.last))});
+                             track_message(event, time_of(event.first), time_of(event.last))});
         break;
     case LineCrossed:
-        broker_->send_event({topics_.line(event.rule), line_payload(event.rule, time, settings_)});
+        broker_->send_event({topics_.line(event.rule), line_message(event, time, settings_.names)});
         break;
     case AreaEntered:
     case AreaLeft:
-        send_area(event.rule, event.kind == AreaEntered, time);
+        send_area(event, time);
         break;
     case TamperBegan:
     case TamperEnded:
-        broker_->send_event(
-            {topics_.tamper(), tamper_payload(event.kind == TamperBegan, time, settings_), true});
+        broker_->send_event({topics_.tamper(),
+                             tamper_message(event.kind == TamperBegan, time, settings_.names),
+                             true});
         break;
-    case RecordsMissed:
+    case ResultsMissed:
         results_missed_ += event.missed;
         break;
     }
 }
 
-// Retained only while the settings have the area: who would take it away otherwise?
-void Publisher::send_area(const AlarmRule &rule, bool inside, SystemTime time)
+// Retained only while the area is in force: who would take it away otherwise?
+void Publisher::send_area(const Event &event, SystemTime time)
 {
-    const std::string topic = topics_.area(rule);
-    broker_->send_event(
-        {topic, area_payload(rule, inside, time, settings_), areas_.contains(topic)});
+    const std::string topic = topics_.area(event.rule);
+    const bool inside = event.kind == Event::Kind::AreaEntered;
+    const std::span<const Participant> participants(event.participants);
+    broker_->send_event({topic,
+                         area_message(event.rule, inside, time, settings_.names,
+                                      inside ? participants : participants.first(0)),
+                         areas_.contains(topic)});
 }
 
 void Publisher::take_frame(const Record &record)
 {
-    const auto frames = frames_.find(&record.kind);
+    const auto frames = frames_.find(record.stream);
     if (frames == frames_.end())
         return;
-    std::vector<Sighting> sightings =
-        record.kind.name == "od" ? objects_in(record.payload) : faces_in(record.payload);
-    if (!sightings.empty()) // else their layout is not known
-        frames->second.take(std::move(sightings), record.time);
+    std::vector<Detection> detections = detections_in(record);
+    if (!detections.empty()) // else their layout is not known
+        frames->second.take(std::move(detections), record.time);
 }
 
 void Publisher::send_frames()
 {
+    if (!frame_)
+        return;
     for (auto &entry : frames_) {
-        const std::string topic = topics_.frames(*entry.first);
-        entry.second.pass(now_.at, [&](std::span<const Sighting> sightings, SystemTime time) {
-            broker_->send_frame(topic, frame_payload(sightings, time, frame_, settings_));
+        const std::string topic = topics_.frames(entry.first);
+        entry.second.pass(now_.at, [&](std::span<const Detection> detections, SystemTime time) {
+            broker_->send_frame(topic, frame_message(detections, time, *frame_, settings_.names));
         });
     }
 }
 
-void Publisher::read_scene()
+void Publisher::status(const Moment &now, const DaemonStatus &status)
 {
-    scene_read_ = now_.at;
-    const std::vector<Shape> shapes = read_overlay();
-    if (std::string scene = scene_payload(frame_, shapes); std::exchange(scene_, scene) == scene)
+    now_ = now;
+    const auto scene = scene_of(status);
+    if (!scene)
         return;
-    const std::vector<AlarmRule> rules = rules_in(shapes);
+    maker_.set_scene(scene);
+    frame_ = scene->frame;
+    if (std::string message = scene_message(*scene); std::exchange(scene_, message) == message)
+        return;
     broker_->set_state(topics_.scene(), scene_);
-    maker_.set_rules(rules);
-    set_areas(rules);
+    set_areas(scene->rules);
     if (settings_.discovery.empty())
         return;
-    for (const auto &[topic, payload] : discovery_states(rules, settings_, topics_))
+    for (const auto &[topic, payload] : discovery_states(scene->rules, settings_, topics_))
         broker_->set_state(topic, payload);
 }
 
@@ -223,9 +210,9 @@ void Publisher::set_areas(std::span<const AlarmRule> rules)
         const std::string topic = topics_.area(rule);
         areas_.insert(topic);
         if (!before.contains(topic))
-            broker_->set_state(topic, area_payload(rule, false, now_.time, settings_));
+            broker_->set_state(topic, area_message(rule, false, now_.time, settings_.names));
     }
-    for (int number = 0; number < CONF_OD_AREAS; ++number) {
+    for (int number = 0; number < MAX_AREAS; ++number) {
         const std::string topic = topics_.area({AlarmRule::Source::Area, 0, 0, number});
         if (!areas_.contains(topic))
             broker_->set_state(topic, "");
@@ -241,7 +228,7 @@ void Publisher::tell_losses()
         return;
     told_ = losses;
     losses_told_ = now_.at;
-    broker_->send_event({topics_.lost(), losses_payload(losses, now_.time)});
+    broker_->send_event({topics_.lost(), losses_message(losses, now_.time)});
     say("lost so far: " + std::to_string(losses.frames) + " frames, " +
         std::to_string(losses.events) + " events, " + std::to_string(losses.results) +
         " results of the daemon");
@@ -254,3 +241,5 @@ void Publisher::tell_supervisor()
         alive_due_ = now_.at + notifier_.interval() / 2;
     notifier_.tell("broker: " + broker_->status() + "; " + daemon_, alive);
 }
+
+} // namespace va::mqtt

@@ -10,6 +10,9 @@
 #include <mosquitto.h>
 #include <unistd.h>
 
+namespace va::mqtt
+{
+
 namespace
 {
 
@@ -55,18 +58,18 @@ auto number_into(int &target, int smallest, int largest, const char *what)
 
 void choose_streams(const std::string &names, Source &source)
 {
-    std::vector<const StreamKind *> chosen;
+    std::vector<Stream> chosen;
     for (std::size_t begin = 0; begin <= names.size();) {
         const std::size_t end = std::min(names.find(',', begin), names.size());
         const std::string name = names.substr(begin, end - begin);
-        const StreamKind *kind = find_stream(name);
-        if (!kind)
+        const auto stream = find_stream(name);
+        if (!stream)
             throw WrongUse("no stream is called " + name);
-        chosen.push_back(kind);
+        chosen.push_back(*stream);
         begin = end + 1;
     }
     std::erase_if(source.streams,
-                  [&](const StreamKind *kind) { return !std::ranges::count(chosen, kind); });
+                  [&](Stream stream) { return !std::ranges::count(chosen, stream); });
 }
 
 OptionTable options_of(Settings &settings, Source &source)
@@ -87,12 +90,13 @@ OptionTable options_of(Settings &settings, Source &source)
         {broker, 0, "cert", "FILE", "this camera's certificate,", text_into(settings.certificate)},
         {broker, 0, "key", "FILE", "and its key", text_into(settings.key)},
         {topics, 0, "prefix", "TOPIC", "in front of all topics, default the host name",
-         text_into(settings.prefix)},
-        {topics, 0, "video-source", "NAME", "default " + settings.video_source,
-         text_into(settings.video_source)},
-        {topics, 0, "analytics", "NAME", "default " + settings.analytics,
-         text_into(settings.analytics)},
-        {topics, 0, "profile", "NAME", "default " + settings.profile, text_into(settings.profile)},
+         text_into(settings.names.prefix)},
+        {topics, 0, "video-source", "NAME", "default " + settings.names.video_source,
+         text_into(settings.names.video_source)},
+        {topics, 0, "analytics", "NAME", "default " + settings.names.analytics,
+         text_into(settings.names.analytics)},
+        {topics, 0, "profile", "NAME", "default " + settings.names.profile,
+         text_into(settings.names.profile)},
         {topics, 0, "streams", "NAMES", "of od, vmf, fd, ta, with commas; default all",
          [&](const char *text) { choose_streams(text, source); }},
         {topics, 0, "rate", "NUMBER", "frames a second at most, default 5; 0: none",
@@ -155,13 +159,13 @@ void check_level(const std::string &name, const char *what)
 void check_settings(const Settings &settings)
 {
     check_text(settings.host, "the host");
-    check_topic(settings.prefix, "prefix");
+    check_topic(settings.names.prefix, "prefix");
     if (!settings.discovery.empty())
         check_topic(settings.discovery, "prefix of discovery");
     check_text(settings.client_id, "the client id");
-    check_level(settings.video_source, "the video source");
-    check_level(settings.analytics, "the analytics configuration");
-    check_level(settings.profile, "the profile");
+    check_level(settings.names.video_source, "the video source");
+    check_level(settings.names.analytics, "the analytics configuration");
+    check_level(settings.names.profile, "the profile");
     if (!settings.password_file.empty() && settings.username.empty())
         throw WrongUse("--password-file needs --username");
     if (settings.certificate.empty() != settings.key.empty())
@@ -175,14 +179,14 @@ void fill_in(Settings &settings)
     if (settings.port == 0)
         settings.port = settings.ca_file.empty() ? usual_port : usual_tls_port;
     if (settings.client_id.empty())
-        settings.client_id = "va_mqtt-" + settings.prefix;
+        settings.client_id = "va_mqtt-" + settings.names.prefix;
 }
 
 } // namespace
 
 bool read_settings(std::span<char *> arguments, Settings &settings, Source &source)
 {
-    settings.prefix = host_name();
+    settings.names.prefix = host_name();
     source = default_source();
     const OptionTable table = options_of(settings, source);
     OptionTable written = table;
@@ -202,3 +206,5 @@ bool read_settings(std::span<char *> arguments, Settings &settings, Source &sour
     check(source);
     return true;
 }
+
+} // namespace va::mqtt

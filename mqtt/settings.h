@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/common/messages.h"
 #include "tools/common/source.h"
 
 #include <cstddef>
@@ -8,6 +9,8 @@
 
 // What va_mqtt is told: by its command line, and by a file of settings whose keys are the names of
 // the long options. What both tell, the command line tells.
+namespace va::mqtt
+{
 
 struct Settings {
     std::string file;
@@ -22,10 +25,7 @@ struct Settings {
     std::string certificate;
     std::string key;
 
-    std::string prefix; // of all topics
-    std::string video_source = "VideoSource0";
-    std::string analytics = "Analytics0";
-    std::string profile = "Profile0";
+    CameraNames names;
     std::string discovery;   // prefix of Home Assistant's discovery topics; empty: none
     int qos = 1;             // of events
     double rate = 5;         // frames a second and stream; 0: none
@@ -35,3 +35,5 @@ struct Settings {
 // Fills `settings` and `source` and checks them. Returns false when help or version was asked for
 // and printed. Throws WrongUse, and std::system_error for a file that cannot be read.
 bool read_settings(std::span<char *> arguments, Settings &settings, Source &source);
+
+} // namespace va::mqtt

@@ -5,6 +5,9 @@
 #include <fstream>
 #include <system_error>
 
+namespace va::mqtt
+{
+
 namespace
 {
 
@@ -55,3 +58,5 @@ void read_settings_file(const std::string &path, const OptionTable &table,
     if (!file.eof())
         throw std::system_error(errno, std::generic_category(), path);
 }
+
+} // namespace va::mqtt

@@ -6,14 +6,14 @@
 
 int main(int argc, char **argv)
 {
-    return run_program([&]() -> int {
-        Settings settings;
-        Source source;
-        if (!read_settings({argv, static_cast<std::size_t>(argc)}, settings, source))
+    return va::run_program([&]() -> int {
+        va::mqtt::Settings settings;
+        va::Source source;
+        if (!va::mqtt::read_settings({argv, static_cast<std::size_t>(argc)}, settings, source))
             return EXIT_SUCCESS;
-        std::vector<std::unique_ptr<Printer>> printers;
-        printers.push_back(std::make_unique<Publisher>(settings, source));
-        print_records(source, std::move(printers)); // also when there were none
+        std::vector<std::unique_ptr<va::RecordSink>> printers;
+        printers.push_back(std::make_unique<va::mqtt::Publisher>(settings, source));
+        va::print_records(source, std::move(printers)); // also when there were none
         return EXIT_SUCCESS;
     });
 }

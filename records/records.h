@@ -44,6 +44,10 @@ inline const char *StaticObjectString(std::uint32_t kind)
 // THE STAND-IN'S entries, not the chip's, which have the same sizes but other fields. A client that
 // is to run on the camera keeps what it knows of these in one place.
 
+// A line's direction: to which side a crossing alarms, seen from its start to its end; any other
+// code: to both.
+enum : std::int32_t { SIM_TO_RIGHT = 1, SIM_TO_LEFT = 2 };
+
 enum class SimObjectKind : std::uint32_t { moving = OD_DYNAMIC, stationary = OD_STATIC };
 
 // An object. Places are pixels of the scene's frame, from its top left corner, x to the right and y

@@ -6,10 +6,10 @@ jobs=$(nproc)
 export CMAKE_BUILD_PARALLEL_LEVEL=${CMAKE_BUILD_PARALLEL_LEVEL:-$jobs}
 export CTEST_PARALLEL_LEVEL=${CTEST_PARALLEL_LEVEL:-$jobs}
 
-base_packages=(g++ cmake ninja-build googletest)
+base_packages=(g++ cmake ninja-build googletest nlohmann-json3-dev)
 bench_packages=(libbenchmark-dev libevent-dev pkg-config)
 # shellcheck disable=SC2034 # of scripts that build with VA_MQTT
-mqtt_packages=(libmosquitto-dev nlohmann-json3-dev)
+mqtt_packages=(libmosquitto-dev)
 # shellcheck disable=SC2034 # of scripts that build with VA_VIDEO
 video_packages=(libopencv-{core,imgcodecs,imgproc,objdetect,video,videoio}-dev opencv-data)
 

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <system_error>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -61,6 +62,11 @@ int replace_file(const std::string &path, std::string_view content, mode_t mode)
     unlink(fresh.c_str());
     errno = error;
     return -1;
+}
+
+void throw_file_error(const std::string &path)
+{
+    throw std::system_error(errno, std::generic_category(), path);
 }
 
 } // namespace va

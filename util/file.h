@@ -18,4 +18,7 @@ int write_whole(int fd, std::string_view bytes);
 // file nor a link to one is not replaced (EISDIR, EINVAL). Throws std::bad_alloc.
 int replace_file(const std::string &path, std::string_view content, mode_t mode = 0666);
 
+// Throws errno as a std::system_error, whose text names the file.
+[[noreturn]] void throw_file_error(const std::string &path);
+
 } // namespace va

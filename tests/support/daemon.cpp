@@ -56,7 +56,7 @@ std::optional<std::string> Client::next()
 {
     constexpr int bound_ms = 20'000;
     std::span<const std::uint8_t> payload;
-    while (reader_.next(payload) != FrameReader::Result::Frame) {
+    while (reader_.next(payload) != va::FrameReader::Result::Frame) {
         std::uint8_t bytes[4096];
         pollfd readable{fd_.get(), POLLIN, 0};
         const ssize_t got =

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ipc/client/frame_reader.h"
+#include "client/frame_reader.h"
 #include "tests/support/program.h"
 #include "tests/support/temp_dir.h"
 #include "util/fd.h"
@@ -51,5 +51,5 @@ public:
 
 private:
     Fd fd_;
-    FrameReader reader_;
+    va::FrameReader reader_;
 };

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ipc/client/frame_reader.h"
+#include "client/frame_reader.h"
 #include "ipc/network/sck_svr.h"
 #include "tests/support/ipc_loop.h"
 
@@ -25,12 +25,12 @@ struct LocalStream {
         } while (server->clients->send.count > 0);
         std::vector<std::string> all;
         std::span<const std::uint8_t> payload;
-        while (reader.next(payload) == FrameReader::Result::Frame)
+        while (reader.next(payload) == va::FrameReader::Result::Frame)
             all.emplace_back(payload.begin(), payload.end());
         return all;
     }
 
     sck_svr_t *server = nullptr;
     std::optional<LoopClient> client;
-    FrameReader reader;
+    va::FrameReader reader;
 };

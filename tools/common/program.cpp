@@ -1,8 +1,7 @@
 #include "tools/common/program.h"
 
-#include "tools/common/replay.h"
-#include "tools/common/standard_output.h"
-#include "tools/common/verdict.h"
+#include "client/verdict.h"
+#include "tools/common/printing.h"
 #include "tools/common/watch.h"
 #include "util/fd.h"
 
@@ -11,6 +10,9 @@
 #include <new>
 #include <stdexcept>
 #include <utility>
+
+namespace va
+{
 
 const char EXIT_STATUSES[] =
     "\n"
@@ -36,7 +38,7 @@ int without_records(const std::string &directory)
 
 int run_program(const std::function<int()> &body)
 {
-    va::open_standard_descriptors();
+    open_standard_descriptors();
     std::signal(SIGPIPE, SIG_IGN);
     prepare_report();
     try {
@@ -54,18 +56,20 @@ int run_program(const std::function<int()> &body)
     return FAILED;
 }
 
-int print_records(const Source &source, std::vector<std::unique_ptr<Printer>> printers,
+int print_records(const Source &source, std::vector<std::unique_ptr<RecordSink>> all,
                   Selection selection)
 {
-    Output output(std::move(printers), source.count, std::move(selection));
+    Sinks sinks(std::move(all), source.count, std::move(selection));
     try {
         if (source.capture.empty())
-            output.tell(&Printer::finish, watch(source, output));
+            sinks.call(&RecordSink::finish, watch(source, sinks));
         else
-            replay(source, output);
+            replay(source, sinks);
     } catch (const OutputEnded &) {
     }
-    if (output.any())
+    if (sinks.any())
         return RECORDS_CAME;
     return source.capture.empty() ? without_records(source.directory) : NO_RECORDS;
 }
+
+} // namespace va

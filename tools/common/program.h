@@ -1,7 +1,7 @@
 #pragma once
 
-#include "tools/common/exit_status.h"
-#include "tools/common/output.h"
+#include "client/verdict.h"
+#include "tools/common/sink.h"
 #include "tools/common/source.h"
 
 #include <functional>
@@ -9,6 +9,8 @@
 #include <vector>
 
 // What every program here does the same way.
+namespace va
+{
 
 // Its end of the manual.
 extern const char EXIT_STATUSES[];
@@ -21,5 +23,7 @@ int run_program(const std::function<int()> &body);
 // standard output that nobody reads any more is a common end. When none came from a daemon that can
 // be asked, says what is wrong with it, if anything is. Throws std::runtime_error, also at
 // the end of a capture that is not whole, and what a printer throws.
-int print_records(const Source &source, std::vector<std::unique_ptr<Printer>> printers,
+int print_records(const Source &source, std::vector<std::unique_ptr<RecordSink>> printers,
                   Selection selection = {});
+
+} // namespace va

@@ -1,12 +1,14 @@
-#include "tools/common/replay.h"
-
-#include "tools/common/capture.h"
+#include "client/capture.h"
 #include "tools/common/stop.h"
+#include "tools/common/watch.h"
 
 #include <algorithm>
 #include <stdexcept>
 
 #include <poll.h>
+
+namespace va
+{
 
 namespace
 {
@@ -15,7 +17,7 @@ namespace
 class Player
 {
 public:
-    Player(const Source &source, Output &output) : source_(source), output_(output) {}
+    Player(const Source &source, Sinks &sinks) : source_(source), sinks_(sinks) {}
 
     // False when that was the last one wanted.
     bool take(const Record &record)
@@ -26,21 +28,21 @@ public:
         now_ = {record.time, record.at};
         if (must_stop())
             return false;
-        return std::ranges::count(source_.streams, &record.kind) == 0 || output_.print(record);
+        return std::ranges::count(source_.streams, record.stream) == 0 || sinks_.record(record);
     }
 
     const Moment &now() const { return now_; }
 
 private:
-    // Without a pace nothing is waited for, and nobody asks how it stands meanwhile.
+    // Without a pace nothing is waited for, and nobody asks for a report meanwhile.
     void wait_until(Elapsed at)
     {
         if (source_.pace == 0)
             return;
         for (Elapsed next; now_.at < at && !must_stop(); pass_to(next)) {
-            next = std::min(at, output_.due());
+            next = std::min(at, sinks_.due());
             const auto left = std::chrono::ceil<Elapsed>((next - elapsed()) / source_.pace);
-            poll(nullptr, 0, patience_ms(std::max(left, Elapsed())));
+            poll(nullptr, 0, timeout_ms(std::max(left, Elapsed())));
         }
     }
 
@@ -48,7 +50,7 @@ private:
     {
         const Elapsed at = std::max(now_.at, std::min(next, elapsed()));
         now_ = {now_.time + (at - now_.at), at};
-        output_.tell(&Printer::tick, now_);
+        sinks_.call(&RecordSink::tick, now_);
     }
 
     Elapsed elapsed() const
@@ -57,20 +59,22 @@ private:
     }
 
     const Source &source_;
-    Output &output_;
+    Sinks &sinks_;
     Clock::time_point start_ = Clock::now();
     Moment now_{};
 };
 
 } // namespace
 
-void replay(const Source &source, Output &output)
+void replay(const Source &source, Sinks &sinks)
 {
     prepare_stop(std::nullopt);
-    Player player(source, output);
+    Player player(source, sinks);
     const std::string fault =
         read_capture(source.capture, [&](const Record &record) { return player.take(record); });
-    output.tell(&Printer::finish, player.now());
+    sinks.call(&RecordSink::finish, player.now());
     if (!fault.empty())
         throw std::runtime_error(source.capture + ": " + fault);
 }
+
+} // namespace va

@@ -1,11 +1,14 @@
 #include "tools/common/source.h"
 
-#include "ipc/client/run_dir.h"
-#include "tools/common/text.h"
+#include "client/run_dir.h"
+#include "util/text.h"
 
 #include <algorithm>
 
 #include <sys/un.h>
+
+namespace va
+{
 
 namespace
 {
@@ -35,8 +38,7 @@ Source default_source()
 {
     Source source;
     source.directory = VAIPC_RUN_DIR;
-    for (const StreamKind &kind : STREAM_KINDS)
-        source.streams.push_back(&kind);
+    source.streams.assign(STREAMS.begin(), STREAMS.end());
     return source;
 }
 
@@ -63,3 +65,5 @@ void check(const Source &source)
     if (source.directory.size() + longest_name > sizeof(sockaddr_un::sun_path))
         throw WrongUse("the directory's name is too long for a socket");
 }
+
+} // namespace va

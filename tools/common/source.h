@@ -1,7 +1,7 @@
 #pragma once
 
-#include "tools/common/command_line.h"
-#include "tools/common/stream_kind.h"
+#include "client/streams.h"
+#include "tools/common/options.h"
 
 #include <chrono>
 #include <cstdint>
@@ -10,11 +10,14 @@
 #include <string>
 #include <vector>
 
+namespace va
+{
+
 // Where a program's records come from, and for how long.
 struct Source {
-    std::string directory;                   // of the sockets
-    std::string capture;                     // to be read instead of the sockets, unless empty
-    std::vector<const StreamKind *> streams; // each once, in the order of STREAM_KINDS
+    std::string directory;       // of the sockets
+    std::string capture;         // to be read instead of the sockets, unless empty
+    std::vector<Stream> streams; // each once, in the order of STREAMS
     std::uint64_t count = std::numeric_limits<std::uint64_t>::max(); // of records
     std::optional<std::chrono::milliseconds> time_limit;
     double pace = 0; // of a capture: how much faster than it came; 0: all at once
@@ -32,3 +35,5 @@ std::chrono::milliseconds parse_time(const char *text);
 
 // Throws WrongUse when the sockets' names would be too long.
 void check(const Source &source);
+
+} // namespace va

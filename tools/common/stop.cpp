@@ -4,6 +4,9 @@
 #include <atomic>
 #include <csignal>
 
+namespace va
+{
+
 namespace
 {
 
@@ -33,10 +36,12 @@ bool must_stop()
     return stop_requested || (end && Clock::now() >= *end);
 }
 
-int patience_ms(std::chrono::microseconds longest)
+int timeout_ms(std::chrono::microseconds longest)
 {
     std::chrono::nanoseconds left = std::min<std::chrono::microseconds>(longest_wait, longest);
     if (end)
         left = std::min<std::chrono::nanoseconds>(left, *end - Clock::now());
     return std::max(0, static_cast<int>(std::chrono::ceil<milliseconds>(left).count()));
 }
+
+} // namespace va

@@ -3,8 +3,10 @@
 #include <chrono>
 #include <optional>
 
-// When the program has to end: SIGINT or SIGTERM has come, or its time is up. One for the process,
-// as signals are.
+// When the program has to end: SIGINT or SIGTERM has arrived, or its time is up. One for the
+// process, as signals are.
+namespace va
+{
 
 using Clock = std::chrono::steady_clock;
 
@@ -16,4 +18,6 @@ bool must_stop();
 
 // Milliseconds to wait at most before must_stop() is to be asked again, and not beyond `longest`; 0
 // when the time is up.
-int patience_ms(std::chrono::microseconds longest = std::chrono::microseconds::max());
+int timeout_ms(std::chrono::microseconds longest = std::chrono::microseconds::max());
+
+} // namespace va

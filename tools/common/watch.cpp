@@ -1,8 +1,7 @@
 #include "tools/common/watch.h"
 
-#include "ipc/client/stream_client.h"
-#include "tools/common/inquiry.h"
-#include "tools/common/standard_output.h"
+#include "client/stream_client.h"
+#include "tools/common/printing.h"
 #include "tools/common/stop.h"
 
 #include <algorithm>
@@ -13,91 +12,202 @@
 #include <poll.h>
 #include <unistd.h>
 
+namespace va
+{
+
 namespace
 {
 
-// Between two attempts to connect.
-constexpr std::chrono::milliseconds retry_interval{200};
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+constexpr milliseconds retry_interval{200}; // of attempts to connect
+constexpr milliseconds answer_interval{10}; // of looks for an answer
+constexpr seconds status_interval{2};       // of questions, while somebody wants the status
+constexpr seconds silence{3};               // before a daemon is asked whether it is well
+constexpr seconds silent_interval{10};      // of questions, as long as it is silent
 
 std::atomic<bool> report_requested{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "written by a signal handler");
 
 // One stream. What becomes of its connection is said on standard error, whenever it changes, and to
-// the printers.
-class Stream
+// the sinks.
+class Subscription
 {
 public:
-    Stream(const StreamKind &kind, const std::string &directory)
-        : kind_(kind), client_(directory + "/" + std::string(kind.name))
+    Subscription(Stream stream, const std::string &directory)
+        : stream_(stream), client_(directory + "/" + std::string(name_of(stream)))
     {
     }
 
     int descriptor() const { return client_.fd(); }
     bool is_connected() const { return client_.state() == StreamClient::State::Connected; }
 
-    void connect(const Moment &now, Output &output)
+    void connect(const Moment &now, Sinks &sinks)
     {
         client_.connect();
-        tell_status(now, output);
+        report(now, sinks);
     }
 
-    // One read.
-    void receive(const Moment &now, Output &output, Inquiry &inquiry)
+    // One read; returns whether it brought a record.
+    bool receive(const Moment &now, Sinks &sinks)
     {
+        bool any = false;
         client_.receive([&](std::span<const std::uint8_t> payload) {
-            tell_status(now, output); // of a connection that counts as one by its first record
-            inquiry.heard(now);
-            return output.print({kind_, now.time, now.at, payload});
+            report(now, sinks); // of a connection that counts as one by its first record
+            any = true;
+            return sinks.record({stream_, now.time, now.at, payload});
         });
-        tell_status(now, output);
+        report(now, sinks);
+        return any;
+    }
+
+    // That the daemon, which runs, does not serve it.
+    void set_status(const Moment &now, const DaemonStatus &status, Sinks &sinks)
+    {
+        const std::string module(info_of(stream_).module);
+        is_off_ = status.value("module." + module + ".state") == "off";
+        report(now, sinks);
     }
 
 private:
-    void tell_status(const Moment &now, Output &output)
+    std::string text() const
     {
-        if (client_.status() == said_)
-            return;
-        said_ = client_.status();
-        say(std::string(kind_.name) + ": " + said_);
-        output.tell(&Printer::connection, Connection{kind_, now, is_connected(), said_});
+        if (is_off_ && !is_connected())
+            return std::string(info_of(stream_).module) + " is off";
+        return client_.status();
     }
 
-    const StreamKind &kind_;
+    void report(const Moment &now, Sinks &sinks)
+    {
+        is_off_ = is_off_ && !is_connected();
+        if (text() == said_)
+            return;
+        said_ = text();
+        say(std::string(name_of(stream_)) + ": " + said_);
+        sinks.call(&RecordSink::connection, Connection{stream_, now, is_connected(), said_});
+    }
+
+    Stream stream_;
     StreamClient client_;
+    bool is_off_ = false;
     std::string said_;
+};
+
+// Asks the daemon for its status, while other things go on: when it connects or a stream is
+// missing, every two seconds where a sink wants to know, and when it is silent, to tell one that
+// has nothing to report from one that hangs, runs without analytics or cannot write its status.
+class StatusMonitor
+{
+public:
+    StatusMonitor(const std::string &directory, Sinks &sinks)
+        : directory_(directory), sinks_(sinks), wanted_(sinks.want_status())
+    {
+    }
+
+    // A record arrived; the end of a connection is none.
+    void hear(const Moment &now)
+    {
+        heard_ = now.at;
+        if (verdict_ != NO_STATUS) // of which a record tells nothing
+            judge_as(now, {IS_WELL, "va runs"});
+    }
+
+    // Several times a second. Returns the answer, once, when there is one.
+    std::optional<DaemonStatus> pass(const Moment &now, bool connected, bool complete)
+    {
+        if (!connected && std::exchange(connected_, false))
+            verdict_ = IS_WELL; // whoever comes next
+        if (connected && !std::exchange(connected_, true)) {
+            heard_ = now.at;
+            due_ = now.at;
+        }
+        if (!query_ && now.at >= due_ && is_asked(now, complete)) {
+            was_silent_ = is_silent(now);
+            query_.emplace(directory_);
+            due_ = now.at + status_interval;
+            if (was_silent_ && !wanted_)
+                due_ = now.at + silent_interval;
+        }
+        auto answer = query_ ? query_->poll() : std::nullopt;
+        if (answer) {
+            query_.reset();
+            take(now, *answer);
+        }
+        return answer;
+    }
+
+    // When pass() is to be called again at the latest.
+    Elapsed due(Elapsed now) const { return query_ ? now + answer_interval : Elapsed::max(); }
+
+private:
+    bool is_silent(const Moment &now) const { return connected_ && now.at - heard_ >= silence; }
+    bool is_asked(const Moment &now, bool complete) const
+    {
+        return wanted_ || !complete || is_silent(now);
+    }
+
+    void take(const Moment &now, const DaemonStatus &status)
+    {
+        using enum DaemonStatus::Answer;
+        if (status.answer == Answered)
+            sinks_.call(&RecordSink::status, now, status);
+        // Where records come nothing is wrong; and one that takes no requests may be quite well.
+        if (was_silent_ && is_silent(now) &&
+            (status.answer == Answered || status.answer == None || status.answer == Unwritten))
+            judge_as(now, judge(status));
+    }
+
+    void judge_as(const Moment &now, const Verdict &verdict)
+    {
+        if (std::exchange(verdict_, verdict.status) == verdict.status)
+            return;
+        say(verdict.text);
+        sinks_.call(&RecordSink::verdict, now, verdict);
+    }
+
+    std::string directory_;
+    Sinks &sinks_;
+    bool wanted_;
+    bool connected_ = false;
+    Elapsed heard_{};
+    Elapsed due_{};
+    bool was_silent_ = false; // when it was asked
+    std::optional<StatusQuery> query_;
+    ExitStatus verdict_ = IS_WELL; // that was reported
 };
 
 class Watch
 {
 public:
-    Watch(const Source &source, Output &output)
-        : output_(output), inquiry_(source.directory, output)
+    Watch(const Source &source, Sinks &sinks) : sinks_(sinks), monitor_(source.directory, sinks)
     {
-        for (const StreamKind *kind : source.streams)
-            streams_.emplace_back(*kind, source.directory);
-        // poll() passes over the descriptor -1. Of the output it only tells that nobody reads it.
-        polled_.resize(streams_.size());
+        for (const Stream stream : source.streams)
+            subscriptions_.emplace_back(stream, source.directory);
+        // poll() passes over the descriptor -1. Of the output it only says that nobody reads it.
+        polled_.resize(subscriptions_.size());
         polled_.push_back({STDOUT_FILENO, 0, 0});
         prepare_stop(source.time_limit ? std::optional(start_ + *source.time_limit) : std::nullopt);
     }
 
     bool goes_on() const
     {
-        return !must_stop() && !output_.is_complete() && !(polled_.back().revents & POLLERR);
+        return !must_stop() && !sinks_.is_complete() && !(polled_.back().revents & POLLERR);
     }
 
     void pass()
     {
         connect_all();
-        for (std::size_t i = 0; i < streams_.size(); ++i)
-            polled_[i] = {streams_[i].descriptor(), POLLIN, 0};
-        const int patience = patience_ms(std::max(output_.due() - now().at, Elapsed()));
-        if (poll(polled_.data(), polled_.size(), patience) > 0)
+        for (std::size_t i = 0; i < subscriptions_.size(); ++i)
+            polled_[i] = {subscriptions_[i].descriptor(), POLLIN, 0};
+        const Elapsed before = now().at;
+        const Elapsed due = std::min(sinks_.due(), monitor_.due(before));
+        if (poll(polled_.data(), polled_.size(), timeout_ms(std::max(due - before, Elapsed()))) > 0)
             receive_all();
-        inquiry_.pass(now(), std::ranges::any_of(streams_, &Stream::is_connected));
+        ask();
         if (report_requested.exchange(false))
-            output_.tell(&Printer::report, now());
-        output_.tell(&Printer::tick, now());
+            sinks_.call(&RecordSink::report, now());
+        sinks_.call(&RecordSink::tick, now());
     }
 
     Moment now() const
@@ -111,22 +221,33 @@ private:
     {
         if (Clock::now() < next_attempt_)
             return;
-        for (Stream &stream : streams_)
-            stream.connect(now(), output_);
+        for (Subscription &subscription : subscriptions_)
+            subscription.connect(now(), sinks_);
         next_attempt_ = Clock::now() + retry_interval;
     }
 
     void receive_all()
     {
-        for (std::size_t i = 0; i < streams_.size() && !output_.is_complete(); ++i) {
-            if (polled_[i].revents)
-                streams_[i].receive(now(), output_, inquiry_);
+        for (std::size_t i = 0; i < subscriptions_.size() && !sinks_.is_complete(); ++i) {
+            if (polled_[i].revents && subscriptions_[i].receive(now(), sinks_))
+                monitor_.hear(now());
         }
     }
 
-    Output &output_;
-    Inquiry inquiry_;
-    std::vector<Stream> streams_;
+    void ask()
+    {
+        const auto connected = std::ranges::count_if(subscriptions_, &Subscription::is_connected);
+        const bool complete = std::cmp_equal(connected, subscriptions_.size());
+        const auto status = monitor_.pass(now(), connected > 0, complete);
+        if (!status || status->answer != DaemonStatus::Answer::Answered)
+            return;
+        for (Subscription &subscription : subscriptions_)
+            subscription.set_status(now(), *status, sinks_);
+    }
+
+    Sinks &sinks_;
+    StatusMonitor monitor_;
+    std::vector<Subscription> subscriptions_;
     std::vector<pollfd> polled_;
     Clock::time_point start_ = Clock::now();
     Clock::time_point next_attempt_{};
@@ -141,10 +262,12 @@ void prepare_report()
     sigaction(SIGUSR1, &action, nullptr);
 }
 
-Moment watch(const Source &source, Output &output)
+Moment watch(const Source &source, Sinks &sinks)
 {
-    Watch watch(source, output);
+    Watch watch(source, sinks);
     while (watch.goes_on())
         watch.pass();
     return watch.now();
 }
+
+} // namespace va

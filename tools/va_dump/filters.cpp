@@ -1,44 +1,51 @@
 #include "tools/va_dump/filters.h"
 
-#include "records/records.h"
-#include "tools/common/command_line.h"
-#include "tools/common/event_text.h"
+#include "tools/common/options.h"
 
+#include <algorithm>
 #include <charconv>
-#include <string>
+
+namespace va::dump
+{
 
 namespace
 {
 
-constexpr std::size_t line_code = 1; // of the alarm masks
-
 using Payload = std::span<const std::uint8_t>;
 
-Sighting::Kind parse_kind(std::string_view text)
+Detection::Kind parse_kind(std::string_view text)
 {
-    for (const auto kind : {Sighting::Kind::Moving, Sighting::Kind::Static, Sighting::Kind::Face}) {
+    using enum Detection::Kind;
+    for (const auto kind : {Moving, Static, Face}) {
         if (text == kind_word(kind))
             return kind;
     }
     if (text == "dynamic") // as the chip calls it
-        return Sighting::Kind::Moving;
+        return Moving;
     throw WrongUse("no kind is called " + std::string(text) + ", but moving, static, face");
 }
 
-std::uint32_t parse_number(std::string_view text, int base = 10)
+std::uint32_t parse_number(std::string_view text)
 {
     std::uint32_t number = 0;
-    const auto [stop, error] =
-        std::from_chars(text.data(), text.data() + text.size(), number, base);
+    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     if (error != std::errc() || stop != text.data() + text.size())
         throw WrongUse("no number: " + std::string(text));
     return number;
 }
 
+// A number, or a name that begins as those of lines or areas do.
+std::string parse_rule(std::string_view text, std::string_view beginning)
+{
+    const bool is_name = text.starts_with(beginning);
+    const std::uint32_t number = parse_number(is_name ? text.substr(beginning.size()) : text);
+    return std::string(is_name ? beginning : "") + std::to_string(number);
+}
+
 void require_layout()
 {
     if (OBJECT_FIELDS.empty())
-        throw WrongUse("what is in the chip's entries is not known: filter by line alone");
+        throw WrongUse("what is in the chip's entries is not known: filter by line or area alone");
 }
 
 } // namespace
@@ -49,7 +56,9 @@ void Filters::add(std::string_view text)
     const std::string_view name = text.substr(0, sign);
     const std::string_view value = text.substr(sign + 1);
     if (name == "line") {
-        lines_.insert(parse_number(value));
+        lines_.insert(parse_rule(value, "CrossLine.C"));
+    } else if (name == "area") {
+        areas_.insert(parse_rule(value, "ObjectDetection.O"));
     } else if (name == "id") {
         require_layout();
         ids_.insert(parse_number(value));
@@ -57,33 +66,52 @@ void Filters::add(std::string_view text)
         require_layout();
         kinds_.insert(parse_kind(value));
     } else {
-        throw WrongUse("no filter is called " + std::string(name) + ", but kind, id, line");
+        throw WrongUse("no filter is called " + std::string(name) + ", but kind, id, line, area");
     }
+}
+
+bool Filters::have_names() const
+{
+    const auto is_name = [](const std::string &value) { return value.find('.') != value.npos; };
+    return std::ranges::any_of(lines_, is_name) || std::ranges::any_of(areas_, is_name);
+}
+
+void Filters::set_scene(const std::optional<Scene> &scene)
+{
+    rules_ = scene ? scene->rules : std::vector<AlarmRule>();
 }
 
 std::optional<Payload> Filters::select(const Record &record)
 {
     if (empty())
         return record.payload;
-    if (record.kind.name == "vmf") {
-        const Words masks(record.payload);
-        for (std::uint32_t bit = 0; masks.size() > line_code && bit < 32; ++bit) {
-            if (masks[line_code] >> bit & 1 && want_line(bit))
-                return record.payload;
-        }
-        return std::nullopt;
+    switch (record.stream) {
+    case Stream::vmf:
+        if (std::ranges::any_of(alarms_in(record),
+                                [this](Alarm alarm) { return want_alarm(alarm); }))
+            return record.payload;
+        break;
+    case Stream::od:
+    case Stream::fd:
+        if (are_about_objects())
+            return select_entries(record);
+        break;
+    case Stream::ta:
+        break;
     }
-    const bool is_objects = record.kind.name == "od";
-    if (!are_about_objects() || (!is_objects && record.kind.name != "fd"))
-        return std::nullopt;
-    const std::vector<Sighting> all =
-        is_objects ? objects_in(record.payload) : faces_in(record.payload);
-    const std::size_t size = is_objects ? OD_ENTRY_SIZE : FD_ENTRY_SIZE;
+    return std::nullopt;
+}
+
+std::optional<Payload> Filters::select_entries(const Record &record)
+{
+    const std::size_t size = info_of(record.stream).entry_words * sizeof(std::uint32_t);
+    Payload rest = record.payload;
     entries_.clear();
-    for (std::size_t i = 0; i < all.size(); ++i) {
-        const Payload entry = record.payload.subspan(i * size, size);
-        if (want(all[i]))
-            entries_.insert(entries_.end(), entry.begin(), entry.end());
+    for (const Detection &each : detections_in(record)) {
+        if (want_object(each.kind, each.number))
+            entries_.insert(entries_.end(), rest.begin(),
+                            rest.begin() + static_cast<std::ptrdiff_t>(size));
+        rest = rest.subspan(size);
     }
     return entries_.empty() ? std::nullopt : std::optional<Payload>(entries_);
 }
@@ -94,22 +122,51 @@ bool Filters::want(const Event &event) const
     switch (event.kind) {
     case ObjectAppeared:
     case ObjectLeft:
-        return empty() || (are_about_objects() && want(event.from));
+        return empty() || (are_about_objects() && want_object(event.from.kind, event.from.number));
     case LineCrossed:
-        return empty() ||
-               want_line(static_cast<std::uint32_t>(event.rule.number.value_or(event.rule.bit)));
     case AreaEntered:
     case AreaLeft:
+        return empty() || want_alarm_of(event);
     case TamperBegan:
     case TamperEnded:
         return empty();
-    default:
-        return true;
+    case DaemonHere:
+    case DaemonGone:
+    case DaemonUnwell:
+    case DaemonWell:
+    case ResultsMissed:
+        break;
     }
+    return true;
 }
 
-bool Filters::want(const Sighting &seen) const
+bool Filters::want_alarm_of(const Event &event) const
 {
-    return (kinds_.empty() || kinds_.contains(seen.kind)) &&
-           (ids_.empty() || ids_.contains(seen.number));
+    const auto wanted = [this](const Participant &each) {
+        return want_object(each.kind, each.number);
+    };
+    return (!have_rules() || want_rule(event.rule)) &&
+           (!are_about_objects() || std::ranges::any_of(event.participants, wanted));
 }
+
+bool Filters::want_object(Detection::Kind kind, std::uint32_t number) const
+{
+    return (kinds_.empty() || kinds_.contains(kind)) && (ids_.empty() || ids_.contains(number));
+}
+
+bool Filters::want_rule(const AlarmRule &rule) const
+{
+    const Values &values = rule.source == AlarmRule::Source::Line ? lines_ : areas_;
+    return values.contains(std::to_string(rule.number.value_or(rule.bit))) ||
+           values.contains(name_of(rule));
+}
+
+bool Filters::want_alarm(Alarm alarm) const
+{
+    const auto known = std::ranges::find_if(rules_, [=](const AlarmRule &rule) {
+        return rule.event == alarm.event && rule.bit == alarm.bit;
+    });
+    return want_rule(known != rules_.end() ? *known : unknown_rule(alarm));
+}
+
+} // namespace va::dump

@@ -4,6 +4,9 @@
 
 #include <filesystem>
 
+namespace va::dump
+{
+
 namespace
 {
 
@@ -17,10 +20,11 @@ constexpr char introduction[] =
     "    fd   faces, 7 words each\n"
     "    ta   tamper result, 4 words\n"
     "Without a stream, all four. Sockets that do not exist yet are waited for. With a filter only\n"
-    "what it is about: kind=moving (static, face), id=NUMBER, line=NUMBER.\n"
+    "what it is about: kind=moving (static, face), id=NUMBER, line=NAME, area=NAME, where NAME is\n"
+    "CrossLine.C0, say, or its number.\n"
     "\n";
 constexpr char conclusion[] =
-    "With --status and --metrics: 0 when the daemon is well, 4 when it "
+    "With --status, --metrics and --reconfig: 0 when the daemon is well, 4 when it "
     "does not run, 5 when it hangs, 6\n"
     "when it runs without analytics, 7 when it cannot write its status.\n";
 constexpr char printed[] = "What is printed:";
@@ -46,9 +50,11 @@ OptionTable table_of(Options &options)
          turn_on(options.status)},
         {printed, 0, "metrics", nullptr, "no records, but figures of the daemon, for Prometheus",
          turn_on(options.metrics)},
+        {printed, 0, "reconfig", nullptr, "have the daemon read its settings again; what it read",
+         turn_on(options.reload)},
         {besides, 'w', "write", "FILE", "write the records to FILE",
          [&](const char *text) { options.copy = text; }},
-        {besides, 0, "size", "NUMBER", "at so many bytes FILE becomes FILE.1 and begins anew",
+        {besides, 0, "size", "NUMBER", "at so many bytes FILE is renamed to FILE.1",
          [&](const char *text) { options.copy_size = parse_count(text, "number of bytes"); }},
     };
     for (Option &option : source_options(options.source))
@@ -59,8 +65,8 @@ OptionTable table_of(Options &options)
 std::string stream_names()
 {
     std::string names;
-    for (const StreamKind &kind : STREAM_KINDS)
-        names += (names.empty() ? "" : ", ") + std::string(kind.name);
+    for (const Stream stream : STREAMS)
+        names += (names.empty() ? "" : ", ") + std::string(name_of(stream));
     return names;
 }
 
@@ -74,16 +80,16 @@ void take_operands(std::span<char *const> operands, Options &options)
             options.filters.add(operand);
             continue;
         }
-        const StreamKind *kind = find_stream(operand);
-        if (!kind)
+        const auto stream = find_stream(operand);
+        if (!stream)
             throw WrongUse("no stream is called " + operand + ", but " + stream_names());
-        if (options.status || options.metrics)
-            throw WrongUse("--status and --metrics take no stream");
-        any = wanted[index_of(*kind)] = true;
+        if (options.asks_daemon())
+            throw WrongUse("--status, --metrics and --reconfig take no stream");
+        any = wanted[index_of(*stream)] = true;
     }
     if (any)
         std::erase_if(options.source.streams,
-                      [&](const StreamKind *kind) { return !wanted[index_of(*kind)]; });
+                      [&](Stream stream) { return !wanted[index_of(stream)]; });
 }
 
 void check_together(const Options &options)
@@ -98,13 +104,16 @@ void check_together(const Options &options)
         {options.events && options.figures, "-e and -q exclude each other"},
         {options.events && options.hexadecimal, "-e and -x exclude each other"},
         {options.events && options.labels, "-e and -l exclude each other"},
-        {options.status && options.metrics, "--status and --metrics exclude each other"},
+        {options.status + options.metrics + options.reload > 1,
+         "--status, --metrics and --reconfig exclude each other"},
         {options.json && options.metrics, "-j and --metrics exclude each other"},
         {(options.events || options.figures || options.labels || options.hexadecimal) &&
-             (options.status || options.metrics),
-         "--status and --metrics show no records: -e, -q, -l and -x are of these"},
+             options.asks_daemon(),
+         "--status, --metrics and --reconfig show no records: -e, -q, -l and -x are of these"},
         {options.period != Elapsed::max() && !options.figures, "--every is of -q"},
         {options.copy_size && options.copy.empty(), "--size is of -w"},
+        {!options.source.capture.empty() && options.filters.have_names(),
+         "in a file of records lines and areas have no names, but the numbers of their bits"},
     };
     for (const auto &[both, text] : conflicts) {
         if (both)
@@ -128,3 +137,5 @@ bool parse_options(std::span<char *> arguments, Options &options)
     check_together(options);
     return true;
 }
+
+} // namespace va::dump

@@ -1,57 +1,98 @@
-#include "tools/common/capture.h"
+#include "client/capture.h"
+#include "tools/common/printing.h"
 #include "tools/common/program.h"
-#include "tools/common/standard_output.h"
-#include "tools/va_dump/event_printer.h"
-#include "tools/va_dump/figures_printer.h"
-#include "tools/va_dump/json_printer.h"
-#include "tools/va_dump/metrics.h"
 #include "tools/va_dump/options.h"
-#include "tools/va_dump/status_json.h"
-#include "tools/va_dump/status_words.h"
-#include "tools/va_dump/text_printer.h"
+#include "tools/va_dump/record_sinks.h"
+#include "tools/va_dump/status_printing.h"
+
+namespace va::dump
+{
 
 namespace
 {
 
-std::unique_ptr<Printer> make_printer(const Options &options)
+class CaptureSink : public RecordSink
+{
+public:
+    CaptureSink(const std::string &path, std::optional<std::uint64_t> size) : writer_(path, size) {}
+    void record(const Record &record) override { writer_.write(record); }
+    void tick(const Moment &) override { writer_.flush(); }
+    void finish(const Moment &) override { writer_.flush(); }
+
+private:
+    CaptureWriter writer_;
+};
+
+// Lets the filters know what lines and areas are called.
+class FilterNames : public RecordSink
+{
+public:
+    explicit FilterNames(Filters &filters) : filters_(filters) {}
+    void record(const Record &) override {}
+    bool wants_status() const override { return true; }
+    void status(const Moment &, const DaemonStatus &status) override
+    {
+        filters_.set_scene(scene_of(status));
+    }
+
+private:
+    Filters &filters_;
+};
+
+std::unique_ptr<RecordSink> make_sink(const Options &options)
 {
     if (options.events)
-        return std::make_unique<EventPrinter>(
-            options.json ? EventPrinter::Style::Json : EventPrinter::Style::Text, options.filters,
-            options.source.count, options.source.capture.empty() ? options.source.directory : "");
+        return std::make_unique<EventSink>(
+            options.json ? EventSink::Style::Json : EventSink::Style::Text, options.filters,
+            options.source.count, options.source.capture.empty());
     if (options.figures)
-        return std::make_unique<FiguresPrinter>(options.source.streams, options.period);
+        return std::make_unique<FiguresSink>(options.source.streams, options.period);
     if (options.json)
-        return std::make_unique<JsonPrinter>(options.labels);
-    return std::make_unique<TextPrinter>(
+        return std::make_unique<JsonSink>(options.labels);
+    return std::make_unique<TextSink>(
         WordStyle{options.hexadecimal ? Base::Hexadecimal : Base::Decimal, options.labels});
 }
 
-std::vector<std::unique_ptr<Printer>> make_printers(const Options &options)
+// Events are filtered, not what they are made of.
+bool are_records_filtered(const Options &options)
 {
-    std::vector<std::unique_ptr<Printer>> printers;
-    printers.push_back(make_printer(options));
-    if (!options.copy.empty())
-        printers.push_back(std::make_unique<CaptureWriter>(options.copy, options.copy_size));
-    return printers;
+    return !options.events && !options.filters.empty();
 }
 
-// Events are filtered, not what they are made of.
+std::vector<std::unique_ptr<RecordSink>> make_sinks(Options &options)
+{
+    std::vector<std::unique_ptr<RecordSink>> sinks;
+    sinks.push_back(make_sink(options));
+    if (!options.copy.empty())
+        sinks.push_back(std::make_unique<CaptureSink>(options.copy, options.copy_size));
+    if (are_records_filtered(options) && options.filters.have_rules())
+        sinks.push_back(std::make_unique<FilterNames>(options.filters));
+    return sinks;
+}
+
 Selection make_selection(Options &options)
 {
-    if (options.events || options.filters.empty())
+    if (!are_records_filtered(options))
         return {};
     return [&](const Record &record) { return options.filters.select(record); };
 }
 
+DaemonStatus ask(const Options &options)
+{
+    return options.reload ? reload_settings(options.source.directory)
+                          : ask_daemon_status(options.source.directory);
+}
+
 int print_status(const Options &options)
 {
-    const DaemonStatus status = ask_daemon_status(options.source.directory);
+    const DaemonStatus status = ask(options);
     const Verdict verdict = judge(status);
     if (options.json)
         write_line(status_json(status, verdict));
     else if (options.status)
-        write_text(status_words(status, verdict));
+        write_text(status_text(status, verdict));
+    else if (options.reload)
+        write_text(settings_text(status, verdict));
     else
         write_text(metrics_of(status));
     if (options.metrics && verdict.status != IS_WELL)
@@ -59,18 +100,23 @@ int print_status(const Options &options)
     return verdict.status;
 }
 
+int run(std::span<char *> arguments)
+{
+    Options options;
+    if (!parse_options(arguments, options))
+        return RECORDS_CAME;
+    if (options.asks_daemon())
+        return print_status(options);
+    if (!options.source.capture.empty() && !options.copy.empty())
+        check_capture(options.source.capture); // before the copy takes the place of a file
+    return print_records(options.source, make_sinks(options), make_selection(options));
+}
+
 } // namespace
+
+} // namespace va::dump
 
 int main(int argc, char **argv)
 {
-    return run_program([&]() -> int {
-        Options options;
-        if (!parse_options({argv, static_cast<std::size_t>(argc)}, options))
-            return RECORDS_CAME;
-        if (options.status || options.metrics)
-            return print_status(options);
-        if (!options.source.capture.empty() && !options.copy.empty())
-            check_capture(options.source.capture); // before the copy takes the place of a file
-        return print_records(options.source, make_printers(options), make_selection(options));
-    });
+    return va::run_program([&] { return va::dump::run({argv, static_cast<std::size_t>(argc)}); });
 }

@@ -1,6 +1,6 @@
 #include "tools/va_picture/backdrop.h"
 
-#include "tools/common/standard_output.h"
+#include "tools/common/printing.h"
 #include "util/fd.h"
 
 #include <algorithm>
@@ -10,6 +10,9 @@
 
 #include <fcntl.h>
 #include <unistd.h>
+
+namespace va::picture
+{
 
 namespace
 {
@@ -117,3 +120,5 @@ bool Backdrop::may_be_shown(const Still &still, Elapsed now) const
                       static_cast<std::int32_t>(*seen.picture - *still.picture) >= 0;
            });
 }
+
+} // namespace va::picture

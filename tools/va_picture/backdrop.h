@@ -1,7 +1,7 @@
 #pragma once
 
-#include "tools/common/entries.h"
-#include "tools/common/record.h"
+#include "client/entries.h"
+#include "client/record.h"
 
 #include <cstdint>
 #include <deque>
@@ -11,11 +11,14 @@
 
 #include <sys/stat.h>
 
+namespace va::picture
+{
+
 // What a result tells of.
 struct Seen {
     static constexpr Elapsed never{-3'600'000'000};
 
-    std::vector<Sighting> sightings;
+    std::vector<Detection> detections;
     Elapsed at = never;
     std::optional<std::uint32_t> picture = {}; // in which it was seen, where that is known
 };
@@ -63,3 +66,5 @@ private:
     std::deque<Seen> results_; // the newest last
     Seen nothing_;
 };
+
+} // namespace va::picture

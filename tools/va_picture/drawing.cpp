@@ -1,11 +1,14 @@
 #include "tools/va_picture/drawing.h"
 
-#include "tools/common/text.h"
 #include "tools/va_picture/frame.h"
 #include "tools/va_picture/look.h"
+#include "util/text.h"
 
 #include <algorithm>
 #include <cinttypes>
+
+namespace va::picture
+{
 
 namespace
 {
@@ -67,11 +70,11 @@ std::vector<const Look *> legend_looks(const Picture &picture)
             looks.push_back(look);
     }
     if (picture.has_objects) {
-        looks.push_back(&look_of(Sighting::Kind::Moving));
-        looks.push_back(&look_of(Sighting::Kind::Static));
+        looks.push_back(&look_of(Detection::Kind::Moving));
+        looks.push_back(&look_of(Detection::Kind::Static));
     }
     if (picture.has_faces)
-        looks.push_back(&look_of(Sighting::Kind::Face));
+        looks.push_back(&look_of(Detection::Kind::Face));
     looks.push_back(&ALARM_LOOK);
     return looks;
 }
@@ -142,3 +145,5 @@ std::string svg_text(const Picture &picture)
            frame.drawing() + "</svg>\n" + legend(looks, legend_top) + "</g>\n" +
            events(picture.events, events_top) + aging_script(picture) + "</svg>\n";
 }
+
+} // namespace va::picture

@@ -1,10 +1,13 @@
 #include "tools/va_picture/frame.h"
 
-#include "tools/common/text.h"
 #include "tools/va_picture/look.h"
+#include "util/text.h"
 
 #include <cmath>
 #include <optional>
+
+namespace va::picture
+{
 
 namespace
 {
@@ -30,7 +33,7 @@ std::string arrow(Point foot, Point along, double length, const char *colour)
 
 const Look &look_of(const MarkedShape &marked)
 {
-    return marked.lit ? ALARM_LOOK : ::look_of(marked.shape.kind);
+    return marked.lit ? ALARM_LOOK : picture::look_of(marked.shape.kind);
 }
 
 } // namespace
@@ -50,11 +53,11 @@ std::string Frame::drawing()
         text += outline(marked);
     for (const Trail &way : picture_.trails)
         text += trail(way);
-    for (const Sighting &seen : picture_.sightings)
+    for (const Detection &seen : picture_.detections)
         text += box(seen);
     for (const MarkedShape &marked : picture_.shapes) // first, so that they stay where they are
         text += tag(marked);
-    for (const Sighting &seen : picture_.sightings)
+    for (const Detection &seen : picture_.detections)
         text += tag(seen);
     return text;
 }
@@ -76,7 +79,7 @@ std::string Frame::outline(const MarkedShape &marked) const
 {
     const Shape &shape = marked.shape;
     std::string path = "M";
-    for (const ConfPoint &point : shape.points) {
+    for (const va::Point &point : shape.points) {
         const Point at = place(point);
         path += formatted("%.1f %.1f ", at.x, at.y);
     }
@@ -89,7 +92,7 @@ std::string Frame::outline(const MarkedShape &marked) const
 // To the sides to which a crossing alarms.
 std::string Frame::arrows(const MarkedShape &line) const
 {
-    const Crossing crossing = crossing_of(line.shape.direction);
+    const Crossing crossing = line.shape.crossing;
     const char *colour = look_of(line).colour;
     std::string text;
     if (crossing == Crossing::ToRight || crossing == Crossing::Both)
@@ -135,12 +138,12 @@ std::string Frame::trail(const Trail &trail) const
     return text;
 }
 
-std::string Frame::box(const Sighting &seen) const
+std::string Frame::box(const Detection &seen) const
 {
     return formatted("<rect class='%s' x='%.1f' y='%.1f' width='%.1f' height='%.1f'%s/>\n",
                      look_of(seen.kind).style, seen.x * scale_, seen.y * scale_,
                      seen.width * scale_, seen.height * scale_,
-                     seen.kind == Sighting::Kind::Face ? " rx='18'" : "");
+                     seen.kind == Detection::Kind::Face ? " rx='18'" : "");
 }
 
 std::string Frame::tag(const MarkedShape &marked)
@@ -157,7 +160,7 @@ std::string Frame::tag(const MarkedShape &marked)
     return tag_at(tags_.place(tag_corner(shape), text), text, look_of(marked).colour);
 }
 
-std::string Frame::tag(const Sighting &seen)
+std::string Frame::tag(const Detection &seen)
 {
     const Look &look = look_of(seen.kind);
     const std::string text = look.word + (' ' + std::to_string(seen.number));
@@ -165,7 +168,7 @@ std::string Frame::tag(const Sighting &seen)
     return tag_at(tags_.place(above, text), text, look.colour);
 }
 
-Point Frame::place(const ConfPoint &point) const
+Point Frame::place(const va::Point &point) const
 {
     constexpr double full_scale = 10000;
     return {point.x / full_scale * WIDTH, point.y / full_scale * height_};
@@ -186,9 +189,11 @@ Point Frame::tag_corner(const Shape &shape) const
     case Shape::Kind::FaceDetection:
         return {first.x + gap, first.y + gap};
     case Shape::Kind::NonDetection:
-    case Shape::Kind::Detection:
+    case Shape::Kind::DetectionWindow:
         return {first.x + gap, second.y - TAG_HEIGHT - gap};
     default:
         return {first.x + gap, (first.y + second.y - TAG_HEIGHT) / 2};
     }
 }
+
+} // namespace va::picture

@@ -5,6 +5,9 @@
 
 #include <string>
 
+namespace va::picture
+{
+
 // Draws what is in the video frame, whose top left corner is the origin.
 class Frame
 {
@@ -22,11 +25,11 @@ private:
     std::string arrows(const MarkedShape &line) const;
     std::string arrow_across(const Shape &line, double side, const char *colour) const;
     std::string trail(const Trail &trail) const;
-    std::string box(const Sighting &seen) const;
+    std::string box(const Detection &seen) const;
     std::string tag(const MarkedShape &marked);
-    std::string tag(const Sighting &seen);
+    std::string tag(const Detection &seen);
 
-    Point place(const ConfPoint &point) const;
+    Point place(const va::Point &point) const;
     Point place(const Trail::Place &place) const { return {place.x * scale_, place.y * scale_}; }
     Point tag_corner(const Shape &shape) const;
 
@@ -35,3 +38,5 @@ private:
     double height_;
     Tags tags_;
 };
+
+} // namespace va::picture

@@ -2,6 +2,9 @@
 
 #include "tools/va_picture/look_text.h"
 
+namespace va::picture
+{
+
 namespace
 {
 
@@ -16,8 +19,8 @@ constexpr Look shape_looks[] = {
     {"fdet", "face detection", "face detection window", "#e05d8c"},
 };
 
-// In the order of Sighting::Kind.
-constexpr Look sighting_looks[] = {
+// In the order of Detection::Kind.
+constexpr Look detection_looks[] = {
     {"moving", "moving", "moving object", "#ffd93d"},
     {"static", "static", "static object", "#35d0e6"},
     {"face", "face", "face", "#ff9ecb"},
@@ -32,9 +35,11 @@ const Look &look_of(Shape::Kind kind)
     return shape_looks[static_cast<std::size_t>(kind)];
 }
 
-const Look &look_of(Sighting::Kind kind)
+const Look &look_of(Detection::Kind kind)
 {
-    return sighting_looks[static_cast<std::size_t>(kind)];
+    return detection_looks[static_cast<std::size_t>(kind)];
 }
 
 const char *const STYLE_SHEET = LOOK_TEXT;
+
+} // namespace va::picture

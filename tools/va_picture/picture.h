@@ -1,7 +1,7 @@
 #pragma once
 
-#include "tools/common/entries.h"
-#include "tools/va_picture/overlay.h"
+#include "client/entries.h"
+#include "client/shapes.h"
 #include "tools/va_picture/trails.h"
 
 #include <cstdint>
@@ -9,6 +9,8 @@
 #include <vector>
 
 // The picture of a moment: the video frame with what the settings mark in it and what was seen.
+namespace va::picture
+{
 
 struct MarkedShape {
     Shape shape;
@@ -33,10 +35,10 @@ struct Picture {
     std::string clock;
     std::int64_t drawn = 0; // milliseconds since 1970
 
-    ConfSize frame;    // of the video, both above 0
+    Size frame;        // of the video, both above 0
     std::string still; // of it: a JPEG, empty: none
     std::vector<MarkedShape> shapes;
-    std::vector<Sighting> sightings = {};
+    std::vector<Detection> detections = {};
     std::vector<Trail> trails = {};
     bool tamper = false;
     std::vector<std::string> events = {}; // the newest first
@@ -45,3 +47,5 @@ struct Picture {
 };
 
 inline constexpr std::size_t PICTURE_EVENTS = 10; // for which there is room
+
+} // namespace va::picture

@@ -1,16 +1,16 @@
 #include "tools/va_picture/picture_printer.h"
 
-#include "conf/conf_sensor.h"
-#include "tools/common/event_text.h"
-#include "tools/common/text.h"
+#include "tools/common/printing.h"
 #include "tools/va_picture/drawing.h"
 #include "tools/va_picture/page.h"
-#include "tools/va_picture/replace_file.h"
+#include "util/text.h"
 
 #include <algorithm>
 #include <cinttypes>
-#include <stdexcept>
 #include <utility>
+
+namespace va::picture
+{
 
 namespace
 {
@@ -20,35 +20,7 @@ using std::chrono::seconds;
 
 constexpr milliseconds shortest_pause{50}; // between two pictures
 constexpr seconds longest_pause{1};
-constexpr seconds settings_pause{2};
 constexpr seconds shown_for{1};
-
-ConfSize frame_size()
-{
-    SensorConfig sensor;
-    if (conf_getSensorConfig(&sensor) != 0)
-        throw std::runtime_error("the settings name no known sensor (on a PC they are in the file "
-                                 "that the environment variable NVRAM_FILE names)");
-    return {sensor.width, sensor.height};
-}
-
-bool is_filter(const Shape &shape)
-{
-    return shape.used && (shape.kind == Shape::Kind::Line || shape.kind == Shape::Kind::Area);
-}
-
-// What the bits of the alarm masks stand for.
-std::vector<AlarmRule> rules_of(const std::vector<Shape> &shapes)
-{
-    std::vector<AlarmRule> rules;
-    for (const Shape &shape : shapes) {
-        if (is_filter(shape))
-            rules.push_back({shape.kind == Shape::Kind::Line ? AlarmRule::Source::Line
-                                                             : AlarmRule::Source::Area,
-                             shape.event, shape.bit, shape.number});
-    }
-    return rules;
-}
 
 Picture::State state_by(ExitStatus verdict)
 {
@@ -60,43 +32,61 @@ Picture::State state_by(ExitStatus verdict)
 
 PicturePrinter::PicturePrinter(std::string path, From from, const std::string &still)
     : path_(std::move(path)),
-      frame_(frame_size()),
       state_(from == From::Capture ? Picture::State::Capture : Picture::State::Waiting),
       events_([this](const Event &event) { take_event(event); })
 {
+    if (from == From::Daemon)
+        events_.expect_scene();
     if (!still.empty())
         backdrop_.emplace(still);
-    read_settings({});
     write_page(path_);
     write({std::chrono::system_clock::now(), {}});
 }
 
-void PicturePrinter::print(const Record &record)
+void PicturePrinter::record(const Record &record)
 {
     last_ = {record.time, record.at};
     events_.take(record);
-    if (record.kind.name == "od") {
-        objects_ = {objects_in(record.payload), record.at, picture_number(record.payload)};
+    switch (record.stream) {
+    case Stream::od:
+        objects_ = {detections_in(record), record.at, picture_number(record)};
         if (backdrop_)
             backdrop_->take(objects_);
-        trails_.take(objects_.sightings, record.at);
-    } else if (record.kind.name == "fd") {
-        faces_ = {faces_in(record.payload), record.at};
-    } else if (record.kind.name == "vmf") {
-        take_alarms(record);
-    } else if (TAMPER_RECORDS_ARE_ALARMS) {
-        tampered_ = record.at;
+        trails_.take(objects_.detections, record.at);
+        break;
+    case Stream::fd:
+        faces_ = {detections_in(record), record.at};
+        break;
+    case Stream::vmf:
+        for (const Alarm alarm : alarms_in(record))
+            bit_of(alarm.event, alarm.bit).alarm = record.at;
+        break;
+    case Stream::ta:
+        if (is_tamper_alarm(record))
+            tampered_ = record.at;
+        break;
     }
-    ++records_[index_of(record.kind)];
+    ++records_[index_of(record.stream)];
     last_record_ = record.at;
     changed_ = true;
+}
+
+void PicturePrinter::status(const Moment &now, const DaemonStatus &status)
+{
+    last_ = now;
+    const auto scene = scene_of(status);
+    if (!scene)
+        return;
+    events_.set_scene(scene);
+    changed_ = true;
+    scene_ = *scene;
 }
 
 void PicturePrinter::connection(const Connection &connection)
 {
     last_ = connection.moment;
-    events_.set_connected(connection.kind, connection.connected, connection.moment.at);
-    connected_[index_of(connection.kind)] = connection.connected;
+    events_.set_connected(connection.stream, connection.connected, connection.moment.at);
+    connected_[index_of(connection.stream)] = connection.connected;
     if (is_connected()) {
         state_ = state_by(verdict_);
     } else if (state_ != Picture::State::Waiting) {
@@ -120,8 +110,6 @@ void PicturePrinter::tick(const Moment &now)
 {
     last_ = now;
     events_.pass(now.at);
-    if (now.at - shapes_read_ >= settings_pause)
-        read_settings(now.at);
     if (backdrop_)
         changed_ |= backdrop_->look(now.at);
     if (now.at >= write_due())
@@ -140,35 +128,17 @@ Elapsed PicturePrinter::write_due() const
 
 void PicturePrinter::finish(const Moment &now)
 {
+    last_ = now;
+    events_.finish(now.at);
     if (state_ != Picture::State::Capture)
         state_ = Picture::State::Ended;
     write(now);
 }
 
-void PicturePrinter::read_settings(Elapsed now)
-{
-    shapes_ = read_overlay();
-    shapes_read_ = now;
-    events_.set_rules(rules_of(shapes_));
-}
-
-void PicturePrinter::take_alarms(const Record &record)
-{
-    const Words masks(record.payload);
-    for (std::size_t event = 0; event < std::min(masks.size(), VMF_EVENT_CODES); ++event) {
-        for (std::size_t bit = 0; bit < mask_bits; ++bit) {
-            if (masks[event] >> bit & 1)
-                alarms_[event][bit].at = record.at;
-        }
-    }
-}
-
 void PicturePrinter::take_event(const Event &event)
 {
     if (event.kind == Event::Kind::LineCrossed)
-        ++alarms_[static_cast<std::size_t>(event.rule.event)]
-                 [static_cast<std::size_t>(event.rule.bit)]
-                     .crossings;
+        bit_of(event.rule.event, event.rule.bit).crossings = event.count;
     event_lines_.push_front(clock_text(last_.time) + "  " + event_text(event));
     if (event_lines_.size() > PICTURE_EVENTS)
         event_lines_.pop_back();
@@ -201,9 +171,10 @@ std::string PicturePrinter::state_text(Picture::State state, const Moment &now) 
 
 std::string PicturePrinter::caption_at(Elapsed now) const
 {
-    std::string text = formatted("%d x %d", frame_.width, frame_.height) + " \u00b7 records:";
-    for (const StreamKind &kind : STREAM_KINDS)
-        text += formatted(" %s %" PRIu64, kind.name.data(), records_[index_of(kind)]);
+    std::string text =
+        formatted("%d x %d", scene_.frame.width, scene_.frame.height) + " \u00b7 records:";
+    for (const Stream stream : STREAMS)
+        text += formatted(" %s %" PRIu64, name_of(stream).data(), records_[index_of(stream)]);
     const auto silence = std::chrono::duration_cast<seconds>(now - last_record_);
     if (silence > longest_pause)
         text += " \u00b7 none for " + std::to_string(silence.count()) + " s";
@@ -213,13 +184,12 @@ std::string PicturePrinter::caption_at(Elapsed now) const
 std::vector<MarkedShape> PicturePrinter::shapes_at(Elapsed now) const
 {
     std::vector<MarkedShape> all;
-    for (const Shape &shape : shapes_) {
+    for (const Shape &shape : scene_.shapes) {
         MarkedShape marked{shape};
-        if (is_filter(shape)) {
-            const Alarm &alarm =
-                alarms_[static_cast<std::size_t>(shape.event)][static_cast<std::size_t>(shape.bit)];
-            marked.lit = now - alarm.at < shown_for;
-            marked.crossings = alarm.crossings;
+        if (const AlarmRule *const rule = scene_.rule_of(shape)) {
+            const Bit &bit = bit_of(rule->event, rule->bit);
+            marked.lit = now - bit.alarm < shown_for;
+            marked.crossings = bit.crossings;
         }
         all.push_back(std::move(marked));
     }
@@ -228,8 +198,8 @@ std::vector<MarkedShape> PicturePrinter::shapes_at(Elapsed now) const
 
 Picture PicturePrinter::picture_at(const Moment &now) const
 {
-    const auto may_come = [this](const char *stream) {
-        const std::size_t index = index_of(*find_stream(stream));
+    const auto may_come = [this](Stream stream) {
+        const std::size_t index = index_of(stream);
         return connected_[index] || records_[index] > 0;
     };
     const Seen &objects = backdrop_ ? backdrop_->objects(objects_) : objects_;
@@ -241,20 +211,20 @@ Picture PicturePrinter::picture_at(const Moment &now) const
         .drawn = std::chrono::floor<milliseconds>(std::chrono::system_clock::now())
                      .time_since_epoch()
                      .count(),
-        .frame = frame_,
+        .frame = scene_.frame,
         .still = backdrop_ ? backdrop_->still() : "",
         .shapes = shapes_at(now.at),
         .tamper = now.at - tampered_ < shown_for,
         .events = {event_lines_.begin(), event_lines_.end()},
-        .has_objects = may_come("od"),
-        .has_faces = may_come("fd"),
+        .has_objects = may_come(Stream::od),
+        .has_faces = may_come(Stream::fd),
     };
     for (const Seen *seen : {&objects, &faces_}) {
         if (now.at - seen->at < shown_for)
-            picture.sightings.insert(picture.sightings.end(), seen->sightings.begin(),
-                                     seen->sightings.end());
+            picture.detections.insert(picture.detections.end(), seen->detections.begin(),
+                                      seen->detections.end());
     }
-    picture.trails = trails_.trails(picture.sightings, objects.at, now.at);
+    picture.trails = trails_.trails(picture.detections, objects.at, now.at);
     return picture;
 }
 
@@ -262,8 +232,10 @@ void PicturePrinter::write(const Moment &now)
 {
     const Picture picture = picture_at(now);
     const std::string drawing = svg_text(picture);
-    replace_file(path_, drawing);
+    replace(path_, drawing);
     write_drawing(path_, picture, drawing);
     changed_ = false;
     written_ = now.at;
 }
+
+} // namespace va::picture

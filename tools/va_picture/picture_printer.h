@@ -1,8 +1,8 @@
 #pragma once
 
+#include "client/events.h"
 #include "records/records.h"
-#include "tools/common/events.h"
-#include "tools/common/printer.h"
+#include "tools/common/sink.h"
 #include "tools/va_picture/backdrop.h"
 #include "tools/va_picture/picture.h"
 
@@ -11,24 +11,28 @@
 #include <optional>
 #include <string>
 
+namespace va::picture
+{
+
 // Keeps a drawing up to date: as soon as there is something new to see, at most twenty times a
 // second, and at least once a second. It is in the file PATH, which is a picture for everybody, and
 // in PATH.js, for the page PATH.html, which is written at the beginning: a browser that shows the
 // page follows without a reload and tells when nobody draws any more.
 //
-// What lies in the store is read every two seconds, the sensor once. Objects and faces stay until
-// the next result, a second at the longest: a result without any sends no record. An alarm is lit
-// for a second.
-class PicturePrinter : public Printer
+// What it marks is what the daemon has in force, which is asked every two seconds. Objects and
+// faces stay until the next result, a second at the longest: a result without any sends no record.
+// An alarm is lit for a second.
+class PicturePrinter : public RecordSink
 {
 public:
     enum class From { Daemon, Capture };
 
-    // `still` is the file of a Backdrop, empty: none. Throws std::system_error, and
-    // std::runtime_error when the settings name no known sensor.
+    // `still` is the file of a Backdrop, empty: none. Throws std::system_error.
     PicturePrinter(std::string path, From from, const std::string &still = "");
-    void print(const Record &record) override;
+    void record(const Record &record) override;
     void connection(const Connection &connection) override;
+    bool wants_status() const override { return true; }
+    void status(const Moment &now, const DaemonStatus &status) override;
     void verdict(const Moment &now, const Verdict &verdict) override;
     void tick(const Moment &now) override;
     Elapsed due() const override;
@@ -39,14 +43,20 @@ private:
     using TimePoint = std::chrono::system_clock::time_point;
 
     // A bit of the alarm masks.
-    struct Alarm {
-        Elapsed at = Seen::never; // last
+    struct Bit {
+        Elapsed alarm = Seen::never; // the last one
         std::uint64_t crossings = 0;
     };
 
-    void read_settings(Elapsed now);
-    void take_alarms(const Record &record);
     void take_event(const Event &event);
+    Bit &bit_of(int event, int bit)
+    {
+        return bits_[static_cast<std::size_t>(event)][static_cast<std::size_t>(bit)];
+    }
+    const Bit &bit_of(int event, int bit) const
+    {
+        return const_cast<PicturePrinter *>(this)->bit_of(event, bit);
+    }
     bool is_connected() const;
     std::string state_text(Picture::State state, const Moment &now) const;
     std::string caption_at(Elapsed now) const;
@@ -56,12 +66,10 @@ private:
     void write(const Moment &now);
 
     std::string path_;
-    ConfSize frame_;
-    ExitStatus verdict_ = IS_WELL; // of the daemon that is connected
+    Scene scene_{{1920, 1080}, {}, {}}; // the usual frame, until the daemon says its own
+    ExitStatus verdict_ = IS_WELL;      // of the daemon that is connected
     Picture::State state_;
     TimePoint gone_since_{};
-    std::vector<Shape> shapes_;
-    Elapsed shapes_read_{};
     EventMaker events_;
     Moment last_{}; // known, by which the events' clock is told
     std::deque<std::string> event_lines_;
@@ -69,7 +77,7 @@ private:
     Seen objects_; // the newest
     Seen faces_;
     Trails trails_;
-    std::array<std::array<Alarm, mask_bits>, VMF_EVENT_CODES> alarms_{};
+    std::array<std::array<Bit, mask_bits>, VMF_EVENT_CODES> bits_{};
     Elapsed tampered_ = Seen::never;
     std::array<std::uint64_t, STREAM_COUNT> records_{};
     std::array<bool, STREAM_COUNT> connected_{};
@@ -77,3 +85,5 @@ private:
     bool changed_ = false; // since it was written
     Elapsed written_ = Seen::never;
 };
+
+} // namespace va::picture

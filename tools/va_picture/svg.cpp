@@ -1,10 +1,13 @@
 #include "tools/va_picture/svg.h"
 
-#include "tools/common/text.h"
+#include "util/text.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <string_view>
+
+namespace va::picture
+{
 
 namespace
 {
@@ -82,3 +85,5 @@ std::string tag_at(Point corner, const std::string &text, const char *colour)
                      corner.x, corner.y, tag_width(text), TAG_HEIGHT, colour) +
            text_at({corner.x + tag_margin, corner.y + baseline}, "tag", text);
 }
+
+} // namespace va::picture

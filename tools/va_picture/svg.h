@@ -3,6 +3,8 @@
 #include <string>
 
 // Pieces of a drawing. Places and lengths are units of the drawing, y runs downwards.
+namespace va::picture
+{
 
 struct Point {
     double x;
@@ -33,3 +35,5 @@ inline constexpr double TAG_HEIGHT = 20;
 
 // A label on a coloured ground.
 std::string tag_at(Point corner, const std::string &text, const char *colour);
+
+} // namespace va::picture

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 
+namespace va::picture
+{
+
 Point Tags::place(Point wanted, const std::string &text)
 {
     constexpr double edge = 2;
@@ -30,3 +33,5 @@ bool Tags::is_free(const Rectangle &tag) const
     return std::ranges::none_of(taken_,
                                 [&](const Rectangle &other) { return overlap(tag, other); });
 }
+
+} // namespace va::picture

@@ -4,6 +4,9 @@
 
 #include <vector>
 
+namespace va::picture
+{
+
 // Finds places for tags within a frame so that none covers another, as long as there is room.
 class Tags
 {
@@ -21,3 +24,5 @@ private:
     double height_;
     std::vector<Rectangle> taken_;
 };
+
+} // namespace va::picture

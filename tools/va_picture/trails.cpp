@@ -2,22 +2,25 @@
 
 #include <utility>
 
+namespace va::picture
+{
+
 namespace
 {
 
 constexpr Elapsed remembered = std::chrono::seconds(2);
 
-Trail::Place middle_of(const Sighting &seen)
+Trail::Place middle_of(const Detection &seen)
 {
     return {seen.x + seen.width / 2.0, seen.y + seen.height / 2.0};
 }
 
 } // namespace
 
-void Trails::take(const std::vector<Sighting> &sightings, Elapsed at)
+void Trails::take(const std::vector<Detection> &detections, Elapsed at)
 {
-    for (const Sighting &seen : sightings) {
-        if (seen.kind == Sighting::Kind::Moving)
+    for (const Detection &seen : detections) {
+        if (seen.kind == Detection::Kind::Moving)
             steps_[{seen.kind, seen.number}].push_back({middle_of(seen), at});
     }
     for (auto &[key, steps] : steps_) {
@@ -27,11 +30,11 @@ void Trails::take(const std::vector<Sighting> &sightings, Elapsed at)
     std::erase_if(steps_, [](const auto &entry) { return entry.second.empty(); });
 }
 
-std::vector<Trail> Trails::trails(const std::vector<Sighting> &shown, Elapsed until,
+std::vector<Trail> Trails::trails(const std::vector<Detection> &shown, Elapsed until,
                                   Elapsed now) const
 {
     std::vector<Trail> all;
-    for (const Sighting &seen : shown) {
+    for (const Detection &seen : shown) {
         const auto found = steps_.find({seen.kind, seen.number});
         if (found == steps_.end())
             continue;
@@ -45,3 +48,5 @@ std::vector<Trail> Trails::trails(const std::vector<Sighting> &shown, Elapsed un
     }
     return all;
 }
+
+} // namespace va::picture

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "tools/common/entries.h"
-#include "tools/common/record.h"
+#include "client/entries.h"
+#include "client/record.h"
 
 #include <deque>
 #include <map>
@@ -9,9 +9,11 @@
 #include <vector>
 
 // The way that moving objects have come in two seconds.
+namespace va::picture
+{
 
 struct Trail {
-    Sighting::Kind kind;
+    Detection::Kind kind;
     struct Place { // middle of the box, pixels
         double x;
         double y;
@@ -22,13 +24,14 @@ struct Trail {
 class Trails
 {
 public:
-    void take(const std::vector<Sighting> &sightings, Elapsed at);
+    void take(const std::vector<Detection> &detections, Elapsed at);
 
-    // Of what was sighted at `until`, in the two seconds before `now`.
-    std::vector<Trail> trails(const std::vector<Sighting> &shown, Elapsed until, Elapsed now) const;
+    // Of what was seen at `until`, in the two seconds before `now`.
+    std::vector<Trail> trails(const std::vector<Detection> &shown, Elapsed until,
+                              Elapsed now) const;
 
 private:
-    using Key = std::pair<Sighting::Kind, std::uint32_t>;
+    using Key = std::pair<Detection::Kind, std::uint32_t>;
     struct Step {
         Trail::Place place;
         Elapsed at;
@@ -36,3 +39,5 @@ private:
 
     std::map<Key, std::deque<Step>> steps_;
 };
+
+} // namespace va::picture

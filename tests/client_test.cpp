@@ -1,0 +1,221 @@
+#include "client/events.h"
+#include "client/frame_reader.h"
+#include "client/stream_client.h"
+#include "ipc/network/socket.h"
+#include "tests/support/temp_dir.h"
+#include "util/fd.h"
+
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+namespace
+{
+
+using namespace va;
+using std::chrono::milliseconds;
+
+constexpr const char *kind_names[] = {"here",      "gone",     "unwell",       "well",
+                                      "appeared",  "left",     "crossed",      "entered",
+                                      "area left", "tampered", "tamper ended", "missed"};
+
+long count_ms(Elapsed time)
+{
+    return static_cast<long>(std::chrono::floor<milliseconds>(time).count());
+}
+
+// "left 1/7 0-400 10-30" is object 7 of kind 1, there from 0 to 400 ms, from x = 10 to 30.
+std::string text_of(const Event &event)
+{
+    using enum Event::Kind;
+    std::ostringstream text;
+    text << kind_names[static_cast<int>(event.kind)];
+    if (event.kind == ObjectAppeared || event.kind == ObjectLeft)
+        text << ' ' << static_cast<int>(event.from.kind) << '/' << event.from.number;
+    if (event.kind == LineCrossed || event.kind == AreaEntered || event.kind == AreaLeft)
+        text << ' ' << name_of(event.rule);
+    if (event.kind == ObjectLeft || event.kind == AreaLeft || event.kind == TamperEnded)
+        text << ' ' << count_ms(event.first) << '-' << count_ms(event.last);
+    if (event.kind == ObjectLeft)
+        text << ' ' << event.from.x << '-' << event.to.x;
+    if (event.missed)
+        text << ' ' << event.missed;
+    return text.str() + (event.cut_off ? " cut off; " : "; ");
+}
+
+// What happens at a moment: a stream with the words of a record, "+" or "-" before its name for a
+// connection made or lost; "!" when the daemon is found blind, "!status" when it cannot
+// write its status; empty when only time passes.
+struct Step {
+    long ms;
+    const char *feed;
+    const char *told;
+};
+
+class Script
+{
+public:
+    std::string play(const Step &step)
+    {
+        told_.clear();
+        now_ = milliseconds(step.ms);
+        std::istringstream feed(step.feed);
+        std::string name;
+        feed >> name;
+        if (name.empty())
+            maker_.pass(now_);
+        else if (name[0] == '!')
+            maker_.set_verdict({name == "!" ? NO_ANALYTICS : NO_STATUS, "unwell"}, now_);
+        else if (name[0] == '+' || name[0] == '-')
+            maker_.set_connected(*find_stream(name.substr(1)), name[0] == '+', now_);
+        else
+            take(*find_stream(name), feed);
+        return told_;
+    }
+
+    EventMaker &maker() { return maker_; }
+
+private:
+    void take(Stream stream, std::istream &feed)
+    {
+        std::vector<std::uint32_t> words;
+        for (std::uint32_t word; feed >> word;)
+            words.push_back(word);
+        const auto *bytes = reinterpret_cast<const std::uint8_t *>(words.data());
+        maker_.take({stream, {}, now_, {bytes, words.size() * sizeof words[0]}});
+    }
+
+    Elapsed now_{};
+    std::string told_;
+    EventMaker maker_{[this](const Event &event) {
+        EXPECT_EQ(now_, event.at);
+        told_ += text_of(event);
+    }};
+};
+
+// Object 7 walks through line 0, then through area 2; object 9 is static. The entries of the
+// stand-in: number, kind, x, y, width, height, centre, result, 0.
+TEST(EventsTest, ATableOfWhatHappensAndWhatIsTold)
+{
+    const Scene scene{
+        {1920, 1080}, {}, {{AlarmRule::Source::Line, 1, 0, 0}, {AlarmRule::Source::Area, 3, 0, 2}}};
+    constexpr Step steps[] = {
+        {0, "+od", "here; "},
+        {0, "+vmf", ""},
+        {0, "+ta", ""},
+        {0, "+od", ""},
+        {0, "od 7 3 10 5 4 4 12 7 0 0", "appeared 0/7; "},
+        {200, "vmf 0 1 0 0", "crossed CrossLine.C0; "},
+        {200, "od 7 3 20 5 4 4 22 7 1 0  9 19 50 5 4 4 52 7 1 0", "appeared 1/9; "},
+        {400, "vmf 0 1 0 0", ""}, // the bit stays
+        {400, "od 7 3 30 5 4 4 32 7 4 0", "missed 2; "},
+        {600, "vmf 0 0 0 1", "entered ObjectDetection.O2; "},
+        {899, "vmf 0 1 0 0", ""}, // rose within the line's rest
+        {1199, "od 7 3 40 5 4 4 42 7 5 0", ""},
+        {1200, "", "left 1/9 200-200 50-50; "},
+        {1399, "vmf 0 1 0 1", "crossed CrossLine.C0; "},
+        {2198, "od 7 3 60 5 4 4 62 7 6 0", ""}, // shortly before its rest is over
+        {2398, "", ""},
+        {2399, "", "area left ObjectDetection.O2 600-1399; "},
+        {3300, "od 7 3 80 5 4 4 82 7 0 0", "left 0/7 0-2198 10-60; appeared 0/7; "}, // began anew
+        {3300, "vmf 2 4 0 8",
+         "entered event 0 bit 1; crossed event 1 bit 2; entered event 3 bit 3; "},
+        {3300, "fd 3 1 1 1 1 100 0", "appeared 2/3; "},
+        {3300, "ta 1 0 0 0", "tampered; "},
+        {5200, "ta 1 0 0 0",
+         "left 0/7 3300-3300 80-80; area left event 0 bit 1 3300-3300; "
+         "area left event 3 bit 3 3300-3300; left 2/3 3300-3300 1-1; "},
+        {7199, "od 7 3 80 5 4 4 82 7 1 0", "appeared 0/7; "},
+        {7200, "", "tamper ended 3300-5200; "},
+        {7300, "vmf 0 1 0 1", "crossed CrossLine.C0; entered ObjectDetection.O2; "},
+        {7300, "fd 3 1 1 1 1 100 0", "appeared 2/3; "},
+        {7400, "ta 1 0 0 0", "tampered; "},
+        {7500, "-od", "left 0/7 7199-7199 80-80 cut off; "},
+        {7500, "-vmf", "area left ObjectDetection.O2 7300-7300 cut off; "},
+        {7500, "-ta", "tamper ended 7400-7400 cut off; gone; "},
+        {7500, "-ta", ""},
+        {8200, "+od", "here; "},
+        {8250, "od 7 3 80 5 4 4 82 7 900 0", "appeared 0/7; "}, // nothing is missed: a new daemon
+        {8300, "", "left 2/3 7300-7300 1-1; "},                 // was never connected
+        {8325, "!status", "unwell; "},
+        {8350, "!", "left 0/7 8250-8250 80-80 cut off; unwell; "},
+        {8400, "od 7 3 80 5 4 4", ""}, // half an entry, an empty record
+        {8400, "vmf", ""},
+        {8400, "vmf 0 0 0 0 1", ""}, // no such event code
+    };
+    Script script;
+    for (const Step &step : steps) {
+        // Before the settings could be read, and after.
+        script.maker().set_scene(step.ms == 3300 ? std::nullopt : std::optional(scene));
+        EXPECT_EQ(step.told, script.play(step)) << step.ms << ' ' << step.feed;
+    }
+}
+
+std::span<const std::uint8_t> bytes_of(const std::string &text)
+{
+    return {reinterpret_cast<const std::uint8_t *>(text.data()), text.size()};
+}
+
+std::string words(const std::vector<std::uint32_t> &words)
+{
+    return {reinterpret_cast<const char *>(words.data()), words.size() * sizeof words[0]};
+}
+
+std::string frame(const std::string &payload)
+{
+    return words({static_cast<std::uint32_t>(payload.size())}) + payload;
+}
+
+TEST(FrameReaderTest, ReadsFramesHoweverTheyAreCut)
+{
+    const std::string payloads[] = {"a", std::string(16, '\0'), std::string(300, 'x')};
+    std::string stream;
+    for (const std::string &payload : payloads)
+        stream += frame(payload);
+    stream += words({FrameReader::MAX_PAYLOAD + 1, 0});
+    for (const std::size_t piece : {std::size_t{1}, std::size_t{5}, stream.size()}) {
+        FrameReader reader;
+        std::span<const std::uint8_t> payload;
+        std::size_t count = 0;
+        for (std::size_t at = 0; at < stream.size(); at += piece) {
+            EXPECT_TRUE(reader.at_boundary() || (at != 0 && at != 5 && at != 25)) << at;
+            reader.append(bytes_of(stream.substr(at, piece)));
+            for (; reader.next(payload) == FrameReader::Result::Frame; ++count)
+                EXPECT_TRUE(payloads[count] == std::string(payload.begin(), payload.end()));
+        }
+        EXPECT_EQ(std::size(payloads), count);
+        EXPECT_EQ(FrameReader::Result::BadLength, reader.next(payload));
+        EXPECT_EQ(FrameReader::MAX_PAYLOAD + 1, reader.announced());
+    }
+}
+
+TEST(StreamClientTest, HandsOnWhatWasReadWhenTheEndComesAndTheSinkHasEnough)
+{
+    const TempDir dir;
+    int fd = -1;
+    ASSERT_EQ(0, unix_domain_socket_init(&fd, dir.file("od").c_str(), 5));
+    const Fd listener(fd);
+    StreamClient client(dir.file("od"));
+    client.connect();
+    EXPECT_EQ(StreamClient::State::Connected, client.state());
+    ASSERT_EQ(1, unix_domain_socket_accept(listener.get(), &fd));
+    const std::string sent = frame("a") + frame("b") + frame("c");
+    EXPECT_EQ(static_cast<ssize_t>(sent.size()), write(fd, sent.data(), sent.size()));
+    close(fd);
+    std::string got;
+    for (int reads = 0; reads < 4; ++reads)
+        client.receive(
+            [&](auto payload) { return got += static_cast<char>(payload.front()), false; });
+    EXPECT_EQ("abc", got);
+    EXPECT_EQ(StreamClient::State::Closed, client.state());
+    client.connect();
+    EXPECT_EQ(StreamClient::State::Connected, client.state()) << "the last one was of use";
+    ASSERT_EQ(1, unix_domain_socket_accept(listener.get(), &fd));
+    close(fd);
+    client.receive({});
+    client.connect();
+    EXPECT_TRUE(client.fd() >= 0 && client.state() == StreamClient::State::Closed)
+        << "it was turned away, and may be again";
+}
+
+} // namespace

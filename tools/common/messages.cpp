@@ -1,0 +1,369 @@
+#include "tools/common/messages.h"
+
+#include "tools/common/printing.h"
+
+#include <cmath>
+#include <nlohmann/json.hpp>
+
+namespace va
+{
+
+namespace
+{
+
+const char *class_of(Detection::Kind kind)
+{
+    switch (kind) {
+    case Detection::Kind::Moving:
+        return "Moving";
+    case Detection::Kind::Static:
+        return "Static";
+    case Detection::Kind::Face:
+        return "Face";
+    }
+    return "";
+}
+
+const char *shape_name(Shape::Kind kind)
+{
+    switch (kind) {
+    case Shape::Kind::NonDetection:
+        return "non-detection";
+    case Shape::Kind::DetectionWindow:
+        return "detection";
+    case Shape::Kind::NoAlarm:
+        return "no-detection";
+    case Shape::Kind::Line:
+        return "line";
+    case Shape::Kind::Area:
+        return "area";
+    case Shape::Kind::FaceWatch:
+        return "face watch";
+    case Shape::Kind::FaceDetection:
+        return "face detection";
+    }
+    return "";
+}
+
+const char *crossing_name(Crossing crossing)
+{
+    switch (crossing) {
+    case Crossing::Unknown:
+        return "unknown";
+    case Crossing::ToLeft:
+        return "to left";
+    case Crossing::ToRight:
+        return "to right";
+    case Crossing::Both:
+        return "both";
+    }
+    return "";
+}
+
+// A value as one level of a topic, without what has a meaning there.
+std::string level(std::string value)
+{
+    std::erase_if(value, [](char c) { return c == '#' || c == '+' || c == '/'; });
+    return value;
+}
+
+Json box_of(const Detection &seen)
+{
+    const std::int64_t left = seen.x; // wide enough for the sums of what the chip may send
+    const std::int64_t top = seen.y;
+    return {{"@left", left},
+            {"@top", top},
+            {"@right", left + seen.width},
+            {"@bottom", top + seen.height}};
+}
+
+Json object_of(const Detection &seen)
+{
+    const Json centre = {{"@x", seen.x + seen.width / 2.0}, {"@y", seen.y + seen.height / 2.0}};
+    const Json shape = {{"BoundingBox", box_of(seen)}, {"CenterOfGravity", centre}};
+    const Json type = {{"Type", class_of(seen.kind)}};
+    const Json appearance = {{"Shape", shape}, {"Class", type}};
+    return {{"@ObjectId", seen.number}, {"Appearance", appearance}};
+}
+
+Json transformation_of(Size frame)
+{
+    const Json translate = {{"@x", -1}, {"@y", 1}};
+    const Json scale = {{"@x", 2.0 / frame.width}, {"@y", -2.0 / frame.height}};
+    return {{"Translate", translate}, {"Scale", scale}};
+}
+
+template <class Items, class Item>
+Json list_of(const Items &items, Item item)
+{
+    Json list = Json::array();
+    for (const auto &each : items)
+        list.push_back(item(each));
+    return list;
+}
+
+std::string event_text(SystemTime time, const Json &source, const Json &data)
+{
+    return text_of({{"UtcTime", utc_text(time)}, {"Source", source}, {"Data", data}});
+}
+
+Json rule_source(const AlarmRule &rule, const CameraNames &names)
+{
+    return {{"VideoSource", names.video_source},
+            {"AnalyticsConfiguration", names.analytics},
+            {"Rule", name_of(rule)}};
+}
+
+Json place_of(const Detection &seen, SystemTime time)
+{
+    return {{"UtcTime", utc_text(time)}, {"BoundingBox", box_of(seen)}};
+}
+
+Json shape_of(const Shape &shape)
+{
+    const bool is_line = shape.kind == Shape::Kind::Line;
+    Json json = {{"Kind", shape_name(shape.kind)}, {"Number", shape.number}};
+    if (is_line || shape.kind == Shape::Kind::Area)
+        json["Rule"] = key_of(shape);
+    if (is_line)
+        json["Crossing"] = crossing_name(shape.crossing);
+    json["Used"] = shape.used;
+    json["Points"] = list_of(shape.points, [](const Point &point) {
+        return Json::array({point.x, point.y});
+    });
+    return json;
+}
+
+Json participant_of(const Participant &participant)
+{
+    Json json = {{"ObjectId", participant.number}, {"Class", class_of(participant.kind)}};
+    if (participant.side != Crossing::Unknown)
+        json["Crossing"] = crossing_name(participant.side);
+    return json;
+}
+
+// The first of them as ONVIF has it, and all.
+Json data_of(std::span<const Participant> participants)
+{
+    Json data = Json::object();
+    if (participants.empty())
+        return data;
+    data["ObjectId"] = participants.front().number;
+    data["Objects"] = list_of(participants, participant_of);
+    return data;
+}
+
+const char *event_name(Event::Kind kind)
+{
+    using enum Event::Kind;
+    switch (kind) {
+    case DaemonHere:
+        return "daemon_here";
+    case DaemonGone:
+        return "daemon_gone";
+    case DaemonUnwell:
+        return "daemon_unwell";
+    case DaemonWell:
+        return "daemon_well";
+    case ObjectAppeared:
+        return "object_appeared";
+    case ObjectLeft:
+        return "object_left";
+    case LineCrossed:
+        return "line_crossed";
+    case AreaEntered:
+        return "area_entered";
+    case AreaLeft:
+        return "area_left";
+    case TamperBegan:
+        return "tamper_began";
+    case TamperEnded:
+        return "tamper_ended";
+    case ResultsMissed:
+        return "results_missed";
+    }
+    return "";
+}
+
+Json plain_place_of(const Detection &seen)
+{
+    return {{"x", seen.x}, {"y", seen.y}, {"width", seen.width}, {"height", seen.height}};
+}
+
+void add_end(Json &json, const Event &event)
+{
+    json["seconds"] = std::round(seconds_of(event) * 1000) / 1000;
+    if (event.cut_off)
+        json["cut_off"] = true;
+}
+
+void add_rule(Json &json, const Event &event)
+{
+    json["name"] = name_of(event.rule);
+    json["event_code"] = event.rule.event;
+    json["bit"] = event.rule.bit;
+}
+
+void add_participants(Json &json, const Event &event)
+{
+    json["objects"] = list_of(event.participants, [](const Participant &each) {
+        Json object = {{"kind", kind_word(each.kind)}, {"id", each.number}};
+        if (each.side != Crossing::Unknown)
+            object["side"] = each.side == Crossing::ToLeft ? "left" : "right";
+        return object;
+    });
+}
+
+void add_object(Json &json, const Event &event)
+{
+    json["kind"] = kind_word(event.from.kind);
+    json["id"] = event.from.number;
+    json["from"] = plain_place_of(event.from);
+}
+
+} // namespace
+
+std::string text_of(const Json &json)
+{
+    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+Topics::Topics(const CameraNames &names)
+    : prefix_(names.prefix),
+      profile_(level(names.profile)),
+      source_("&" + level(names.video_source)),
+      configuration_(source_ + '/' + level(names.analytics))
+{
+}
+
+std::string Topics::track(std::uint32_t number) const
+{
+    return prefix_ + "/va/track/" + std::to_string(number);
+}
+
+std::string Topics::frames(Stream stream) const
+{
+    return prefix_ + "/onvif-mj/VideoAnalytics/" + profile_ + '/' + std::string(name_of(stream));
+}
+
+std::string Topics::line(const AlarmRule &rule) const
+{
+    return prefix_ + "/onvif-ej/RuleEngine/LineDetector/Crossed/" + configuration_ + '/' +
+           name_of(rule);
+}
+
+std::string Topics::area(const AlarmRule &rule) const
+{
+    return prefix_ + "/onvif-ej/RuleEngine/FieldDetector/ObjectsInside/" + configuration_ + '/' +
+           name_of(rule);
+}
+
+std::string Topics::tamper() const
+{
+    return prefix_ + "/onvif-ej/VideoSource/GlobalSceneChange/AnalyticsService/" + source_;
+}
+
+std::string frame_message(std::span<const Detection> detections, SystemTime time, Size frame,
+                          const CameraNames &names)
+{
+    const Json one = {{"@UtcTime", utc_text(time)},
+                      {"@Source", names.video_source},
+                      {"Transformation", transformation_of(frame)},
+                      {"Object", list_of(detections, object_of)}};
+    return text_of({{"Frame", Json::array({one})}});
+}
+
+std::string line_message(const Event &event, SystemTime time, const CameraNames &names)
+{
+    Json data = data_of(event.participants);
+    data["Count"] = event.count;
+    return event_text(time, rule_source(event.rule, names), data);
+}
+
+std::string area_message(const AlarmRule &rule, bool inside, SystemTime time,
+                         const CameraNames &names, std::span<const Participant> participants)
+{
+    Json data = {{"IsInside", inside}};
+    data.update(data_of(participants));
+    return event_text(time, rule_source(rule, names), data);
+}
+
+std::string tamper_message(bool tampered, SystemTime time, const CameraNames &names)
+{
+    return event_text(time, {{"Source", names.video_source}}, {{"State", tampered}});
+}
+
+std::string track_message(const Event &event, SystemTime first, SystemTime last)
+{
+    const bool ended = event.kind == Event::Kind::ObjectLeft;
+    Json json = {{"State", ended ? "Ended" : "Began"},
+                 {"ObjectId", event.from.number},
+                 {"Class", class_of(event.from.kind)},
+                 {"First", place_of(event.from, first)}};
+    if (ended) {
+        json["Last"] = place_of(event.to, last);
+        json["Seconds"] = seconds_of(event);
+        json["CutOff"] = event.cut_off;
+    }
+    return text_of(json);
+}
+
+std::string scene_message(const Scene &scene)
+{
+    const Json size = {{"Width", scene.frame.width}, {"Height", scene.frame.height}};
+    return text_of({{"Frame", size}, {"Shapes", list_of(scene.shapes, shape_of)}});
+}
+
+std::string losses_message(const Losses &losses, SystemTime time)
+{
+    return text_of({{"UtcTime", utc_text(time)},
+                    {"Frames", losses.frames},
+                    {"Events", losses.events},
+                    {"Results", losses.results}});
+}
+
+Json event_json(const Event &event, SystemTime time)
+{
+    using enum Event::Kind;
+    Json json = {{"time", iso_text(time)}, {"event", event_name(event.kind)}};
+    switch (event.kind) {
+    case ObjectAppeared:
+        add_object(json, event);
+        break;
+    case ObjectLeft:
+        add_object(json, event);
+        json["to"] = plain_place_of(event.to);
+        add_end(json, event);
+        break;
+    case LineCrossed:
+        add_rule(json, event);
+        add_participants(json, event);
+        json["count"] = event.count;
+        break;
+    case AreaEntered:
+        add_rule(json, event);
+        add_participants(json, event);
+        break;
+    case AreaLeft:
+        add_rule(json, event);
+        add_end(json, event);
+        break;
+    case TamperEnded:
+        add_end(json, event);
+        break;
+    case DaemonUnwell:
+        json["why"] = event.why;
+        break;
+    case ResultsMissed:
+        json["results"] = event.missed;
+        break;
+    case DaemonHere:
+    case DaemonGone:
+    case DaemonWell:
+    case TamperBegan:
+        break;
+    }
+    return json;
+}
+
+} // namespace va

@@ -1,0 +1,84 @@
+#pragma once
+
+#include "client/events.h"
+
+#include <cstdint>
+#include <nlohmann/json_fwd.hpp>
+#include <span>
+#include <string>
+
+// What a camera reports, as JSON, and the topics of a broker under which it does. Places are pixels
+// of the video frame, those of shapes ten-thousandths of it. All throw std::bad_alloc.
+namespace va
+{
+
+using Json = nlohmann::ordered_json;
+
+// On one line; bytes that are no UTF-8 are replaced.
+std::string text_of(const Json &json);
+
+// How a camera calls itself and its parts.
+struct CameraNames {
+    std::string prefix; // of all topics
+    std::string video_source = "VideoSource0";
+    std::string analytics = "Analytics0";
+    std::string profile = "Profile0";
+};
+
+// Topics.
+
+class Topics
+{
+public:
+    explicit Topics(const CameraNames &names);
+
+    std::string available() const { return prefix_ + "/va/available"; }
+    std::string scene() const { return prefix_ + "/va/scene"; }
+    std::string lost() const { return prefix_ + "/va/lost"; }
+    std::string track(std::uint32_t number) const;
+    std::string frames(Stream stream) const;
+
+    // Events by the names that ONVIF gives them.
+    std::string line(const AlarmRule &rule) const;
+    std::string area(const AlarmRule &rule) const;
+    std::string tamper() const;
+
+private:
+    std::string prefix_;
+    std::string profile_;
+    std::string source_;
+    std::string configuration_; // with the source in front
+};
+
+// Messages.
+
+// The detections of a result. Its transformation maps pixels to ONVIF's frame, which is 2 wide and
+// 2 high around the origin, y upwards.
+std::string frame_message(std::span<const Detection> detections, SystemTime time, Size frame,
+                          const CameraNames &names);
+
+std::string line_message(const Event &event, SystemTime time, const CameraNames &names);
+// `inside` is the area's state; those who made it so are the event's participants.
+std::string area_message(const AlarmRule &rule, bool inside, SystemTime time,
+                         const CameraNames &names, std::span<const Participant> participants = {});
+std::string tamper_message(bool tampered, SystemTime time, const CameraNames &names);
+
+// An object that appeared or left; `first` and `last` are when it was first and last seen.
+std::string track_message(const Event &event, SystemTime first, SystemTime last);
+
+// What the settings mark in the frame.
+std::string scene_message(const Scene &scene);
+
+// What was not reported, since the program began.
+struct Losses {
+    std::uint64_t frames = 0;  // the broker was away or slow
+    std::uint64_t events = 0;  // the broker was away for too many
+    std::uint64_t results = 0; // the daemon's own, missing in their numbers
+    bool operator==(const Losses &other) const = default;
+};
+std::string losses_message(const Losses &losses, SystemTime time);
+
+// Any event: "time", "event", and what belongs to it. docs/client.md has the members.
+Json event_json(const Event &event, SystemTime time);
+
+} // namespace va
