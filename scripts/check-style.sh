@@ -27,7 +27,7 @@ find "${product[@]}" -name '*.cpp' -print0 |
     xargs --null --max-args=1 --max-procs="$jobs" clang-tidy -p "build/$preset" --quiet
 
 say "includes"
-scripts/check-includes.py
+scripts/check-includes.py "build/$preset"
 
 say "shellcheck"
 shellcheck --external-sources scripts/*.sh .ci/run tests/boot/*.sh examples/*.sh
