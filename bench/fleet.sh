@@ -7,17 +7,12 @@ set -euo pipefail
 # shellcheck source=scripts/setup.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../scripts/setup.sh"
 
-usage="usage: bench/fleet.sh [-r RATE] [-s SECONDS] [CAMERAS...]"
 rate=5 length=20
-while getopts hr:s: option; do
+while getopts r:s: option; do
     case $option in
-    h)
-        sed -n '2,/^set/s/^# \{0,1\}//p' bench/fleet.sh
-        exit
-        ;;
     r) rate=$OPTARG ;;
     s) length=$OPTARG ;;
-    *) die "$usage" ;;
+    *) usage_error ;;
     esac
 done
 shift $((OPTIND - 1))

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# usage: scripts/check-docs.sh [document...]
+# usage: scripts/check-docs.sh [DOCUMENT...]
 # Runs the marked blocks of the documents as they stand, from the root of the tree, with the programs
 # of the preset `host`, and compares what they print with what the document shows. Where a document
-# writes below /tmp, the run directory of `va` included, a folder that goes with the script is used.
+# writes below /tmp, the run directory of `va` included, a temporary folder is used.
 #
 # A mark is the line before an indented block:
 #   <!-- run -->                 lines that begin with "$ " are commands, the others what they print;

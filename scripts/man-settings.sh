@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # usage: scripts/man-settings.sh [--check]
-# Makes the section SETTINGS of man/va.8 anew from that of docs/porting.md, where the settings are
-# described; with --check it changes nothing, and fails when that section is not as it would make it.
+# Generates the section SETTINGS of man/va.8 from that of docs/porting.md, where the settings are
+# described; with --check it changes nothing, and fails when that section is not up to date.
 set -euo pipefail
 # shellcheck source=scripts/setup.sh
 source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
@@ -46,5 +46,5 @@ case ${1-} in
     text=$(made)
     printf '%s\n' "$text" >"$page"
     ;;
-*) die "usage: scripts/man-settings.sh [--check]" ;;
+*) usage_error ;;
 esac

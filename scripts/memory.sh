@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# usage: scripts/memory.sh
 # Prints the resident memory of the real `va`, all modules on, with 0, 8 and 64 clients.
 set -euo pipefail
 # shellcheck source=scripts/setup.sh
@@ -6,7 +7,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
 # shellcheck source=scripts/daemon.sh
 source "$root/scripts/daemon.sh"
 
-(($# == 0)) || die "usage: scripts/memory.sh"
+(($# == 0)) || usage_error
 
 # connect COUNT: that many clients in all, each of which has got a record.
 connect() {

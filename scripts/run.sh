@@ -1,19 +1,21 @@
 #!/usr/bin/env bash
+# usage: scripts/run.sh [option...] [argument of va...]
+# Builds and runs `va` on the software stand-in with the demonstration scene, and va_dump beside it.
+# Ctrl-C ends both.
+#   -s             also keep a picture of the scene up to date, for a browser
+#   -m SOURCE      real video in place of the scene, behind the picture and by way of va_video: a file,
+#                  a device such as /dev/video0, a URL (rtsp, http). Prints events, not records. The end
+#                  of a file ends all
+#   -l             with -m: repeat a file
+#   -v             show all that `va` prints when it starts
+#   --run-dir DIR  its sockets, PID file and control FIFO in DIR; kept for later runs of this build
+#   -h, --help     this text
+# Arguments of `va` select modules: -o objects, -f faces, -t tamper alarm, -d stabilisation; none:
+# what the settings say. VA_PRESET=asan, for instance, runs that build.
 set -euo pipefail
-
-usage="usage: scripts/run.sh [option...] [argument of va...]
-Builds and runs \`va\` on the software stand-in with the demonstration scene, and va_dump beside it.
-Ctrl-C ends both.
-    -s             also keep a picture of the scene up to date, for a browser
-    -m SOURCE      real video in place of the scene, behind the picture and by way of va_video: a file,
-                   a device such as /dev/video0, a URL (rtsp, http). Prints what happens, not records.
-                   The end of a file ends all
-    -l             with -m: a file again and again
-    -v             show all that \`va\` prints when it starts
-    --run-dir DIR  its sockets, PID file and control FIFO in DIR; kept for later runs of this build
-    -h, --help     this text
-Arguments of \`va\` select modules: -o objects, -f faces, -t tamper alarm, -d stabilisation; none:
-what the settings say. VA_PRESET=asan, for instance, runs that build."
+# shellcheck source=scripts/setup.sh
+source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
+cd "$OLDPWD" # which the paths among the arguments are relative to
 
 va_arguments=()
 options=()
@@ -27,31 +29,22 @@ while (($#)); do
     -s) draws=true ;;
     -l) loop=(--loop) ;;
     -m)
-        (($# > 1)) || {
-            echo "run.sh: -m needs a file, a device or a URL" >&2
-            exit 2
-        }
+        (($# > 1)) || usage_error
         shift
         draws=true
         source=$1
         if [[ $source != *://* ]]; then
-            [[ -e $source ]] || {
-                echo "run.sh: there is no $source" >&2
-                exit 1
-            }
+            [[ -e $source ]] || die "there is no $source"
             source=$(realpath -- "$source")
         fi
         ;;
     -v) verbose=true ;;
     -h | --help)
-        echo "$usage"
+        usage
         exit
         ;;
     --run-dir)
-        (($# > 1)) || {
-            echo "run.sh: --run-dir needs a directory" >&2
-            exit 2
-        }
+        (($# > 1)) || usage_error
         shift
         options+=(-DVA_RUN_DIR="$(realpath --canonicalize-missing -- "$1")")
         ;;
@@ -59,9 +52,7 @@ while (($#)); do
     esac
     shift
 done
-
-# shellcheck source=scripts/setup.sh
-source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
+cd "$root"
 
 preset=${VA_PRESET:-host}
 bin=build/$preset/bin

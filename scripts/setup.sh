@@ -1,5 +1,23 @@
 # shellcheck shell=bash
-# Sourced by the other scripts: where the tree is, what must be installed, how a preset is built.
+# Sourced by the other scripts: where the tree is, what must be installed, how a preset is built, and
+# the option --help, which prints the comment at the head of the script.
+
+usage() {
+    sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$script"
+}
+
+usage_error() {
+    usage >&2
+    exit 2
+}
+
+script=$(realpath "$0")
+case ${1-} in
+-h | --help)
+    usage
+    exit
+    ;;
+esac
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 jobs=$(nproc)

@@ -1,15 +1,16 @@
 #!/usr/bin/env bash
-# Lives with the real `va` for some minutes: all modules on, objects at 100 results a second, clients
-# that keep up, stall, come and go, die within a frame and send rubbish, settings that change all the
-# while. Ends with a table. Fails when a client that keeps up misses a record, when a frame is not
-# whole, when a descriptor or memory is left over.
+# usage: scripts/soak.sh MINUTES
+# Runs the real `va` for some minutes: all modules on, objects at 100 results a second, clients that
+# keep up, stall, come and go, die within a frame and send garbage, settings that change all the while.
+# Ends with a table. Fails when a client that keeps up misses a record, when a frame is not whole, when
+# a descriptor or memory leaks.
 set -euo pipefail
 # shellcheck source=scripts/setup.sh
 source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
 # shellcheck source=scripts/daemon.sh
 source "$root/scripts/daemon.sh"
 
-[[ $# == 1 && $1 =~ ^[1-9][0-9]*$ ]] || die "usage: scripts/soak.sh MINUTES"
+[[ $# == 1 && $1 =~ ^[1-9][0-9]*$ ]] || usage_error
 minutes=$1
 keepers=4
 spare_kb=128 # by which the resident memory may grow: the allocator's share

@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
 # usage: scripts/test-mqtt.sh
-# Runs va_mqtt against a real broker, as packaging/mosquitto/ sets one up, and a real daemon; then the
-# wall in a real browser, of which it keeps pictures. Ports and files are its own. VA_PRESET=asan, for
-# instance, takes that build.
+# Runs va_mqtt with a real broker, as packaging/mosquitto/ sets one up, and a real daemon; then the
+# wall in a real browser, of which it keeps screenshots. Ports and files are its own. VA_PRESET=asan,
+# for instance, takes that build.
 set -euo pipefail
 # shellcheck source=scripts/setup.sh
 source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
 
-(($# == 0)) || die "usage: scripts/test-mqtt.sh"
+(($# == 0)) || usage_error
 preset=${VA_PRESET:-host}
 build=build/mqtt-$preset
 log=$build/wall.log

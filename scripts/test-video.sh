@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # usage: scripts/test-video.sh [SEED...]
-# Makes clips of which all is known, lets va_video look at them, and judges what it told; and what
-# alarms `va` made of it. VA_PRESET=asan, for instance, takes that build.
+# Makes clips whose content is known, runs va_video on them, and checks what it reported, and which
+# alarms `va` raised. A SEED (default 1) makes a clip. VA_PRESET=asan, for instance, takes that build.
 set -euo pipefail
 # shellcheck source=scripts/setup.sh
 source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"

@@ -1,22 +1,16 @@
 #!/usr/bin/env bash
-# Builds and runs the whole test suite.
+# usage: scripts/test.sh [-W] [PRESET...]
+# Builds and runs the test suite under each preset: host (default), clang, asan, tsan, arm.
+#   -W  warnings are errors
 set -euo pipefail
 # shellcheck source=scripts/setup.sh
 source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
 
-usage="usage: scripts/test.sh [-W] [preset...]
-Builds and runs the test suite under each preset: host (default), clang, asan, tsan, arm.
-    -W  warnings are errors"
-
 options=()
-while getopts hW option; do
+while getopts W option; do
     case $option in
-    h)
-        echo "$usage"
-        exit
-        ;;
     W) options+=(-DVA_WERROR=ON) ;;
-    *) die "$usage" ;;
+    *) usage_error ;;
     esac
 done
 shift $((OPTIND - 1))

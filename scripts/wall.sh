@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # usage: scripts/wall.sh [-n CAMERAS] [-p PORT]
-# The wall, on this machine alone: cameras with a scene each, what they see told to a Mosquitto of
-# this script's own, and the page that shows them, on PORT (default 9080). Ctrl-C ends all.
+# The wall, on this machine alone: cameras with a scene each, which publish what they see to a Mosquitto
+# of this script's own, and the page that shows them, on PORT (default 9080). Ctrl-C ends all.
 #   -n  how many cameras, 1 to 99, default 1
 #   -p  the page's port; the next one is the broker's
 set -euo pipefail
@@ -10,21 +10,16 @@ source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
 
 cameras=1
 port=9080
-usage="usage: scripts/wall.sh [-n CAMERAS] [-p PORT]"
-while getopts hn:p: option; do
+while getopts n:p: option; do
     case $option in
-    h)
-        sed -n '2,/^set/s/^# \{0,1\}//p' scripts/wall.sh
-        exit
-        ;;
     n) cameras=$OPTARG ;;
     p) port=$OPTARG ;;
-    *) die "$usage" ;;
+    *) usage_error ;;
     esac
 done
 shift $((OPTIND - 1))
 [[ $# == 0 && $cameras =~ ^[1-9][0-9]?$ && $port =~ ^[1-9][0-9]{3,4}$ && $port -lt 65535 ]] ||
-    die "$usage"
+    usage_error
 broker_port=$((port + 1))
 preset=${VA_PRESET:-host}
 # A daemon whose run directory is below the folder it is started in: as many as there are folders.

@@ -2,6 +2,7 @@
 # usage: init_test.sh SHELL INIT-SCRIPT MAKE-FIRMWARE VA_DUMP DAEMON [EMULATOR...]
 # The init script under a shell, with a daemon whose paths are relative, in a folder of its own.
 set -euo pipefail
+[[ ${1-} != -h && ${1-} != --help ]] || exec sed -n '2,/^set/s/^# //p' "$0"
 read -r -a init <<<"$1"
 init+=("$2")
 make_firmware=$3 dump=$4 command=("${@:6}" "$5")

@@ -4,6 +4,7 @@
 # script, then under systemd. Both run in namespaces, on a root that copies this machine's on write.
 # For root, and a build with absolute paths for the product.
 set -euo pipefail
+[[ ${1-} != -h && ${1-} != --help ]] || exec sed -n '2,/^set/s/^# //p' "$0"
 life=$(realpath "$0")
 
 fail() {
