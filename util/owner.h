@@ -23,7 +23,8 @@ public:
     }
     ~Owner() { reset(); }
 
-    operator T *() const { return held_; }
+    // Where a function takes the pointer.
+    operator T *() const { return held_; } // NOLINT(google-explicit-constructor)
     T *operator->() const { return held_; }
     T *get() const { return held_; }
     [[nodiscard]] T *release() { return std::exchange(held_, nullptr); }

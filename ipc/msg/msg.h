@@ -104,13 +104,13 @@ int msg_get_unknown(const msg_handle *handle, msg_unknown *unknown);
 // left as it is.
 int msg_start(msg_handle *handle);
 
-// The event callbacks that msg_start() registers; `handle` is the msg_handle, the descriptor that
-// of the event. They return 0. msg_read() reads once, handles the complete items, and closes the
+// The event callbacks that msg_start() registers; `arg` is the msg_handle, the descriptor that of
+// the event. They return 0. msg_read() reads once, handles the complete items, and closes the
 // descriptor and removes the event at end of file, on an error, or once it has answered in socket
 // mode. socket_accept() takes one connection in. One that cannot be accepted, for want of
 // descriptors as a rule, stays pending, and the listener of msg_start() rests for 100 ms.
-std::int32_t msg_read(event_info *info, void *handle);
-std::int32_t socket_accept(event_info *info, void *handle);
+std::int32_t msg_read(event_info *info, void *arg);
+std::int32_t socket_accept(event_info *info, void *arg);
 
 // Closes every descriptor of the server, removes their events, frees it all and sets *slot to null;
 // an empty slot is left alone. Call it after the loop has ended, or on the loop thread outside this

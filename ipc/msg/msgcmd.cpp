@@ -195,19 +195,19 @@ void msgcmd_setcb(msgcmd *client, msgcmd_read_callback read_cb, msgcmd_write_cal
     client->cb_arg = cb_arg;
 }
 
-int msgcmd_noblock_write(msgcmd *handle, const void *data, unsigned length)
+int msgcmd_noblock_write(msgcmd *client, const void *data, unsigned length)
 {
-    if (!handle)
+    if (!client)
         return -1;
     if (length == 0)
         return 0;
-    Client *const client = own(handle);
+    Client *const sender = own(client);
     Fd socket; // closed here when another sender has connected meanwhile
-    Outcome outcome = queue(client, socket, data, length);
+    Outcome outcome = queue(sender, socket, data, length);
     if (outcome == Outcome::Disconnected) {
-        socket = connect_to(client->path); // without the lock: it may wait for the server
+        socket = connect_to(sender->path); // without the lock: it may wait for the server
         if (socket)
-            outcome = queue(client, socket, data, length);
+            outcome = queue(sender, socket, data, length);
     }
     if (outcome == Outcome::NoRoom)
         std::printf("%s: buffer size is not enough. data will be losed.\n", __func__);

@@ -84,10 +84,10 @@ int msgcmd_noblock_write(msgcmd *client, const void *data, unsigned length);
 // Null is ignored. Loop thread, callbacks included, or while no loop runs.
 void msgcmd_close(msgcmd *client);
 
-// The event callbacks of a connection; `client` is the msgcmd. They return 0 and call the client's
+// The event callbacks of a connection; `arg` is the msgcmd. They return 0 and call the client's
 // own callbacks last. Loop thread.
-std::int32_t msgcmd_on_write(event_info *info, void *client);
-std::int32_t msgcmd_on_read(event_info *info, void *client);
+std::int32_t msgcmd_on_write(event_info *info, void *arg);
+std::int32_t msgcmd_on_read(event_info *info, void *arg);
 
 // msgcmd_close(), then frees the client and sets *client to null; null is accepted at either level.
 // Loop thread, callbacks included, or while no loop runs; no other thread may use the client any

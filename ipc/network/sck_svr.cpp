@@ -369,20 +369,20 @@ int sck_svr_get_client_count(sck_svr_t *server)
     return count;
 }
 
-int sck_svr_get_status(sck_svr_t *handle, sck_svr_status_t *status)
+int sck_svr_get_status(sck_svr_t *server, sck_svr_status_t *status)
 {
-    if (!handle || !status)
+    if (!server || !status)
         return -1;
-    Server &server = *own(handle);
+    Server &asked = *own(server);
     sck_svr_status_t found{};
-    found.failed_accepts = server.failedAccepts;
-    found.listens = listens(server);
+    found.failed_accepts = asked.failedAccepts;
+    found.listens = listens(asked);
     try {
-        const va::ScopedLock lock(server.lock);
-        found.counts = server.counts;
-        found.longest_us = server.longest.at(va::monotonic_us());
-        for (sck_clt_t *client = server.clients; client; client = client->next)
-            found.clients.push_back(status_of(server, *own(client)));
+        const va::ScopedLock lock(asked.lock);
+        found.counts = asked.counts;
+        found.longest_us = asked.longest.at(va::monotonic_us());
+        for (sck_clt_t *client = asked.clients; client; client = client->next)
+            found.clients.push_back(status_of(asked, *own(client)));
     } catch (const std::bad_alloc &) {
         return -1;
     }
