@@ -26,7 +26,7 @@ target_sources(vaipc PUBLIC FILE_SET generated TYPE HEADERS
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vaipc)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/vaipcConfigVersion.cmake
-    COMPATIBILITY SameMajorVersion)
+    COMPATIBILITY SameMinorVersion)
 install(TARGETS vaipc EXPORT vaipcTargets COMPONENT vaipc
     INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
     FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vaipc COMPONENT vaipc
