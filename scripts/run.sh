@@ -68,7 +68,7 @@ drawn=()
 write_store() {
     cat >"$1" <<'END'
 # The camera's settings: key=value, everything after the first = is the value.
-# After an edit send "reconfig" for object detection and tamper alarm; the rest is read at start.
+# `va_dump --reconfig` applies edits of object detection and tamper alarm; the rest is read at start.
 Properties.ImageSource.Sensor=imx122
 Properties.Image.ProfileMode=2 MEGA
 
@@ -188,7 +188,7 @@ end_of() {
 trap stop INT TERM HUP
 
 say "settings     $store"
-say "apply edits  echo reconfig > $run_dir/ctrl"
+say "apply edits  $root/$bin/va_dump --reconfig"
 say "results      sockets od, vmf, fd, ta in $run_dir"
 [[ $run_dir == /tmp/va_info ]] || say "examples     export VA_RUN_DIR=$run_dir"
 ! "$draws" || say "picture      $picture.html, for a browser"
@@ -197,7 +197,7 @@ say "end          Ctrl-C"
 "$bin/va_dump" "${printed[@]}" &
 clients+=($!)
 if "$draws"; then
-    NVRAM_FILE=$store "$bin/va_picture" "${drawn[@]}" "$picture" &
+    "$bin/va_picture" "${drawn[@]}" "$picture" &
     clients+=($!)
 fi
 children+=("${clients[@]}")

@@ -238,7 +238,7 @@ has_two_objects() {
 
 check_that_settings_count() {
     write_store 0 VideoAnalytics.OD.DOParam.MaxObjNum=1 # and one that is static
-    control reconfig
+    "$daemon_bin/va_dump" --reconfig >/dev/null || fault "settings are not read any more"
     wait_until 20 has_two_objects || fault "settings have no effect any more"
 }
 

@@ -113,7 +113,7 @@ start_camera() {
     write_scene "$1" >scene
     "$bin/make_firmware" firmware >/dev/null
     NVRAM_FILE=store VA_SIM_SCENE=scene start va "$bin/va"
-    NVRAM_FILE=store start va_mqtt "$bin/va_mqtt" --host 127.0.0.1 --port "$broker_port" \
+    start va_mqtt "$bin/va_mqtt" --host 127.0.0.1 --port "$broker_port" \
         --prefix "cameras/camera$1" --rate 10
 }
 
