@@ -76,10 +76,11 @@ private:
     std::string beginning_;
 };
 
-bool is_place(Point point)
+// Of no-detection areas one more than of everything else.
+bool is_place(Kind kind, Point point)
 {
-    constexpr std::int32_t full_scale = 10000;
-    return point.x >= 0 && point.x <= full_scale && point.y >= 0 && point.y <= full_scale;
+    const std::int32_t max = kind == Kind::NoAlarm ? 10000 : 9999;
+    return point.x >= 0 && point.x <= max && point.y >= 0 && point.y <= max;
 }
 
 // Empty when the settings make no such shape.
@@ -88,13 +89,16 @@ std::vector<Point> points_of(Kind kind, const Settings &settings)
     if (kind == Kind::Line) {
         const Point start{settings.number("StartX"), settings.number("StartY")};
         const Point end{settings.number("EndX"), settings.number("EndY")};
-        return is_place(start) && is_place(end) ? std::vector{start, end} : std::vector<Point>();
+        return is_place(kind, start) && is_place(kind, end) ? std::vector{start, end}
+                                                            : std::vector<Point>();
     }
-    const Point first{settings.number("Left"), settings.number("Top")};
-    const Point last{settings.number("Right"), settings.number("Bottom")};
-    if (!is_place(first) || !is_place(last) || first.x >= last.x || first.y >= last.y)
+    // In whichever order the edges stand.
+    const auto [left, right] = std::minmax({settings.number("Left"), settings.number("Right")});
+    const auto [top, bottom] = std::minmax({settings.number("Top"), settings.number("Bottom")});
+    if (!is_place(kind, {left, top}) || !is_place(kind, {right, bottom}) || left == right ||
+        top == bottom)
         return {};
-    return {first, {first.x, last.y}, last, {last.x, first.y}};
+    return {{left, top}, {left, bottom}, {right, bottom}, {right, top}};
 }
 
 bool is_detection_window(std::string_view type)

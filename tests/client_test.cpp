@@ -24,7 +24,8 @@ long count_ms(Elapsed time)
     return static_cast<long>(std::chrono::floor<milliseconds>(time).count());
 }
 
-// "left 1/7 0-400 10-30" is object 7 of kind 1, there from 0 to 400 ms, from x = 10 to 30.
+// "left 1/7 0-400 10-30" is object 7 of kind 1, there from 0 to 400 ms, from x = 10 to 30; "crossed
+// CrossLine.C0 x2 by 7> 8<" the second crossing, by object 7 to the right and 8 to the left.
 std::string text_of(const Event &event)
 {
     using enum Event::Kind;
@@ -34,6 +35,15 @@ std::string text_of(const Event &event)
         text << ' ' << static_cast<int>(event.from.kind) << '/' << event.from.number;
     if (event.kind == LineCrossed || event.kind == AreaEntered || event.kind == AreaLeft)
         text << ' ' << name_of(event.rule);
+    if (event.kind == LineCrossed)
+        text << " x" << event.count;
+    if (event.kind == LineCrossed || event.kind == AreaEntered) {
+        for (const Participant &each : event.participants)
+            text << (&each == event.participants.data() ? " by " : " ") << each.number
+                 << (each.side == Crossing::ToLeft    ? "<"
+                     : each.side == Crossing::ToRight ? ">"
+                                                      : "");
+    }
     if (event.kind == ObjectLeft || event.kind == AreaLeft || event.kind == TamperEnded)
         text << ' ' << count_ms(event.first) << '-' << count_ms(event.last);
     if (event.kind == ObjectLeft)
@@ -105,7 +115,7 @@ TEST(EventsTest, ATableOfWhatHappensAndWhatIsTold)
         {0, "+ta", ""},
         {0, "+od", ""},
         {0, "od 7 3 10 5 4 4 12 7 0 0", "appeared 0/7; "},
-        {200, "vmf 0 1 0 0", "crossed CrossLine.C0; "},
+        {200, "vmf 0 1 0 0", "crossed CrossLine.C0 x1; "},
         {200, "od 7 3 20 5 4 4 22 7 1 0  9 19 50 5 4 4 52 7 1 0", "appeared 1/9; "},
         {400, "vmf 0 1 0 0", ""}, // the bit stays
         {400, "od 7 3 30 5 4 4 32 7 4 0", "missed 2; "},
@@ -113,13 +123,13 @@ TEST(EventsTest, ATableOfWhatHappensAndWhatIsTold)
         {899, "vmf 0 1 0 0", ""}, // rose within the line's rest
         {1199, "od 7 3 40 5 4 4 42 7 5 0", ""},
         {1200, "", "left 1/9 200-200 50-50; "},
-        {1399, "vmf 0 1 0 1", "crossed CrossLine.C0; "},
+        {1399, "vmf 0 1 0 1", "crossed CrossLine.C0 x2; "},
         {2198, "od 7 3 60 5 4 4 62 7 6 0", ""}, // shortly before its rest is over
         {2398, "", ""},
         {2399, "", "area left ObjectDetection.O2 600-1399; "},
         {3300, "od 7 3 80 5 4 4 82 7 0 0", "left 0/7 0-2198 10-60; appeared 0/7; "}, // began anew
         {3300, "vmf 2 4 0 8",
-         "entered event 0 bit 1; crossed event 1 bit 2; entered event 3 bit 3; "},
+         "entered event 0 bit 1; crossed event 1 bit 2 x1; entered event 3 bit 3; "},
         {3300, "fd 3 1 1 1 1 100 0", "appeared 2/3; "},
         {3300, "ta 1 0 0 0", "tampered; "},
         {5200, "ta 1 0 0 0",
@@ -127,7 +137,7 @@ TEST(EventsTest, ATableOfWhatHappensAndWhatIsTold)
          "area left event 3 bit 3 3300-3300; left 2/3 3300-3300 1-1; "},
         {7199, "od 7 3 80 5 4 4 82 7 1 0", "appeared 0/7; "},
         {7200, "", "tamper ended 3300-5200; "},
-        {7300, "vmf 0 1 0 1", "crossed CrossLine.C0; entered ObjectDetection.O2; "},
+        {7300, "vmf 0 1 0 1", "crossed CrossLine.C0 x3; entered ObjectDetection.O2; "},
         {7300, "fd 3 1 1 1 1 100 0", "appeared 2/3; "},
         {7400, "ta 1 0 0 0", "tampered; "},
         {7500, "-od", "left 0/7 7199-7199 80-80 cut off; "},
@@ -149,6 +159,157 @@ TEST(EventsTest, ATableOfWhatHappensAndWhatIsTold)
         script.maker().set_scene(step.ms == 3300 ? std::nullopt : std::optional(scene));
         EXPECT_EQ(step.told, script.play(step)) << step.ms << ' ' << step.feed;
     }
+}
+
+// Line 0 goes down at x = 500 and alarms to its right, which is the picture's left; area 2 is the
+// picture's lower half. Objects are 4 by 4 pixels.
+TEST(EventsTest, NamesWhoCrossedALineAndWhoIsInAnArea)
+{
+    const AlarmRule line{AlarmRule::Source::Line, 1, 0, 0};
+    const AlarmRule area{AlarmRule::Source::Area, 3, 0, 2};
+    const Scene scene{
+        {1000, 1000},
+        {{Shape::Kind::Line, 0, {{5000, 1000}, {5000, 4000}}, true, Crossing::ToRight},
+         {Shape::Kind::Area, 2, {{0, 5000}, {0, 9999}, {9999, 9999}, {9999, 5000}}}},
+        {line, area}};
+    constexpr const char *before = "od 7 3 510 200 4 4 512 202 0 0  8 3 490 200 4 4 492 202 0 0  "
+                                   "9 3 510 450 4 4 512 452 0 0";
+    constexpr const char *after = "od 7 3 490 200 4 4 492 202 0 0  8 3 510 200 4 4 512 202 0 0  "
+                                  "9 3 490 450 4 4 492 452 0 0";
+    constexpr const char *who = "crossed CrossLine.C0 x1 by 7>; "; // 8 to the left, 9 beside it
+    const struct {
+        const char *what;
+        std::vector<Step> steps; // behind a result at 0 ms
+        const char *told;
+    } rows[] = {
+        {"the alarm before its result", {{100, "vmf 0 1 0 0", ""}, {101, after, who}}, who},
+        {"the alarm behind it", {{100, after, ""}, {101, "vmf 0 1 0 0", who}}, who},
+        {"results too far apart",
+         {{200, "vmf 0 1 0 0", ""}, {201, after, ""}, {350, "", ""}},
+         "crossed CrossLine.C0 x1; "},
+        {"no result at all",
+         {{100, "vmf 0 1 0 0", ""}, {249, "", ""}, {250, "", ""}},
+         "crossed CrossLine.C0 x1; "},
+        {"the stream ends",
+         {{100, "vmf 0 1 0 0", ""}, {110, "-vmf", ""}},
+         "crossed CrossLine.C0 x1; gone; "},
+        {"an area, not by who was there before",
+         {{100, "vmf 0 0 0 1", ""},
+          {101, "od 7 3 1 498 4 4 3 500 1 0  8 3 1 497 4 4 3 499 1 0", ""}},
+         "entered ObjectDetection.O2 by 7; "},
+    };
+    for (const auto &[what, steps, told] : rows) {
+        Script script;
+        script.maker().set_scene(scene);
+        script.play({0, "+vmf", ""});
+        script.maker().set_scene(scene);
+        script.play({0, before, ""});
+        std::string all;
+        for (const Step &step : steps)
+            all += script.play(step);
+        EXPECT_EQ(told, all) << what;
+    }
+    Script expecting;
+    expecting.maker().expect_scene();
+    EXPECT_EQ("here; ", expecting.play({0, "+vmf", ""}));
+    EXPECT_EQ("", expecting.play({10, "vmf 0 1 0 0", ""})) << "its name is on the way";
+    expecting.maker().set_scene(scene);
+    EXPECT_EQ("crossed CrossLine.C0 x1; ", expecting.play({20, "", ""}));
+    EXPECT_EQ("gone; ", expecting.play({30, "-vmf", ""}));
+    EXPECT_EQ("here; ", expecting.play({40, "+vmf", ""}));
+    EXPECT_EQ("", expecting.play({1030, "vmf 0 1 0 0", ""})) << "as that of another daemon";
+    EXPECT_EQ("crossed event 1 bit 0 x2; ", expecting.play({1040, "", ""}));
+}
+
+// A daemon's answer of "KEY: VALUE" lines.
+DaemonStatus status_of(const std::string &text)
+{
+    DaemonStatus status{DaemonStatus::Answer::Answered};
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);)
+        status.lines.emplace_back(line.substr(0, line.find(": ")),
+                                  line.substr(line.find(": ") + 2));
+    return status;
+}
+
+std::string window_of(const std::string &key, const std::string &edges)
+{
+    std::istringstream all(edges);
+    std::string text;
+    for (const char *name : {".Left: ", ".Right: ", ".Top: ", ".Bottom: "}) {
+        std::string edge;
+        all >> edge;
+        text += key + name + edge + '\n';
+    }
+    return text;
+}
+
+// "CrossLine.C0 to-right 1,2 3,4; ", with "unused" where it is.
+std::string text_of(const Scene &scene)
+{
+    constexpr const char *crossings[] = {"?", "left", "right", ""};
+    std::ostringstream text;
+    for (const Shape &shape : scene.shapes) {
+        text << key_of(shape) << ' ' << crossings[static_cast<int>(shape.crossing)]
+             << (shape.used ? "" : "unused");
+        for (const Point &point : shape.points)
+            text << ' ' << point.x << ',' << point.y;
+        text << (shape.kind == Shape::Kind::FaceDetection ? " faces; " : "; ");
+    }
+    for (const AlarmRule &rule : scene.rules)
+        text << rule.event << '/' << rule.bit << '=' << name_of(rule) << "; ";
+    return text.str();
+}
+
+TEST(SceneTest, IsWhatTheStatusHasInForce)
+{
+    const std::string frame = "va.sensor: imx122 1920x1080 30/s\n";
+    const std::string od = "module.od.state: runs\n";
+    const std::string line = "CrossLine.C2.StartX: 1\nsetting.CrossLine.C2.StartY: 0\n"
+                             "setting.CrossLine.C2.EndX: 9999\nsetting.CrossLine.C2.EndY: 3 (x)\n";
+    const std::pair<std::string, const char *> rows[] = {
+        {od + window_of("setting.VMDWindow.NonDetect.V0", "1 2 3 4"),
+         "VMDWindow.NonDetect.V0  1,3 1,4 2,4 2,3; "},
+        {od + window_of("setting.VMDWindow.Detect.V3", "9999 0 1 0"),
+         "VMDWindow.Detect.V3  0,0 0,1 9999,1 9999,0; "},
+        {od + window_of("setting.VideoAnalytics.OD.VmfParam.NdArea1", "1 10000 3 4"),
+         "VideoAnalytics.OD.VmfParam.NdArea1  1,3 1,4 10000,4 10000,3; "},
+        {od + "setting." + line, "CrossLine.C2  1,0 9999,3; "},
+        {od + "setting." + line + "setting.CrossLine.C2.Direction: 1\n",
+         "CrossLine.C2 right 1,0 9999,3; "},
+        {od + "setting." + line + "setting.CrossLine.C2.Direction: 2\n",
+         "CrossLine.C2 left 1,0 9999,3; "},
+        {od + "left_out." + line, ""}, // some of it
+        {od + window_of("left_out.ObjectDetection.O2", "1 2 3 4"),
+         "ObjectDetection.O2 unused 1,3 1,4 2,4 2,3; "},
+        {od + window_of("left_out.ObjectDetection.O2", "2 2 3 4"), ""},
+        {od + window_of("left_out.ObjectDetection.O2", "1 10000 3 4"), ""},
+        {window_of("setting.ObjectDetection.O1", "1 2 3 4"), ""}, // no module says that it runs
+        {"module.od.state: off\n" + window_of("setting.ObjectDetection.O1", "1 2 3 4"), ""},
+        {od + window_of("setting.FaceDetection.F0", "1 2 3 4"), ""},
+        {"module.fd.state: opens\n" + window_of("setting.FaceDetection.F0", "1 2 3 4"),
+         "FaceDetection.F0  1,3 1,4 2,4 2,3; "},
+        {"module.fd.state: runs\nsetting.FaceDetection.F10.WindowType: Detected\n" +
+             window_of("setting.FaceDetection.F10", "1 2 3 4"),
+         "FaceDetection.F10  1,3 1,4 2,4 2,3 faces; "},
+        {"filter.0.name: CrossLine.C2\nfilter.0.event: 1\nfilter.0.bit: 0\n"
+         "filter.1.name: ObjectDetection.O0\nfilter.1.event: 3\nfilter.1.bit: 31\n"
+         "filter.2.name: ObjectDetection.O1\nfilter.2.event: 4\nfilter.2.bit: 0\n"
+         "filter.3.name: Other.O1\nfilter.3.event: 1\nfilter.3.bit: 1\n"
+         "filter.4.name: CrossLine.C1\nfilter.4.event: 1\nfilter.4.bit: 32\n",
+         "1/0=CrossLine.C2; 3/31=ObjectDetection.O0; "},
+    };
+    for (const auto &[lines, expected] : rows) {
+        const auto scene = scene_of(status_of(frame + lines));
+        ASSERT_TRUE(scene);
+        EXPECT_TRUE(scene->frame == (Size{1920, 1080}));
+        EXPECT_EQ(expected, text_of(*scene)) << lines;
+    }
+    for (const char *sensor : {"", "imx122", "imx122 1920x 30/s", "imx122 0x1080 30/s", "x", " "})
+        EXPECT_FALSE(scene_of(status_of("va.sensor: " + std::string(sensor) + '\n'))) << sensor;
+    DaemonStatus gone = status_of(frame);
+    gone.answer = DaemonStatus::Answer::Gone;
+    EXPECT_FALSE(scene_of(gone));
 }
 
 std::span<const std::uint8_t> bytes_of(const std::string &text)

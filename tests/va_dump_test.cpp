@@ -4,6 +4,7 @@
 #include "tests/support/store_file.h"
 #include "tests/support/wait.h"
 #include "tools/common/printing.h"
+#include "tools/va_dump/filters.h"
 #include "tools/va_dump/status_printing.h"
 #include "tools/va_picture/picture_printer.h"
 #include "tools/va_picture/tags.h"
@@ -284,6 +285,105 @@ TEST(DumpTest, TellsTheEventsOfTheScene)
     EXPECT_EQ(std::size(events), std::ranges::count(output, '\n')) << output;
 }
 
+// Lines 0 and 2 are the bits 0 and 3 of their mask, area 1 is bit 31 of event code 3.
+TEST(FiltersTest, LetThroughWhatIsWanted)
+{
+    const Scene scene{{1920, 1080},
+                      {},
+                      {{AlarmRule::Source::Line, 1, 0, 0},
+                       {AlarmRule::Source::Line, 1, 3, 2},
+                       {AlarmRule::Source::Area, 3, 31, 1}}};
+    const std::string line2 = words({0, 8, 0, 0});
+    const std::string area1 = words({0, 0, 0, 0x80000000});
+    const std::string objects =
+        words({7, 3, 1, 1, 1, 1, 1, 1, 0, 0, 9, 19, 1, 1, 1, 1, 1, 1, 0, 0});
+    const std::string nine = objects.substr(OD_ENTRY_SIZE);
+    struct Row {
+        std::vector<const char *> filters;
+        Stream stream;
+        std::string payload;
+        std::string selected; // empty: nothing
+        bool known = true;    // the scene
+    };
+    const Row rows[] = {
+        {{"line=2"}, Stream::vmf, line2, line2},
+        {{"line=CrossLine.C2"}, Stream::vmf, line2, line2},
+        {{"line=0"}, Stream::vmf, line2, ""},
+        {{"line=3"}, Stream::vmf, line2, ""},
+        {{"area=2"}, Stream::vmf, line2, ""},
+        {{"line=0", "line=2"}, Stream::vmf, line2, line2},
+        {{"area=ObjectDetection.O1"}, Stream::vmf, area1, area1},
+        {{"line=1"}, Stream::vmf, area1, ""},
+        {{"line=3"}, Stream::vmf, line2, line2, false},
+        {{"line=CrossLine.C2"}, Stream::vmf, line2, "", false},
+        {{"area=31"}, Stream::vmf, area1, area1, false},
+        {{"id=7"}, Stream::vmf, line2, ""},
+        {{"kind=static"}, Stream::od, objects, nine},
+        {{"id=9", "line=0"}, Stream::od, objects, nine},
+        {{"id=9", "kind=moving"}, Stream::od, objects, ""},
+        {{"line=0"}, Stream::od, objects, ""},
+        {{"id=9"}, Stream::ta, objects, ""},
+    };
+    for (const Row &row : rows) {
+        Filters filters;
+        for (const char *filter : row.filters)
+            filters.add(filter);
+        filters.set_scene(row.known ? std::optional(scene) : std::nullopt);
+        const auto selected = filters.select({row.stream, {}, {}, bytes_of(row.payload)});
+        EXPECT_EQ(row.selected, selected ? std::string(selected->begin(), selected->end()) : "")
+            << row.filters[0];
+    }
+    Event crossing{.kind = Event::Kind::LineCrossed, .at = {}, .rule = scene.rules[1]};
+    crossing.participants = {{Detection::Kind::Moving, 7, Crossing::ToLeft}};
+    const std::pair<std::vector<const char *>, bool> events[] = {
+        {{"line=CrossLine.C2"}, true},
+        {{"line=3"}, false},
+        {{"area=2"}, false},
+        {{"id=7"}, true},
+        {{"id=8"}, false},
+        {{"line=2", "id=8"}, false},
+        {{"line=2", "id=7"}, true},
+        {{"kind=static"}, false},
+    };
+    for (const auto &[texts, wanted] : events) {
+        Filters filters;
+        for (const char *text : texts)
+            filters.add(text);
+        EXPECT_EQ(wanted, filters.want(crossing)) << texts[0];
+        EXPECT_FALSE(filters.want({.kind = Event::Kind::TamperBegan, .at = {}}));
+        EXPECT_TRUE(filters.want({.kind = Event::Kind::DaemonGone, .at = {}}));
+    }
+}
+
+// A line that is taken from the store alarms, and has its name, until the daemon has read that.
+TEST(DumpTest, ShowsWhatIsInForce)
+{
+    const DaemonFiles files;
+    files.write("scene", "od_interval 100\nperiod 1500\n"
+                         "object 7 dynamic 192x108 from 100,540 to 1900,540 between 0 1400\n");
+    const auto line = [](const char *key) {
+        return lines(key, {"StartX=5000", "StartY=0", "EndX=5000", "EndY=9999"});
+    };
+    files.store(line("CrossLine.C0."));
+    Program events(VA_DUMP, files.path(), {"-e", "-d", "run", "line=CrossLine.C0", "line=1"}, "e");
+    const Daemon daemon(files, {"-o"});
+    const std::string crossed = " crossed by moving 7 to the left, ";
+    EXPECT_TRUE(events.wait_for_output("line CrossLine.C0" + crossed + "1 so far\n"));
+    files.store(line("CrossLine.C1.") + window("VMDWindow.NonDetect.V0.", 0, 0, 0, 9999));
+    EXPECT_TRUE(events.wait_for_output("line CrossLine.C0" + crossed + "2 so far\n"));
+    Program reload(VA_DUMP, files.path(), {"-d", "run", "--reconfig"}, "reload");
+    EXPECT_TRUE(reload.wait_for_exit(IS_WELL));
+    EXPECT_NE(std::string::npos, reload.output().find("\n  CrossLine.C1.EndY = 9999\n"));
+    EXPECT_NE(std::string::npos, reload.output().find("\n  VMDWindow.NonDetect.V0.Left = 0 (no"));
+    EXPECT_EQ(std::string::npos, reload.output().find("CrossLine.C0"));
+    EXPECT_TRUE(events.wait_for_output("line CrossLine.C1" + crossed));
+
+    Program off(VA_DUMP, files.path(), {"-d", "run", "fd"}, "off");
+    EXPECT_TRUE(off.wait_for_log("va_dump: fd: fd is off\n"));
+    Program none(VA_DUMP, files.path(), {"-d", "missing", "--reconfig"}, "none");
+    EXPECT_TRUE(none.wait_for_exit(GONE));
+}
+
 TEST(DumpTest, TellsWhatIsWrong)
 {
     const TempDir dir;
@@ -297,6 +397,8 @@ TEST(DumpTest, TellsWhatIsWrong)
         {{"-x", "-j"}, 2, "-j and -x exclude each other"},
         {{"kind=tall"}, 2, "no kind is called tall"},
         {{"-r", "capture", "-w", "./capture"}, 2, "the same file"},
+        {{"-r", "capture", "line=CrossLine.C0"}, 2, "have no names"},
+        {{"area=x"}, 2, "no number: x"},
         {{"-r", "foreign"}, 1, "foreign: this is no capture"},
         {{"-r", "cut", "fd"}, 1, "va_dump: cut: ends within a record\n"},
         {{"-W", "0.01", "-d", ".", "fd"}, 3, "nobody listens"},
