@@ -239,7 +239,7 @@ void Publisher::tell_supervisor()
     const bool alive = now_.at >= alive_due_;
     if (alive)
         alive_due_ = now_.at + notifier_.interval() / 2;
-    notifier_.tell("broker: " + broker_->status() + "; " + daemon_, alive);
+    notifier_.notify("broker: " + broker_->status() + "; " + daemon_, alive);
 }
 
 } // namespace va::mqtt

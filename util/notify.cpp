@@ -1,5 +1,7 @@
 #include "util/notify.h"
 
+#include "util/text.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
@@ -47,34 +49,31 @@ Notifier::Notifier(Complain complain) : complain_(complain), interval_(take_inte
     const char *const name = std::getenv(variable);
     if (!name)
         return;
-    char text[256] = "";
     if (!set_address(name))
-        std::snprintf(text, sizeof text, "%s=%s names no socket: the supervisor is not notified.",
-                      variable, name);
+        complain_(
+            va::formatted("%s=%s names no socket: the supervisor is not notified.", variable, name)
+                .c_str());
     else if (socket_.reset(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)); !socket_)
-        std::snprintf(text, sizeof text, "No socket to notify the supervisor: %s.",
-                      std::strerror(errno));
-    if (*text)
-        complain_(text);
+        complain_(("No socket to notify the supervisor: " + va::error_text(errno) + '.').c_str());
     unsetenv(variable);
 }
 
-void Notifier::tell(std::string_view status, bool lives)
+void Notifier::notify(std::string_view status, bool alive)
 {
-    status = status.substr(0, told_.size());
-    const bool news = !ready_told_ || status != std::string_view(told_.data(), told_size_);
-    lives = lives && interval_ > interval_.zero();
-    if (!news && !lives)
+    status = status.substr(0, last_.size());
+    const bool changed = !ready_sent_ || status != std::string_view(last_.data(), last_size_);
+    alive = alive && interval_ > interval_.zero();
+    if (!changed && !alive)
         return;
     char lines[600];
     const int size =
-        std::snprintf(lines, sizeof lines, "%s%s%.*s%s%s", ready_told_ ? "" : "READY=1\n",
-                      news ? "STATUS=" : "", news ? static_cast<int>(status.size()) : 0,
-                      status.data(), news ? "\n" : "", lives ? "WATCHDOG=1\n" : "");
+        std::snprintf(lines, sizeof lines, "%s%s%.*s%s%s", ready_sent_ ? "" : "READY=1\n",
+                      changed ? "STATUS=" : "", changed ? static_cast<int>(status.size()) : 0,
+                      status.data(), changed ? "\n" : "", alive ? "WATCHDOG=1\n" : "");
     if (!send({lines, static_cast<std::size_t>(size)}))
         return;
-    ready_told_ = true;
-    told_size_ = status.copy(told_.data(), told_.size());
+    ready_sent_ = true;
+    last_size_ = status.copy(last_.data(), last_.size());
 }
 
 bool Notifier::send(std::string_view lines)
@@ -85,7 +84,7 @@ bool Notifier::send(std::string_view lines)
     const bool sent = sendto(socket_.get(), lines.data(), lines.size(), MSG_NOSIGNAL | MSG_DONTWAIT,
                              address, length_) >= 0;
     if (!sent && !failing_) {
-        char text[256];
+        char text[256]; // allocates nothing: the daemon runs on when memory is short
         std::snprintf(text, sizeof text, "Can't notify the supervisor: %s.", std::strerror(errno));
         complain_(text);
     }

@@ -84,5 +84,5 @@ void Watchdog::tell()
     char status[256];
     std::snprintf(status, sizeof status, "%s%s", in_words(now),
                   now == Analytics::ended ? health_.why_ended().text : "");
-    notifier_.tell(status, now == Analytics::start || now == Analytics::run);
+    notifier_.notify(status, now == Analytics::start || now == Analytics::run);
 }
