@@ -29,13 +29,6 @@ bool exists(const char *path)
     return access(path, F_OK) == 0;
 }
 
-template <class Convert>
-void convert_text(char *text, Convert convert)
-{
-    for (; *text; ++text)
-        *text = static_cast<char>(convert(static_cast<unsigned char>(*text)));
-}
-
 } // namespace
 
 int file_open(const char *path)
@@ -154,10 +147,12 @@ void short2str(void *bytes, int value)
 
 void strtolower(char *text)
 {
-    convert_text(text, [](unsigned char c) { return std::tolower(c); });
+    for (; *text; ++text)
+        *text = static_cast<char>(std::tolower(static_cast<unsigned char>(*text)));
 }
 
 void strtoupper(char *text)
 {
-    convert_text(text, [](unsigned char c) { return std::toupper(c); });
+    for (; *text; ++text)
+        *text = static_cast<char>(std::toupper(static_cast<unsigned char>(*text)));
 }
