@@ -1,6 +1,6 @@
 #include "bench/median.h"
 #include "bench/quiet.h"
-#include "event/event_owner.h"
+#include "event/internal.h"
 #include "event/soft_queue.h"
 #include "client/frame_reader.h"
 #include "ipc/network/sck_svr.h"

@@ -1,10 +1,7 @@
 #include "event/loop.h"
 
-#include "event/due_time.h"
-#include "event/list.h"
-#include "event/make_event.h"
+#include "event/internal.h"
 #include "util/guarded.h"
-#include "util/shared.h"
 
 #include <algorithm>
 #include <atomic>
@@ -52,24 +49,6 @@ std::atomic<bool> any_removed{false};
 std::atomic<bool> loop_runs{false};
 thread_local bool runs_loop = false;
 
-class LoopRun
-{
-public:
-    LoopRun()
-    {
-        assert(!loop_runs && "a loop runs already, perhaps the one that calls back");
-        loop_runs.store(true, std::memory_order_relaxed);
-        runs_loop = true;
-    }
-    ~LoopRun()
-    {
-        runs_loop = false;
-        loop_runs.store(false, std::memory_order_relaxed);
-    }
-    LoopRun(const LoopRun &) = delete;
-    LoopRun &operator=(const LoopRun &) = delete;
-};
-
 // Without a barrier: the bits say what to do, the locks of those who set them guard what it is
 // done with.
 std::uint32_t flags_of(const event *entry)
@@ -90,21 +69,14 @@ void change_flags(event *entry, std::uint32_t set, std::uint32_t clear)
     }
 }
 
-// `list` is one of those three.
-void push(event **list, event *entry) VA_REQUIRES(event_mutex)
+// Returns `added`; null, for want of memory, is added to nothing.
+event *add(event **pending, event *added)
 {
-    va::push_front(list, entry);
-}
-
-void add(event **pending, event *entry)
-{
-    const va::ScopedLock lock(event_mutex);
-    push(pending, entry);
-}
-
-std::uint32_t first_flags(unsigned flags)
-{
-    return flags & EVENT_ASLEEP ? flags & ~(EVENT_ASLEEP | EVENT_ENABLED) : flags | EVENT_ENABLED;
+    if (added) {
+        const va::ScopedLock lock(event_mutex);
+        va::push_front(pending, added);
+    }
+    return added;
 }
 
 bool loop_is_to_end()
@@ -112,16 +84,30 @@ bool loop_is_to_end()
     return va::load_shared(end_loop) != 0;
 }
 
+// Links the events of `*pending`, in their order, before those of `*list`, and empties it.
+void splice(event **list, event **pending)
+{
+    event *last = *pending;
+    if (!last)
+        return;
+    while (last->next)
+        last = last->next;
+    last->next = *list;
+    if (*list)
+        (*list)->prev = last;
+    *list = std::exchange(*pending, nullptr);
+}
+
 void take_in_pending()
 {
     const va::ScopedLock lock(event_mutex);
-    va::splice_front(&fd_event_list, &tmp_fd_event_list);
-    va::splice_front(&time_event_list, &tmp_time_event_list);
-    va::splice_front(&always_event_list, &tmp_always_event_list);
+    splice(&fd_event_list, &tmp_fd_event_list);
+    splice(&time_event_list, &tmp_time_event_list);
+    splice(&always_event_list, &tmp_always_event_list);
 }
 
 // Arms the events this cycle may dispatch. Returns whether `entry` is one of them. From cycle to
-// cycle hardly a bit changes, and a locked instruction costs more than the rest of the walk.
+// cycle hardly a bit changes, and a locked instruction costs more than the remaining walk.
 bool arm(event *entry)
 {
     switch (flags_of(entry) & (EVENT_ENABLED | EVENT_ARMED | EVENT_REMOVED)) {
@@ -181,7 +167,8 @@ struct DescriptorSets {
     }
 };
 
-int arm_descriptors(DescriptorSets &sets)
+// Arms the descriptors and waits for them, at most `timeout` ms.
+void wait_ready(DescriptorSets &sets, int timeout)
 {
     FD_ZERO(&sets.read);
     FD_ZERO(&sets.write);
@@ -192,27 +179,15 @@ int arm_descriptors(DescriptorSets &sets)
         FD_SET(entry->fd, entry->write ? &sets.write : &sets.read);
         count = std::max(count, entry->fd + 1);
     }
-    return count;
-}
-
-void wait_ready(DescriptorSets &sets, int timeout)
-{
-    const int count = arm_descriptors(sets);
     timeval limit{timeout / 1000, suseconds_t{timeout % 1000} * 1000};
     sets.ready =
         select(count, &sets.read, &sets.write, nullptr, timeout == no_timeout ? nullptr : &limit);
 }
 
-void mark_removed(event *entry)
+void mark_removed(event *entry, std::uint32_t cleared_flags = 0)
 {
-    va::shared(entry->flags) |= EVENT_REMOVED;
+    change_flags(entry, EVENT_REMOVED, cleared_flags);
     any_removed = true;
-}
-
-void dispatch(event *entry)
-{
-    event_info info{entry, entry->type, 0};
-    entry->callback(&info, entry->arg);
 }
 
 bool is_due(const event *timer)
@@ -228,30 +203,20 @@ void start_next_period(event *timer)
     own(timer)->given = false;
 }
 
-void dispatch_timers()
-{
-    for (event *timer = time_event_list; timer && !loop_is_to_end(); timer = timer->next) {
-        if (!has_flag(timer, EVENT_ARMED) || !is_due(timer))
-            continue;
-        // Before the callback, so that it may set another interval, or another due time. Not with
-        // resched_event(), which would enable a timer that was disabled since it was armed.
-        if (has_flag(timer, EVENT_ONESHOT))
-            mark_removed(timer);
-        else
-            start_next_period(timer);
-        dispatch(timer);
-    }
-}
-
 template <class Ready>
-void dispatch_list(event *list, Ready ready)
+void dispatch(event *list, Ready ready)
 {
     for (event *entry = list; entry && !loop_is_to_end(); entry = entry->next) {
         if (!has_flag(entry, EVENT_ARMED) || !ready(entry))
             continue;
+        // Before the callback, so that it may set another interval, or another due time. Not with
+        // resched_event(), which would enable a timer that was disabled since it was armed.
         if (has_flag(entry, EVENT_ONESHOT))
             mark_removed(entry);
-        dispatch(entry);
+        else if (entry->type == EVENT_TIMER)
+            start_next_period(entry);
+        event_info info{entry, entry->type, 0};
+        entry->callback(&info, entry->arg);
     }
 }
 
@@ -272,10 +237,10 @@ void run_cycle()
     const bool always_due = arm_always();
     DescriptorSets sets;
     wait_ready(sets, always_due ? 0 : timer_timeout);
-    dispatch_timers();
-    dispatch_list(always_event_list, [](const event *) { return true; });
+    dispatch(time_event_list, is_due);
+    dispatch(always_event_list, [](const event *) { return true; });
     if (sets.ready > 0)
-        dispatch_list(fd_event_list, [&](const event *entry) { return sets.has(entry); });
+        dispatch(fd_event_list, [&](const event *entry) { return sets.has(entry); });
     strip_removed();
 }
 
@@ -283,11 +248,13 @@ void run_cycle()
 
 int event_loop(int once)
 {
-    const LoopRun run;
+    assert(!loop_runs && "a loop runs already, perhaps the one that calls back");
+    loop_runs = runs_loop = true;
     va::shared(end_loop) = 0;
     do {
         run_cycle();
     } while (!once && !loop_is_to_end());
+    loop_runs = runs_loop = false;
     return once | va::load_shared(end_loop);
 }
 
@@ -306,54 +273,46 @@ event *add_fd_event(int fd, int write, unsigned flags, event_callback callback, 
     if (fd < 0 || fd >= FD_SETSIZE)
         return nullptr;
     event *added = va::make_event(EVENT_FD, flags, callback, arg);
-    if (!added)
-        return nullptr;
-    added->fd = fd;
-    added->write = write;
-    add(&tmp_fd_event_list, added);
-    return added;
+    if (added) {
+        added->fd = fd;
+        added->write = write;
+    }
+    return add(&tmp_fd_event_list, added);
 }
 
 event *add_timer_event(int interval, unsigned flags, event_callback callback, void *arg)
 {
     assert(interval >= 1);
     event *added = va::make_event(EVENT_TIMER, flags, callback, arg);
-    if (!added)
-        return nullptr;
-    added->interval = interval;
-    time_future(&added->when, interval);
-    add(&tmp_time_event_list, added);
-    return added;
+    if (added) {
+        added->interval = interval;
+        time_future(&added->when, interval);
+    }
+    return add(&tmp_time_event_list, added);
 }
 
 event *add_alarm_event(const timeval *when, unsigned flags, event_callback callback, void *arg)
 {
     event *added = va::make_event(EVENT_TIMER, flags | EVENT_ONESHOT, callback, arg);
-    if (!added)
-        return nullptr;
-    added->when = *when;
-    own(added)->given = true;
-    add(&tmp_time_event_list, added);
-    return added;
+    if (added) {
+        added->when = *when;
+        own(added)->given = true;
+    }
+    return add(&tmp_time_event_list, added);
 }
 
 event *add_always_event(unsigned flags, event_callback callback, void *arg)
 {
-    event *added = va::make_event(EVENT_ALWAYS, flags, callback, arg);
-    if (added)
-        add(&tmp_always_event_list, added);
-    return added;
+    return add(&tmp_always_event_list, va::make_event(EVENT_ALWAYS, flags, callback, arg));
 }
 
 void remove_event(event *handle)
 {
-    if (!handle)
-        return;
-    change_flags(handle, EVENT_REMOVED, EVENT_ENABLED | EVENT_ARMED);
-    any_removed = true;
+    if (handle)
+        mark_removed(handle, EVENT_ENABLED | EVENT_ARMED);
 }
 
-// The look before the change keeps a sender that asks for each of its records off the locked
+// The test before the change keeps a sender that asks for each of its records off the locked
 // instruction. Two threads that disagree without a lock between them get one order or the other.
 void set_event_enabled(event *handle, int on)
 {
@@ -401,12 +360,7 @@ void strip_events(event **head)
         // With the barrier: the thread that removed it has done with it.
         if (!(va::load_shared(entry->flags, std::memory_order_acquire) & EVENT_REMOVED))
             continue;
-        if (entry->next)
-            entry->next->prev = entry->prev;
-        if (entry->prev)
-            entry->prev->next = entry->next;
-        else
-            *head = entry->next;
+        va::unlink_node(head, entry);
         va::free_event(entry);
     }
 }
@@ -426,7 +380,8 @@ event *va::make_event(std::int32_t type, unsigned flags, event_callback callback
     event *made = new_event(callback, arg);
     if (made) {
         made->type = type;
-        made->flags = first_flags(flags);
+        made->flags =
+            flags & EVENT_ASLEEP ? flags & ~(EVENT_ASLEEP | EVENT_ENABLED) : flags | EVENT_ENABLED;
     }
     return made;
 }

@@ -24,7 +24,7 @@
 
 struct soft_queue;
 
-// What a callback is told about its call; valid during the call only.
+// What a callback gets about its call; valid during the call only.
 struct event_info {
     struct event *event; // the event being dispatched; a callback may remove or reschedule it
     std::int32_t type;   // an EVENT_TIMER .. EVENT_SOFTQUEUE code
@@ -130,7 +130,7 @@ event *add_always_event(unsigned flags, event_callback callback, void *arg);
 void remove_event(event *handle);
 
 // Any thread. Disabling takes effect from the next cycle on. A timer keeps its due time while it is
-// disabled. Nothing else is ordered by it: a lock has to guard what the callback looks at.
+// disabled. Nothing else is ordered by it: a lock has to guard what the callback reads.
 void set_event_enabled(event *handle, int on);
 int get_event_enabled(const event *handle);
 

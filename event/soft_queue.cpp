@@ -1,10 +1,7 @@
 #include "event/soft_queue.h"
 
-#include "event/list.h"
-#include "event/make_event.h"
-#include "util/fd.h"
-#include "util/owner.h"
-#include "util/shared.h"
+#include "event/internal.h"
+#include "util/guarded.h"
 
 #include <cassert>
 #include <cerrno>
@@ -29,10 +26,8 @@ struct Queue : soft_queue {
         pipe_write = -1;
     }
     ~Queue();
-    Queue(const Queue &) = delete;
-    Queue &operator=(const Queue &) = delete;
 
-    va::Array<sq_node> slots;
+    std::unique_ptr<sq_node[]> slots;
 };
 
 sq_node *take_head(sq_node **list)
@@ -50,13 +45,9 @@ sq_node *take_head(sq_node **list)
 
 void append(sq_node **list, sq_node *node)
 {
-    if (!*list) {
-        node->next = node;
-        node->prev = node;
-        *list = node;
-        return;
-    }
-    sq_node *head = *list;
+    if (!*list)
+        *list = node->prev = node; // its own neighbour
+    sq_node *const head = *list;
     node->next = head;
     node->prev = head->prev;
     head->prev->next = node;
@@ -114,17 +105,6 @@ bool write_wake_byte(const soft_queue &queue) VA_REQUIRES(queue.mutex)
 {
     const va::ScopedLock lock(queue.mutex);
     return queue.pipe_event;
-}
-
-enum class Wake { Byte, None, End };
-
-Wake read_wake_byte(const soft_queue &queue) VA_REQUIRES(queue.mutex)
-{
-    char byte;
-    const ssize_t got = read(queue.pipe_read, &byte, sizeof byte);
-    if (got > 0)
-        return Wake::Byte;
-    return got < 0 && errno == EAGAIN ? Wake::None : Wake::End;
 }
 
 } // namespace
@@ -186,11 +166,13 @@ std::int32_t sq_run(event_info *, void *queue_arg)
     auto *queue = static_cast<soft_queue *>(queue_arg);
     assert(is_loop_thread());
     const va::ScopedLock lock(queue->mutex);
-    const Wake wake = read_wake_byte(*queue);
-    if (wake == Wake::End)
-        close_pipe(*queue);
-    if (wake != Wake::Byte)
+    char byte;
+    const ssize_t got = read(queue->pipe_read, &byte, sizeof byte);
+    if (got < 1) {
+        if (got == 0 || errno != EAGAIN)
+            close_pipe(*queue);
         return 0;
+    }
     event_info info{nullptr, EVENT_SOFTQUEUE, take_item(*queue)};
     event *listener = queue->events;
     for (; listener && !va::load_shared(end_loop); listener = listener->next) {

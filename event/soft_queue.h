@@ -14,8 +14,8 @@
 // went in.
 //
 // A queue on the loop is woken through a pipe, one byte an item. Items that were queued before the
-// first add_softqueue_event() have none: each later byte takes the oldest item, so they come first
-// and as many of the newest stay behind.
+// first add_softqueue_event() have none: each later byte takes the oldest item, so they are served
+// first and as many of the newest stay behind.
 
 struct sq_node {
     sq_node *next; // circular
@@ -51,7 +51,7 @@ int soft_queue_add(soft_queue *queue, std::uintptr_t item);
 
 // For a consumer thread, on a queue without soft-queue events. Takes the oldest item; waits for one
 // if there is none. Returns 0 when woken without an item, which may happen at any time: call again.
-// A consumer that must tell queues items other than 0.
+// A consumer for which that matters queues items other than 0.
 std::uintptr_t get_next_event(soft_queue *queue);
 
 // Any thread. Has the event loop call `callback` with `arg` for every item from now on; the first

@@ -1,5 +1,5 @@
-#include "event/due_time.h"
 #include "event/event.h"
+#include "event/internal.h"
 #include "event/soft_queue.h"
 #include "tests/support/event_failing_new.h"
 #include "tests/support/ipc_loop.h"

@@ -182,7 +182,7 @@ TEST_F(Msg, NothingIsLeftOfWhatFailsOrIsReleased)
     const auto served = [connected = open_descriptors() + 2] { // both ends of the connection
         return open_descriptors() == connected;
     };
-    EXPECT_EQ(rest_of(path, capture, served), "unix_domain_socket_accept() accept fail\n");
+    EXPECT_EQ(failed_accept(path, capture, served), "unix_domain_socket_accept() accept fail\n");
     EXPECT_EQ(stdout_of([] { cycle(); }), read_error); // of its end
     client.send("first\n");
     msg_release(&handle);

@@ -2,7 +2,7 @@
 #include "tests/support/store_file.h"
 #include "tests/support/va_fixture.h"
 #include "tests/support/wait.h"
-#include "util/shared.h"
+#include "util/guarded.h"
 #include "va/modules.h"
 #include "va/options.h"
 

@@ -1,13 +1,14 @@
 #pragma once
 
 #include <cerrno>
+#include <memory>
 #include <utility>
 
 #include <fcntl.h>
 #include <unistd.h>
 
-// Descriptors as values. Private to this tree: the installed headers do not include it, so it is
-// not in the way of what the library's users define.
+// Descriptors, and pointers to what has an end of its own, as values. Private to this tree: the
+// installed headers do not include it, so it is not in the way of what the library's users define.
 
 namespace va
 {
@@ -42,6 +43,19 @@ public:
 private:
     int fd_ = -1;
 };
+
+template <auto end>
+struct Ender {
+    template <class T>
+    void operator()(T *held) const
+    {
+        end(held);
+    }
+};
+
+// Owns what `end` ends.
+template <class T, auto end>
+using Owner = std::unique_ptr<T, Ender<end>>;
 
 // The same file, not as descriptor 0, for those to whom 0 reads as none; empty when that fails.
 inline Fd above_zero(Fd fd)

@@ -1,12 +1,13 @@
 #pragma once
 
+#include <atomic>
 #include <mutex>
 
 #include <pthread.h>
 
-// Says which lock guards what, for clang to check where VA_CHECK_LOCKS is defined, as it is for the
-// libraries of this tree; else the words mean nothing. Constructors and destructors are not
-// checked: nobody else has the object.
+// What threads share: plain words, and what a lock guards, for clang to check where VA_CHECK_LOCKS
+// is defined, as it is for the libraries of this tree; elsewhere the annotations are empty.
+// Constructors and destructors are not checked: nobody else has the object.
 
 #if defined(__clang__) && defined(VA_CHECK_LOCKS)
 #define VA_LOCK_ATTRIBUTE(...) __attribute__((__VA_ARGS__))
@@ -21,6 +22,21 @@
 
 namespace va
 {
+
+// A plain word that threads, or a thread and a signal handler, share: all who write it, and all who
+// read it while another may write, do so by this.
+template <class Word>
+std::atomic_ref<Word> shared(Word &word)
+{
+    static_assert(std::atomic_ref<Word>::is_always_lock_free, "a signal handler may use it");
+    return std::atomic_ref<Word>(word);
+}
+
+template <class Word>
+Word load_shared(const Word &word, std::memory_order order = std::memory_order_seq_cst)
+{
+    return shared(const_cast<Word &>(word)).load(order); // which takes no const one
+}
 
 // Holds a lock: one of the standard library, or the plain one of a record.
 class VA_LOCK_ATTRIBUTE(scoped_lockable) ScopedLock
@@ -43,7 +59,7 @@ private:
     pthread_mutex_t &mutex_;
 };
 
-// Lets a lock go that is held, and takes it again in the end.
+// Releases a lock that is held, and takes it again at the end.
 class VA_LOCK_ATTRIBUTE(scoped_lockable) ScopedUnlock
 {
 public:
@@ -60,7 +76,7 @@ private:
     pthread_mutex_t &mutex_;
 };
 
-// std::unique_lock, for what waits on a condition or lets go in between.
+// std::unique_lock, for waits on a condition, and for a release in between.
 class VA_LOCK_ATTRIBUTE(scoped_lockable) UniqueLock : public std::unique_lock<std::mutex>
 {
 public:
@@ -74,8 +90,8 @@ public:
     void unlock() VA_LOCK_ATTRIBUTE(release_capability()) { unique_lock::unlock(); }
 };
 
-// For a record that no other thread knows yet, or knows any more: from here to the function's end
-// it counts as locked, and is not.
+// For a record that no other thread knows yet, or any more: from here to the end of the function it
+// counts as locked, and is not.
 template <class Mutex>
 void assume_locked(const Mutex &lock) VA_LOCK_ATTRIBUTE(assert_capability(lock))
 {

@@ -1,8 +1,9 @@
 #include "util/sequence_pool.h"
 
+#include "util/fd.h"
+
 #include <algorithm>
 #include <cstdio>
-#include <memory>
 #include <new>
 #include <span>
 #include <utility>
@@ -13,24 +14,10 @@ namespace
 constexpr unsigned page_size = seqpool_page_size;
 constexpr unsigned max_pages = seqpool_max_pages;
 
-// The allocated type of a pool, which owns what the described record only points to.
-struct Pool : seqpool {
-    Pool() : seqpool{} { pthread_mutex_init(&mutex, nullptr); }
-    ~Pool();
-    Pool(const Pool &) = delete;
-    Pool &operator=(const Pool &) = delete;
-};
-
 void set_page_count(seqpool &pool, unsigned count) VA_REQUIRES(pool.mutex)
 {
     pool.pageNum = static_cast<std::int32_t>(count);
     pool.totalSize = static_cast<std::int32_t>(count * page_size);
-}
-
-void clear(seqpool &pool) VA_REQUIRES(pool.mutex)
-{
-    pool.readPos = 0;
-    pool.writePos = 0;
 }
 
 int stored(const seqpool &pool) VA_REQUIRES(pool.mutex)
@@ -59,10 +46,12 @@ unsigned fit_pages(seqpool &pool, unsigned count) VA_REQUIRES(pool.mutex)
     return count;
 }
 
-Pool::~Pool()
+void end_pool(seqpool *pool)
 {
-    fit_pages(*this, 0);
-    pthread_mutex_destroy(&mutex);
+    va::assume_locked(pool->mutex);
+    fit_pages(*pool, 0);
+    pthread_mutex_destroy(&pool->mutex);
+    delete pool;
 }
 
 // Hands the `length` bytes from `position` on to `take`, page by page. Returns the offset after
@@ -91,11 +80,12 @@ std::int32_t for_each_chunk(seqpool &pool, std::int32_t position, unsigned lengt
 
 int seqpool_init(seqpool **out, unsigned size)
 {
-    std::unique_ptr<Pool> pool(new (std::nothrow) Pool);
+    va::Owner<seqpool, end_pool> pool(new (std::nothrow) seqpool{});
     if (!pool) {
         std::puts("Can't allocate memory.");
         return -1;
     }
+    pthread_mutex_init(&pool->mutex, nullptr);
     va::assume_locked(pool->mutex);
     const unsigned count = size / page_size;
     pool->pageSize = page_size;
@@ -125,7 +115,7 @@ int seqpool_setSize(seqpool *pool, unsigned size)
         return -1;
     }
     const va::ScopedLock lock(pool->mutex);
-    clear(*pool);
+    pool->readPos = pool->writePos = 0;
     const unsigned held = fit_pages(*pool, count);
     set_page_count(*pool, held);
     if (held < count) {
@@ -190,13 +180,13 @@ int seqpool_clearData(seqpool *pool)
     if (!pool)
         return -1;
     const va::ScopedLock lock(pool->mutex);
-    clear(*pool);
+    pool->readPos = pool->writePos = 0;
     return 0;
 }
 
 int seqpool_destroy(seqpool **pool)
 {
-    if (pool)
-        delete static_cast<Pool *>(std::exchange(*pool, nullptr));
+    if (pool && *pool)
+        end_pool(std::exchange(*pool, nullptr));
     return 0;
 }

@@ -24,7 +24,7 @@ struct seqpool {
     std::int32_t pageSize VA_GUARDED_BY(mutex);  // seqpool_page_size
     std::int32_t pageNum VA_GUARDED_BY(mutex);   // 0..seqpool_max_pages
     std::int32_t readPos VA_GUARDED_BY(mutex);   // of the oldest byte; equal to writePos when empty
-    std::int32_t writePos VA_GUARDED_BY(mutex);  // offset of the next byte to come
+    std::int32_t writePos VA_GUARDED_BY(mutex);  // offset of the next byte to be written
     std::uint8_t *pages[seqpool_max_pages] VA_GUARDED_BY(mutex); // null from pageNum on
     pthread_mutex_t mutex;
 };
@@ -41,15 +41,15 @@ int seqpool_init(seqpool **out, unsigned size);
 // short the pool is empty and has the pages that could be had.
 int seqpool_setSize(seqpool *pool, unsigned size);
 
-// Queues `length` bytes, copied from `source`. Returns 0, or -1, with nothing queued, when there is
-// less room or the pool is null.
+// Queues `length` bytes, copied from `source`. Returns 0, or -1, with nothing queued, when it
+// does not fit or the pool is null.
 int seqpool_writeData(seqpool *pool, const void *source, unsigned length);
 
 // Takes the oldest `length` bytes out, into `destination` or, with null, away. Returns 0, or -1,
 // with nothing taken, when fewer are stored or the pool is null.
 int seqpool_readData(seqpool *pool, void *destination, unsigned length);
 
-// Bytes of free room, and bytes stored; 0 for null. With one writer the room only grows between
+// Bytes free, and bytes stored; 0 for null. With one writer the bytes free only grow between
 // this call and its write, with one reader the bytes stored between this call and its read.
 int seqpool_askAvailSize(seqpool *pool);
 int seqpool_askDataSize(seqpool *pool);

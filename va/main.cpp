@@ -1,5 +1,5 @@
 #include "util/fd.h"
-#include "util/shared.h"
+#include "util/guarded.h"
 #include "va/descriptor_limit.h"
 #include "va/log.h"
 #include "va/output.h"

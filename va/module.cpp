@@ -2,7 +2,7 @@
 
 #include "event/soft_queue.h"
 #include "platform/ne3_val.h"
-#include "util/shared.h"
+#include "util/guarded.h"
 #include "va/log.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #include "va/pid_file.h"
 
 #include "util/fd.h"
-#include "util/shared.h"
+#include "util/guarded.h"
 #include "util/util.h"
 #include "va/log.h"
 #include "va/paths.h"

@@ -1,6 +1,6 @@
 #include "va/signals.h"
 
-#include "util/shared.h"
+#include "util/guarded.h"
 #include "va/output.h"
 
 #include <cerrno>

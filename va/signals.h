@@ -4,7 +4,7 @@
 
 // What signals ask of the daemon, and how its threads learn of it.
 
-// Both are used by va::shared() (util/shared.h): handlers write them, both threads look.
+// Both are used by va::shared() (util/guarded.h): handlers write them, both threads look.
 
 // 1 once SIGINT or SIGTERM has arrived.
 extern int terminate;

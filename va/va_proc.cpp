@@ -1,6 +1,6 @@
 #include "va/va_proc.h"
 
-#include "util/shared.h"
+#include "util/guarded.h"
 #include "va/log.h"
 #include "va/modules.h"
 #include "va/report.h"

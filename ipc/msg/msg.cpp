@@ -1,19 +1,14 @@
 #include "ipc/msg/msg.h"
 
-#include "event/event_owner.h"
-#include "ipc/network/rest.h"
+#include "ipc/network/serving.h"
 #include "ipc/network/socket.h"
-#include "util/fd.h"
-#include "util/owner.h"
 #include "util/util.h"
 
 #include <algorithm>
 #include <cassert>
 #include <cerrno>
-#include <cstddef>
 #include <cstdio>
 #include <cstring>
-#include <functional>
 #include <memory>
 #include <new>
 #include <string_view>
@@ -36,14 +31,8 @@ constexpr std::string_view arguments_mark = "::";
 constexpr std::string_view reply = "OK\n";
 constexpr int incomplete = 0; // as an item's size
 
-struct FrameHeader {
-    char mark;
-    char free;
-    std::uint8_t length[2]; // of the body, little-endian
-};
-static_assert(sizeof(FrameHeader) == 4 && offsetof(FrameHeader, length) == 2);
-
-constexpr int frame_header_size = sizeof(FrameHeader);
+constexpr int frame_header_size = 4;
+constexpr int body_length_offset = 2; // in the header
 
 // Removes a descriptor event and closes its descriptor.
 void end_service(event *served)
@@ -54,13 +43,10 @@ void end_service(event *served)
 
 // What a server has besides the described record, which it is allocated with.
 struct Handle : msg_handle {
-    Handle() : msg_handle{} {}
     ~Handle();
-    Handle(const Handle &) = delete;
-    Handle &operator=(const Handle &) = delete;
 
     va::Owner<event, end_service> events[FD_SETSIZE]; // by descriptor
-    va::EventOwner rest_timer; // socket mode: wakes the listener after a failed accept
+    va::EventOwner accept_pause;                      // socket mode: after a failed accept
     msg_unknown unknown{};
 };
 
@@ -71,7 +57,8 @@ Handle *own(msg_handle *handle)
 
 Handle::~Handle()
 {
-    std::ranges::for_each(commands, va::delete_one<msg_command>);
+    for (const msg_command *command : commands)
+        delete command;
     delete extend;
     delete others;
 }
@@ -87,7 +74,7 @@ event *serve(Handle *handle, Fd fd, event_callback callback)
 // Also when another part of the program has put it on the loop.
 void stop_serving(Handle *handle, event *served)
 {
-    if (handle->events[served->fd] == served)
+    if (handle->events[served->fd].get() == served)
         handle->events[served->fd].reset();
     else
         end_service(served);
@@ -97,7 +84,7 @@ int frame_size(const char *frame, int available)
 {
     if (available < frame_header_size)
         return incomplete;
-    const int size = frame_header_size + buf2short(frame + offsetof(FrameHeader, length));
+    const int size = frame_header_size + buf2short(frame + body_length_offset);
     return size <= available ? size : incomplete;
 }
 
@@ -119,16 +106,13 @@ bool has_name(const msg_command &command, std::string_view name)
            strncasecmp(command.name, name.data(), name.size()) == 0;
 }
 
-bool is_printable(char letter)
-{
-    return letter >= ' ' && letter <= '~';
-}
-
 void note_unknown(msg_unknown &unknown, std::string_view line)
 {
     ++unknown.count;
     const std::string_view kept = line.substr(0, MSG_UNKNOWN_SIZE - 1);
-    std::ranges::replace_copy_if(kept, unknown.last, std::not_fn(is_printable), '?');
+    std::ranges::transform(kept, unknown.last, [](char letter) {
+        return letter >= ' ' && letter <= '~' ? letter : '?';
+    });
     unknown.last[kept.size()] = '\0';
 }
 
@@ -195,12 +179,6 @@ void handle_items(Handle *handle, event *source)
     std::memmove(handle->buffer, handle->buffer + done, static_cast<std::size_t>(handle->used));
 }
 
-// Not one that another part of the program has put on the loop.
-bool is_own_listener(const Handle *handle, const event *listener)
-{
-    return handle->rest_timer && handle->rest_timer->arg == listener;
-}
-
 int start_socket(Handle *handle)
 {
     int listener = -1;
@@ -209,8 +187,8 @@ int start_socket(Handle *handle)
     event *const served = serve(handle, Fd(listener), socket_accept);
     if (!served)
         return -1;
-    handle->rest_timer = va::add_rest_timer(served);
-    if (handle->rest_timer)
+    handle->accept_pause = va::add_accept_pause(served);
+    if (handle->accept_pause)
         return 0;
     stop_serving(handle, served);
     return -1;
@@ -226,9 +204,7 @@ bool is_file(const char *path)
 int start_fifo(Handle *handle)
 {
     handle->mode = MSG_FIFO;
-    Fd fifo;
-    if (!is_file(handle->path))
-        fifo.reset(pipe_open(handle->path));
+    Fd fifo(is_file(handle->path) ? -1 : pipe_open(handle->path));
     if (!fifo || !serve(handle, std::move(fifo), msg_read)) {
         std::puts("msg_start: fail !");
         return -1;
@@ -236,9 +212,9 @@ int start_fifo(Handle *handle)
     return 0;
 }
 
-va::One<msg_command> new_command(std::string_view name, msg_callback callback, void *arg)
+msg_command *new_command(std::string_view name, msg_callback callback, void *arg)
 {
-    va::One<msg_command> command(new (std::nothrow) msg_command{});
+    auto *const command = new (std::nothrow) msg_command{};
     if (command) {
         std::ranges::copy(name, command->name);
         command->callback = callback;
@@ -253,7 +229,7 @@ int msg_init(msg_handle **slot, msg_conf conf)
 {
     if (!slot)
         return -1;
-    std::unique_ptr<Handle> handle(new (std::nothrow) Handle);
+    std::unique_ptr<Handle> handle(new (std::nothrow) Handle{});
     if (!handle) {
         std::printf("%s:Can't alloc memory!\n", __func__);
         return -1;
@@ -275,10 +251,10 @@ int msg_register(msg_handle *handle, const char *name, msg_callback callback, vo
     }
     if (std::strlen(name) >= MSG_NAME_SIZE)
         return -1;
-    auto command = new_command(name, callback, arg);
+    msg_command *const command = new_command(name, callback, arg);
     if (!command)
         return -1;
-    handle->commands[handle->count++] = command.release();
+    handle->commands[handle->count++] = command;
     return 0;
 }
 
@@ -306,7 +282,7 @@ int msg_registerOthers(msg_handle *handle, msg_callback callback, void *arg)
         std::printf("%s(): Can't register. Already set before !\n", __func__);
         return -1;
     }
-    handle->others = new_command("", callback, arg).release();
+    handle->others = new_command("", callback, arg);
     return handle->others ? 0 : -1;
 }
 
@@ -357,8 +333,9 @@ std::int32_t socket_accept(event_info *info, void *arg)
         if (!va::set_non_blocking(connection.get()) ||
             !serve(handle, std::move(connection), msg_read))
             std::fprintf(stderr, "%s(): can't serve client.\n", __func__);
-    } else if (result == -1 && is_own_listener(handle, info->event)) {
-        va::rest_listener(handle->rest_timer);
+    } else if (result == -1 && handle->accept_pause && handle->accept_pause->arg == info->event) {
+        // Not for a listener that another part of the program has put on the loop.
+        va::pause_accepts(handle->accept_pause.get());
     }
     return 0;
 }

@@ -17,7 +17,7 @@
 // no error: another reader of the FIFO may have been first.
 //
 // Socket mode: a connection is answered "OK\n" and closed after its first item; further items that
-// came in the same read are handled, without a reply. The buffer is the server's: what one
+// arrived in the same read are handled, without a reply. The buffer is the server's: what one
 // connection leaves incomplete is completed by the next.
 //
 // Everything belongs to the loop thread: register and start before the loop runs, or on it.
@@ -100,15 +100,14 @@ int msg_registerOthers(msg_handle *handle, msg_callback callback, void *arg);
 int msg_get_unknown(const msg_handle *handle, msg_unknown *unknown);
 
 // Opens the FIFO, made if missing, or listens on the socket, and adds it to the event loop. Once a
-// server. -1 also when it cannot be set up; a file in the FIFO's place is
-// left as it is.
+// server. -1 also when it cannot be set up; a file in the FIFO's place is left as it is.
 int msg_start(msg_handle *handle);
 
 // The event callbacks that msg_start() registers; `arg` is the msg_handle, the descriptor that of
 // the event. They return 0. msg_read() reads once, handles the complete items, and closes the
 // descriptor and removes the event at end of file, on an error, or once it has answered in socket
 // mode. socket_accept() takes one connection in. One that cannot be accepted, for want of
-// descriptors as a rule, stays pending, and the listener of msg_start() rests for 100 ms.
+// descriptors as a rule, stays pending, and the listener of msg_start() pauses for 100 ms.
 std::int32_t msg_read(event_info *info, void *arg);
 std::int32_t socket_accept(event_info *info, void *arg);
 

@@ -3,15 +3,16 @@
 #include "ipc/network/socket.h"
 #include "util/fd.h"
 #include "util/guarded.h"
-#include "util/owned_text.h"
 #include "util/sequence_pool.h"
 
 #include <algorithm>
 #include <array>
 #include <cassert>
-#include <cstddef>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <utility>
 
@@ -23,14 +24,11 @@ namespace
 
 // What a client has besides the described record, which it is allocated with.
 struct Client : msgcmd {
-    Client() : msgcmd{} { fd = -1; }
     ~Client();
-    Client(const Client &) = delete;
-    Client &operator=(const Client &) = delete;
 
     // Guards the connection, its events and the callbacks; and that an enabled write event means
     // queued bytes.
-    pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+    std::mutex lock;
 };
 
 Client *own(msgcmd *client)
@@ -42,7 +40,7 @@ using Chunk = std::array<char, MSGCMD_CHUNK_SIZE>;
 
 // What an event of the connection works with, as it stands when the event is served; the callbacks
 // are called without the lock and may release the client. Asked for before a connection is given
-// up: afterwards a sender may connect anew.
+// up: afterwards a sender may connect again.
 struct Connection {
     int fd;
     msgcmd_read_callback read_cb;
@@ -110,7 +108,7 @@ Client::~Client()
     va::assume_locked(lock);
     disconnect(this);
     seqpool_destroy(&pool);
-    delete[] path;
+    std::free(path);
 }
 
 // Returns whether the connection's write event is there. A connection without one stays open: only
@@ -170,13 +168,14 @@ int msgcmd_init(msgcmd **out, const char *path, unsigned size)
     if (!out || !path)
         return -1;
     *out = nullptr;
-    std::unique_ptr<Client> client(new (std::nothrow) Client);
+    std::unique_ptr<Client> client(new (std::nothrow) Client{});
     if (client)
-        client->path = copy_text(path).release();
+        client->path = strdup(path);
     if (!client || !client->path) {
         std::printf("%s: Can't alloc memory!\n", __func__);
         return -1;
     }
+    client->fd = -1;
     client->pool_size = size;
     if (seqpool_init(&client->pool, size) == -1)
         return -1;

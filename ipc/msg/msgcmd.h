@@ -54,7 +54,7 @@ static_assert(sizeof(void *) != 4 || sizeof(msgcmd) == 36);
 
 // Connects to the socket at `path` (at most 107 bytes), sends the `length` bytes in one write,
 // which waits until the server has taken them, and closes without reading an answer. Returns 0 when
-// any of them were written (a line on standard output tells when not all were), and for length 0,
+// any of them were written (with a line on standard output when not all were), and for length 0,
 // which connects to nothing. -1 when nobody listens, or, after a line on standard output, when
 // nothing could be written. Any thread.
 int msgcmd_block_write(const char *path, const void *data, unsigned length);
@@ -74,13 +74,13 @@ void msgcmd_setcb(msgcmd *client, msgcmd_read_callback read_cb, msgcmd_write_cal
 // Connects unless connected, and queues all of the `length` bytes, copied from `data`. Returns 0,
 // also for length 0, which does nothing; -1, with nothing queued, for a null client, when nobody
 // listens, when memory is short, when the new descriptor is 1024 or more, or, after a line on
-// standard output, when the queue lacks room for them.
+// standard output, when they do not fit into the queue.
 //
-// Queued is not delivered. Bytes are lost when the connection ends first, and the rest of a chunk
-// when the socket takes only part of it; each is reported by a line on standard output.
+// Queued is not delivered. Bytes are lost when the connection ends first, and the remainder of a
+// chunk when the socket takes only part of it; each is reported by a line on standard output.
 int msgcmd_noblock_write(msgcmd *client, const void *data, unsigned length);
 
-// Closes the connection and drops what is queued, without a callback; the next send connects anew.
+// Closes the connection and drops what is queued, without a callback; the next send connects again.
 // Null is ignored. Loop thread, callbacks included, or while no loop runs.
 void msgcmd_close(msgcmd *client);
 

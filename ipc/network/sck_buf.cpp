@@ -89,8 +89,8 @@ void sck_buf_release(sck_buf_t *buffer)
 
 bool sck_buf_has_room(const sck_buf_t &ring, std::uint32_t length)
 {
-    const std::uint32_t room = ring.size - 1 - ring.count;
-    return room >= header_size && length <= room - header_size;
+    const std::uint32_t available = ring.size - 1 - ring.count;
+    return available >= header_size && length <= available - header_size;
 }
 
 void sck_buf_put_frame(sck_buf_t &ring, sck_bytes payload)

@@ -32,7 +32,7 @@ using sck_bytes = std::span<const std::uint8_t>;
 // Whether a frame with `length` bytes of payload fits in whole.
 bool sck_buf_has_room(const sck_buf_t &ring, std::uint32_t length);
 
-// Puts a frame in. There must be room for it.
+// Puts a frame in, which must fit.
 void sck_buf_put_frame(sck_buf_t &ring, sck_bytes payload);
 
 // The oldest bytes, up to the array's end: all there are, unless they wrap.

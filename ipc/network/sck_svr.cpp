@@ -1,21 +1,16 @@
 #include "ipc/network/sck_svr.h"
 
-#include "event/event_owner.h"
-#include "ipc/network/client_lines.h"
-#include "ipc/network/recent.h"
-#include "ipc/network/rest.h"
+#include "ipc/network/serving.h"
 #include "ipc/network/socket.h"
-#include "util/clock.h"
-#include "util/fd.h"
-#include "util/owned_text.h"
-#include "util/shared.h"
+#include "util/guarded.h"
 
 #include <algorithm>
 #include <atomic>
 #include <cassert>
 #include <cerrno>
 #include <cstdio>
-#include <ctime>
+#include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <utility>
@@ -36,9 +31,9 @@ constexpr std::uint32_t most_read = 4096;
 using Lines = va::ClientLines;
 
 // What servers and clients have besides the described records, which they are allocated with. The
-// lock guards it, but for the timers, the lines, the process number and `failedAccepts`, which the
-// loop thread counts. Functions on a client that need the lock are told its server, so that it has
-// one name.
+// lock guards it, but for the timer, the lines, the process number and `failedAccepts`, which the
+// loop thread counts. Functions on a client that need the lock are passed its server, so that it
+// has one name.
 struct Server : sck_svr_t {
     Server() : sck_svr_t{}
     {
@@ -46,10 +41,8 @@ struct Server : sck_svr_t {
         pthread_mutex_init(&lock, nullptr);
     }
     ~Server();
-    Server(const Server &) = delete;
-    Server &operator=(const Server &) = delete;
 
-    va::EventOwner restTimer; // wakes the listener after a failed accept
+    va::EventOwner acceptPause; // after a failed accept
     va::ClientLines lines;
     std::atomic<std::uint64_t> failedAccepts{0};
     sck_counts_t counts VA_GUARDED_BY(lock){};
@@ -64,7 +57,7 @@ struct Client : sck_clt_t {
 
     va::QueueTimer timer;
     std::int32_t pid = 0;
-    sck_counts_t before{};          // the server's counts when it was linked; what came since, and
+    sck_counts_t before{};          // the server's counts when it was linked; what followed, and
     std::uint64_t refused = 0;      // was not refused, has been queued
     std::uint64_t refusedBytes = 0; // payloads
 };
@@ -83,7 +76,7 @@ Server::~Server()
 {
     remove_event(acceptEvent);
     Fd(socket).reset();
-    delete[] path;
+    std::free(path);
     while (clients)
         delete own(std::exchange(clients, clients->next));
     pthread_mutex_destroy(&lock);
@@ -98,20 +91,14 @@ Client::~Client()
     sck_buf_release(&recv);
 }
 
-void refuse(Client *client, sck_bytes payload)
-{
-    ++client->refused;
-    client->refusedBytes += payload.size();
-}
-
-// With the look in place: a call for each record and client takes a tenth of the whole.
+// With the test in place: a call for each record and client takes a tenth of the whole.
 void enable(event *write_event)
 {
     if (!(va::load_shared(write_event->flags, std::memory_order_relaxed) & EVENT_ENABLED))
         set_event_enabled(write_event, 1);
 }
 
-// Returns how many clients had no room.
+// Returns how many clients had no space.
 std::uint32_t queue_for_all(Server *server, sck_bytes payload)
 {
     std::uint32_t refused = 0;
@@ -119,7 +106,8 @@ std::uint32_t queue_for_all(Server *server, sck_bytes payload)
     const va::ScopedLock lock(server->lock);
     for (Client *client = own(server->clients); client; client = own(client->next)) {
         if (!sck_buf_has_room(client->send, static_cast<std::uint32_t>(payload.size()))) {
-            refuse(client, payload);
+            ++client->refused;
+            client->refusedBytes += payload.size();
             ++refused;
             continue;
         }
@@ -135,25 +123,6 @@ std::uint32_t queue_for_all(Server *server, sck_bytes payload)
     return refused;
 }
 
-void link_client(Server *server, Client *client) VA_REQUIRES(server->lock)
-{
-    client->before = server->counts;
-    client->next = server->clients;
-    if (client->next)
-        client->next->prev = client;
-    server->clients = client;
-}
-
-void unlink_client(Server *server, sck_clt_t *client) VA_REQUIRES(server->lock)
-{
-    if (client->next)
-        client->next->prev = client->prev;
-    if (client->prev)
-        client->prev->next = client->next;
-    else
-        server->clients = client->next;
-}
-
 // Ends the connection; loop thread, without the lock.
 void disconnect(Server *server, Client *client, const char *reporter)
 {
@@ -161,11 +130,11 @@ void disconnect(Server *server, Client *client, const char *reporter)
         std::printf("%s: client disconnect.\n", reporter);
     const std::unique_ptr<Client> gone(client); // outlives the lock
     const va::ScopedLock lock(server->lock);
-    unlink_client(server, client);
+    va::unlink_node<sck_clt_t>(&server->clients, client);
 }
 
-// Some records' way to the socket has ended.
-void note_way(Server *server, Client *client) VA_REQUIRES(server->lock)
+// A group of records has gone to the socket.
+void note_time(Server *server, Client *client) VA_REQUIRES(server->lock)
 {
     const std::uint64_t now = va::monotonic_us();
     const std::uint64_t time = client->timer.end(now, client->send.count);
@@ -192,7 +161,7 @@ Written drain(Server *server, Client *client)
         const auto count = static_cast<std::uint32_t>(written.result);
         sck_buf_take_out(client->send, count);
         if (client->timer.take(count))
-            note_way(server, client);
+            note_time(server, client);
     }
     if (client->send.count == 0)
         set_event_enabled(client->writeEvent, 0);
@@ -206,7 +175,7 @@ std::int32_t sck_clt_event_write(event_info *, void *arg)
     const Written written = drain(server, client);
     if (written.result > 0 || written.length == 0)
         return 0;
-    // Printed without the lock, like everything: it must not hold up the producer.
+    // Printed without the lock, like everything: the producer must not wait for standard output.
     if (server->lines.to_print(Lines::write_failed))
         std::printf("write error. ret = %d, len=%d\n", static_cast<int>(written.result),
                     static_cast<int>(written.length));
@@ -284,7 +253,7 @@ std::int32_t sck_svr_event_accept(event_info *, void *arg)
     if (!connection) {
         ++server->failedAccepts;
         std::puts("ERR## accept fail.");
-        va::rest_listener(server->restTimer);
+        va::pause_accepts(server->acceptPause.get());
         return 0;
     }
     if (server->lines.to_print(Lines::accepted))
@@ -296,7 +265,8 @@ std::int32_t sck_svr_event_accept(event_info *, void *arg)
         return 0;
     }
     const va::ScopedLock lock(server->lock);
-    link_client(server, client.release());
+    client->before = server->counts;
+    va::push_front<sck_clt_t>(&server->clients, client.release());
     return 0;
 }
 
@@ -306,8 +276,8 @@ bool add_events(Server *server)
     server->acceptEvent = add_fd_event(server->socket, 0, 0, sck_svr_event_accept, arg);
     if (!server->acceptEvent)
         return false;
-    server->restTimer = va::add_rest_timer(server->acceptEvent);
-    return server->restTimer && server->lines.start(server->path);
+    server->acceptPause = va::add_accept_pause(server->acceptEvent);
+    return server->acceptPause && server->lines.start(server->path);
 }
 
 bool listens(const Server &server)
@@ -331,7 +301,7 @@ int sck_svr_init(sck_svr_t **slot, const char *path, std::uint32_t size)
     std::unique_ptr<Server> server(new (std::nothrow) Server);
     if (!server)
         return -1;
-    server->path = copy_text(path).release();
+    server->path = strdup(path);
     if (!server->path || unix_domain_socket_init(&server->socket, path, listen_backlog) == -1)
         return -1;
     server->size = size;

@@ -21,15 +21,15 @@
 // records, and delays neither the producer nor the others. A client is removed when it closes, or
 // when a write to it fails. Writing to one that has gone raises no SIGPIPE.
 //
-// What is told on standard output is told 20 times a second at most, of each kind: a record that a
-// client has no room for, a connection, its end, a failed write. The others are counted, and their
-// number told once a second.
+// Of each kind of line on standard output at most 20 are printed a second: a record that a client
+// has no space for, a connection, its end, a failed write. Further ones are counted, and their
+// number is printed once a second.
 //
 // The event loop accepts and serves the clients on its thread; sck_svr_write() only fills their
 // buffers. Queuing does not wake the loop: keep a periodic timer running to bound the delay, and to
 // have none add to a soft queue of one slot on the loop (event/soft_queue.h) after each record;
 // that an add is refused means that a wake is under way. A connection that cannot be accepted, for
-// want of descriptors as a rule, stays pending; the listener rests for 100 ms before it is tried
+// want of descriptors as a rule, stays pending; the listener pauses for 100 ms before it is tried
 // again.
 
 struct sck_clt_t;
@@ -46,7 +46,7 @@ struct sck_svr_t;
 // readPos nothing is read, and the handler is called over and over.)
 using sck_recv_handler = int (*)(sck_clt_t *client, void *arg);
 
-// One connected client, owned by its server's list. The lock guards next, prev and send; the rest
+// One connected client, owned by its server's list. The lock guards next, prev and send; all else
 // belongs to the loop thread.
 struct sck_clt_t {
     sck_clt_t *next; // older
@@ -77,18 +77,18 @@ static_assert(std::is_standard_layout_v<sck_svr_t> && std::is_trivially_copyable
 struct sck_counts_t {
     std::uint64_t records; // of a server: given to sck_svr_write(); of a client: queued for it
     std::uint64_t bytes;   // their payloads'
-    std::uint64_t refused; // records for which a client had no room; of a server: of all clients
+    std::uint64_t refused; // records for which a client had no space; of a server: of all clients
 };
 
 struct sck_clt_status_t {
-    std::int32_t pid;     // the process that connected; 0 when the system does not tell
+    std::int32_t pid;     // the process that connected; 0 when the system does not know
     std::uint32_t queued; // bytes that wait for its socket, lengths included
     sck_counts_t counts;
 };
 
 struct sck_svr_status_t {
     sck_counts_t counts;                   // since the start; those of clients that left stay
-    std::uint32_t longest_us;              // of a record's way to its client's socket, see below
+    std::uint32_t longest_us;              // from sck_svr_write() to a client's socket, see below
     std::uint64_t failed_accepts;          // connections that had to be tried again
     bool listens;                          // else no client can connect
     std::vector<sck_clt_status_t> clients; // newest first
@@ -102,7 +102,7 @@ static_assert(sizeof(void *) != 4 || sizeof(sck_clt_t) == 64);
 // memory short, or no socket or event to be had.
 int sck_svr_init(sck_svr_t **slot, const char *path, std::uint32_t size);
 
-// Queues one record for every client with room for all of it, and tells of each client without.
+// Queues one record for every client with space for all of it, and reports each client without.
 // The data stays the caller's. Copies only: no socket call, no allocation. Any thread. Returns 0
 // whoever received it (and for length 0, which queues nothing), -1 when `server` is null.
 int sck_svr_write(sck_svr_t *server, const void *data, std::uint32_t length);
@@ -110,8 +110,8 @@ int sck_svr_write(sck_svr_t *server, const void *data, std::uint32_t length);
 // Number of connected clients, -1 when `server` is null. Any thread.
 int sck_svr_get_client_count(sck_svr_t *server);
 
-// Tells how the server does; any thread. Of the records that have gone to a socket within the last
-// minute, `longest_us` is the longest time from sck_svr_write() to the last byte's way into the
+// Reports the state of the server; any thread. Of the records that have gone to a socket within the
+// last minute, `longest_us` is the longest time from sck_svr_write() until the last byte is in the
 // socket, in microseconds. Where a client's buffer did not run empty in between, records are timed
 // together, from the first one's write to the last one's end. Returns 0, or -1 with *status
 // untouched when an argument is null or memory is short.

@@ -73,9 +73,7 @@ Fd tcp_socket()
     return fd;
 }
 
-enum class Direction { read, write };
-
-int wait_ready(int fd, Direction direction, timeval timeout)
+int wait_ready(int fd, bool for_write, timeval timeout)
 {
     if (fd < 0 || fd >= FD_SETSIZE) {
         errno = EBADF;
@@ -84,9 +82,8 @@ int wait_ready(int fd, Direction direction, timeval timeout)
     fd_set set;
     FD_ZERO(&set);
     FD_SET(fd, &set);
-    fd_set *const readable = direction == Direction::read ? &set : nullptr;
-    fd_set *const writable = direction == Direction::write ? &set : nullptr;
-    const int ready = select(fd + 1, readable, writable, nullptr, &timeout);
+    const int ready =
+        select(fd + 1, for_write ? nullptr : &set, for_write ? &set : nullptr, nullptr, &timeout);
     return ready < 0 ? fail("select") : ready;
 }
 
@@ -196,12 +193,12 @@ int can_write(int fd)
 
 int can_read_with_timeout(int fd, int seconds, int microseconds)
 {
-    return wait_ready(fd, Direction::read, {seconds, microseconds});
+    return wait_ready(fd, false, {seconds, microseconds});
 }
 
 int can_write_with_timeout2(int fd, int seconds, int microseconds)
 {
-    return wait_ready(fd, Direction::write, {seconds, microseconds});
+    return wait_ready(fd, true, {seconds, microseconds});
 }
 
 int full_read(int fd, void *buffer, int length)

@@ -3,7 +3,7 @@
 // Stream sockets, readiness tests, exact reads. Stateless; any thread.
 //
 // Descriptors returned are blocking, close-on-exec and the caller's to close. An out-parameter is
-// written on success only. -1 comes after a message on standard error, unless said otherwise.
+// written on success only. -1 follows a message on standard error, unless said otherwise.
 
 // Unix-domain sockets. A path of more than 107 bytes gives -1 without a message, and nothing is
 // touched.
@@ -43,6 +43,6 @@ int can_write_with_timeout2(int fd, int seconds, int microseconds);
 int full_read(int fd, void *buffer, int length);
 
 // Reads up to `length` bytes, waiting up to `timeout` ms for each piece. Returns the bytes read:
-// fewer than `length` when nothing came in time, or at end of file. -1 on error, after a line on
+// fewer than `length` when nothing arrived in time, or at end of file. -1 on error, after a line on
 // standard output. With `timeout` 0 there is no limit, and the blocking mode decides.
 int full_read_with_timeout(int fd, void *buffer, int length, int timeout);

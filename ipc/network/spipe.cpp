@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <new>
 #include <span>
 #include <utility>
@@ -28,22 +27,6 @@ void close_one(std::int32_t &fd)
     Fd(fd > none ? fd : -1).reset();
     fd = none;
 }
-
-// The allocated types of the described records, which own what those only name.
-
-struct Server : spipe_server {
-    Server() : spipe_server{} {}
-    ~Server();
-    Server(const Server &) = delete;
-    Server &operator=(const Server &) = delete;
-};
-
-struct Client : spipe_client {
-    Client() : spipe_client{} {}
-    ~Client() { close_one(fd); }
-    Client(const Client &) = delete;
-    Client &operator=(const Client &) = delete;
-};
 
 // A path that is not terminated is cut, but stays too long for a socket address.
 void copy_path(char (&to)[SPIPE_PATH_SIZE], const char (&from)[SPIPE_PATH_SIZE])
@@ -66,11 +49,12 @@ std::span<std::int32_t> slots(const spipe_server &server)
     return {server.clients, server.clients ? static_cast<std::size_t>(server.max_clients) : 0};
 }
 
-Server::~Server()
+void end_server(spipe_server *server)
 {
-    std::ranges::for_each(slots(*this), close_one);
-    delete[] clients;
-    close_one(listen_fd);
+    std::ranges::for_each(slots(*server), close_one);
+    delete[] server->clients;
+    close_one(server->listen_fd);
+    delete server;
 }
 
 void remove_client(spipe_server &server, std::int32_t &slot)
@@ -156,7 +140,7 @@ int spipe_s_init(spipe_server **out, spipe_server_conf conf)
     if (!out)
         return -1;
     *out = nullptr;
-    std::unique_ptr<Server> server(new (std::nothrow) Server);
+    va::Owner<spipe_server, end_server> server(new (std::nothrow) spipe_server{});
     if (!server) {
         std::fprintf(stderr, "%s: Can't allocate memory!\n", __func__);
         return -1;
@@ -223,8 +207,8 @@ int spipe_s_getClientNumbers(const spipe_server *server)
 
 int spipe_s_destroy(spipe_server **server)
 {
-    if (server)
-        delete static_cast<Server *>(std::exchange(*server, nullptr));
+    if (server && *server)
+        end_server(std::exchange(*server, nullptr));
     return 0;
 }
 
@@ -232,7 +216,7 @@ int spipe_c_init(spipe_client **out, spipe_client_conf conf)
 {
     if (!out)
         return -1;
-    *out = new (std::nothrow) Client;
+    *out = new (std::nothrow) spipe_client{};
     if (!*out) {
         std::fprintf(stderr, "%s: Can't allocate memory.\n", __func__);
         return -1;
@@ -286,7 +270,9 @@ int spipe_c_disconnect(spipe_client *client)
 
 int spipe_c_destroy(spipe_client **client)
 {
-    if (client)
-        delete static_cast<Client *>(std::exchange(*client, nullptr));
+    if (client) {
+        spipe_c_disconnect(*client);
+        delete std::exchange(*client, nullptr);
+    }
     return 0;
 }

@@ -72,16 +72,16 @@ int spipe_s_acceptClients(spipe_server *server);
 
 // Takes in clients, then writes the `length` bytes (at least 1) to every client, in one write each.
 // A client whose socket is full misses the buffer; one whose socket takes only part of it misses
-// the rest, which is reported; one that has gone is removed. Returns 0 whoever received it, or -1,
-// with nothing written, for a null server, a length below 1, or when taking in clients failed.
+// the remainder, which is reported; one that has gone is removed. Returns 0 whoever received it, or
+// -1, with nothing written, for a null server, a length below 1, or when taking in clients failed.
 int spipe_s_write(spipe_server *server, const void *buffer, int length);
 
 // Takes in clients, then reads once, up to *length bytes (at least 1), from the ready client in the
 // lowest slot. Returns SPIPE_READ or SPIPE_READ_MORE with the bytes read in *length and the slot in
 // *index; SPIPE_NOTHING when no client has sent anything; or -1 for a null server, a length below
 // 1, or when taking in clients or the readiness test failed. *length and *index change only when
-// bytes were read. A client that has gone is removed; its slot goes to another one. Slots come
-// first in order, so a client that always has data ready keeps higher slots waiting.
+// bytes were read. A client that has gone is removed; its slot goes to another one. Slots are
+// served first in order, so a client that always has data ready keeps higher slots waiting.
 int spipe_s_read(spipe_server *server, void *buffer, int *length, int *index);
 
 // Occupied slots; 0 for null. Clients that left count until a write or read notices.
@@ -103,16 +103,16 @@ int spipe_c_isConnect(spipe_client *client);
 
 // Connects unless connected, then waits up to seconds + microseconds (which may be a million or
 // more) for data and reads once, up to `length` bytes (at least 1). Returns the bytes read; 0 when
-// nothing came in time; or -1 for a null client, a length below 1, no server, or a connection that
-// the server closed or that failed (a signal handled during the wait counts). After -1 the next
-// call connects anew.
+// nothing arrived in time; or -1 for a null client, a length below 1, no server, or a connection
+// that the server closed or that failed (a signal handled during the wait counts). After -1 the
+// next call connects again.
 int spipe_c_read(spipe_client *client, void *buffer, int length, int seconds, int microseconds);
 
 // The client's descriptor, to wait on together with others or to write to (with send() and
 // MSG_NOSIGNAL); it stays the client's. 0 when not connected, or for null.
 int spipe_c_getFd(const spipe_client *client);
 
-// Closes the connection; the next use connects anew. Returns 0, or -1 for null.
+// Closes the connection; the next use connects again. Returns 0, or -1 for null.
 int spipe_c_disconnect(spipe_client *client);
 
 // Closes the connection, frees the client and sets *client to null; null is accepted at either

@@ -13,7 +13,7 @@
 namespace va
 {
 
-// Empty, with errno ENAMETOOLONG, when the path has no room in an address.
+// Empty, with errno ENAMETOOLONG, when the path does not fit into an address.
 inline std::optional<sockaddr_un> unix_address(std::string_view path)
 {
     sockaddr_un address{};

@@ -85,9 +85,9 @@ struct OneDescriptor {
 };
 
 // Has a client connect to the server while no descriptor is left, and then be served. Returns what
-// the accepting cycle and the next have printed.
+// is printed until the pause of its accepts ends.
 template <class Capture, class Served>
-std::string rest_of(const std::string &path, Capture capture, Served served)
+std::string failed_accept(const std::string &path, Capture capture, Served served)
 {
     std::optional<LoopClient> client;
     std::string output = capture([&] {
