@@ -1,7 +1,6 @@
 #include "conf/conf_fd.h"
 
 #include "conf/store.h"
-#include "conf/window.h"
 
 #include <strings.h>
 

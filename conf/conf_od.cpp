@@ -1,7 +1,6 @@
 #include "conf/conf_od.h"
 
 #include "conf/store.h"
-#include "conf/window.h"
 
 #include <algorithm>
 #include <cstdio>

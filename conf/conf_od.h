@@ -1,6 +1,6 @@
 #pragma once
 
-#include "conf/parts.h"
+#include "conf/conf.h"
 
 #include <cstdint>
 

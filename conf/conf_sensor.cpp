@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
+#include <span>
 
 #include <strings.h>
 
@@ -25,37 +27,27 @@ bool fits_standard(std::int32_t any_standard, std::int32_t row_ntsc, std::int32_
     return any_standard || row_ntsc == ntsc;
 }
 
-const SensorConfig *find_sensor(const char *sensor, const char *mode, std::int32_t ntsc)
+std::optional<ConfSize> find_size(std::span<const NamedSize> sizes, const char *name)
 {
-    for (const SensorConfig *row = g_sensorConfigs; row->width; ++row) {
-        if (same_name(row->sensor, sensor) && same_name(row->profileMode, mode) &&
-            fits_standard(row->anyStandard, row->ntsc, ntsc))
-            return row;
+    for (const NamedSize &entry : sizes) {
+        if (same_name(entry.name, name))
+            return entry.size;
     }
-    return nullptr;
+    return {};
 }
 
-const NamedSize *find_size(const NamedSize *list, const char *name)
+std::optional<ConfSize> find_stream_size(const char *sensor, const char *mode,
+                                         std::int32_t any_standard, std::int32_t ntsc,
+                                         const char *name)
 {
-    for (const NamedSize *entry = list; entry->name; ++entry) {
-        if (same_name(entry->name, name))
-            return entry;
-    }
-    return nullptr;
-}
-
-const NamedSize *find_stream_size(const char *sensor, const char *mode, std::int32_t any_standard,
-                                  std::int32_t ntsc, const char *name)
-{
-    for (const SensorResolutions *row = sensor_resolution_table; row->sensor && row->profileMode;
-         ++row) {
-        if (!same_name(row->sensor, sensor) || !same_name(row->profileMode, mode) ||
-            !fits_standard(any_standard, row->ntsc, ntsc))
+    for (const auto &row : sensor_resolution_table) {
+        if (!same_name(row.sensor, sensor) || !same_name(row.profileMode, mode) ||
+            !fits_standard(any_standard, row.ntsc, ntsc))
             continue;
-        if (const NamedSize *found = find_size(row->list, name))
+        if (const auto found = find_size(row.sizes, name))
             return found;
     }
-    return nullptr;
+    return {};
 }
 
 // Entry `index` of a list that is a count followed by pairs.
@@ -104,14 +96,16 @@ int conf_getSensorConfig(SensorConfig *conf)
     const char *mode = mode_store.text("2 MEGA", "Properties.Image.ProfileMode");
 
     const std::int32_t ntsc = !same_name(type, "pal");
-    const SensorConfig *row = find_sensor(sensor, mode, ntsc);
-    if (!row) {
-        std::fprintf(stderr, "Unknow sensor type [%s]!\n", sensor);
-        return -1;
+    for (const SensorConfig &row : g_sensorConfigs) {
+        if (same_name(row.sensor, sensor) && same_name(row.profileMode, mode) &&
+            fits_standard(row.anyStandard, row.ntsc, ntsc)) {
+            *conf = row;
+            conf->ntsc = ntsc;
+            return 0;
+        }
     }
-    *conf = *row;
-    conf->ntsc = ntsc;
-    return 0;
+    std::fprintf(stderr, "Unknow sensor type [%s]!\n", sensor);
+    return -1;
 }
 
 std::int32_t conf_isWideAspect(std::int32_t width, std::int32_t height)
@@ -135,10 +129,8 @@ int conf_parseResolution(const char *sensor, const char *mode, std::int32_t anyS
                          std::int32_t *height)
 {
     ConfSize size = {};
-    if (parse_pair(text, size.width, size.height) < pair_numbers) {
-        if (const NamedSize *named = find_stream_size(sensor, mode, anyStandard, ntsc, text))
-            size = named->size;
-    }
+    if (parse_pair(text, size.width, size.height) < pair_numbers)
+        size = find_stream_size(sensor, mode, anyStandard, ntsc, text).value_or(size);
     return store_size(size, width, height);
 }
 
@@ -146,10 +138,8 @@ int guess_resolution(const std::int32_t *list, const char *text, std::int32_t *w
                      std::int32_t *height)
 {
     ConfSize size = {};
-    if (parse_pair(text, size.width, size.height) < pair_numbers) {
-        const NamedSize *named = find_size(all_resolution, text);
-        size = nearest_size(list, named ? named->size.width : 0);
-    }
+    if (parse_pair(text, size.width, size.height) < pair_numbers)
+        size = nearest_size(list, find_size(all_resolution, text).value_or(ConfSize{}).width);
     return store_size(size, width, height);
 }
 
@@ -157,10 +147,10 @@ int FrameBufferConf_Get(const char *sensor, FrameBufferConf *conf)
 {
     KeyReader store;
     const std::int32_t count = store.number("-1", "MPoolMgr.BufferNum");
-    for (const FrameBufferConf *row = gatFrameBufferConf; row->name; ++row) {
-        if (!same_name(row->name, sensor))
+    for (const FrameBufferConf &row : gatFrameBufferConf) {
+        if (!same_name(row.name, sensor))
             continue;
-        *conf = *row;
+        *conf = row;
         if (count >= 1)
             conf->bufferNum = count;
         return 0;

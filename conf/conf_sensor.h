@@ -1,6 +1,6 @@
 #pragma once
 
-#include "conf/sensor_config.h"
+#include "conf/conf.h"
 
 #include <cstdint>
 
