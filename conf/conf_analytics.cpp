@@ -48,18 +48,3 @@ int conf_getDISCtrlConf(DISCtrlConf *conf)
     conf->me_disable = store.flag("no", "VideoAnalytics.DIS.Me_disable");
     return 0;
 }
-
-int conf_compareIvsCtrlConf(const IvsCtrlConf *a, const IvsCtrlConf *b)
-{
-    return compare_records(a, b);
-}
-
-int conf_compareTACtrlConf(const TACtrlConf *a, const TACtrlConf *b)
-{
-    return compare_records(a, b);
-}
-
-int conf_compareDISCtrlConf(const DISCtrlConf *a, const DISCtrlConf *b)
-{
-    return compare_records(a, b);
-}

@@ -46,11 +46,6 @@ int conf_getFDWindowConf(FDWindowConf *conf, int n)
     return 0;
 }
 
-int conf_compareFDCtrlConf(const FDCtrlConf *a, const FDCtrlConf *b)
-{
-    return compare_records(a, b);
-}
-
 void conf_leaveOutFDWindowConf(int n, const char *why)
 {
     leave_out_with(window_keys.left, n, why);

@@ -299,13 +299,3 @@ int conf_vmfBit(const ODVmfParamConf &conf, int n)
     return static_cast<int>(
         std::ranges::count(before, conf.filters[n].event, &ODVmfFilterConf::event));
 }
-
-int conf_compareODVmfFilterConf(const ODVmfFilterConf *a, const ODVmfFilterConf *b)
-{
-    return compare_records(a, b);
-}
-
-int conf_compareODVmfParamConf(const ODVmfParamConf *a, const ODVmfParamConf *b)
-{
-    return compare_records(a, b);
-}

@@ -6,12 +6,9 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <initializer_list>
-#include <type_traits>
 
-// What the readers share: typed access to the store, windows and the byte-wise
-// comparison. Private to conf/.
+// What the readers share: typed access to the store, and windows. Private to conf/.
 
 // The decimal number at the start of `text`, or 0; see conf.h.
 std::int32_t parse_number(const char *text);
@@ -90,13 +87,6 @@ private:
 
 using RecordReader = StoreReader<1024, Tells::Yes>;
 using KeyReader = StoreReader<128, Tells::No>;
-
-template <class Record>
-int compare_records(const Record *a, const Record *b)
-{
-    static_assert(std::has_unique_object_representations_v<Record>, "padding would be compared");
-    return std::memcmp(a, b, sizeof(Record));
-}
 
 // The largest coordinate of a window or a line.
 inline constexpr std::int32_t max_coordinate = 9999;

@@ -1,6 +1,6 @@
 #include "conf/conf.h"
 #include "conf/conf_analytics.h"
-#include "conf/conf_catalogue.h"
+#include "conf/conf_compare.h"
 #include "conf/conf_fd.h"
 #include "conf/conf_od.h"
 #include "conf/conf_sensor.h"

@@ -1,10 +1,52 @@
-#include "conf/conf_catalogue.h"
+#include "conf/conf_compare.h"
+
+#include "conf/conf_analytics.h"
+#include "conf/conf_fd.h"
+#include "conf/conf_od.h"
+#include "conf/conf_vmf.h"
 
 #include <cstring>
+#include <type_traits>
 
 using std::memcmp;
 
+namespace
+{
+
+template <class Record>
+int compare(const Record *a, const Record *b)
+{
+    static_assert(std::has_unique_object_representations_v<Record>, "padding would be compared");
+    return memcmp(a, b, sizeof(Record));
+}
+
+} // namespace
+
 // clang-format off
+int conf_compareIvsCtrlConf(const IvsCtrlConf *a, const IvsCtrlConf *b) { return compare(a, b); }
+int conf_compareTACtrlConf(const TACtrlConf *a, const TACtrlConf *b) { return compare(a, b); }
+int conf_compareDISCtrlConf(const DISCtrlConf *a, const DISCtrlConf *b) { return compare(a, b); }
+int conf_compareFDCtrlConf(const FDCtrlConf *a, const FDCtrlConf *b) { return compare(a, b); }
+int conf_compareODCtrlConf(const ODCtrlConf *a, const ODCtrlConf *b) { return compare(a, b); }
+int conf_compareODMaskConf(const ODMaskConf *a, const ODMaskConf *b) { return compare(a, b); }
+int conf_compareODDetMaskConf(const ODDetMaskConf *a, const ODDetMaskConf *b)
+{ return compare(a, b); }
+int conf_compareODDoParamInitConf(const ODDoParamInitConf *a, const ODDoParamInitConf *b)
+{ return compare(a, b); }
+int conf_compareODDoParamSetConf(const ODDoParamSetConf *a, const ODDoParamSetConf *b)
+{ return compare(a, b); }
+int conf_compareODSoParamInitConf(const ODSoParamInitConf *a, const ODSoParamInitConf *b)
+{ return compare(a, b); }
+int conf_compareODSoParamSetConf(const ODSoParamSetConf *a, const ODSoParamSetConf *b)
+{ return compare(a, b); }
+int conf_compareMotionConfig(const MotionConfig *a, const MotionConfig *b) { return compare(a, b); }
+int conf_comparePrivacyMaskConfig(const PrivacyMaskConfig *a, const PrivacyMaskConfig *b)
+{ return compare(a, b); }
+int conf_compareODVmfFilterConf(const ODVmfFilterConf *a, const ODVmfFilterConf *b)
+{ return compare(a, b); }
+int conf_compareODVmfParamConf(const ODVmfParamConf *a, const ODVmfParamConf *b)
+{ return compare(a, b); }
+
 int conf_compareDynamicParamConf(const void *a, const void *b) { return memcmp(a, b, 8); }
 int conf_compareNetworkQosConf(const void *a, const void *b) { return memcmp(a, b, 20); }
 int conf_compareImageRotateConf(const void *a, const void *b) { return memcmp(a, b, 12); }
