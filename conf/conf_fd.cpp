@@ -7,10 +7,10 @@
 namespace
 {
 
-constexpr Key size_keys[] = {"FaceDetection.MinDetectionSize", "FaceDetection.MaxDetectionSize"};
+constexpr const char *size_keys[] = {"FaceDetection.MinDetectionSize",
+                                     "FaceDetection.MaxDetectionSize"};
 
-constexpr EdgeKeys window_keys = {"FaceDetection.F%d.Left", "FaceDetection.F%d.Right",
-                                  "FaceDetection.F%d.Top", "FaceDetection.F%d.Bottom"};
+constexpr const char *window_item = "FaceDetection.F";
 
 } // namespace
 
@@ -32,27 +32,25 @@ int conf_getFDCtrlConf(FDCtrlConf *conf)
 
 int conf_getFDWindowConf(FDWindowConf *conf, int n)
 {
-    RecordReader store;
+    RecordReader store(window_item, n);
     *conf = {};
-    const Edges edges = read_edges(store, window_keys, n);
-    const char *type = store.text("-1", "FaceDetection.F%d.WindowType", n);
-    if (!is_window(edges, max_coordinate)) {
-        conf_leaveOutFDWindowConf(n, no_window);
+    const Edges edges = read_edges(store);
+    const bool detected = strcasecmp(store.text("-1", "WindowType"), "detected") == 0;
+    if (!check_window(store, edges, max_coordinate))
         return 0;
-    }
     conf->enabled = 1;
-    conf->detected = strcasecmp(type, "detected") == 0;
+    conf->detected = detected;
     store_rectangle(edges, *conf);
     return 0;
 }
 
-void conf_leaveOutFDWindowConf(int n, const char *why)
+void conf_rejectFDWindowConf(int n, const char *why)
 {
-    leave_out_with(window_keys.left, n, why);
+    RecordReader(window_item, n).reject(why);
 }
 
-void conf_leaveOutFDSizes(const char *why)
+void conf_rejectFDSizes(const char *why)
 {
-    for (const Key key : size_keys)
-        conf_leaveOut(key.text(), why);
+    for (const char *key : size_keys)
+        ConfReport().reject(key, why);
 }

@@ -39,6 +39,6 @@ int conf_getFDWindowConf(FDWindowConf *conf, int n);
 
 int conf_compareFDCtrlConf(const FDCtrlConf *a, const FDCtrlConf *b);
 
-// What is left out where the records are used, for conf/findings.h.
-void conf_leaveOutFDWindowConf(int n, const char *why);
-void conf_leaveOutFDSizes(const char *why); // of FDCtrlConf
+// For conf/findings.h, where the records are used: settings that cannot be, and why.
+void conf_rejectFDWindowConf(int n, const char *why);
+void conf_rejectFDSizes(const char *why); // of FDCtrlConf

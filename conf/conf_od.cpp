@@ -12,83 +12,94 @@
 namespace
 {
 
-constexpr std::int32_t max_objects = 72;
-
-constexpr const char *out_of_range = "out of its range, or set together with such a value";
-
-template <class Record>
-void conclude(Record &record, bool valid)
-{
-    if (valid)
-        record.valid = 1;
-    else
-        record = {};
-}
-
 template <class Record>
 struct Setting {
     std::int32_t Record::*field;
-    Key key;
+    const char *key;
     const char *default_text;
     std::int32_t min;
     std::int32_t max;
+    std::int32_t Record::*height = nullptr; // of a size, whose width is `field`
+
+    bool in_range(const Record &record) const
+    {
+        return int_chk_range(record.*field, min, max) &&
+               (!height || int_chk_range(record.*height, min, max));
+    }
 };
 
-template <class Settings>
-void leave_out(const Settings &settings, const char *why)
-{
-    for (const auto &setting : settings)
-        conf_leaveOut(setting.key.text(), why);
-}
-
 template <class Record>
-bool is_in_range(const Record &record, const Setting<Record> &setting)
+void read_setting(RecordReader &store, const Setting<Record> &setting, Record &record)
 {
-    return int_chk_range(record.*setting.field, setting.min, setting.max) != 0;
+    const auto &[field, key, default_text, min, max, height] = setting;
+    if (height)
+        store.size(default_text, key, {-1, -1}, record.*field, record.*height);
+    else
+        record.*field = store.number(default_text, key);
 }
 
 // One that is out of its range takes the others of its record along.
 template <class Record>
-void leave_out_of_range(const Record &record, const Setting<Record> &setting)
+void reject_setting(const Setting<Record> &setting, const Record &record)
 {
     char range[64];
     std::snprintf(range, sizeof range, "out of its range, %d to %d", setting.min, setting.max);
-    conf_leaveOut(setting.key.text(),
-                  is_in_range(record, setting) ? "set together with one out of its range" : range);
+    ConfReport().reject(
+        setting.key, setting.in_range(record) ? "set together with one out of its range" : range);
 }
 
 template <class Record, std::size_t Count>
-void read_settings(Record &record, const Setting<Record> (&settings)[Count])
+int read_settings(Record &record, const Setting<Record> (&settings)[Count])
 {
     RecordReader store;
     record = {};
     for (const auto &setting : settings)
-        record.*setting.field = store.number(setting.default_text, setting.key);
-    if (std::ranges::all_of(settings,
-                            [&](const auto &setting) { return is_in_range(record, setting); })) {
-        record.valid = 1;
-        return;
-    }
+        read_setting(store, setting, record);
+    record.valid = std::ranges::all_of(
+        settings, [&](const auto &setting) { return setting.in_range(record); });
+    if (record.valid)
+        return 0;
     for (const auto &setting : settings)
-        leave_out_of_range(record, setting);
+        reject_setting(setting, record);
     record = {};
+    return 0;
 }
 
 // `Mask` is either record of a mask window.
 template <class Mask>
-void read_mask(Mask &mask, const EdgeKeys &keys, int n)
+int read_mask(Mask &mask, const char *item, int n)
 {
-    RecordReader store;
+    RecordReader store(item, n);
     mask = {};
-    mask.index = n;
-    mask.pointNum = store_corners(read_edges(store, keys, n), max_coordinate, mask.points);
-    conclude(mask, mask.pointNum > 0);
-    if (!mask.valid)
-        leave_out_with(keys.left, n, no_window);
+    mask.pointNum = store_corners(store, read_edges(store), max_coordinate, mask.points);
+    if (mask.pointNum) {
+        mask.valid = 1;
+        mask.index = n;
+    }
+    return 0;
 }
 
-constexpr Key dynamic_keys[] = {"VMDWindow.Sensitivity", "VMDWindow.MinDetectionSize",
-                                "VMDWindow.MaxDetectionSize"};
+constexpr Setting<ODCtrlConf> control_settings[] = {
+    {&ODCtrlConf::resolution, "VideoAnalytics.OD.Resolution", "2", 0, 2},
+    {&ODCtrlConf::interval, "VMDWindow.Response", "6", 1, 6},
+    {&ODCtrlConf::diffImgNum, "VideoAnalytics.OD.DiffImgNum", "5", 1, 15},
+};
+
+constexpr Setting<ODDoParamInitConf> dynamic_init_settings[] = {
+    {&ODDoParamInitConf::maxObjNum, "VideoAnalytics.OD.DOParam.MaxObjNum", "72", 1, 72},
+};
+
+constexpr Setting<ODDoParamSetConf> dynamic_settings[] = {
+    {&ODDoParamSetConf::subth, "VMDWindow.Sensitivity", "25", 0, 255},
+    {&ODDoParamSetConf::minSizeX, "VMDWindow.MinDetectionSize", "1x1", 1, 4000,
+     &ODDoParamSetConf::minSizeY},
+    {&ODDoParamSetConf::maxSizeX, "VMDWindow.MaxDetectionSize", "1920x1080", 1, 4000,
+     &ODDoParamSetConf::maxSizeY},
+};
+
+constexpr Setting<ODSoParamInitConf> static_init_settings[] = {
+    {&ODSoParamInitConf::maxObjNum, "VideoAnalytics.OD.SOParam.MaxObjNum", "72", 1, 72},
+};
 
 constexpr Setting<ODSoParamSetConf> static_settings[] = {
     {&ODSoParamSetConf::soThTime, "ObjectDetection.SODetectionTime", "5", 5, 86400},
@@ -102,80 +113,32 @@ constexpr Setting<ODSoParamSetConf> static_settings[] = {
 
 int conf_getODCtrlConf(ODCtrlConf *conf)
 {
-    static constexpr Setting<ODCtrlConf> settings[] = {
-        {&ODCtrlConf::resolution, "VideoAnalytics.OD.Resolution", "2", 0, 2},
-        {&ODCtrlConf::interval, "VMDWindow.Response", "6", 1, 6},
-        {&ODCtrlConf::diffImgNum, "VideoAnalytics.OD.DiffImgNum", "5", 1, 15},
-    };
-    read_settings(*conf, settings);
-    return 0;
+    return read_settings(*conf, control_settings);
 }
 
 int conf_getODMaskConf(ODMaskConf *conf, int n)
 {
-    static constexpr EdgeKeys keys = {
-        "VMDWindow.NonDetect.V%d.Left", "VMDWindow.NonDetect.V%d.Right",
-        "VMDWindow.NonDetect.V%d.Top", "VMDWindow.NonDetect.V%d.Bottom"};
-    read_mask(*conf, keys, n);
-    return 0;
+    return read_mask(*conf, "VMDWindow.NonDetect.V", n);
 }
 
 int conf_getODDetMaskConf(ODDetMaskConf *conf, int n)
 {
-    static constexpr EdgeKeys keys = {"VMDWindow.Detect.V%d.Left", "VMDWindow.Detect.V%d.Right",
-                                      "VMDWindow.Detect.V%d.Top", "VMDWindow.Detect.V%d.Bottom"};
-    read_mask(*conf, keys, n);
-    return 0;
+    return read_mask(*conf, "VMDWindow.Detect.V", n);
 }
 
 int conf_getODDoParamInitConf(ODDoParamInitConf *conf)
 {
-    static constexpr Setting<ODDoParamInitConf> settings[] = {
-        {&ODDoParamInitConf::maxObjNum, "VideoAnalytics.OD.DOParam.MaxObjNum", "72", 1,
-         max_objects},
-    };
-    read_settings(*conf, settings);
-    return 0;
+    return read_settings(*conf, dynamic_init_settings);
 }
 
 int conf_getODDoParamSetConf(ODDoParamSetConf *conf)
 {
-    constexpr ConfSize malformed = {-1, -1};
-    constexpr std::int32_t max_sensitivity = 255;
-    constexpr std::int32_t max_size = 4000;
-
-    RecordReader store;
-    *conf = {};
-    conf->subth = store.number("25", dynamic_keys[0]);
-    const ConfSize min = read_size(store, "1x1", dynamic_keys[1], 0, malformed);
-    const ConfSize max = read_size(store, "1920x1080", dynamic_keys[2], 0, malformed);
-    conf->minSizeX = min.width;
-    conf->minSizeY = min.height;
-    conf->maxSizeX = max.width;
-    conf->maxSizeY = max.height;
-    conclude(*conf, int_chk_range(conf->subth, 0, max_sensitivity) &&
-                        all_in_range({min.width, min.height, max.width, max.height}, 1, max_size));
-    if (!conf->valid) {
-        for (const Key key : dynamic_keys)
-            conf_leaveOut(key.text(), out_of_range);
-    }
-    return 0;
-}
-
-void conf_useODDoParamSetConf(const char *why_not)
-{
-    for (const Key key : dynamic_keys)
-        conf_use(key.text(), why_not);
+    return read_settings(*conf, dynamic_settings);
 }
 
 int conf_getODSoParamInitConf(ODSoParamInitConf *conf)
 {
-    static constexpr Setting<ODSoParamInitConf> settings[] = {
-        {&ODSoParamInitConf::maxObjNum, "VideoAnalytics.OD.SOParam.MaxObjNum", "72", 1,
-         max_objects},
-    };
-    read_settings(*conf, settings);
-    return 0;
+    return read_settings(*conf, static_init_settings);
 }
 
 int conf_getODSoParamSetConf(ODSoParamSetConf *conf)
@@ -183,51 +146,58 @@ int conf_getODSoParamSetConf(ODSoParamSetConf *conf)
     read_settings(*conf, static_settings);
     if (conf->minSizeX > conf->maxSizeX || conf->minSizeY > conf->maxSizeY) {
         *conf = {};
-        leave_out(static_settings, "the smallest size is above the largest");
+        for (const auto &setting : static_settings)
+            ConfReport().reject(setting.key, "the smallest size is above the largest");
     }
     return 0;
+}
+
+void conf_useODDoParamSetConf(const char *why_not)
+{
+    for (const auto &setting : dynamic_settings)
+        ConfReport().use(setting.key, why_not);
 }
 
 void conf_useStaticSizes(const char *why_not)
 {
     for (const auto &setting : std::span(static_settings).last<4>())
-        conf_use(setting.key.text(), why_not);
+        ConfReport().use(setting.key, why_not);
 }
 
 int conf_getMotionConfig(MotionConfig *conf, int n)
 {
-    KeyReader store;
+    KeyReader store("Motion.M", n);
     *conf = {};
     conf->index = n;
-    if (!*store.text("", "Motion.M%d.Name", n))
+    if (!*store.text("", "Name"))
         return 0;
     conf->valid = 1;
-    conf->include = strcasecmp(store.text("include", "Motion.M%d.WindowType", n), "include") == 0;
+    conf->include = strcasecmp(store.text("include", "WindowType"), "include") == 0;
     Edges edges;
-    edges.left = store.number("0", "Motion.M%d.Left", n);
-    edges.top = store.number("0", "Motion.M%d.Top", n);
-    edges.right = store.number("0", "Motion.M%d.Right", n);
-    edges.bottom = store.number("0", "Motion.M%d.Bottom", n);
+    edges.left = store.number("0", "Left");
+    edges.top = store.number("0", "Top");
+    edges.right = store.number("0", "Right");
+    edges.bottom = store.number("0", "Bottom");
     store_rectangle(edges, *conf);
-    conf->sensitivity = store.number("0", "Motion.M%d.Sensitivity", n);
-    conf->objectSize = store.number("0", "Motion.M%d.ObjectSize", n);
+    conf->sensitivity = store.number("0", "Sensitivity");
+    conf->objectSize = store.number("0", "ObjectSize");
     return 0;
 }
 
 int conf_getPrivacyMaskConfig(PrivacyMaskConfig *conf, int n)
 {
-    KeyReader name_store;
-    KeyReader store;
-    PrivacyMaskConfig mask = {};
-    const char *name = name_store.text("", "PrivacyMask.M%d.Name", n);
-    std::memcpy(mask.name, name, strnlen(name, sizeof mask.name - 1));
-    mask.left = store.number("100", "PrivacyMask.M%d.Left", n);
-    mask.right = store.number("100", "PrivacyMask.M%d.Right", n);
-    mask.top = store.number("100", "PrivacyMask.M%d.Top", n);
-    mask.bottom = store.number("100", "PrivacyMask.M%d.Bottom", n);
-    mask.level = store.number("100", "PrivacyMask.M%d.Level", n);
-    conclude(mask, *name != '\0');
-    mask.index = n;
-    *conf = mask;
+    KeyReader store("PrivacyMask.M", n);
+    *conf = {};
+    const char *name = store.text("", "Name");
+    std::memcpy(conf->name, name, strnlen(name, sizeof conf->name - 1));
+    conf->left = store.number("100", "Left");
+    conf->right = store.number("100", "Right");
+    conf->top = store.number("100", "Top");
+    conf->bottom = store.number("100", "Bottom");
+    conf->level = store.number("100", "Level");
+    conf->valid = 1;
+    if (!*conf->name)
+        *conf = {};
+    conf->index = n;
     return 0;
 }

@@ -11,38 +11,19 @@
 namespace
 {
 
-constexpr EdgeKeys area_keys = {"ObjectDetection.O%d.Left", "ObjectDetection.O%d.Right",
-                                "ObjectDetection.O%d.Top", "ObjectDetection.O%d.Bottom"};
-
-constexpr struct {
-    Key start_x;
-    Key start_y;
-    Key end_x;
-    Key end_y;
-} line_keys = {"CrossLine.C%d.StartX", "CrossLine.C%d.StartY", "CrossLine.C%d.EndX",
-               "CrossLine.C%d.EndY"};
-
-constexpr Key chain_key = "VideoAnalytics.OD.VmfParam.ComboFilter.FilterID";
+constexpr const char *area_item = "ObjectDetection.O";
+constexpr const char *line_item = "CrossLine.C";
 
 // What areas and lines have in common, but for the name of one field.
-struct LimitKeys {
-    Key slow_speed;
-    Key fast_speed;
-    Key min_size;
-    Key max_size;
-};
-
 template <class Source>
-void read_limits(Source &source, RecordReader &store, const LimitKeys &keys, int n)
+void read_limits(Source &source, RecordReader &store)
 {
-    source.slowSpeed = store.number("1", keys.slow_speed, n);
-    source.fastSpeed = store.number("100", keys.fast_speed, n);
-    const ConfSize min = read_size(store, "1x1", keys.min_size, n, {1, 1});
-    const ConfSize max = read_size(store, "1920x1080", keys.max_size, n, {1920, 1080});
-    source.minInspectionWidth = min.width;
-    source.minInspectionHeight = min.height;
-    source.maxInspectionWidth = max.width;
-    source.maxInspectionHeight = max.height;
+    source.slowSpeed = store.number("1", "SlowSpeed");
+    source.fastSpeed = store.number("100", "FastSpeed");
+    store.size("1x1", "MinInspectionSize", {1, 1}, source.minInspectionWidth,
+               source.minInspectionHeight);
+    store.size("1920x1080", "MaxInspectionSize", {1920, 1080}, source.maxInspectionWidth,
+               source.maxInspectionHeight);
 }
 
 template <class Source>
@@ -93,30 +74,30 @@ Sources read_sources(ReadLine read_line)
     return sources;
 }
 
-// Lines come before areas, each kind by its number, as long as there is room.
+// Lines come before areas, each kind by its number, until there are three.
 VmfSlots fill_filters(ODVmfParamConf &conf, const Sources &sources)
 {
     VmfSlots slots{};
-    const auto add = [&](VmfSource kind, const auto &kind_sources, auto convert, Key key) {
+    const auto add = [&](VmfSource kind, const auto &kind_sources, auto convert, const char *item) {
         for (int n = 0; n < static_cast<int>(std::size(kind_sources)); ++n) {
             if (!kind_sources[n].valid)
                 continue;
+            RecordReader store(item, n);
             if (conf.filterNum == CONF_VMF_FILTERS) {
-                leave_out_with(key, n, "no filter left: three lines and areas at the most");
+                store.reject("no filter left: three lines and areas at the most");
                 continue;
             }
             const int filter = conf.filterNum++;
             convert(&conf.filters[filter], &kind_sources[n]);
             const VmfSlot slot{kind, n, conf.filters[filter].event, conf_vmfBit(conf, filter)};
             slots.slots[static_cast<std::size_t>(filter)] = slot;
-            note_filter(filter, key, n, slot.event, slot.bit);
+            store.became_filter(filter, slot.event, slot.bit);
         }
     };
-    add(VmfSource::Line, sources.lines, conf_convCrossLineConf2ODVmfFilterConf, line_keys.start_x);
-    add(VmfSource::Area, sources.areas, conf_convObjectDetectionConf2ODVmfFilterConf,
-        area_keys.left);
+    add(VmfSource::Line, sources.lines, conf_convCrossLineConf2ODVmfFilterConf, line_item);
+    add(VmfSource::Area, sources.areas, conf_convObjectDetectionConf2ODVmfFilterConf, area_item);
     slots.count = conf.filterNum;
-    conf_noteFilterNum(slots.count);
+    ConfReport().filter_count(slots.count);
     return slots;
 }
 
@@ -130,105 +111,72 @@ void read_nd_areas(ODVmfParamConf &conf)
     }
 }
 
-// Passes the numbers of a comma-separated list on until `take` returns false.
-template <class Take>
-void for_each_number(const char *text, Take take)
+// Stores the numbers of a comma-separated list, as many as there are slots. Returns how many it
+// stored; -1 after one that is not in 0..max or, where they have to be distinct, is stored twice.
+int read_list(const char *text, std::span<std::int32_t> slots, std::int32_t max, bool distinct)
 {
-    while (text && take(parse_number(text))) {
-        text = std::strchr(text, ',');
-        if (text)
-            ++text;
-    }
-}
-
-// Both list readers return how many items were accepted and clear comboValid at a bad one.
-int read_combo_ids(ODVmfParamConf &conf, RecordReader &store)
-{
-    const std::span ids(conf.comboFilterIds);
     std::size_t count = 0;
-    std::ranges::fill(ids, -1);
-    for_each_number(store.text("", chain_key), [&](std::int32_t id) {
-        const auto taken = ids.first(count);
-        const bool fits = int_chk_range(id, 0, CONF_VMF_FILTERS - 1);
-        const bool repeated = std::ranges::find(taken, id) != taken.end();
-        if (fits)
-            ids[count] = id;
-        if (!fits || repeated) {
-            conf.comboValid = 0;
-            return false;
-        }
-        return ++count < ids.size();
-    });
+    for (std::int32_t &slot : slots) {
+        const std::int32_t number = parse_number(text);
+        if (!int_chk_range(number, 0, max))
+            return -1;
+        const auto before = slots.first(count);
+        slot = number;
+        if (distinct && std::ranges::count(before, number))
+            return -1;
+        ++count;
+        text = std::strchr(text, ',');
+        if (!text++)
+            break;
+    }
     return static_cast<int>(count);
 }
 
-int read_combo_intervals(ODVmfParamConf &conf, RecordReader &store)
+void read_combo(ODVmfParamConf &conf)
 {
     constexpr std::int32_t max_interval = 600000;
-    const std::span intervals(conf.comboIntervals);
-    std::size_t count = 0;
-    for_each_number(store.text("0", "VideoAnalytics.OD.VmfParam.ComboFilter.Interval"),
-                    [&](std::int32_t interval) {
-                        if (!int_chk_range(interval, 0, max_interval)) {
-                            conf.comboValid = 0;
-                            return false;
-                        }
-                        intervals[count] = interval;
-                        return ++count < intervals.size();
-                    });
-    return static_cast<int>(count);
-}
-
-void read_combo(ODVmfParamConf &conf, RecordReader &store)
-{
-    conf.comboValid = 1;
-    const int ids = read_combo_ids(conf, store);
-    const int intervals = read_combo_intervals(conf, store);
-    if (intervals != ids - 1)
-        conf.comboValid = 0;
+    RecordReader store("VideoAnalytics.OD.VmfParam.ComboFilter.");
+    std::ranges::fill(conf.comboFilterIds, -1);
+    const int ids =
+        read_list(store.text("", "FilterID"), conf.comboFilterIds, CONF_VMF_FILTERS - 1, true);
+    const int intervals =
+        read_list(store.text("0", "Interval"), conf.comboIntervals, max_interval, false);
+    conf.comboValid = ids > 0 && intervals == ids - 1;
     if (!conf.comboValid)
-        leave_out_with(chain_key, 0, "no chain: two or three filters, one interval fewer");
+        store.reject("no chain: two or three filters, one interval fewer");
 }
 
 } // namespace
 
 int conf_getObjectDetectionConf(ObjectDetectionConf *conf, int n)
 {
-    static constexpr LimitKeys limit_keys = {
-        "ObjectDetection.O%d.SlowSpeed", "ObjectDetection.O%d.FastSpeed",
-        "ObjectDetection.O%d.MinInspectionSize", "ObjectDetection.O%d.MaxInspectionSize"};
-    RecordReader store;
+    RecordReader store(area_item, n);
     *conf = {};
-    const Edges edges = read_edges(store, area_keys, n);
-    const std::int32_t type = store.number("-1", "ObjectDetection.O%d.Type", n);
-    read_limits(*conf, store, limit_keys, n);
-    conf->pointNum = store_corners(edges, max_coordinate, conf->points);
-    if (!conf->pointNum) {
-        leave_out_with(area_keys.left, n, no_window);
-        return 0;
+    const Edges edges = read_edges(store);
+    const std::int32_t type = store.number("-1", "Type");
+    read_limits(*conf, store);
+    conf->pointNum = store_corners(store, edges, max_coordinate, conf->points);
+    if (conf->pointNum) {
+        conf->valid = 1;
+        conf->type = type;
     }
-    conf->valid = 1;
-    conf->type = type;
     return 0;
 }
 
 void conf_readCrossLineConf(CrossLineConf *conf, int n)
 {
-    static constexpr LimitKeys limit_keys = {"CrossLine.C%d.SlowSpeed", "CrossLine.C%d.FastSpeed",
-                                             "CrossLine.C%d.MinInspectionSize",
-                                             "CrossLine.C%d.MaxInspectionSize"};
-    RecordReader store;
+    RecordReader store(line_item, n);
     *conf = {};
     ConfPoint start;
     ConfPoint end;
-    start.x = store.number("-1", line_keys.start_x, n);
-    start.y = store.number("-1", line_keys.start_y, n);
-    end.x = store.number("-1", line_keys.end_x, n);
-    end.y = store.number("-1", line_keys.end_y, n);
-    const std::int32_t direction = store.number("-1", "CrossLine.C%d.Direction", n);
-    read_limits(*conf, store, limit_keys, n);
+    start.x = store.number("-1", "StartX");
+    start.y = store.number("-1", "StartY");
+    end.x = store.number("-1", "EndX");
+    end.y = store.number("-1", "EndY");
+    const std::int32_t direction = store.number("-1", "Direction");
+    read_limits(*conf, store);
     if (!all_in_range({start.x, start.y, end.x, end.y}, 0, max_coordinate)) {
-        leave_out_with(line_keys.start_x, n, "no line: two points with places of 0 to 9999");
+        store.reject("no line: two points with places of 0 to 9999");
         return;
     }
     conf->valid = 1;
@@ -249,15 +197,10 @@ int conf_getCrossLineConf(CrossLineConf *conf, int n)
 
 void conf_readODVmfNdAreaConf(ODVmfNdAreaConf *conf, int n)
 {
-    static constexpr EdgeKeys keys = {
-        "VideoAnalytics.OD.VmfParam.NdArea%d.Left", "VideoAnalytics.OD.VmfParam.NdArea%d.Right",
-        "VideoAnalytics.OD.VmfParam.NdArea%d.Top", "VideoAnalytics.OD.VmfParam.NdArea%d.Bottom"};
     constexpr std::int32_t max_nd_coordinate = 10000; // one more than other windows have
-    RecordReader store;
+    RecordReader store("VideoAnalytics.OD.VmfParam.NdArea", n);
     *conf = {};
-    conf->pointNum = store_corners(read_edges(store, keys, n), max_nd_coordinate, conf->points);
-    if (!conf->pointNum)
-        leave_out_with(keys.left, n, "no window: four places of 0 to 10000 that enclose an area");
+    conf->pointNum = store_corners(store, read_edges(store), max_nd_coordinate, conf->points);
 }
 
 int conf_convObjectDetectionConf2ODVmfFilterConf(ODVmfFilterConf *filter,
@@ -278,10 +221,9 @@ int conf_getODVmfParamConf(ODVmfParamConf *conf)
     *conf = {};
     fill_filters(*conf, read_sources(conf_getCrossLineConf));
     conf->valid = conf->filterNum > 0;
-    RecordReader store;
-    conf->alarmTime = store.number("30", "VideoAnalytics.OD.VmfParam.AlarmTimes");
+    conf->alarmTime = RecordReader().number("30", "VideoAnalytics.OD.VmfParam.AlarmTimes");
     read_nd_areas(*conf);
-    read_combo(*conf, store);
+    read_combo(*conf);
     return 0;
 }
 

@@ -1,6 +1,5 @@
 #include "conf/findings.h"
 
-#include <cstring>
 #include <iterator>
 #include <new>
 #include <string_view>
@@ -28,80 +27,66 @@ ConfFindings::Collector::~Collector()
     collected = nullptr;
 }
 
-template <class What>
-void ConfFindings::tell(What what)
+ConfReport::ConfReport() : findings_(collected) {}
+
+template <class Change>
+void ConfReport::change(Change change)
 {
-    if (!collected)
+    if (!findings_)
         return;
     try {
-        what(*collected);
+        change(*findings_);
     } catch (const std::bad_alloc &) {
-        collected->complete_ = false;
+        findings_->complete_ = false;
     }
 }
 
-void ConfFindings::note(const char *key, const char *value, const char *default_text)
+void ConfReport::read(const char *key, const char *value, const char *default_text,
+                      const char *remark)
 {
-    const bool is_default = std::strcmp(value, default_text) == 0;
-    if (is_default && is_none(default_text)) {
-        settings_.erase(key);
-        return;
-    }
-    Setting &setting = settings_[key];
-    setting.value = value;
-    setting.is_default = is_default;
-    setting.why_not.clear();
+    change([=](ConfFindings &findings) {
+        const bool is_default = std::string_view(value) == default_text;
+        if (is_default && is_none(default_text)) {
+            findings.settings_.erase(key);
+            return;
+        }
+        ConfFindings::Setting &setting = findings.settings_[key];
+        setting.value.assign(value).append(remark);
+        setting.is_default = is_default;
+        setting.rejected.clear();
+    });
 }
 
-void ConfFindings::leave_out(const char *key, const char *why)
+void ConfReport::reject(const char *beginning, const char *why)
 {
-    if (const auto setting = settings_.find(key); setting != settings_.end())
-        setting->second.why_not = why;
+    change([=](ConfFindings &findings) {
+        auto &settings = findings.settings_;
+        auto setting = settings.lower_bound(beginning);
+        while (setting != settings.end() && setting->first.starts_with(beginning)) {
+            setting->second.rejected = why;
+            const bool forget = setting->second.is_default && setting->first != beginning;
+            setting = forget ? settings.erase(setting) : std::next(setting);
+        }
+    });
 }
 
-void ConfFindings::leave_out_group(const char *beginning, const char *why)
+void ConfReport::use(const char *key, const char *why_not)
 {
-    auto setting = settings_.lower_bound(beginning);
-    while (setting != settings_.end() && setting->first.starts_with(beginning)) {
-        setting->second.why_not = why;
-        setting = setting->second.is_default ? settings_.erase(setting) : std::next(setting);
-    }
-}
-
-void conf_note(const char *key, const char *value, const char *default_text)
-{
-    ConfFindings::tell([=](ConfFindings &findings) { findings.note(key, value, default_text); });
-}
-
-void conf_leaveOut(const char *key, const char *why)
-{
-    ConfFindings::tell([=](ConfFindings &findings) { findings.leave_out(key, why); });
-}
-
-void conf_use(const char *key, const char *why_not)
-{
-    ConfFindings::tell([=](ConfFindings &findings) {
+    change([=](ConfFindings &findings) {
         const auto setting = findings.settings_.find(key);
         if (setting != findings.settings_.end())
-            setting->second.unfit = why_not ? why_not : "";
+            setting->second.unusable = why_not ? why_not : "";
     });
 }
 
-void conf_leaveOutGroup(const char *beginning, const char *why)
+void ConfReport::filter(int number, const char *name, std::int32_t event, int bit)
 {
-    ConfFindings::tell([=](ConfFindings &findings) { findings.leave_out_group(beginning, why); });
+    change([=](ConfFindings &findings) { findings.filters_[number] = {name, event, bit}; });
 }
 
-void conf_noteFilter(int number, const char *name, std::int32_t event, int bit)
+void ConfReport::filter_count(int count)
 {
-    ConfFindings::tell([=](ConfFindings &findings) {
-        findings.filters_[number] = {name, event, bit};
-    });
-}
-
-void conf_noteFilterNum(int count)
-{
-    ConfFindings::tell([=](ConfFindings &findings) {
+    change([=](ConfFindings &findings) {
         findings.filters_.erase(findings.filters_.lower_bound(count), findings.filters_.end());
     });
 }

@@ -4,18 +4,19 @@
 #include <map>
 #include <string>
 
-// What the readers found in the store: the settings in use, and those that were left out, with why.
-// For a program that wants to show them; what counts is in the records.
+// What the readers found in the store: the settings in use, and those that were rejected, with the
+// reason. For a program that shows them; what takes effect is in the records.
 class ConfFindings
 {
 public:
     struct Setting {
         std::string value; // the store's, or the default
         bool is_default;
-        std::string why_not; // it was read; empty: it counts
-        std::string unfit;   // it was used; empty: it could be
+        std::string rejected; // why its reader rejected it; empty if it did not
+        std::string unusable; // why the user of the record cannot use it; empty if it can
 
-        bool in_use() const { return why_not.empty() && unfit.empty(); }
+        bool in_use() const { return reason().empty(); }
+        const std::string &reason() const { return rejected.empty() ? unusable : rejected; }
     };
 
     struct Filter {
@@ -30,8 +31,8 @@ public:
     const std::map<int, Filter> &filters() const { return filters_; }
     bool is_complete() const { return complete_; } // memory was never short
 
-    // As long as it lives, the readers that the calling thread calls tell `findings`. One at a time
-    // on a thread; the caller keeps other threads away from the findings.
+    // As long as it lives, the readers that the calling thread calls report to `findings`. One at a
+    // time on a thread; the caller keeps other threads away from the findings.
     class Collector
     {
     public:
@@ -42,38 +43,41 @@ public:
     };
 
 private:
-    friend void conf_note(const char *key, const char *value, const char *default_text);
-    friend void conf_leaveOut(const char *key, const char *why);
-    friend void conf_use(const char *key, const char *why_not);
-    friend void conf_leaveOutGroup(const char *beginning, const char *why);
-    friend void conf_noteFilter(int number, const char *name, std::int32_t event, int bit);
-    friend void conf_noteFilterNum(int count);
-
-    template <class What>
-    static void tell(What what);
-    void note(const char *key, const char *value, const char *default_text);
-    void leave_out(const char *key, const char *why);
-    void leave_out_group(const char *beginning, const char *why);
+    friend class ConfReport;
 
     std::map<std::string, Setting> settings_;
     std::map<int, Filter> filters_;
     bool complete_ = true;
 };
 
-// Without a collector these do nothing.
+// Where a reader reports: the findings that the calling thread collected when it was made. Without
+// a collector it does nothing. Private to conf/.
+class ConfReport
+{
+public:
+    ConfReport();
+    static ConfReport to_nobody() { return ConfReport(nullptr); }
 
-// A reader has read this.
-void conf_note(const char *key, const char *value, const char *default_text);
+    // This was read; `remark` is added to what is shown of the value.
+    void read(const char *key, const char *value, const char *default_text, const char *remark);
 
-// What was read last under the key, or, but for defaults, under all keys that begin like this, does
-// not count; `why` is for people.
-void conf_leaveOut(const char *key, const char *why);
-void conf_leaveOutGroup(const char *beginning, const char *why);
+    // What was read last under the keys that begin like this does not take effect. Of defaults
+    // among them nothing is kept, unless `beginning` is the whole key.
+    void reject(const char *beginning, const char *why);
 
-// What was read under the key is used (null), or is not, for this reason. It stays so, also when
-// the same is read again, until told otherwise.
-void conf_use(const char *key, const char *why_not);
+    // What is read under the key is usable (null), or is not, for this reason. It stays so, also
+    // when the same is read again, until the next report.
+    void use(const char *key, const char *why_not);
 
-// Filter `number` was made of the line or area that is called so; there are `count` filters.
-void conf_noteFilter(int number, const char *name, std::int32_t event, int bit);
-void conf_noteFilterNum(int count);
+    // Filter `number` was made of the line or area of that name; there are `count` filters.
+    void filter(int number, const char *name, std::int32_t event, int bit);
+    void filter_count(int count);
+
+private:
+    explicit ConfReport(ConfFindings *findings) : findings_(findings) {}
+
+    template <class Change>
+    void change(Change change);
+
+    ConfFindings *findings_;
+};

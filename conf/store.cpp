@@ -1,41 +1,14 @@
 #include "conf/store.h"
 
+#include "platform/nvram.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <iterator>
 #include <limits>
 
 #include <strings.h>
-
-namespace
-{
-
-// The number at the start of `text` and where it ends (`text` itself when there is none).
-std::int32_t parse_number(const char *text, const char **end)
-{
-    char *stop = nullptr;
-    const long value = std::strtol(text, &stop, 10);
-    *end = stop;
-    return static_cast<std::int32_t>(std::clamp<long>(
-        value, std::numeric_limits<std::int32_t>::min(), std::numeric_limits<std::int32_t>::max()));
-}
-
-// A key with its number.
-struct FullKey {
-    FullKey(Key key, int index)
-    {
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-        std::snprintf(text, sizeof text, key.text(), index);
-#pragma GCC diagnostic pop
-    }
-
-    char text[128];
-};
-
-} // namespace
 
 int isEnabled(const char *text)
 {
@@ -49,10 +22,14 @@ int int_chk_range(std::int32_t value, std::int32_t min, std::int32_t max)
     return min <= value && value <= max;
 }
 
-std::int32_t parse_number(const char *text)
+std::int32_t parse_number(const char *text, const char **end)
 {
-    const char *end = nullptr;
-    return parse_number(text, &end);
+    char *stop = nullptr;
+    const long value = std::strtol(text, &stop, 10);
+    if (end)
+        *end = stop;
+    return static_cast<std::int32_t>(std::clamp<long>(
+        value, std::numeric_limits<std::int32_t>::min(), std::numeric_limits<std::int32_t>::max()));
 }
 
 int parse_pair(const char *text, std::int32_t &first, std::int32_t &second)
@@ -64,52 +41,88 @@ int parse_pair(const char *text, std::int32_t &first, std::int32_t &second)
     first = value;
     if (*end != 'x')
         return 1;
-    const char *rest = end + 1;
-    value = parse_number(rest, &end);
-    if (end == rest)
+    const char *after = end + 1;
+    value = parse_number(after, &end);
+    if (end == after)
         return 1;
     second = value;
     return 2;
 }
 
-void note(Key key, int index, const char *value, const char *default_text)
+RecordReader::RecordReader(const char *prefix)
+    : prefix_length_(static_cast<std::size_t>(std::snprintf(key_, sizeof key_, "%s", prefix)))
 {
-    conf_note(FullKey(key, index).text, value, default_text);
 }
 
-void note_number(Key key, int index, const char *value, const char *default_text)
+RecordReader::RecordReader(const char *item, int n)
+    : prefix_length_(static_cast<std::size_t>(std::snprintf(key_, sizeof key_, "%s%d.", item, n)))
 {
+}
+
+void RecordReader::read_keys_alone()
+{
+    size_ = 128;
+    report_ = ConfReport::to_nobody();
+}
+
+void RecordReader::read(const char *default_text, const char *name)
+{
+    std::snprintf(key_ + prefix_length_, sizeof key_ - prefix_length_, "%s", name);
+    buffer_[0] = '\0';
+    nvram_get_with_buffer(buffer_, size_, default_text, "%s", key_);
+}
+
+const char *RecordReader::text(const char *default_text, const char *name)
+{
+    read(default_text, name);
+    report_.read(key_, buffer_, default_text, "");
+    return buffer_;
+}
+
+std::int32_t RecordReader::flag(const char *default_text, const char *name)
+{
+    return isEnabled(text(default_text, name));
+}
+
+std::int32_t RecordReader::number(const char *default_text, const char *name)
+{
+    read(default_text, name);
     const char *end = nullptr;
-    parse_number(value, &end);
-    char doubtful[128];
-    std::snprintf(doubtful, sizeof doubtful, "%.90s (no number: counts as 0)", value);
-    note(key, index, end != value ? value : doubtful, default_text);
+    const std::int32_t value = parse_number(buffer_, &end);
+    report_.read(key_, buffer_, default_text, end == buffer_ ? " (no number: counts as 0)" : "");
+    return value;
 }
 
-void leave_out_with(Key key, int index, const char *why)
+void RecordReader::size(const char *default_text, const char *name, ConfSize fallback,
+                        std::int32_t &width, std::int32_t &height)
 {
-    FullKey full(key, index);
-    if (char *const dot = std::strrchr(full.text, '.'))
-        dot[1] = '\0';
-    conf_leaveOutGroup(full.text, why);
+    ConfSize size;
+    if (parse_pair(text(default_text, name), size.width, size.height) < 2)
+        size = fallback;
+    width = size.width;
+    height = size.height;
 }
 
-void note_filter(int number, Key key, int index, std::int32_t event, int bit)
+void RecordReader::reject(const char *why)
 {
-    FullKey full(key, index);
-    if (char *const dot = std::strrchr(full.text, '.'))
-        *dot = '\0';
-    conf_noteFilter(number, full.text, event, bit);
+    key_[prefix_length_] = '\0';
+    report_.reject(key_, why);
 }
 
-Edges read_edges(RecordReader &store, const EdgeKeys &keys, int index)
+void RecordReader::became_filter(int number, std::int32_t event, int bit)
 {
-    constexpr const char *missing = "-1";
+    key_[prefix_length_ - 1] = '\0'; // the dot
+    report_.filter(number, key_, event, bit);
+    key_[prefix_length_ - 1] = '.';
+}
+
+Edges read_edges(RecordReader &store)
+{
     Edges edges;
-    edges.left = store.number(missing, keys.left, index);
-    edges.right = store.number(missing, keys.right, index);
-    edges.top = store.number(missing, keys.top, index);
-    edges.bottom = store.number(missing, keys.bottom, index);
+    edges.left = store.number("-1", "Left");
+    edges.right = store.number("-1", "Right");
+    edges.top = store.number("-1", "Top");
+    edges.bottom = store.number("-1", "Bottom");
     return edges;
 }
 
@@ -119,23 +132,21 @@ bool all_in_range(std::initializer_list<std::int32_t> values, std::int32_t min, 
         values, [=](std::int32_t value) { return int_chk_range(value, min, max) != 0; });
 }
 
-bool is_window(const Edges &edges, std::int32_t max)
+bool check_window(RecordReader &store, const Edges &edges, std::int32_t max)
 {
-    return all_in_range({edges.left, edges.right, edges.top, edges.bottom}, 0, max) &&
-           edges.left != edges.right && edges.top != edges.bottom;
+    const auto &[left, right, top, bottom] = edges;
+    if (all_in_range({left, right, top, bottom}, 0, max) && left != right && top != bottom)
+        return true;
+    char why[80];
+    std::snprintf(why, sizeof why, "no window: four places of 0 to %d that enclose an area", max);
+    store.reject(why);
+    return false;
 }
 
-Edges ordered(const Edges &edges)
-{
-    const auto [left, right] = std::minmax({edges.left, edges.right});
-    const auto [top, bottom] = std::minmax({edges.top, edges.bottom});
-    return {left, right, top, bottom};
-}
-
-std::int32_t store_corners(const Edges &edges, std::int32_t max,
+std::int32_t store_corners(RecordReader &store, const Edges &edges, std::int32_t max,
                            ConfPoint (&points)[CONF_POLYGON_POINTS])
 {
-    if (!is_window(edges, max))
+    if (!check_window(store, edges, max))
         return 0;
     const auto [left, right, top, bottom] = ordered(edges);
     const ConfPoint corners[] = {{left, top}, {left, bottom}, {right, bottom}, {right, top}};
@@ -143,10 +154,9 @@ std::int32_t store_corners(const Edges &edges, std::int32_t max,
     return std::size(corners);
 }
 
-ConfSize read_size(RecordReader &store, const char *default_text, Key key, int index,
-                   ConfSize fallback)
+Edges ordered(const Edges &edges)
 {
-    ConfSize size;
-    const int found = parse_pair(store.text(default_text, key, index), size.width, size.height);
-    return found == 2 ? size : fallback;
+    const auto [left, right] = std::minmax({edges.left, edges.right});
+    const auto [top, bottom] = std::minmax({edges.top, edges.bottom});
+    return {left, right, top, bottom};
 }

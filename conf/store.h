@@ -2,7 +2,6 @@
 
 #include "conf/conf.h"
 #include "conf/findings.h"
-#include "platform/nvram.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -10,96 +9,57 @@
 
 // What the readers share: typed access to the store, and windows. Private to conf/.
 
-// The decimal number at the start of `text`, or 0; see conf.h.
-std::int32_t parse_number(const char *text);
+// The decimal number at the start of `text`, or 0; see conf.h. `end`, unless it is null, becomes
+// the end of the number, or `text` when there is none.
+std::int32_t parse_number(const char *text, const char **end = nullptr);
 
 // Up to two decimal numbers joined by "x"; returns how many were found. Only those are stored.
 int parse_pair(const char *text, std::int32_t &first, std::int32_t &second);
 
-// A key of the store: a format that holds one "%d" at most. Another does not compile.
-class Key
+// Reads the settings of a record one after another into one buffer, and reports them. The key of
+// each is the prefix followed by a name.
+class RecordReader
 {
 public:
-    consteval Key(const char *text) : text_(text)
-    {
-        int conversions = 0;
-        for (; *text; ++text) {
-            if (*text == '%' && (*++text != 'd' || ++conversions > 1))
-                throw "not a key";
-        }
-    }
-    const char *text() const { return text_; }
+    explicit RecordReader(const char *prefix = "");
+    RecordReader(const char *item, int n); // the prefix is `item`, n and a dot
+
+    const char *text(const char *default_text, const char *name); // until the next is read
+    std::int32_t flag(const char *default_text, const char *name);
+    std::int32_t number(const char *default_text, const char *name);
+
+    // Two numbers joined by "x", else `fallback`.
+    void size(const char *default_text, const char *name, ConfSize fallback, std::int32_t &width,
+              std::int32_t &height);
+
+    // What was read with the prefix does not take effect, for this reason.
+    void reject(const char *why);
+    // It became filter `number`.
+    void became_filter(int number, std::int32_t event, int bit);
+
+protected:
+    void read_keys_alone(); // makes it a KeyReader
 
 private:
-    const char *text_;
+    void read(const char *default_text, const char *name);
+
+    char key_[128];
+    std::size_t prefix_length_;
+    char buffer_[1024];
+    std::size_t size_ = sizeof buffer_;
+    ConfReport report_;
 };
 
-// For the findings: what was read, and of a number whether it is one; and that it does not count,
-// neither under this key nor under any that differs from it behind the last dot alone.
-void note(Key key, int index, const char *value, const char *default_text);
-void note_number(Key key, int index, const char *value, const char *default_text);
-void leave_out_with(Key key, int index, const char *why);
-
-// The line or area that the key is of became a filter.
-void note_filter(int number, Key key, int index, std::int32_t event, int bit);
-
-// Whether the findings are told what is read.
-enum class Tells { No, Yes };
-
-// Reads keys one after another into one buffer. `index` fills the "%d" of a key that has one.
-template <std::size_t Size, Tells tells>
-class StoreReader
+// Values of 127 characters at the most, which are not reported.
+class KeyReader : public RecordReader
 {
 public:
-    const char *text(const char *default_text, Key key, int index = 0)
-    {
-        read(default_text, key, index);
-        if (tells == Tells::Yes)
-            note(key, index, buffer_, default_text);
-        return buffer_;
-    }
-
-    std::int32_t number(const char *default_text, Key key, int index = 0)
-    {
-        read(default_text, key, index);
-        if (tells == Tells::Yes)
-            note_number(key, index, buffer_, default_text);
-        return parse_number(buffer_);
-    }
-
-    std::int32_t flag(const char *default_text, Key key, int index = 0)
-    {
-        return isEnabled(text(default_text, key, index));
-    }
-
-private:
-    void read(const char *default_text, Key key, int index)
-    {
-        buffer_[0] = '\0';
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-        nvram_get_with_buffer(buffer_, Size, default_text, key.text(), index);
-#pragma GCC diagnostic pop
-    }
-
-    char buffer_[Size];
+    KeyReader() { read_keys_alone(); }
+    KeyReader(const char *item, int n) : RecordReader(item, n) { read_keys_alone(); }
 };
-
-using RecordReader = StoreReader<1024, Tells::Yes>;
-using KeyReader = StoreReader<128, Tells::No>;
 
 // The largest coordinate of a window or a line.
 inline constexpr std::int32_t max_coordinate = 9999;
-
-// Why edges are left out.
-inline constexpr const char *no_window = "no window: four places of 0 to 9999 that enclose an area";
-
-struct EdgeKeys {
-    Key left;
-    Key right;
-    Key top;
-    Key bottom;
-};
 
 struct Edges {
     std::int32_t left;
@@ -109,24 +69,20 @@ struct Edges {
 };
 
 // A missing edge is -1.
-Edges read_edges(RecordReader &store, const EdgeKeys &keys, int index);
+Edges read_edges(RecordReader &store);
 
 bool all_in_range(std::initializer_list<std::int32_t> values, std::int32_t min, std::int32_t max);
 
-// Whether the edges lie in 0..max and enclose an area, in whichever order they stand.
-bool is_window(const Edges &edges, std::int32_t max);
+// Whether the edges lie in 0..max and enclose an area, in whichever order they stand. If not, what
+// was read is rejected.
+bool check_window(RecordReader &store, const Edges &edges, std::int32_t max);
+
+// Checks a window and, if it is one, stores its corners. Returns how many were stored: 4 or 0.
+std::int32_t store_corners(RecordReader &store, const Edges &edges, std::int32_t max,
+                           ConfPoint (&points)[CONF_POLYGON_POINTS]);
 
 // The same window with left <= right and top <= bottom.
 Edges ordered(const Edges &edges);
-
-// Stores the corners of a window and returns their number; 0 when the edges are no window, `points`
-// is then left alone.
-std::int32_t store_corners(const Edges &edges, std::int32_t max,
-                           ConfPoint (&points)[CONF_POLYGON_POINTS]);
-
-// Two numbers joined by "x", else `fallback`.
-ConfSize read_size(RecordReader &store, const char *default_text, Key key, int index,
-                   ConfSize fallback);
 
 // Fills `x`, `y`, `width` and `height` of a record. The extent of unchecked edges may wrap.
 template <class Record>

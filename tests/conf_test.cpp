@@ -402,10 +402,10 @@ std::string told(const ConfFindings &findings)
 {
     std::string all;
     for (const auto &[key, setting] : findings.settings()) {
-        const auto &[value, is_default, why_not, unfit] = setting;
+        const auto &[value, is_default, rejected, unusable] = setting;
         EXPECT_FALSE(is_default && value == "-1") << key;
         if (!setting.in_use())
-            all += key + (why_not.empty() ? "" : "-") + (unfit.empty() ? "" : "!") + " ";
+            all += key + (rejected.empty() ? "" : "-") + (unusable.empty() ? "" : "!") + " ";
     }
     for (const auto &[number, filter] : findings.filters())
         all += filter.name + "/" + std::to_string(10 * filter.event + filter.bit) + " ";
@@ -428,7 +428,7 @@ TEST(Findings, TellWhatDoesNotCount)
          [] {
              conf_useODDoParamSetConf("too many");
              conf_useStaticSizes("too small");
-             conf_leaveOutFDSizes("no pair");
+             conf_rejectFDSizes("no pair");
          },
          "FaceDetection.MaxDetectionSize- FaceDetection.MinDetectionSize- " + moving + still},
         {line(0) + line(1) + line(2) + window("ObjectDetection.O1.", 1, 2, 3, 4), [] {},

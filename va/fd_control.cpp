@@ -94,7 +94,7 @@ void fd_apply_settings(const FDCtrlConf &conf, ne3_val_fd_ctrl &ctrl)
     store_if_set(ctrl.maxDetectionSize, conf.maxDetectionSize);
     if (ctrl.sizeChkMtd == 1 && !face_sizes_usable(ctrl)) {
         ctrl.sizeChkMtd = 0;
-        conf_leaveOutFDSizes("no pair of 120 to 960: sizes are not checked");
+        conf_rejectFDSizes("no pair of 120 to 960: sizes are not checked");
     }
     if (conf.sensitivity != unset)
         ctrl.thresRatio = fd_threshold_ratio(static_cast<std::uint8_t>(conf.sensitivity));

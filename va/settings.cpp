@@ -24,8 +24,7 @@ std::string lines_of(const ConfFindings &findings)
         if (setting.in_use())
             used += "setting." + item + '\n';
         else
-            left_out += "left_out." + item + " (" +
-                        (setting.why_not.empty() ? setting.unfit : setting.why_not) + ")\n";
+            left_out += "left_out." + item + " (" + setting.reason() + ")\n";
     }
     std::string filters;
     const auto add = [&filters](const std::string &key, const std::string &value) {

@@ -103,7 +103,7 @@ int va_fd_getConf(VaContext *context)
         FDWindowConf window;
         conf_getFDWindowConf(&window, number);
         if (window.enabled && !(window.detected ? detect : watch).take(window))
-            conf_leaveOutFDWindowConf(number, "one window too many");
+            conf_rejectFDWindowConf(number, "one window too many");
     }
     context->fdEnable = gm_bFdEna;
     return 0;
