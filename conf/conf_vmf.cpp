@@ -224,6 +224,8 @@ int conf_getODVmfParamConf(ODVmfParamConf *conf)
     conf->alarmTime = RecordReader().number("30", "VideoAnalytics.OD.VmfParam.AlarmTimes");
     read_nd_areas(*conf);
     read_combo(*conf);
+    if (!conf->valid)
+        ConfReport().reject("VideoAnalytics.OD.VmfParam.", "no filter: neither line nor area");
     return 0;
 }
 

@@ -9,12 +9,6 @@ namespace
 
 thread_local ConfFindings *collected = nullptr;
 
-// Whether a default says that there is nothing, as that of a window's edge does.
-bool is_none(std::string_view default_text)
-{
-    return default_text.empty() || default_text == "-1";
-}
-
 } // namespace
 
 ConfFindings::Collector::Collector(ConfFindings &findings)
@@ -45,14 +39,9 @@ void ConfReport::read(const char *key, const char *value, const char *default_te
                       const char *remark)
 {
     change([=](ConfFindings &findings) {
-        const bool is_default = std::string_view(value) == default_text;
-        if (is_default && is_none(default_text)) {
-            findings.settings_.erase(key);
-            return;
-        }
         ConfFindings::Setting &setting = findings.settings_[key];
         setting.value.assign(value).append(remark);
-        setting.is_default = is_default;
+        setting.is_default = std::string_view(value) == default_text;
         setting.rejected.clear();
     });
 }
@@ -63,8 +52,10 @@ void ConfReport::reject(const char *beginning, const char *why)
         auto &settings = findings.settings_;
         auto setting = settings.lower_bound(beginning);
         while (setting != settings.end() && setting->first.starts_with(beginning)) {
-            setting->second.rejected = why;
-            const bool forget = setting->second.is_default && setting->first != beginning;
+            auto &[value, is_default, rejected, unusable] = setting->second;
+            if (rejected.empty())
+                rejected = why;
+            const bool forget = is_default && setting->first != beginning;
             setting = forget ? settings.erase(setting) : std::next(setting);
         }
     });

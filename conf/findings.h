@@ -61,8 +61,8 @@ public:
     // This was read; `remark` is added to what is shown of the value.
     void read(const char *key, const char *value, const char *default_text, const char *remark);
 
-    // What was read last under the keys that begin like this does not take effect. Of defaults
-    // among them nothing is kept, unless `beginning` is the whole key.
+    // What was read last under the keys that begin like this does not take effect; the first reason
+    // counts. Of defaults among them nothing is kept, unless `beginning` is the whole key.
     void reject(const char *beginning, const char *why);
 
     // What is read under the key is usable (null), or is not, for this reason. It stays so, also
