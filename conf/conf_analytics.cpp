@@ -4,7 +4,7 @@
 
 int conf_getIvsCtrlConf(IvsCtrlConf *conf)
 {
-    RecordReader store;
+    va::RecordReader store;
     conf->bTaEna = store.flag("no", "EventDetection.CameraTampering");
     conf->bFdEna = store.flag("no", "EventDetection.FaceDetection");
     conf->bMdEna = store.flag("yes", "EventDetection.MotionDetection");
@@ -17,7 +17,7 @@ int conf_getTACtrlConf(TACtrlConf *conf)
 {
     constexpr std::uint32_t alarm_time_scale = 15; // unsigned: an absurd setting wraps
 
-    RecordReader store("CameraTampering.T0.");
+    va::RecordReader store("CameraTampering.T0.");
     conf->dfAlarmMethod = store.number("1", "dfAlarmMethod");
     conf->dfAlarmTime = static_cast<std::int32_t>(
         static_cast<std::uint32_t>(store.number("100", "dfAlarmTime")) * alarm_time_scale);
@@ -35,7 +35,7 @@ int conf_getTACtrlConf(TACtrlConf *conf)
 
 int conf_getDISCtrlConf(DISCtrlConf *conf)
 {
-    RecordReader store("VideoAnalytics.DIS.");
+    va::RecordReader store("VideoAnalytics.DIS.");
     *conf = {};
     conf->localmot_det = store.flag("no", "Localmot_det");
     conf->illumch_det = store.flag("no", "Illumch_det");

@@ -16,7 +16,7 @@ constexpr const char *window_item = "FaceDetection.F";
 
 int conf_getFDCtrlConf(FDCtrlConf *conf)
 {
-    RecordReader store;
+    va::RecordReader store;
     *conf = {};
     conf->flip = store.flag("no", "Properties.FaceDetection.Flip");
     conf->almMtd = store.number("-1", "VideoAnalytics.FD.AlmMtd");
@@ -32,21 +32,21 @@ int conf_getFDCtrlConf(FDCtrlConf *conf)
 
 int conf_getFDWindowConf(FDWindowConf *conf, int n)
 {
-    RecordReader store(window_item, n);
+    va::RecordReader store(window_item, n);
     *conf = {};
-    const Edges edges = read_edges(store);
+    const va::Edges edges = va::read_edges(store);
     const bool detected = strcasecmp(store.text("-1", "WindowType"), "detected") == 0;
-    if (!check_window(store, edges, max_coordinate))
+    if (!va::check_window(store, edges, va::max_coordinate))
         return 0;
     conf->enabled = 1;
     conf->detected = detected;
-    store_rectangle(edges, *conf);
+    va::store_rectangle(edges, *conf);
     return 0;
 }
 
 void conf_rejectFDWindowConf(int n, const char *why)
 {
-    RecordReader(window_item, n).reject(why);
+    va::RecordReader(window_item, n).reject(why);
 }
 
 void conf_rejectFDSizes(const char *why)

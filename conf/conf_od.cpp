@@ -29,7 +29,7 @@ struct Setting {
 };
 
 template <class Record>
-void read_setting(RecordReader &store, const Setting<Record> &setting, Record &record)
+void read_setting(va::RecordReader &store, const Setting<Record> &setting, Record &record)
 {
     const auto &[field, key, default_text, min, max, height] = setting;
     if (height)
@@ -51,7 +51,7 @@ void reject_setting(const Setting<Record> &setting, const Record &record)
 template <class Record, std::size_t Count>
 int read_settings(Record &record, const Setting<Record> (&settings)[Count])
 {
-    RecordReader store;
+    va::RecordReader store;
     record = {};
     for (const auto &setting : settings)
         read_setting(store, setting, record);
@@ -69,9 +69,10 @@ int read_settings(Record &record, const Setting<Record> (&settings)[Count])
 template <class Mask>
 int read_mask(Mask &mask, const char *item, int n)
 {
-    RecordReader store(item, n);
+    va::RecordReader store(item, n);
     mask = {};
-    mask.pointNum = store_corners(store, read_edges(store), max_coordinate, mask.points);
+    mask.pointNum =
+        va::store_corners(store, va::read_edges(store), va::max_coordinate, mask.points);
     if (mask.pointNum) {
         mask.valid = 1;
         mask.index = n;
@@ -166,19 +167,19 @@ void conf_useStaticSizes(const char *why_not)
 
 int conf_getMotionConfig(MotionConfig *conf, int n)
 {
-    KeyReader store("Motion.M", n);
+    va::KeyReader store("Motion.M", n);
     *conf = {};
     conf->index = n;
     if (!*store.text("", "Name"))
         return 0;
     conf->valid = 1;
     conf->include = strcasecmp(store.text("include", "WindowType"), "include") == 0;
-    Edges edges;
+    va::Edges edges;
     edges.left = store.number("0", "Left");
     edges.top = store.number("0", "Top");
     edges.right = store.number("0", "Right");
     edges.bottom = store.number("0", "Bottom");
-    store_rectangle(edges, *conf);
+    va::store_rectangle(edges, *conf);
     conf->sensitivity = store.number("0", "Sensitivity");
     conf->objectSize = store.number("0", "ObjectSize");
     return 0;
@@ -186,7 +187,7 @@ int conf_getMotionConfig(MotionConfig *conf, int n)
 
 int conf_getPrivacyMaskConfig(PrivacyMaskConfig *conf, int n)
 {
-    KeyReader store("PrivacyMask.M", n);
+    va::KeyReader store("PrivacyMask.M", n);
     *conf = {};
     const char *name = store.text("", "Name");
     std::memcpy(conf->name, name, strnlen(name, sizeof conf->name - 1));

@@ -27,9 +27,9 @@ bool fits_standard(std::int32_t any_standard, std::int32_t row_ntsc, std::int32_
     return any_standard || row_ntsc == ntsc;
 }
 
-std::optional<ConfSize> find_size(std::span<const NamedSize> sizes, const char *name)
+std::optional<ConfSize> find_size(std::span<const va::NamedSize> sizes, const char *name)
 {
-    for (const NamedSize &entry : sizes) {
+    for (const va::NamedSize &entry : sizes) {
         if (same_name(entry.name, name))
             return entry.size;
     }
@@ -40,7 +40,7 @@ std::optional<ConfSize> find_stream_size(const char *sensor, const char *mode,
                                          std::int32_t any_standard, std::int32_t ntsc,
                                          const char *name)
 {
-    for (const auto &row : sensor_resolution_table) {
+    for (const auto &row : va::sensor_resolution_table) {
         if (!same_name(row.sensor, sensor) || !same_name(row.profileMode, mode) ||
             !fits_standard(any_standard, row.ntsc, ntsc))
             continue;
@@ -88,15 +88,15 @@ int store_size(ConfSize size, std::int32_t *width, std::int32_t *height)
 
 int conf_getSensorConfig(SensorConfig *conf)
 {
-    KeyReader sensor_store;
-    KeyReader type_store;
-    KeyReader mode_store;
+    va::KeyReader sensor_store;
+    va::KeyReader type_store;
+    va::KeyReader mode_store;
     const char *sensor = sensor_store.text("", "Properties.ImageSource.Sensor");
     const char *type = type_store.text("ntsc", "ImageSource.I0.Video.DetectedType");
     const char *mode = mode_store.text("2 MEGA", "Properties.Image.ProfileMode");
 
     const std::int32_t ntsc = !same_name(type, "pal");
-    for (const SensorConfig &row : g_sensorConfigs) {
+    for (const SensorConfig &row : va::g_sensorConfigs) {
         if (same_name(row.sensor, sensor) && same_name(row.profileMode, mode) &&
             fits_standard(row.anyStandard, row.ntsc, ntsc)) {
             *conf = row;
@@ -129,7 +129,7 @@ int conf_parseResolution(const char *sensor, const char *mode, std::int32_t anyS
                          std::int32_t *height)
 {
     ConfSize size = {};
-    if (parse_pair(text, size.width, size.height) < pair_numbers)
+    if (va::parse_pair(text, size.width, size.height) < pair_numbers)
         size = find_stream_size(sensor, mode, anyStandard, ntsc, text).value_or(size);
     return store_size(size, width, height);
 }
@@ -138,16 +138,16 @@ int guess_resolution(const std::int32_t *list, const char *text, std::int32_t *w
                      std::int32_t *height)
 {
     ConfSize size = {};
-    if (parse_pair(text, size.width, size.height) < pair_numbers)
-        size = nearest_size(list, find_size(all_resolution, text).value_or(ConfSize{}).width);
+    if (va::parse_pair(text, size.width, size.height) < pair_numbers)
+        size = nearest_size(list, find_size(va::all_resolution, text).value_or(ConfSize{}).width);
     return store_size(size, width, height);
 }
 
 int FrameBufferConf_Get(const char *sensor, FrameBufferConf *conf)
 {
-    KeyReader store;
+    va::KeyReader store;
     const std::int32_t count = store.number("-1", "MPoolMgr.BufferNum");
-    for (const FrameBufferConf &row : gatFrameBufferConf) {
+    for (const FrameBufferConf &row : va::gatFrameBufferConf) {
         if (!same_name(row.name, sensor))
             continue;
         *conf = row;

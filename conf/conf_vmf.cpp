@@ -16,7 +16,7 @@ constexpr const char *line_item = "CrossLine.C";
 
 // What areas and lines have in common, but for the name of one field.
 template <class Source>
-void read_limits(Source &source, RecordReader &store)
+void read_limits(Source &source, va::RecordReader &store)
 {
     source.slowSpeed = store.number("1", "SlowSpeed");
     source.fastSpeed = store.number("100", "FastSpeed");
@@ -82,7 +82,7 @@ VmfSlots fill_filters(ODVmfParamConf &conf, const Sources &sources)
         for (int n = 0; n < static_cast<int>(std::size(kind_sources)); ++n) {
             if (!kind_sources[n].valid)
                 continue;
-            RecordReader store(item, n);
+            va::RecordReader store(item, n);
             if (conf.filterNum == CONF_VMF_FILTERS) {
                 store.reject("no filter left: three lines and areas at the most");
                 continue;
@@ -117,7 +117,7 @@ int read_list(const char *text, std::span<std::int32_t> slots, std::int32_t max,
 {
     std::size_t count = 0;
     for (std::int32_t &slot : slots) {
-        const std::int32_t number = parse_number(text);
+        const std::int32_t number = va::parse_number(text);
         if (!int_chk_range(number, 0, max))
             return -1;
         const auto before = slots.first(count);
@@ -126,8 +126,9 @@ int read_list(const char *text, std::span<std::int32_t> slots, std::int32_t max,
             return -1;
         ++count;
         text = std::strchr(text, ',');
-        if (!text++)
+        if (!text)
             break;
+        ++text;
     }
     return static_cast<int>(count);
 }
@@ -135,7 +136,7 @@ int read_list(const char *text, std::span<std::int32_t> slots, std::int32_t max,
 void read_combo(ODVmfParamConf &conf)
 {
     constexpr std::int32_t max_interval = 600000;
-    RecordReader store("VideoAnalytics.OD.VmfParam.ComboFilter.");
+    va::RecordReader store("VideoAnalytics.OD.VmfParam.ComboFilter.");
     std::ranges::fill(conf.comboFilterIds, -1);
     const int ids =
         read_list(store.text("", "FilterID"), conf.comboFilterIds, CONF_VMF_FILTERS - 1, true);
@@ -150,12 +151,12 @@ void read_combo(ODVmfParamConf &conf)
 
 int conf_getObjectDetectionConf(ObjectDetectionConf *conf, int n)
 {
-    RecordReader store(area_item, n);
+    va::RecordReader store(area_item, n);
     *conf = {};
-    const Edges edges = read_edges(store);
+    const va::Edges edges = va::read_edges(store);
     const std::int32_t type = store.number("-1", "Type");
     read_limits(*conf, store);
-    conf->pointNum = store_corners(store, edges, max_coordinate, conf->points);
+    conf->pointNum = va::store_corners(store, edges, va::max_coordinate, conf->points);
     if (conf->pointNum) {
         conf->valid = 1;
         conf->type = type;
@@ -165,7 +166,7 @@ int conf_getObjectDetectionConf(ObjectDetectionConf *conf, int n)
 
 void conf_readCrossLineConf(CrossLineConf *conf, int n)
 {
-    RecordReader store(line_item, n);
+    va::RecordReader store(line_item, n);
     *conf = {};
     ConfPoint start;
     ConfPoint end;
@@ -175,7 +176,7 @@ void conf_readCrossLineConf(CrossLineConf *conf, int n)
     end.y = store.number("-1", "EndY");
     const std::int32_t direction = store.number("-1", "Direction");
     read_limits(*conf, store);
-    if (!all_in_range({start.x, start.y, end.x, end.y}, 0, max_coordinate)) {
+    if (!va::all_in_range({start.x, start.y, end.x, end.y}, 0, va::max_coordinate)) {
         store.reject("no line: two points with places of 0 to 9999");
         return;
     }
@@ -198,9 +199,10 @@ int conf_getCrossLineConf(CrossLineConf *conf, int n)
 void conf_readODVmfNdAreaConf(ODVmfNdAreaConf *conf, int n)
 {
     constexpr std::int32_t max_nd_coordinate = 10000; // one more than other windows have
-    RecordReader store("VideoAnalytics.OD.VmfParam.NdArea", n);
+    va::RecordReader store("VideoAnalytics.OD.VmfParam.NdArea", n);
     *conf = {};
-    conf->pointNum = store_corners(store, read_edges(store), max_nd_coordinate, conf->points);
+    conf->pointNum =
+        va::store_corners(store, va::read_edges(store), max_nd_coordinate, conf->points);
 }
 
 int conf_convObjectDetectionConf2ODVmfFilterConf(ODVmfFilterConf *filter,
@@ -221,7 +223,7 @@ int conf_getODVmfParamConf(ODVmfParamConf *conf)
     *conf = {};
     fill_filters(*conf, read_sources(conf_getCrossLineConf));
     conf->valid = conf->filterNum > 0;
-    conf->alarmTime = RecordReader().number("30", "VideoAnalytics.OD.VmfParam.AlarmTimes");
+    conf->alarmTime = va::RecordReader().number("30", "VideoAnalytics.OD.VmfParam.AlarmTimes");
     read_nd_areas(*conf);
     read_combo(*conf);
     if (!conf->valid)

@@ -7,6 +7,9 @@
 
 // The built-in tables. Private to conf_sensor.cpp.
 
+namespace va
+{
+
 struct NamedSize {
     const char *name;
     ConfSize size;
@@ -166,3 +169,5 @@ inline constexpr FrameBufferConf gatFrameBufferConf[] = {
     {"ov2710", 4, {1920, 1080, 720, 576}},
     {"imx238", 3, {1280, 1024, 720, 480}},
 };
+
+} // namespace va

@@ -22,6 +22,9 @@ int int_chk_range(std::int32_t value, std::int32_t min, std::int32_t max)
     return min <= value && value <= max;
 }
 
+namespace va
+{
+
 std::int32_t parse_number(const char *text, const char **end)
 {
     char *stop = nullptr;
@@ -160,3 +163,5 @@ Edges ordered(const Edges &edges)
     const auto [top, bottom] = std::minmax({edges.top, edges.bottom});
     return {left, right, top, bottom};
 }
+
+} // namespace va

@@ -9,6 +9,9 @@
 
 // What the readers share: typed access to the store, and windows. Private to conf/.
 
+namespace va
+{
+
 // The decimal number at the start of `text`, or 0; see conf.h. `end`, unless it is null, becomes
 // the end of the number, or `text` when there is none.
 std::int32_t parse_number(const char *text, const char **end = nullptr);
@@ -98,3 +101,5 @@ void store_rectangle(const Edges &edges, Record &record)
     record.width = distance(window.left, window.right);
     record.height = distance(window.top, window.bottom);
 }
+
+} // namespace va
