@@ -8,9 +8,9 @@
 // nothing between calls and may be called from any thread.
 //
 // A missing key yields its default. Numbers are decimal: leading blanks and a sign are accepted,
-// conversion stops at the first other character, text without a number gives 0, and what does not
-// fit becomes the nearest 32-bit value. Records with a field `valid` are range-checked: a value out
-// of its range leaves the whole record 0.
+// conversion stops at the first other character, text without a number gives 0, and a number that
+// does not fit becomes the nearest 32-bit value. Records with a field `valid` are range-checked: a
+// value out of its range leaves the whole record 0.
 
 inline constexpr int CONF_POLYGON_POINTS = 8;
 
@@ -24,7 +24,7 @@ struct ConfSize {
     std::int32_t height;
 };
 
-// What is known of a sensor.
+// What the camera knows about a sensor in one of its modes.
 struct SensorConfig {
     char sensor[64]; // model name, zero-terminated
     char profileMode[64];

@@ -1,8 +1,8 @@
 #pragma once
 
-// Comparisons of the camera's other settings. Their records belong to the daemons that read them;
-// here only a record's size in bytes counts. Each returns 0 when the two records are equal byte for
-// byte. Any thread.
+// Comparisons of the records of the camera's other settings, which other daemons read and define;
+// only their sizes are known here. Each returns 0 when the two records are equal byte for byte. Any
+// thread.
 
 int conf_compareDynamicParamConf(const void *a, const void *b);
 int conf_compareNetworkQosConf(const void *a, const void *b);

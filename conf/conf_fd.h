@@ -18,10 +18,10 @@ struct FDCtrlConf {
 };
 static_assert(sizeof(FDCtrlConf) == 36);
 
-// Positions in ten-thousandths of the frame; x + width and y + height are at most 9999.
+// In ten-thousandths of the frame; x + width and y + height are at most 9999.
 struct FDWindowConf {
     std::int32_t enabled; // flag: the window is defined; every field is 0 if not
-    std::int32_t id;      // 0; for the user of the record
+    std::int32_t id;      // 0; free for the user of the record
     std::int32_t x;
     std::int32_t y;
     std::int32_t width; // at least 1
@@ -30,7 +30,7 @@ struct FDWindowConf {
 };
 static_assert(sizeof(FDWindowConf) == 28);
 
-inline constexpr int CONF_FD_WINDOWS = 30; // in the store; in use are the first of each kind:
+inline constexpr int CONF_FD_WINDOWS = 30; // in the store; used are the first of each kind:
 inline constexpr int CONF_FD_WATCH_WINDOWS = 20;
 inline constexpr int CONF_FD_DETECT_WINDOWS = 10;
 
@@ -39,6 +39,6 @@ int conf_getFDWindowConf(FDWindowConf *conf, int n);
 
 int conf_compareFDCtrlConf(const FDCtrlConf *a, const FDCtrlConf *b);
 
-// For conf/findings.h, where the records are used: settings that cannot be, and why.
+// For conf/findings.h, by the user of the records: what does not take effect, and why.
 void conf_rejectFDWindowConf(int n, const char *why);
 void conf_rejectFDSizes(const char *why); // of FDCtrlConf

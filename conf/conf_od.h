@@ -5,7 +5,7 @@
 #include <cstdint>
 
 // Settings of object detection, and the motion windows and privacy masks. `valid` is 1 when the
-// record was read and all its values lie in their ranges. See conf.h; exceptions are told here.
+// record was read and all its values are in their ranges. See conf.h; exceptions are noted here.
 
 struct ODCtrlConf {
     std::int32_t valid;
@@ -15,7 +15,7 @@ struct ODCtrlConf {
 };
 static_assert(sizeof(ODCtrlConf) == 16);
 
-// A window in which nothing is detected. Positions are 0..9999.
+// A window in which nothing is detected. Coordinates are 0..9999.
 struct ODMaskConf {
     std::int32_t valid;
     std::int32_t index;    // the window number given to the reader
@@ -25,7 +25,7 @@ struct ODMaskConf {
 };
 static_assert(sizeof(ODMaskConf) == 76);
 
-// A window to which detection is limited; otherwise like the above.
+// A window to which detection is limited; otherwise like ODMaskConf.
 struct ODDetMaskConf {
     std::int32_t valid;
     std::int32_t index;
@@ -78,7 +78,7 @@ struct MotionConfig {
     std::int32_t y;
     std::int32_t width; // wraps when the settings are absurd
     std::int32_t height;
-    std::int32_t include; // flag: motion is looked for in the window, else outside
+    std::int32_t include; // flag: motion counts inside the window, else outside
     std::int32_t objectSize;
     std::int32_t sensitivity;
     std::int32_t index; // the window number given to the reader
@@ -123,6 +123,6 @@ int conf_compareODSoParamSetConf(const ODSoParamSetConf *a, const ODSoParamSetCo
 int conf_compareMotionConfig(const MotionConfig *a, const MotionConfig *b);
 int conf_comparePrivacyMaskConfig(const PrivacyMaskConfig *a, const PrivacyMaskConfig *b);
 
-// Where the record is used, for conf/findings.h: whether it is (null), or why not.
+// For conf/findings.h, by the user of the record: it is usable (null), or why it is not.
 void conf_useODDoParamSetConf(const char *why_not);
 void conf_useStaticSizes(const char *why_not); // of ODSoParamSetConf

@@ -8,15 +8,15 @@
 // frame buffers. Names are compared without regard to case. Stateless; any thread. See conf.h.
 
 // Looks up the sensor, profile mode and detected video standard that the store holds; `ntsc` of the
-// result is the detected standard, also where the sensor's mode does not depend on it. Returns 0,
+// result is the detected standard, even if the sensor's mode does not depend on it. Returns 0,
 // or -1 after a line on standard error when there is no such combination (`conf` is then
 // untouched).
 int conf_getSensorConfig(SensorConfig *conf);
 
-// 1 when a frame of that size, in pixels, counts as 16:9, else 0, also where a side is 0.
+// 1 when a frame of that size, in pixels, counts as 16:9, else 0; 0 also when a side is 0.
 std::int32_t conf_isWideAspect(std::int32_t width, std::int32_t height);
 
-// 0 when names, frame rate, video standard and frame size agree; `anyStandard` does not count.
+// 0 when names, frame rate, video standard and frame size agree; `anyStandard` is ignored.
 int conf_compareSensorConfig(const SensorConfig *a, const SensorConfig *b);
 
 // The size that `text` stands for: two numbers joined by "x" or, failing that, one of the names

@@ -6,7 +6,7 @@
 #include <cstdint>
 
 // Event filters of object detection, built from the user's detection areas and cross lines. See
-// conf.h; exceptions are told here.
+// conf.h; exceptions are noted here.
 
 inline constexpr int CONF_OD_AREAS = 3;
 inline constexpr int CONF_CROSS_LINES = 3;
@@ -15,14 +15,14 @@ inline constexpr int CONF_VMF_ND_AREAS = 4;
 inline constexpr int CONF_EVENT_CODES = 4;
 
 enum : std::int32_t {      // ODVmfFilterConf::event
-    CONF_EVENT_AREA_0 = 0, // an area of type 0, or of a type unknown here
+    CONF_EVENT_AREA_0 = 0, // an area of type 0 or of an unknown type
     CONF_EVENT_CROSS_LINE = 1,
     CONF_EVENT_AREA_2 = 2, // an area of type 2
     CONF_EVENT_AREA_1 = 3, // an area of type 1
 };
 
-// A detection area. Positions are 0..9999; speeds and sizes are not range-checked, and are read for
-// an area that is not valid, too; its other fields are 0.
+// A detection area. Coordinates are 0..9999. Speeds and sizes are not range-checked; an area that
+// is not valid has them, too, and 0 in its other fields.
 struct ObjectDetectionConf {
     std::int32_t valid;
     std::int32_t pointNum; // 4
@@ -38,12 +38,12 @@ struct ObjectDetectionConf {
 };
 static_assert(sizeof(ObjectDetectionConf) == 100);
 
-// A line from points[0] to points[1], which may coincide; otherwise like an area.
+// A line from points[0] to points[1], which may be equal; otherwise like an area.
 struct CrossLineConf {
     std::int32_t valid;
     std::int32_t pointNum; // 2
     ConfPoint points[CONF_POLYGON_POINTS];
-    std::int32_t direction; // of interest; the library's code
+    std::int32_t direction; // that counts; the library's code
     std::int32_t slowSpeed;
     std::int32_t fastSpeed;
     std::int32_t minInspectionWidth;
@@ -68,16 +68,16 @@ struct ODVmfFilterConf {
 };
 static_assert(sizeof(ODVmfFilterConf) == 108);
 
-// Positions are 0..10000.
+// Coordinates are 0..10000.
 struct ODVmfNdAreaConf {
     std::int32_t pointNum; // 4, or 0 in an unused slot
     ConfPoint points[CONF_POLYGON_POINTS];
 };
 static_assert(sizeof(ODVmfNdAreaConf) == 68);
 
-// What an unused slot holds is 0, but for filter numbers, which are -1.
+// Unused slots are 0, those of filter numbers -1.
 struct ODVmfParamConf {
-    std::int32_t valid;     // flag: there is a filter
+    std::int32_t valid;     // flag: there is at least one filter
     std::int32_t filterNum; // filters used, from slot 0
     std::int32_t alarmTime; // not range-checked
     ODVmfFilterConf filters[CONF_VMF_FILTERS];
@@ -86,7 +86,7 @@ struct ODVmfParamConf {
     std::int32_t comboValid; // flag: the chain below is consistent
     std::int32_t comboFilterIds[CONF_VMF_FILTERS];
     std::int32_t reserved[2];
-    std::int32_t comboIntervals[CONF_VMF_FILTERS - 1]; // between neighbours, 0..600000
+    std::int32_t comboIntervals[CONF_VMF_FILTERS - 1]; // between consecutive filters, 0..600000
 };
 static_assert(sizeof(ODVmfParamConf) == 644);
 
@@ -118,8 +118,8 @@ int conf_convObjectDetectionConf2ODVmfFilterConf(ODVmfFilterConf *filter,
                                                  const ObjectDetectionConf *area);
 int conf_convCrossLineConf2ODVmfFilterConf(ODVmfFilterConf *filter, const CrossLineConf *line);
 
-// The filters are the valid cross lines, then as many of the valid areas as there is room for, each
-// kind by its number. Prints what conf_getCrossLineConf() prints.
+// The filters are the valid cross lines, then the valid areas, each kind by its number, until there
+// are CONF_VMF_FILTERS. Prints what conf_getCrossLineConf() prints.
 int conf_getODVmfParamConf(ODVmfParamConf *conf);
 
 // The slots of the same filters. Prints nothing.
