@@ -15,6 +15,7 @@
 #include <regex>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -160,7 +161,7 @@ TEST(Sensor, DiffersInAnyFieldButTheTablesOwn)
         EXPECT_EQ(conf_compareSensorConfig(&one, &other) == 0, equal) << &other - &cases[0].first;
 }
 
-TEST(Conf, CatalogueComparesSoManyBytes)
+TEST(Conf, ComparesSoManyBytes)
 {
     const std::string zeros(9000, '\0');
     for (const auto &[compare, size] :
@@ -169,25 +170,24 @@ TEST(Conf, CatalogueComparesSoManyBytes)
         EXPECT_EQ(compare(zeros.data(), other.data()), 0);
         EXPECT_NE(compare(zeros.data(), other.data() + 1), 0);
     }
+    ODVmfParamConf pair[2] = {};
+    pair[1].comboIntervals[1] = INT32_MIN; // the last byte
+    EXPECT_NE(conf_compareODVmfParamConf(&pair[0], &pair[1]), 0);
 }
 
 TEST(Sensor, ParsesResolutions)
 {
-    const struct {
-        const char *sensor, *mode;
-        int any, ntsc;
-        const char *text;
-        int width, height;
-    } cases[] = {{"imx140", "1080P WDR", 1, 0, "qvga", 320, 180},
-                 {"", "", 0, 0, "1280x720", 1280, 720},
-                 {"IMX122", "2 mega", 0, 1, "QQVGA", 160, 90},
-                 {"imx122", "2 MEGA", 0, 0, "vga", 0, 0},
-                 {"imx122", "720P", 1, 1, "vga", 0, 0},
-                 {"ov9712", "720P", 1, 1, "qvga", 0, 0},
-                 {"imx122", "2 MEGA", 1, 1, "0x720", 0, 720},
-                 {"imx122", "2 MEGA", 1, 1, "640x", 640, 0},
-                 {"icx692", "720p", 1, 1, "1080p", 1080, 0},
-                 {"icx692", "720p", 1, 1, "720p", 1280, 720}};
+    const std::tuple<const char *, const char *, int, int, const char *, int, int> cases[] = {
+        {"imx140", "1080P WDR", 1, 0, "qvga", 320, 180},
+        {"", "", 0, 0, "1280x720", 1280, 720},
+        {"IMX122", "2 mega", 0, 1, "QQVGA", 160, 90},
+        {"imx122", "2 MEGA", 0, 0, "vga", 0, 0},
+        {"imx122", "720P", 1, 1, "vga", 0, 0},
+        {"ov9712", "720P", 1, 1, "qvga", 0, 0},
+        {"imx122", "2 MEGA", 1, 1, "0x720", 0, 720},
+        {"imx122", "2 MEGA", 1, 1, "640x", 640, 0},
+        {"icx692", "720p", 1, 1, "1080p", 1080, 0},
+        {"icx692", "720p", 1, 1, "720p", 1280, 720}};
     for (const auto &[sensor, mode, any, ntsc, text, width, height] : cases) {
         ConfSize size = {-1, -1};
         EXPECT_EQ(conf_parseResolution(sensor, mode, any, ntsc, text, &size.width, &size.height),
@@ -234,7 +234,8 @@ TEST(Windows, AreOrderedAndMasksNeedAName)
         window("Motion.M5.", 5, 6, 7, 8) +
         lines("FaceDetection.", {"F29.WindowType=Detected", "F28.WindowType=detected"}) +
         lines("Motion.", {"M3.Name=door", "M3.WindowType=INCLUDE", "M3.ObjectSize=15",
-                          "M3.Sensitivity=80", "M6.Name=x", "M7.Name=x", "M7.WindowType=in"}) +
+                          "M3.Sensitivity=" + std::string(126, ' ') + "80", "M6.Name=x",
+                          "M7.Name=x", "M7.WindowType=in"}) +
         lines("PrivacyMask.M0.", {"Name=" + std::string(2000, 'n'), "Left=1", "Right=2", "Top=3"}) +
         lines("PrivacyMask.M2.", {"Name=x", "Bottom=4", "Level=5"}));
     EXPECT_TRUE(same_bytes(read_record(conf_getODDetMaskConf, 2),
@@ -243,7 +244,7 @@ TEST(Windows, AreOrderedAndMasksNeedAName)
     EXPECT_TRUE(same_bytes(read_record(face, 29), {1, 0, 2000, 500, 6000, 4000, 1}));
     EXPECT_TRUE(same_bytes(read_record(face, 28), {}));
     const auto &motion = conf_getMotionConfig;
-    EXPECT_TRUE(same_bytes(read_record(motion, 3), {1, 20, 7, 70, 3, 1, 15, 80, 3}));
+    EXPECT_TRUE(same_bytes(read_record(motion, 3), {1, 20, 7, 70, 3, 1, 15, 8, 3}));
     EXPECT_TRUE(same_bytes(read_record(motion, 5), {0, 0, 0, 0, 0, 0, 0, 0, 5}));
     EXPECT_TRUE(same_bytes(read_record(motion, 6), {1, 0, 0, 0, 0, 1, 0, 0, 6})); // no type
     EXPECT_TRUE(same_bytes(read_record(motion, 7), {1, 0, 0, 0, 0, 0, 0, 0, 7})); // an unknown one
@@ -421,11 +422,8 @@ TEST(Findings, ReportWhatDoesNotTakeEffect)
         "VMDWindow.MaxDetectionSize! VMDWindow.MinDetectionSize! VMDWindow.Sensitivity! ";
     const std::string still =
         so + "MaxSizeX! " + so + "MaxSizeY! " + so + "MinSizeX! " + so + "MinSizeY! ";
-    const struct {
-        std::string settings;
-        std::function<void()> judge; // by those who use the records
-        std::string reported;
-    } steps[] = {
+    // The settings, what the users of the records judge, and what is reported.
+    const std::tuple<std::string, std::function<void()>, std::string> steps[] = {
         {"",
          [] {
              conf_useODDoParamSetConf("too many");
@@ -448,7 +446,7 @@ TEST(Findings, ReportWhatDoesNotTakeEffect)
          "VMDWindow.MaxDetectionSize- "
          "VMDWindow.MinDetectionSize- VMDWindow.Sensitivity- " +
              vmf + "ComboFilter.FilterID- " + vmf + "ComboFilter.Interval- "},
-        {"", [] {}, ""}};
+        {"Motion.M0.Name=x\nVMDWindow.Sensitivity=x\n", [] {}, ""}};
     StoreFile store;
     ConfFindings findings;
     for (const auto &[settings, judge, wanted] : steps) {
@@ -460,9 +458,12 @@ TEST(Findings, ReportWhatDoesNotTakeEffect)
         read_record(conf_getFDCtrlConf);
         read_record(conf_getFDWindowConf, 10);
         read_record(conf_getFDWindowConf, 1);
+        read_record(conf_getMotionConfig, 0); // is not reported
         judge();
         EXPECT_EQ(reported(findings), wanted) << settings;
     }
+    const auto &sensitivity = findings.settings().at("VMDWindow.Sensitivity").value;
+    EXPECT_EQ(sensitivity, "x (no number: counts as 0)");
     store.write("VMDWindow.Sensitivity=256\n");
     read_record(conf_getODDoParamSetConf);
     EXPECT_EQ(reported(findings), "") << "nobody collects any more";
