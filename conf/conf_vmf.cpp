@@ -62,50 +62,55 @@ struct Sources {
     ObjectDetectionConf areas[CONF_OD_AREAS];
 };
 
-template <class ReadLine>
-Sources read_sources(ReadLine read_line)
+Sources read_sources()
 {
     static_assert(CONF_OD_AREAS == CONF_CROSS_LINES);
     Sources sources;
     for (int n = 0; n < CONF_OD_AREAS; ++n) {
-        read_line(&sources.lines[n], n);
+        conf_getCrossLineConf(&sources.lines[n], n);
         conf_getObjectDetectionConf(&sources.areas[n], n);
     }
     return sources;
 }
 
-// Lines come before areas, each kind by its number, until there are three.
-VmfSlots fill_filters(ODVmfParamConf &conf, const Sources &sources)
+// Adds the filters of the valid lines or areas, in the order of their numbers, until there are
+// three.
+template <class Source, std::size_t Count>
+void add_filters(ODVmfParamConf &conf, const Source (&sources)[Count], const char *item,
+                 int (*convert)(ODVmfFilterConf *, const Source *))
 {
-    VmfSlots slots{};
-    const auto add = [&](VmfSource kind, const auto &kind_sources, auto convert, const char *item) {
-        for (int n = 0; n < static_cast<int>(std::size(kind_sources)); ++n) {
-            if (!kind_sources[n].valid)
-                continue;
-            va::RecordReader store(item, n);
-            if (conf.filterNum == CONF_VMF_FILTERS) {
-                store.reject("no filter left: three lines and areas at the most");
-                continue;
-            }
-            const int filter = conf.filterNum++;
-            convert(&conf.filters[filter], &kind_sources[n]);
-            const VmfSlot slot{kind, n, conf.filters[filter].event, conf_vmfBit(conf, filter)};
-            slots.slots[static_cast<std::size_t>(filter)] = slot;
-            store.became_filter(filter, slot.event, slot.bit);
+    for (int n = 0; n < static_cast<int>(Count); ++n) {
+        if (!sources[n].valid)
+            continue;
+        va::RecordReader store(item, n);
+        if (conf.filterNum == CONF_VMF_FILTERS) {
+            store.reject("no filter left: three lines and areas at the most");
+            continue;
         }
-    };
-    add(VmfSource::Line, sources.lines, conf_convCrossLineConf2ODVmfFilterConf, line_item);
-    add(VmfSource::Area, sources.areas, conf_convObjectDetectionConf2ODVmfFilterConf, area_item);
-    slots.count = conf.filterNum;
-    ConfReport().filter_count(slots.count);
-    return slots;
+        const int filter = conf.filterNum++;
+        convert(&conf.filters[filter], &sources[n]);
+        store.became_filter(filter, conf.filters[filter].event, conf_vmfBit(conf, filter));
+    }
+}
+
+// Lines come before areas.
+void read_filters(ODVmfParamConf &conf)
+{
+    const Sources sources = read_sources();
+    add_filters(conf, sources.lines, line_item, conf_convCrossLineConf2ODVmfFilterConf);
+    add_filters(conf, sources.areas, area_item, conf_convObjectDetectionConf2ODVmfFilterConf);
+    ConfReport().filter_count(conf.filterNum);
+    conf.valid = conf.filterNum > 0;
 }
 
 void read_nd_areas(ODVmfParamConf &conf)
 {
+    constexpr std::int32_t max_nd_coordinate = 10000; // one more than other windows have
     for (int n = 0; n < CONF_VMF_ND_AREAS; ++n) {
+        va::RecordReader store("VideoAnalytics.OD.VmfParam.NdArea", n);
         ODVmfNdAreaConf &area = conf.ndAreas[conf.ndAreaNum];
-        conf_readODVmfNdAreaConf(&area, n);
+        area.pointNum =
+            va::store_corners(store, va::read_edges(store), max_nd_coordinate, area.points);
         if (area.pointNum)
             ++conf.ndAreaNum;
     }
@@ -164,7 +169,7 @@ int conf_getObjectDetectionConf(ObjectDetectionConf *conf, int n)
     return 0;
 }
 
-void conf_readCrossLineConf(CrossLineConf *conf, int n)
+int conf_getCrossLineConf(CrossLineConf *conf, int n)
 {
     va::RecordReader store(line_item, n);
     *conf = {};
@@ -178,31 +183,14 @@ void conf_readCrossLineConf(CrossLineConf *conf, int n)
     read_limits(*conf, store);
     if (!va::all_in_range({start.x, start.y, end.x, end.y}, 0, va::max_coordinate)) {
         store.reject("no line: two points with places of 0 to 9999");
-        return;
+        return 0;
     }
     conf->valid = 1;
     conf->points[conf->pointNum++] = start;
     conf->points[conf->pointNum++] = end;
     conf->direction = direction;
-}
-
-int conf_getCrossLineConf(CrossLineConf *conf, int n)
-{
-    conf_readCrossLineConf(conf, n);
-    const ConfPoint &start = conf->points[0];
-    const ConfPoint &end = conf->points[1];
-    if (conf->valid)
-        std::printf("cross line start (%d,%d), end (%d,%d)\n", start.x, start.y, end.x, end.y);
+    std::printf("cross line start (%d,%d), end (%d,%d)\n", start.x, start.y, end.x, end.y);
     return 0;
-}
-
-void conf_readODVmfNdAreaConf(ODVmfNdAreaConf *conf, int n)
-{
-    constexpr std::int32_t max_nd_coordinate = 10000; // one more than other windows have
-    va::RecordReader store("VideoAnalytics.OD.VmfParam.NdArea", n);
-    *conf = {};
-    conf->pointNum =
-        va::store_corners(store, va::read_edges(store), max_nd_coordinate, conf->points);
 }
 
 int conf_convObjectDetectionConf2ODVmfFilterConf(ODVmfFilterConf *filter,
@@ -221,20 +209,12 @@ int conf_convCrossLineConf2ODVmfFilterConf(ODVmfFilterConf *filter, const CrossL
 int conf_getODVmfParamConf(ODVmfParamConf *conf)
 {
     *conf = {};
-    fill_filters(*conf, read_sources(conf_getCrossLineConf));
-    conf->valid = conf->filterNum > 0;
+    read_filters(*conf);
     conf->alarmTime = va::RecordReader().number("30", "VideoAnalytics.OD.VmfParam.AlarmTimes");
     read_nd_areas(*conf);
     read_combo(*conf);
     if (!conf->valid)
         ConfReport().reject("VideoAnalytics.OD.VmfParam.", "no filter: neither line nor area");
-    return 0;
-}
-
-int conf_getVmfSlots(VmfSlots *slots)
-{
-    ODVmfParamConf conf{};
-    *slots = fill_filters(conf, read_sources(conf_readCrossLineConf));
     return 0;
 }
 

@@ -2,7 +2,6 @@
 
 #include "conf/conf.h"
 
-#include <array>
 #include <cstdint>
 
 // Event filters of object detection, built from the user's detection areas and cross lines. See
@@ -90,28 +89,9 @@ struct ODVmfParamConf {
 };
 static_assert(sizeof(ODVmfParamConf) == 644);
 
-// What a filter was made of, and where its alarm shows: in the mask of its event code, of which an
-// alarm record has one for each code.
-enum class VmfSource { Line, Area };
-struct VmfSlot {
-    VmfSource source;
-    int number;         // of the line or area, in the store's keys
-    std::int32_t event; // CONF_EVENT_*
-    int bit;            // of that code's mask
-};
-struct VmfSlots {
-    int count; // slots used, as many as there are filters and in their order
-    std::array<VmfSlot, CONF_VMF_FILTERS> slots;
-};
-
 // Prints a valid line on standard output.
 int conf_getCrossLineConf(CrossLineConf *conf, int n);
 int conf_getObjectDetectionConf(ObjectDetectionConf *conf, int n);
-
-// What a single line, and a single no-detection area (its `pointNum` is 0 when it is not defined),
-// hold. Print nothing.
-void conf_readCrossLineConf(CrossLineConf *conf, int n);
-void conf_readODVmfNdAreaConf(ODVmfNdAreaConf *conf, int n);
 
 // Clear the filter and, if the source is valid, describe it. Return 0.
 int conf_convObjectDetectionConf2ODVmfFilterConf(ODVmfFilterConf *filter,
@@ -121,9 +101,6 @@ int conf_convCrossLineConf2ODVmfFilterConf(ODVmfFilterConf *filter, const CrossL
 // The filters are the valid cross lines, then the valid areas, each kind by its number, until there
 // are CONF_VMF_FILTERS. Prints what conf_getCrossLineConf() prints.
 int conf_getODVmfParamConf(ODVmfParamConf *conf);
-
-// The slots of the same filters. Prints nothing.
-int conf_getVmfSlots(VmfSlots *slots);
 
 // The bit of filters[n], n below filterNum: how many filters before it have its event code.
 int conf_vmfBit(const ODVmfParamConf &conf, int n);
