@@ -107,9 +107,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const bool booted = va_vana_boot(&context) == 0;
     assert(booted == files.fit());
     if (booted) {
-        assert(holds(sim_vector_area(), files.vector));
-        assert(holds(sim_program_area(), files.program));
-        assert(holds(sim_work_area(), files.work));
+        assert(holds(sim_state().areas.value().vector, files.vector));
+        assert(holds(sim_state().areas.value().program, files.program));
+        assert(holds(sim_state().areas.value().work, files.work));
     }
     va_vana_quit(&context);
     va_cl_stop();

@@ -10,6 +10,8 @@
 // Whatever a feed's writer sends: no picture goes beyond its bounds, and none depends on the pieces
 // in which the bytes come.
 
+using namespace va::sim;
+
 namespace
 {
 
@@ -44,7 +46,7 @@ bool same(const std::vector<Item> &a, const std::vector<Item> &b)
 
 bool same(const FeedPicture &a, const FeedPicture &b)
 {
-    return same(a.seen.objects, b.seen.objects) && a.seen.anew == b.seen.anew &&
+    return same(a.seen.objects, b.seen.objects) && a.seen.jump == b.seen.jump &&
            same(a.faces, b.faces) && same(a.alarms, b.alarms);
 }
 

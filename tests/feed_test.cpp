@@ -14,6 +14,7 @@
 namespace
 {
 
+using namespace va::sim;
 using std::string;
 using Words = std::vector<std::uint32_t>;
 
@@ -47,12 +48,12 @@ TEST(FeedLinesTest, ScaleThePlacesAndLeaveOutWhatIsWrong)
               words_of(pictures[0].seen.objects.at(0)));
     EXPECT_EQ((Words{9, 2, 4, 60, 80, 100, 0}), words_of(pictures[0].faces.at(0)));
     EXPECT_EQ((AlarmWords{1, 2, 3, 0xffffffff}), pictures[0].alarms.at(0));
-    EXPECT_TRUE(pictures[0].seen.anew);
+    EXPECT_TRUE(pictures[0].seen.jump);
     EXPECT_EQ("", log_of("ure\npicture\njump\npicture\n"));
     ASSERT_EQ(3U, pictures.size());
     EXPECT_EQ((Words{6, 19, 0, 0, 16, 16, 8, 8, 0, 0}), words_of(pictures[0].seen.objects.at(0)));
-    EXPECT_FALSE(pictures[0].seen.anew || pictures[1].seen.anew);
-    EXPECT_TRUE(pictures[2].seen.anew && pictures[1].seen.objects.empty());
+    EXPECT_FALSE(pictures[0].seen.jump || pictures[1].seen.jump);
+    EXPECT_TRUE(pictures[2].seen.jump && pictures[1].seen.objects.empty());
 
     const struct {
         string line;
@@ -72,9 +73,7 @@ TEST(FeedLinesTest, ScaleThePlacesAndLeaveOutWhatIsWrong)
     const string full =
         log_of("frame 1 1\n" + repeated("object 1 3 9 -9 9 9\n", 1001) +
                repeated("face 1 0 0 1 1\n", 37) + repeated("ta 0 0 0 0\n", 5) + "picture\n");
-    EXPECT_EQ("sim: feed cam: left out, as are others like it: more than there is room for: object "
-              "1 3 9 -9 9 9\n",
-              full);
+    EXPECT_EQ("sim: feed cam: ignored (reported once): too many: object 1 3 9 -9 9 9\n", full);
     EXPECT_TRUE(pictures.at(0).seen.objects.size() == 1000 && pictures[0].faces.size() == 36 &&
                 pictures[0].alarms.size() == 4);
     EXPECT_EQ((Words{1, 3, 11520, 0U - 6480, 11520, 6480, 17280, 0U - 3240, 0, 0}),
@@ -108,7 +107,7 @@ TEST_F(FeedTest, MakesResultsOfWholePictures)
     Client fd(files.file("run/fd"));
     for (const char *stream : {"od", "vmf", "fd"})
         ASSERT_TRUE(daemon.wait_for_output(string("run/") + stream + ": accept client"));
-    EXPECT_TRUE(daemon.wait_for_log("sim: feed feed: nobody writes\n"));
+    EXPECT_TRUE(daemon.wait_for_log("sim: feed feed: no writer\n"));
     {
         std::ofstream feed(files.file("feed"));
         feed << "object 6 3 0 0 24 24\npicture 5\n" << std::flush;
@@ -121,7 +120,7 @@ TEST_F(FeedTest, MakesResultsOfWholePictures)
         expect_next(vmf, {0, 1, 0, 0});
         expect_next(fd, {7, 1, 2, 3, 4, 100, 0});
     }
-    EXPECT_TRUE(daemon.wait_for_log("nobody writes\n", 2));
+    EXPECT_TRUE(daemon.wait_for_log("no writer\n", 2));
     std::ofstream feed(files.file("feed"));
     feed << "4\nobject 2 3 0 0 24 24\npicture\n" << std::flush; // of this writer alone
     expect_next(od, {6, 3, 1000, 0, 24, 24, 1012, 12, 1, 0});

@@ -1,5 +1,5 @@
 #include "platform/sim/detection.h"
-#include "platform/sim/playback.h"
+#include "platform/sim/scene.h"
 #include "tests/support/va_fixture.h"
 
 #include <chrono>
@@ -7,6 +7,7 @@
 namespace
 {
 
+using namespace va::sim;
 using std::string;
 using SimTest = VaTest;
 
@@ -108,7 +109,7 @@ TEST_F(SimTest, ScenesReportWhatTheyDoNotUnderstand)
     EXPECT_EQ(wanted, stderr_of([] { EXPECT_FALSE(sim_play_scene("wrong")); }));
     ne3_val_close(); // or the feed would be looked for, and say so
     files.write("beside", "feed dir/none\n" + object + "5 6");
-    EXPECT_EQ("sim: beside:2: left out beside a feed: " + object + "5 6\n",
+    EXPECT_EQ("sim: beside:2: ignored: the scene has a feed: " + object + "5 6\n",
               stderr_of([] { EXPECT_FALSE(sim_play_scene("beside")); }));
     EXPECT_EQ("sim: none: cannot be read\n",
               stderr_of([] { EXPECT_FALSE(sim_play_scene("none")); }));
@@ -128,7 +129,7 @@ TEST_F(SimTest, ScenesAreEnteredWhereTheyBegin)
     EXPECT_EQ((AlarmWords{2}), playback.take_alarm());
     EXPECT_FALSE(playback.take_alarm());
     const auto seen = playback.take_objects();
-    ASSERT_TRUE(seen && seen->anew);
+    ASSERT_TRUE(seen && seen->jump);
     EXPECT_LE(4000, seen->objects.at(0).centre_x);
 }
 

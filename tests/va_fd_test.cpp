@@ -18,11 +18,11 @@ protected:
     SimFdControl start(const string &settings, const ne3_val_fd_ctrl &old = {})
     {
         open_library();
-        sim_set_fd_defaults(old);
+        sim_set_defaults({.fd = old});
         files.store(settings);
         va_fd_getConf(&context);
         EXPECT_EQ(0, run([&] { return va_fd_init(&context); }));
-        return sim_fd_control().value_or(SimFdControl{});
+        return sim_state().fd.value_or(SimFdControl{});
     }
 };
 
@@ -48,7 +48,7 @@ TEST_F(VaFdTest, SendsTheSettingsThatAreSet)
     EXPECT_EQ(0, std::memcmp(&wanted, &sent, numbers));
     EXPECT_TRUE(sent.windowBits == 0x55555555 && !sent.mask && !sent.windows);
     EXPECT_EQ("init fd.\n==> old fd thresRatio = 85\n==>fd thresRatio=85\n", output);
-    EXPECT_TRUE(sim_open_prm("fd")->prm0 == 1 && sim_open_prm("fd")->prm1 == 1);
+    EXPECT_TRUE(sim_state().fd_prm->prm0 == 1 && sim_state().fd_prm->prm1 == 1);
 
     ne3_val_fd_ctrl all{};
     fd_apply_settings({0, 1, 2, 3, 4, 50, 6, 7, 8}, all);

@@ -255,7 +255,7 @@ TEST_F(VaModulesTest, TamperAlarmGetsTheSettingsCutToTheLibrarysWidths)
 {
     ne3_val_ta_ctrl garbage;
     std::memset(&garbage, 0xff, sizeof garbage);
-    sim_set_ta_defaults(garbage);
+    sim_set_defaults({.ta = garbage});
     files.store(
         lines("CameraTampering.T0.", {"gcRegionSens=300", "dfAlarmTime=4370", "dfPixelRate=-1",
                                       "dfThreshold=65537", "gcWaitTime=310"}));
@@ -263,22 +263,22 @@ TEST_F(VaModulesTest, TamperAlarmGetsTheSettingsCutToTheLibrarysWidths)
     va_ta_getConf(&context);
     EXPECT_EQ(0, context.taEnable);
     EXPECT_EQ(0, run([&] { return va_ta_init(&context); }));
-    ASSERT_TRUE(sim_ta_control());
+    ASSERT_TRUE(sim_state().ta);
     EXPECT_TRUE(same_bytes({0xffffffff, 1, 14, 44, 30, 310, 10, 0, 1, 255, 50, 5, 100},
-                           *sim_ta_control())); // 4370 * 15 = 65536 + 14
-    EXPECT_TRUE(sim_open_prm("ta")->prm0 == 1 && sim_open_prm("ta")->prm1 == 1);
+                           *sim_state().ta)); // 4370 * 15 = 65536 + 14
+    EXPECT_TRUE(sim_state().ta_prm->prm0 == 1 && sim_state().ta_prm->prm1 == 1);
 }
 
 TEST_F(VaModulesTest, StabilisationGetsTheSettings)
 {
-    sim_set_dis_defaults({-7, 1, 2, 3, 4, 65535, 6, 7, 8, {9, 10, 11}});
+    sim_set_defaults({.dis = {-7, 1, 2, 3, 4, 65535, 6, 7, 8, {9, 10, 11}}});
     files.store(lines("VideoAnalytics.DIS.",
                       {"Localmot_det=ENABLED", "Illumch_det=on", "Edge_det=true", "Motpow_det=yes",
                        "Mf_cutf=70000", "DisValidCnt=259", "Frdiff_det=no", "Me_disable=1"}));
     va_dis_getConf(&context);
     run([&] { return va_dis_init(&context); });
-    ASSERT_TRUE(sim_dis_control());
-    EXPECT_TRUE(same_bytes({-7, 1, 1, 0, 1, 4464, 3, 0, 1, {9, 10, 11}}, *sim_dis_control()));
+    ASSERT_TRUE(sim_state().dis);
+    EXPECT_TRUE(same_bytes({-7, 1, 1, 0, 1, 4464, 3, 0, 1, {9, 10, 11}}, *sim_state().dis));
 }
 
 } // namespace

@@ -25,12 +25,12 @@ protected:
     SimOdControl start(const string &settings, const OdFrame &frame = hd)
     {
         open_library();
-        sim_set_od_defaults({0xdeadbeef, 0xa0a0, 0, 0, 0, {}, {}, {}, {}, {}, {}, {}});
+        sim_set_defaults({.od = {0xdeadbeef, 0xa0a0, 0, 0, 0, {}, {}, {}, {}, {}, {}, {}}});
         use_sensor(frame.width, frame.height);
         files.store(settings);
         va_od_getConf(&context);
         EXPECT_EQ(0, run([&] { return va_od_init(&context); }));
-        return sim_od_control().value_or(SimOdControl{});
+        return sim_state().od.value_or(SimOdControl{});
     }
 };
 
@@ -88,7 +88,7 @@ TEST_F(VaOdTest, TranslatesEveryBlock)
         "vmf",
         {{2, 45, {line, area}, 1, {polygon(0, 921, 1280, 1024)}, 1, {0, 1, -1}, {}, {5000, 0}}},
         sent.vmf);
-    const auto prm = sim_od_open_prm();
+    const auto prm = sim_state().od_prm;
     EXPECT_TRUE(prm->prm0 == 4 && prm->prm1 == 1 && prm->prm2 == 0 && prm->prm3 == 1);
 }
 

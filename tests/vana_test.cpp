@@ -43,9 +43,9 @@ TEST_F(VanaTest, LoadsEveryImageToItsPlace)
     const auto text_at = [](const std::vector<unsigned char> &area, std::size_t at, std::size_t n) {
         return std::string(reinterpret_cast<const char *>(area.data()) + at, n);
     };
-    EXPECT_EQ("vector", text_at(sim_vector_area(), 0, 6));
-    EXPECT_EQ("program", text_at(sim_program_area(), offset, 7));
-    EXPECT_EQ(std::string("work\0", 5), text_at(sim_work_area(), 8, 5));
+    EXPECT_EQ("vector", text_at(sim_state().areas.value().vector, 0, 6));
+    EXPECT_EQ("program", text_at(sim_state().areas.value().program, offset, 7));
+    EXPECT_EQ(std::string("work\0", 5), text_at(sim_state().areas.value().work, 8, 5));
 }
 
 TEST_F(VanaTest, RefusesBadFiles)

@@ -1,18 +1,18 @@
 #include "platform/sim/chip.h"
 
-#include "platform/sim/bell.h"
 #include "platform/sim/feed.h"
-#include "platform/sim/playback.h"
-#include "platform/sim/scene.h"
+#include "platform/sim/text.h"
 #include "util/guarded.h"
 
-#include <algorithm>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdlib>
 #include <initializer_list>
 #include <thread>
 #include <utility>
 
+namespace va::sim
+{
 namespace
 {
 
@@ -21,25 +21,50 @@ constexpr const char *scene_variable = "VA_SIM_SCENE";
 constexpr std::chrono::milliseconds usual_read{10};
 constexpr std::chrono::milliseconds longest_read{100}; // for a result that falls due meanwhile
 
+// Wakes the reads that wait. Its lock is the innermost: any thread may notify, whatever it holds.
+class Wakeups
+{
+public:
+    std::uint64_t count()
+    {
+        const ScopedLock lock(mutex_);
+        return count_;
+    }
+
+    void notify()
+    {
+        {
+            const ScopedLock lock(mutex_);
+            ++count_;
+        }
+        changed_.notify_all();
+    }
+
+    // Waits until `end` or until the count differs from `known`; returns it.
+    std::uint64_t wait(std::uint64_t known, Moment end)
+    {
+        UniqueLock lock(mutex_);
+        changed_.wait_until(lock, end, [&]() VA_REQUIRES(mutex_) { return count_ != known; });
+        return count_;
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::uint64_t count_ VA_GUARDED_BY(mutex_) = 0;
+};
+
 struct Shared {
     std::mutex mutex;
     Memory memory VA_GUARDED_BY(mutex);
-    Bell bell; // for the reads that wait
+    Wakeups wakeups;
 };
 
 // Never destroyed: a thread may still be inside a call when the process exits.
 Shared &shared()
 {
-    alignas(Shared) static std::byte storage[sizeof(Shared)];
-    static Shared *const instance = new (storage) Shared;
+    static Shared *const instance = new Shared;
     return *instance;
-}
-
-Moment due_of(const Memory &chip, const Module &module)
-{
-    if (&module == &chip.od)
-        return chip.source->objects_due();
-    return &module == &chip.ta ? chip.source->alarm_due() : chip.source->faces_due();
 }
 
 std::unique_ptr<Source> source_of(Scene scene)
@@ -57,7 +82,7 @@ bool follow_scene(Memory &memory, const std::string &path)
     if (!scene)
         return false;
     for (const PlannedCall &call : scene->calls)
-        memory.calls.plan(call.function, call.nth, call.plan);
+        memory.calls.plan(call);
     memory.frame = scene->frame;
     memory.source = source_of(*std::move(scene));
     if (memory.library_is_open())
@@ -67,8 +92,29 @@ bool follow_scene(Memory &memory, const std::string &path)
 
 } // namespace
 
+void Calls::note(const char *function)
+{
+    if (names_.size() == SIM_CALLS_KEPT)
+        names_.pop_front();
+    names_.push_back(function);
+}
+
+CallPlan Calls::count(std::string_view function)
+{
+    CallPlan plan;
+    for (PlannedCall &call : planned_) {
+        if (call.function != function || --call.nth != 0)
+            continue;
+        if (call.plan.error != 0)
+            plan.error = call.plan.error;
+        plan.hang += call.plan.hang;
+    }
+    std::erase_if(planned_, [](const PlannedCall &call) { return call.nth <= 0; });
+    return plan;
+}
+
 LockedChip::LockedChip()
-    : lock_(shared().mutex), memory_(shared().memory), heard_(shared().bell.times_rung())
+    : lock_(shared().mutex), memory_(shared().memory), wakeups_(shared().wakeups.count())
 {
     if (memory_.environment_read)
         return;
@@ -83,7 +129,7 @@ bool LockedChip::wait(Module &module, Moment end)
     PendingRead read;
     module.pending = &read;
     lock_.unlock();
-    heard_ = shared().bell.wait(heard_, end);
+    wakeups_ = shared().wakeups.wait(wakeups_, end);
     lock_.lock();
     if (module.pending == &read)
         module.pending = nullptr;
@@ -92,7 +138,7 @@ bool LockedChip::wait(Module &module, Moment end)
 
 int LockedChip::begin(const char *function)
 {
-    const CallPlan plan = memory_.calls.planned_for(function);
+    const CallPlan plan = memory_.calls.count(function);
     if (plan.hang > plan.hang.zero()) {
         lock_.unlock();
         std::this_thread::sleep_for(plan.hang);
@@ -103,26 +149,31 @@ int LockedChip::begin(const char *function)
 
 void wake_reads()
 {
-    shared().bell.ring();
+    shared().wakeups.notify();
 }
 
 Moment own_end_of_read(const Memory &chip, const Module &module)
 {
     const Moment now = std::chrono::steady_clock::now();
-    const Moment due = due_of(chip, module);
+    const Moment due = chip.source->due().*module.due;
     return due <= now + longest_read ? due : now + usual_read;
 }
 
 Moment others_due(const Memory &chip, const Module &module)
 {
+    const DueTimes due = chip.source->due();
     Moment first = never;
     for (const Module *other :
          std::initializer_list<const Module *>{&chip.od, &chip.ta, &chip.fd}) {
         if (other != &module && other->is_started())
-            first = std::min(first, due_of(chip, *other));
+            first = std::min(first, due.*other->due);
     }
     return first;
 }
+
+} // namespace va::sim
+
+using namespace va::sim;
 
 void sim_reset()
 {
@@ -137,10 +188,26 @@ bool sim_play_scene(const std::string &path)
 
 void sim_fail(const std::string &function, int nth, int error)
 {
-    LockedChip()->calls.plan(function, nth, {error, {}});
+    LockedChip()->calls.plan({function, nth, {error, {}}});
 }
 
 std::vector<std::string> sim_calls()
 {
     return LockedChip()->calls.names();
+}
+
+SimState sim_state()
+{
+    const LockedChip chip;
+    return {chip->ta.accepted, chip->dis.accepted, chip->fd.accepted, chip->od.accepted,
+            chip->ta.prm,      chip->fd.prm,       chip->od.prm,      chip->areas};
+}
+
+void sim_set_defaults(const SimDefaults &defaults)
+{
+    const LockedChip chip;
+    chip->ta.defaults = defaults.ta;
+    chip->dis.defaults = defaults.dis;
+    chip->fd.defaults = defaults.fd;
+    chip->od.defaults = defaults.od;
 }

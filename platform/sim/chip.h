@@ -1,15 +1,62 @@
 #pragma once
 
-#include "platform/sim/memory.h"
+#include "platform/sim/module.h"
+#include "platform/sim/scene.h"
 
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <deque>
+#include <memory>
 #include <mutex>
 #include <new>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
 
-// The frame of every library call: the memory is locked in it, but for the waits of a read. Private
-// to platform/sim.
+// What the stand-in remembers, and the frame of every library call: the memory is locked in it, but
+// for the waits of a read.
+
+namespace va::sim
+{
+
+// The calls made so far, and what is planned for calls to come.
+class Calls
+{
+public:
+    // `function` has static storage.
+    void note(const char *function);
+    std::vector<std::string> names() const { return {names_.begin(), names_.end()}; }
+
+    void plan(const PlannedCall &call) { planned_.push_back(call); }
+
+    // Counts a call of `function`; returns what is planned for this one.
+    CallPlan count(std::string_view function);
+
+private:
+    std::deque<const char *> names_;
+    std::vector<PlannedCall> planned_;
+};
+
+enum class LoaderState { closed, initialised, device_open, mapped, transferred, running };
+enum class LibraryState { closed, initialised, open };
+
+struct Memory {
+    Calls calls;
+    LoaderState loader = LoaderState::closed;
+    std::optional<SimAreas> areas; // while they are mapped
+    LibraryState library = LibraryState::closed;
+    TamperAlarm ta;
+    Stabilisation dis;
+    FaceDetection fd;
+    ObjectDetection od;
+    std::unique_ptr<Source> source = std::make_unique<Source>(); // never null
+    Size frame{1920, 1080};
+    bool environment_read = false; // VA_SIM_SCENE
+
+    bool library_is_open() const { return library == LibraryState::open; }
+};
 
 // The memory, for one thread at a time: as long as this lives.
 class LockedChip
@@ -21,30 +68,30 @@ public:
     Memory &operator*() const { return memory_; }
     Memory *operator->() const { return &memory_; }
 
-    // Lets what is planned for this call of `function` happen; others get in while it hangs.
-    // Returns the error that is to take its place, 0: none.
+    // Carries out what is planned for this call of `function`, unlocked while it hangs. Returns the
+    // error with which the call is to fail, 0: none.
     int begin(const char *function);
 
-    // Lets other threads in until `end` or until wake_reads() has been called since this was made
-    // or waited last; false when the read was cancelled.
+    // Unlocks until `end`, or until wake_reads() has been called since this was made or last
+    // waited; false when the read was cancelled.
     bool wait(Module &module, Moment end);
 
 private:
     std::unique_lock<std::mutex> lock_;
     Memory &memory_;
-    std::uint64_t heard_; // how often wake_reads() had been called
+    std::uint64_t wakeups_; // calls of wake_reads() so far
 };
 
-// Makes the pending reads look again: there is a result, a module may have changed its state. Any
+// Makes the pending reads try again: there is a result, or a module may have changed its state. Any
 // thread, with the chip locked or not.
 void wake_reads();
 
-// When a read of `module` ends that finds no result: if it begins now, and because another module's
-// result is due.
+// When a read of `module` that finds no result ends: by itself, if it begins now; because the
+// result of another module is due.
 Moment own_end_of_read(const Memory &chip, const Module &module);
 Moment others_due(const Memory &chip, const Module &module);
 
-// The constant the daemon passes as `prm` and as `count`.
+// What the daemon passes as `prm` and as `count`.
 inline constexpr int expected_prm = 1;
 
 // Runs `body` with the chip locked. Lack of memory is a failure like any other.
@@ -103,16 +150,21 @@ int wait_for_result(LockedChip &chip, Module &module, int prm, Take take)
     }
 }
 
-// The get_data of a module. `take` stores the next result and returns whether there was one.
-template <class Which, class Take>
-int read_call(const char *function, int prm, Which Memory::*which, Take take)
+// The get_data of a module. `observe` makes the next result of what the source sees, if anything.
+template <class Which, class Record, class Observe>
+int read_call(const char *function, int prm, Which Memory::*which, Record *result, Observe observe)
 {
     return with_chip([&](LockedChip &chip) {
         const int error = chip.begin(function);
-        const int result =
+        const auto take = [&](Memory &memory) {
+            return (memory.*which).take(result, [&] { return observe(memory); });
+        };
+        const int outcome =
             error != 0 ? refuse(error) : wait_for_result(chip, (*chip).*which, prm, take);
-        if (result != no_result)
+        if (outcome != no_result)
             chip->calls.note(function);
-        return result;
+        return outcome;
     });
 }
+
+} // namespace va::sim

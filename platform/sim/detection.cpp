@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+namespace va::sim
+{
 namespace
 {
 
@@ -27,8 +29,7 @@ Point centre_of(const SimObjectEntry &object)
 
 // Which side of the line from `a` to `b` a point is on, as seen in the picture: negative on the
 // left. In floating point, so that no coordinate overflows; exact for those of a picture.
-template <class A, class B, class P>
-double side(A a, B b, P p)
+double side(Point a, Point b, Point p)
 {
     const auto minus = [](double x, double y) { return x - y; };
     return minus(b.x, a.x) * minus(p.y, a.y) - minus(b.y, a.y) * minus(p.x, a.x);
@@ -48,11 +49,6 @@ bool is_in_any(Point point, std::span<const ne3_val_od_polygon> areas)
 {
     return std::ranges::any_of(areas,
                                [=](const auto &area) { return is_inside(point, points_of(area)); });
-}
-
-bool is_in_any(Point point, const ne3_val_od_masks &masks)
-{
-    return is_in_any(point, first_of(masks.masks, masks.maskNum));
 }
 
 bool passes(const ne3_val_od_filter &line, Point from, Point to)
@@ -79,9 +75,11 @@ bool is_reported(const SimObjectEntry &object, Size cells, const SimOdControl &c
                  const std::vector<SimObjectEntry> &reported)
 {
     const Point centre = centre_of(object);
-    if (control.nonDetMasks && is_in_any(centre, *control.nonDetMasks))
-        return false;
-    if (control.detMasks && !is_in_any(centre, *control.detMasks))
+    const auto is_in = [=](const ne3_val_od_masks &masks) {
+        return is_in_any(centre, first_of(masks.masks, masks.maskNum));
+    };
+    if ((control.nonDetMasks && is_in(*control.nonDetMasks)) ||
+        (control.detMasks && !is_in(*control.detMasks)))
         return false;
     const bool moving = object.kind == SimObjectKind::moving;
     const auto &set = moving ? control.doSet : control.soSet;
@@ -145,3 +143,5 @@ Centres centres_of(const std::vector<SimObjectEntry> &objects)
         centres[object.id] = centre_of(object);
     return centres;
 }
+
+} // namespace va::sim

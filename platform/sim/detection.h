@@ -1,8 +1,7 @@
 #pragma once
 
-#include "platform/sim/frame.h"
+#include "platform/sim/observations.h"
 #include "platform/sim/sim.h"
-#include "records/records.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -11,7 +10,10 @@
 #include <span>
 #include <vector>
 
-// How object detection acts on its control record. Private to platform/sim.
+// How object detection acts on its control record.
+
+namespace va::sim
+{
 
 // Where each object of a result was, by its number.
 using Centres = std::map<std::uint32_t, Point>;
@@ -41,3 +43,5 @@ std::span<const ne3_val_od_point> points_of(const Polygon &polygon)
 {
     return first_of(polygon.points, polygon.pointNum);
 }
+
+} // namespace va::sim

@@ -1,30 +1,198 @@
 #include "platform/sim/feed.h"
 
 #include "platform/sim/text.h"
+#include "util/fd.h"
+#include "util/text.h"
 
 #include <array>
+#include <cerrno>
 #include <csignal>
+#include <cstdint>
+#include <iterator>
 #include <new>
+#include <span>
 #include <system_error>
+#include <type_traits>
+#include <utility>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace va::sim
+{
+
+// The FIFO or Unix socket from which a feed is read; see docs/scene.md. One thread reads.
+class FeedInput
+{
+public:
+    // Throws std::system_error.
+    explicit FeedInput(std::string path);
+
+    // Waits for bytes, as long as it takes, for a writer too. Returns how many have come, 0 when
+    // the writer has gone, nothing after stop(). Reports when there is no writer or can be none,
+    // and when there is one again.
+    std::optional<std::size_t> read(std::span<char> buffer);
+
+    // Any thread.
+    void stop();
+
+private:
+    void open();
+    std::optional<std::size_t> read_input(std::span<char> buffer);
+    void report(const std::string &state);
+
+    std::string path_;
+    Fd stop_;
+    Fd fd_; // empty while there is nothing to read from
+    bool is_fifo_ = false;
+    bool written_ = false; // bytes have come from `fd_`
+    bool to_be_opened_ = true;
+    std::string reported_;
+};
 
 namespace
 {
 
-constexpr std::size_t kept = 32; // of each kind
+constexpr std::size_t kept = 32; // observations of each kind
 constexpr std::chrono::milliseconds longest_gap{100};
 
-// What of an observation that is dropped holds for the one after it.
-template <class Seen>
-void pass_on(const Seen &, Seen &)
+constexpr int pause_ms = 1000; // until what is at the path is opened again
+constexpr int wrong_kind = ENOTSUP;
+constexpr const char *no_writer = "no writer";
+
+std::string state_of(int error)
 {
+    switch (error) {
+    case ECONNREFUSED:
+    case EAGAIN: // the listener's queue is full
+        return no_writer;
+    case wrong_kind:
+        return "neither a FIFO nor a socket";
+    default:
+        return error_text(error);
+    }
 }
 
-void pass_on(const SeenObjects &dropped, SeenObjects &next)
+bool is_fifo(const Fd &fd)
 {
-    next.anew |= dropped.anew;
+    struct stat status {
+    };
+    return fstat(fd.get(), &status) == 0 && S_ISFIFO(status.st_mode);
+}
+
+Fd open_fifo(const std::string &path)
+{
+    Fd fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (fd && !is_fifo(fd)) {
+        fd.reset();
+        errno = wrong_kind;
+    }
+    return fd;
+}
+
+Fd make_fifo(const std::string &path)
+{
+    constexpr mode_t owner_only = 0600;
+    return mkfifo(path.c_str(), owner_only) == 0 ? open_fifo(path) : Fd();
+}
+
+Fd connect_to(const std::string &path)
+{
+    sockaddr_un address{AF_UNIX, {}};
+    if (path.size() >= sizeof address.sun_path) {
+        errno = ENAMETOOLONG;
+        return {};
+    }
+    path.copy(address.sun_path, path.size());
+    Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (fd && connect(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == -1)
+        fd.reset();
+    return fd;
 }
 
 } // namespace
+
+FeedInput::FeedInput(std::string path)
+    : path_(std::move(path)), stop_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+{
+    if (!stop_)
+        throw std::system_error(errno, std::generic_category());
+}
+
+// A FIFO without a writer, and what could not be opened, is opened again after a pause: what is at
+// the path may be another by then.
+std::optional<std::size_t> FeedInput::read(std::span<char> buffer)
+{
+    for (;;) {
+        if (std::exchange(to_be_opened_, false))
+            open();
+        const bool lasts = fd_ && (written_ || !is_fifo_);
+        pollfd sources[] = {{stop_.get(), POLLIN, 0}, {fd_.get(), POLLIN, 0}};
+        poll(sources, std::size(sources), lasts ? -1 : pause_ms);
+        if (sources[0].revents)
+            return {};
+        if (sources[1].revents) {
+            if (const auto count = read_input(buffer))
+                return count;
+            continue;
+        }
+        if (fd_)
+            report(no_writer);
+        to_be_opened_ = true;
+    }
+}
+
+void FeedInput::stop()
+{
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const ssize_t written = write(stop_.get(), &one, sizeof one);
+}
+
+// A FIFO is closed after it was opened again, so that what is in it is not lost.
+void FeedInput::open()
+{
+    Fd opened = open_fifo(path_);
+    if (!opened && errno == ENOENT)
+        opened = make_fifo(path_);
+    is_fifo_ = static_cast<bool>(opened);
+    if (!opened && errno == ENXIO) // as for a socket
+        opened = connect_to(path_);
+    if (!opened)
+        report(state_of(errno));
+    fd_ = std::move(opened);
+}
+
+std::optional<std::size_t> FeedInput::read_input(std::span<char> buffer)
+{
+    const ssize_t got = ::read(fd_.get(), buffer.data(), buffer.size());
+    if (got > 0) {
+        written_ = true;
+        if (!reported_.empty())
+            report("writer connected");
+        return static_cast<std::size_t>(got);
+    }
+    if (got == -1 && errno == EAGAIN)
+        return {};
+    const bool was_written = std::exchange(written_, false);
+    // The FIFO may have its next writer; a listener that ends each connection is retried later.
+    to_be_opened_ = is_fifo_ || was_written;
+    if (!is_fifo_)
+        fd_.reset();
+    return was_written ? std::optional<std::size_t>(0) : std::nullopt;
+}
+
+void FeedInput::report(const std::string &state)
+{
+    if (reported_ == state)
+        return;
+    reported_ = state;
+    say("feed %s: %s", path_.c_str(), state.c_str());
+}
 
 template <class Seen>
 void Feed::Kept<Seen>::add(Seen seen)
@@ -32,18 +200,9 @@ void Feed::Kept<Seen>::add(Seen seen)
     all.push_back(std::move(seen));
     if (all.size() <= kept)
         return;
-    pass_on(all[0], all[1]);
+    if constexpr (std::is_same_v<Seen, SeenObjects>)
+        all[1].jump |= all[0].jump;
     all.pop_front();
-}
-
-template <class Seen>
-std::optional<Seen> Feed::Kept<Seen>::take()
-{
-    if (all.empty())
-        return {};
-    std::optional<Seen> oldest(std::move(all.front()));
-    all.pop_front();
-    return oldest;
 }
 
 template <class Seen>
@@ -59,22 +218,27 @@ Feed::Feed(std::string path, Size frame, void (*wake)())
 {
 }
 
+Feed::~Feed()
+{
+    Feed::stop();
+}
+
 void Feed::start()
 {
-    end_reading();
-    va::assume_locked(mutex_); // the chip's lock keeps readers out
+    stop();
+    assume_locked(mutex_); // the chip's lock keeps readers out
     objects_ = {};
     faces_ = {};
     alarms_ = {};
     try {
-        input_.emplace(path_);
+        input_ = std::make_unique<FeedInput>(path_);
         thread_ = std::thread([this] { read(); });
     } catch (const std::system_error &error) {
         say("feed %s: cannot be read: %s", path_.c_str(), error.what());
     }
 }
 
-void Feed::end_reading()
+void Feed::stop()
 {
     if (!thread_.joinable())
         return;
@@ -84,38 +248,26 @@ void Feed::end_reading()
 
 std::optional<SeenObjects> Feed::take_objects()
 {
-    const va::ScopedLock lock(mutex_);
-    return objects_.take();
+    const ScopedLock lock(mutex_);
+    return take_first(objects_.all);
 }
 
 std::optional<std::vector<SimFaceEntry>> Feed::take_faces()
 {
-    const va::ScopedLock lock(mutex_);
-    return faces_.take();
+    const ScopedLock lock(mutex_);
+    return take_first(faces_.all);
 }
 
 std::optional<AlarmWords> Feed::take_alarm()
 {
-    const va::ScopedLock lock(mutex_);
-    return alarms_.take();
+    const ScopedLock lock(mutex_);
+    return take_first(alarms_.all);
 }
 
-Moment Feed::objects_due() const
+DueTimes Feed::due() const
 {
-    const va::ScopedLock lock(mutex_);
-    return objects_.due();
-}
-
-Moment Feed::faces_due() const
-{
-    const va::ScopedLock lock(mutex_);
-    return faces_.due();
-}
-
-Moment Feed::alarm_due() const
-{
-    const va::ScopedLock lock(mutex_);
-    return alarms_.due();
+    const ScopedLock lock(mutex_);
+    return {objects_.due(), faces_.due(), alarms_.due()};
 }
 
 // Signals are for the threads of the program.
@@ -126,29 +278,21 @@ try {
     pthread_sigmask(SIG_BLOCK, &all, nullptr);
     FeedLines lines(path_, frame_);
     std::array<char, 4096> buffer;
-    for (;;) {
-        std::size_t count = 0;
-        switch (input_->read(buffer, count)) {
-        case FeedInput::Event::Bytes:
-            for (FeedPicture &picture : lines.take({buffer.data(), count}))
-                keep(std::move(picture));
-            break;
-        case FeedInput::Event::WriterGone:
+    while (const auto count = input_->read(buffer)) {
+        if (*count == 0)
             lines.end();
-            break;
-        case FeedInput::Event::Stopped:
-            return;
-        }
+        for (FeedPicture &picture : lines.take({buffer.data(), *count}))
+            keep(std::move(picture));
     }
 } catch (const std::bad_alloc &) {
-    say("feed %s: no memory to go on", path_.c_str());
+    say("feed %s: no memory left, reading ends", path_.c_str());
 }
 
 void Feed::keep(FeedPicture picture)
 {
     const Moment expected = std::chrono::steady_clock::now() + longest_gap;
     {
-        const va::ScopedLock lock(mutex_);
+        const ScopedLock lock(mutex_);
         if (!picture.seen.objects.empty())
             objects_.expected = expected;
         objects_.add(std::move(picture.seen));
@@ -161,3 +305,5 @@ void Feed::keep(FeedPicture picture)
     }
     wake_();
 }
+
+} // namespace va::sim

@@ -1,11 +1,12 @@
 #include "platform/sim/feed_lines.h"
 
-#include "platform/sim/statement.h"
 #include "platform/sim/text.h"
 
 #include <algorithm>
 #include <utility>
 
+namespace va::sim
+{
 namespace
 {
 
@@ -39,7 +40,7 @@ void add(Unfinished &unfinished, std::vector<Item> &items, std::size_t limit, co
     if (items.size() < limit)
         items.push_back(item);
     else
-        unfinished.full = true;
+        unfinished.too_many = true;
 }
 
 template <SimObjectKind kind>
@@ -93,7 +94,7 @@ constexpr Statement<Unfinished> statements[] = {
      [](Unfinished &unfinished, const Values &v) {
          unfinished.sender = {v[0], v[1]};
      }},
-    {"jump", [](Unfinished &unfinished, const Values &) { unfinished.picture.seen.anew = true; }},
+    {"jump", [](Unfinished &unfinished, const Values &) { unfinished.picture.seen.jump = true; }},
 };
 
 } // namespace
@@ -108,10 +109,10 @@ std::vector<FeedPicture> FeedLines::take(std::string_view bytes)
     for (const char byte : bytes) {
         if (byte == '\n')
             take_line();
-        else if (line_.size() <= FEED_LINE) // one more tells that it is too long
+        else if (line_.size() <= FEED_LINE) // one more marks it as too long
             line_ += byte;
     }
-    return std::exchange(whole_, {});
+    return std::exchange(pictures_, {});
 }
 
 void FeedLines::end()
@@ -124,21 +125,23 @@ void FeedLines::end()
 void FeedLines::take_line()
 {
     const std::string line = std::exchange(line_, {});
-    unfinished_.full = unfinished_.whole = false;
+    unfinished_.too_many = unfinished_.whole = false;
     if (line.size() > FEED_LINE)
         report(too_long, line);
     else if (!apply_line(line, statements, unfinished_))
         report(not_understood, line);
-    else if (unfinished_.full)
+    else if (unfinished_.too_many)
         report(too_many, line);
     else if (unfinished_.whole)
-        whole_.push_back(std::exchange(unfinished_.picture, {}));
+        pictures_.push_back(std::exchange(unfinished_.picture, {}));
 }
 
 void FeedLines::report(Problem problem, const std::string &line)
 {
-    constexpr const char *words[] = {"not understood", "too long", "more than there is room for"};
+    constexpr const char *words[] = {"not understood", "too long", "too many"};
     if (!std::exchange(reported_[problem], true))
-        say("feed %s: left out, as are others like it: %s: %s", name_.c_str(), words[problem],
+        say("feed %s: ignored (reported once): %s: %s", name_.c_str(), words[problem],
             line.c_str());
 }
+
+} // namespace va::sim

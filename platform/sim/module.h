@@ -1,9 +1,13 @@
 #pragma once
 
 #include "platform/ne3_val.h"
+#include "platform/sim/detection.h"
+#include "platform/sim/observations.h"
+#include "platform/sim/sim.h"
+#include "platform/sim/text.h"
 
 #include <cerrno>
-#include <cstring>
+#include <cstdint>
 #include <deque>
 #include <memory>
 #include <optional>
@@ -11,7 +15,10 @@
 #include <utility>
 #include <vector>
 
-// What the four analytics modules have in common.
+// The four analytics modules: what they have in common, and what each of them remembers.
+
+namespace va::sim
+{
 
 // Makes `error` the outcome of a library call.
 inline int refuse(int error)
@@ -41,69 +48,68 @@ struct PendingRead {
     bool cancelled = false;
 };
 
-// Where a module stands. Each step fails with EPERM unless the module stands where it begins.
+// The state of a module. Each step fails with EPERM unless the module is in the state before it.
 class Module
 {
 public:
-    explicit Module(const char *name) : name_(name) {}
+    // `handle` is what its open returns; `due_time` selects its results, null for a module without
+    // any.
+    Module(const char *name, int handle, Moment DueTimes::*due_time)
+        : due(due_time), name_(name), handle_(handle)
+    {
+    }
 
     bool is_open() const { return state_ != State::closed; }
     bool is_started() const { return state_ == State::started; }
 
-    int open(bool library_is_open);
-    int start() { return step(State::open, State::started, "started"); }
+    int open(bool library_is_open)
+    {
+        if (!library_is_open || step(State::closed, State::open, "opened") == -1)
+            return refuse(EPERM);
+        return handle_;
+    }
+
+    int start(int handle)
+    {
+        if (state_ == State::open && handle != handle_)
+            return refuse(EINVAL);
+        return step(State::open, State::started, "started");
+    }
+    int start() { return start(handle_); }
     int stop() { return step(State::started, State::open, "stopped"); }
     int close() { return step(State::open, State::closed, "closed"); }
-    void force_close(); // whatever the state
+    void force_close() { step(state_, State::closed, "closed"); } // whatever the state
 
-    // Ends the pending read; EAGAIN when none is.
-    int cancel_data();
+    // Ends the pending read; EAGAIN when there is none.
+    int cancel_data()
+    {
+        if (!is_open())
+            return refuse(EPERM);
+        if (!pending)
+            return refuse(EAGAIN);
+        std::exchange(pending, nullptr)->cancelled = true;
+        return 0;
+    }
 
+    Moment DueTimes::*due;
     PendingRead *pending = nullptr;
 
 private:
     enum class State { closed, open, started };
 
-    int step(State from, State to, const char *what);
+    int step(State from, State to, const char *what)
+    {
+        if (sim::step(state_, from, to) == -1)
+            return -1;
+        if (from != to)
+            say("%s %s", name_, what);
+        return 0;
+    }
 
     const char *name_;
+    int handle_;
     State state_ = State::closed;
 };
-
-// A module and its control record. `Accepted` is what is kept of an accepted record: the record
-// itself, or a struct with the record as `ctrl` and copies of its blocks.
-template <class Record, class Accepted = Record>
-class ControlledModule : public Module
-{
-public:
-    using Module::Module;
-
-    int open(bool library_is_open)
-    {
-        if (Module::open(library_is_open) == -1)
-            return -1;
-        accepted.reset();
-        return 0;
-    }
-
-    int get_ctrl(Record *ctrl) const
-    {
-        if (!is_open())
-            return refuse(EPERM);
-        *ctrl = defaults;
-        if constexpr (std::is_same_v<Accepted, Record>)
-            *ctrl = accepted.value_or(defaults);
-        else if (accepted)
-            *ctrl = accepted->ctrl;
-        return 0;
-    }
-
-    Record defaults{};
-    std::optional<Accepted> accepted; // since the module was opened last
-};
-
-// Says on standard error that a control record points at memory that is not the area of `block`.
-void report_foreign_pointer(const char *block);
 
 // One memory area lent to the daemon: an allocation of its own, so that address checkers see a
 // write beyond its end.
@@ -119,14 +125,11 @@ public:
     // area's.
     bool copy_attached(const Block *attached, std::optional<Block> &copy) const
     {
-        copy.reset();
-        if (!attached)
-            return true;
-        if (attached != memory_.get()) {
-            report_foreign_pointer(name_);
+        if (attached && attached != memory_.get()) {
+            say("%s refused: the pointer is not the library's", name_);
             return false;
         }
-        copy = *attached;
+        copy = attached ? std::optional(*attached) : std::nullopt;
         return true;
     }
 
@@ -135,26 +138,82 @@ private:
     std::unique_ptr<Block> memory_ = std::make_unique<Block>();
 };
 
-// The oldest result that was pushed, else what `observe` makes of the source, if anything.
-template <class Result, class Observe>
-std::optional<Result> next_result(std::deque<Result> &pushed, Observe observe)
-{
-    if (pushed.empty())
-        return observe();
-    std::optional<Result> result(std::move(pushed.front()));
-    pushed.pop_front();
-    return result;
-}
+struct NoAreas {
+    template <class Accepted>
+    bool copy_blocks(Accepted &) const
+    {
+        return true;
+    }
+};
 
-// Arrays of result entries as the library hands them out.
+// A module with its control record. `Accepted` is what is kept of an accepted record: the record
+// itself, or a struct with the record as `ctrl` and copies of the blocks in `Areas`.
+template <class Record, class Accepted = Record, class Areas = NoAreas>
+class ControlledModule : public Module
+{
+public:
+    using Module::Module;
+
+    int open(bool library_is_open)
+    {
+        auto lent = std::make_unique<Areas>();
+        const int handle = Module::open(library_is_open);
+        if (handle == -1)
+            return -1;
+        areas = std::move(lent);
+        accepted.reset();
+        return handle;
+    }
+
+    int get_ctrl(Record *ctrl)
+    {
+        if (!is_open())
+            return refuse(EPERM);
+        *ctrl = accepted ? record_of(*accepted) : defaults;
+        return 0;
+    }
+
+    // `print` reports the record and its blocks.
+    template <class Print>
+    int set_ctrl(const Record *ctrl, Print print)
+    {
+        if (!is_open())
+            return refuse(EPERM);
+        Accepted control{};
+        record_of(control) = *ctrl;
+        if (!areas->copy_blocks(control))
+            return refuse(EINVAL);
+        print(control);
+        accepted = control;
+        return 0;
+    }
+
+    Record defaults{};
+    std::optional<Accepted> accepted; // since the module was opened last
+    std::unique_ptr<Areas> areas;     // likewise
+
+private:
+    static Record &record_of(Accepted &control)
+    {
+        if constexpr (std::is_same_v<Accepted, Record>)
+            return control;
+        else
+            return control.ctrl;
+    }
+};
+
+// A result record and the entries it points at: to be moved, not copied.
+template <class Record>
+struct Result {
+    Record record{};
+    std::vector<unsigned char> entries;
+};
 
 template <class Entry>
 std::vector<unsigned char> bytes_of(const std::vector<Entry> &entries)
 {
-    std::vector<unsigned char> bytes(entries.size() * sizeof(Entry));
-    if (!bytes.empty())
-        std::memcpy(bytes.data(), entries.data(), bytes.size());
-    return bytes;
+    const auto *bytes = reinterpret_cast<const unsigned char *>(entries.data());
+    return {bytes, bytes + entries.size() * sizeof(Entry)};
 }
 
 // Null for no entries.
@@ -162,3 +221,80 @@ inline const void *address_of(const std::vector<unsigned char> &bytes)
 {
     return bytes.empty() ? nullptr : bytes.data();
 }
+
+// A module that is opened with parameters and read.
+template <class Prm, class Record, class Control, class Accepted = Control, class Areas = NoAreas>
+struct ReadModule : ControlledModule<Control, Accepted, Areas> {
+    using ControlledModule<Control, Accepted, Areas>::ControlledModule;
+
+    int open(bool library_is_open, const Prm *parameters)
+    {
+        const int handle = ControlledModule<Control, Accepted, Areas>::open(library_is_open);
+        if (handle != -1)
+            prm = *parameters;
+        return handle;
+    }
+
+    // Stores the oldest result that was pushed, else what `observe` returns, if anything.
+    template <class Observe>
+    bool take(Record *result, Observe observe)
+    {
+        auto next = take_first(pushed);
+        if (!next)
+            next = observe();
+        if (!next)
+            return false;
+        current = *std::move(next);
+        *result = current.record;
+        return true;
+    }
+
+    std::optional<Prm> prm;
+    std::deque<Result<Record>> pushed;
+    Result<Record> current; // what the last get_data handed out
+};
+
+struct TamperAlarm : ReadModule<ne3_val_open_prm, ne3_val_ta_result, ne3_val_ta_ctrl> {
+    TamperAlarm() : ReadModule("ta", 0, &DueTimes::alarm) {}
+};
+
+struct Stabilisation : ControlledModule<ne3_val_dis_ctrl> {
+    Stabilisation() : ControlledModule("dis", 0, nullptr) {}
+};
+
+struct FdAreas {
+    bool copy_blocks(SimFdControl &control) const;
+
+    Area<ne3_val_fd_mask> mask{"fd mask"};
+    Area<ne3_val_fd_window_list> windows{"fd windows"};
+    ne3_val_fd_area_data table{mask.lend(), windows.lend()};
+};
+
+struct FaceDetection
+    : ReadModule<ne3_val_open_prm, ne3_val_fd_result, ne3_val_fd_ctrl, SimFdControl, FdAreas> {
+    FaceDetection() : ReadModule("fd", 0x4644, &DueTimes::faces) {}
+};
+
+struct OdAreas {
+    bool copy_blocks(SimOdControl &control) const;
+
+    Area<ne3_val_od_masks> nonDetMasks{"od nonDetMasks"};
+    Area<ne3_val_od_obj_init> doInit{"od doInit"};
+    Area<ne3_val_od_obj_set> doSet{"od doSet"};
+    Area<ne3_val_od_obj_init> soInit{"od soInit"};
+    Area<ne3_val_od_obj_set> soSet{"od soSet"};
+    Area<ne3_val_od_vmf> vmf{"od vmf"};
+    Area<ne3_val_od_masks> detMasks{"od detMasks"};
+    ne3_val_od_area_table table{nonDetMasks.lend(), doInit.lend(), doSet.lend(),   soInit.lend(),
+                                soSet.lend(),       vmf.lend(),    detMasks.lend()};
+};
+
+struct ObjectDetection
+    : ReadModule<ne3_val_od_open_prm, ne3_val_od_result, ne3_val_od_ctrl, SimOdControl, OdAreas> {
+    ObjectDetection() : ReadModule("od", 0x4f44, &DueTimes::objects) {}
+
+    Centres centres;           // of the objects of the last result
+    std::uint32_t results = 0; // handed out from the source
+};
+
+} // namespace va::sim

@@ -1,5 +1,7 @@
 #include "platform/sim/chip.h"
 
+using namespace va::sim;
+
 namespace
 {
 
@@ -10,7 +12,7 @@ int map_areas(Memory &chip, vanaMemInfo *info)
 {
     if (step(chip.loader, State::device_open, State::transferred, State::mapped) == -1)
         return -1;
-    auto &areas = chip.loader_areas;
+    auto &areas = chip.areas;
     if (!areas)
         areas.emplace();
     *info = {
@@ -25,13 +27,6 @@ int map_areas(Memory &chip, vanaMemInfo *info)
         .vectorSize = SIM_VECTOR_SIZE,
     };
     return 0;
-}
-
-LoaderAreas::Bytes area(LoaderAreas::Bytes LoaderAreas::*which)
-{
-    const LockedChip chip;
-    const auto &areas = chip->loader_areas;
-    return areas ? (*areas).*which : LoaderAreas::Bytes();
 }
 
 } // namespace
@@ -78,7 +73,7 @@ int ne3_cl_sys_close_device()
     return library_call(__func__, [](Memory &chip) {
         if (step(chip.loader, State::device_open, State::running, State::initialised) == -1)
             return -1;
-        chip.loader_areas.reset();
+        chip.areas.reset();
         return 0;
     });
 }
@@ -86,19 +81,4 @@ int ne3_cl_sys_close_device()
 int ne3_cl_library_exit()
 {
     return step_call(__func__, &Memory::loader, State::initialised, State::closed);
-}
-
-std::vector<unsigned char> sim_program_area()
-{
-    return area(&LoaderAreas::program);
-}
-
-std::vector<unsigned char> sim_work_area()
-{
-    return area(&LoaderAreas::work);
-}
-
-std::vector<unsigned char> sim_vector_area()
-{
-    return area(&LoaderAreas::vector);
 }

@@ -1,21 +1,21 @@
 #include "platform/nvram.h"
 
 #include "platform/sim/text.h"
+#include "util/fd.h"
 #include "util/guarded.h"
+#include "util/text.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
-#include <memory>
 #include <mutex>
 #include <new>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -23,176 +23,127 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-// The store is a text file. Each call looks whether it is another or was changed, and reads it
-// then: a change takes effect at once. It holds key=value lines, which end in LF or CR LF; a line
-// that begins with # is a comment, one without = is passed over, and the last line of a key counts.
-// A file written in place may be seen half written; one renamed into place is always seen whole.
-// While the file cannot be read, or is gone, what was read last stays; before the first time the
-// store is empty.
+// The store is a text file. Each call checks whether it was replaced or changed, and reads it then:
+// a change takes effect at once. It holds key=value lines, which end in LF or CR LF; a line that
+// begins with # is a comment, one without = is ignored, and the last line of a key counts. A file
+// written in place may be seen half written; one renamed into place is always seen whole. While the
+// file cannot be read, or is gone, what was read last stays; before the first time the store is
+// empty.
 
 namespace
 {
 
-constexpr const char *path_variable = "NVRAM_FILE";
-constexpr const char *default_path = "/etc/nvram.conf";
+using va::error_text;
+using va::sim::say;
 
-constexpr const char *sensor_key = "Properties.ImageSource.Sensor";
+constexpr std::string_view sensor_key = "Properties.ImageSource.Sensor";
 
-constexpr std::size_t key_size = 256;
-
-// Far beyond any store of settings. What lies behind it is not looked at, so that no file, endless
-// ones included, costs more time or memory.
+// Far beyond any store of settings. What lies behind it is ignored, so that no file, endless ones
+// included, costs more time or memory.
 constexpr std::size_t store_limit = 1 << 20;
 
-const char *store_path()
+using Nanoseconds = std::int64_t; // since 1970
+
+Nanoseconds time_of(const timespec &time)
 {
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing changes the environment while threads run.
-    const char *path = std::getenv(path_variable);
-    return path ? path : default_path;
+    constexpr std::int64_t second = 1'000'000'000;
+    return time.tv_sec * second + time.tv_nsec;
 }
 
-using Time = std::pair<std::int64_t, long>; // seconds since 1970, nanoseconds
-
-// Tells whether a regular file is still what it was.
+// Shows whether a regular file is still what it was.
 struct Stamp {
     bool operator==(const Stamp &) const = default;
 
     dev_t device;
     ino_t file;
     off_t size;
-    Time modified;
-    Time changed;
+    Nanoseconds modified;
+    Nanoseconds changed;
 };
 
-struct Content {
-    std::unique_ptr<char[]> text;
-    std::size_t length = 0;
+struct Store {
+    std::string path;
+    std::string text;
+    bool was_read = false;
     std::optional<Stamp> stamp; // of the file, when any change of that gives it another one
+    int error = 0;              // why it cannot be read; what lasts is reported once
+    bool no_sensor = false;     // likewise
 };
 
-// What all threads share.
 std::mutex store_lock;
-Content last_read VA_GUARDED_BY(store_lock);
-char last_path[PATH_MAX] VA_GUARDED_BY(store_lock);
+Store store VA_GUARDED_BY(store_lock);
 
-Time time_of(const timespec &time)
+// Of the file at `path`, or of `fd` where that is empty.
+std::optional<Stamp> stamp_of(int fd, const char *path)
 {
-    return {time.tv_sec, time.tv_nsec};
-}
-
-std::optional<Stamp> stamp_of(const struct stat &status)
-{
-    if (!S_ISREG(status.st_mode))
+    struct stat status;
+    if (fstatat(fd, path, &status, AT_EMPTY_PATH) == -1 || !S_ISREG(status.st_mode))
         return std::nullopt;
     return Stamp{status.st_dev, status.st_ino, status.st_size, time_of(status.st_mtim),
                  time_of(status.st_ctim)};
 }
 
-std::optional<Stamp> stamp_of(const char *path)
-{
-    struct stat status;
-    return stat(path, &status) == 0 ? stamp_of(status) : std::nullopt;
-}
-
-std::optional<Stamp> stamp_of(int fd)
-{
-    struct stat status;
-    return fstat(fd, &status) == 0 ? stamp_of(status) : std::nullopt;
-}
-
-Time now()
-{
-    timespec time;
-    clock_gettime(CLOCK_REALTIME, &time);
-    return time_of(time);
-}
-
 // Whether a change of the file after `moment` gives it another stamp. File systems stamp by a clock
 // that is up to 10 ms behind, and some in steps of one or two seconds.
-bool is_settled(const Stamp &stamp, Time moment)
+bool is_settled(const Stamp &stamp, Nanoseconds moment)
 {
-    constexpr long one_second = 1'000'000'000; // in nanoseconds
-    if (stamp.modified.second == 0 || stamp.changed.second == 0)
-        moment.first -= 2;
-    else if ((moment.second -= one_second / 50) < 0)
-        moment = {moment.first - 1, moment.second + one_second};
-    return std::max(stamp.modified, stamp.changed) < moment;
+    constexpr Nanoseconds second = 1'000'000'000;
+    const bool coarse = stamp.modified % second == 0 || stamp.changed % second == 0;
+    return std::max(stamp.modified, stamp.changed) < moment - (coarse ? 2 * second : second / 50);
 }
 
-// False of a file that the kernel makes up as it is read, whose stamp tells nothing.
-bool is_whole(const Content &content, const Stamp &stamp)
+// Returns why not all could be read, 0 if it could.
+int read_all(int fd, std::string &text)
 {
-    return std::cmp_equal(content.length, std::min<std::int64_t>(stamp.size, store_limit));
-}
-
-// The next two return why not all could be read, 0 if it could.
-
-int read_all(int fd, Content &content)
-{
-    content.text.reset(new (std::nothrow) char[store_limit]);
-    if (!content.text)
-        return ENOMEM;
-    while (content.length < store_limit) {
-        const ssize_t count =
-            read(fd, content.text.get() + content.length, store_limit - content.length);
+    char part[4096];
+    while (text.size() < store_limit) {
+        const ssize_t count = read(fd, part, sizeof part);
         if (count == 0)
             break;
         if (count > 0)
-            content.length += static_cast<std::size_t>(count);
+            text.append(part, static_cast<std::size_t>(count));
         else if (errno != EINTR)
             return errno;
     }
     return 0;
 }
 
-int read_file(const char *path, Content &content)
+// As read_all(). Unless it fails, the store is what the file holds.
+int read_file() VA_REQUIRES(store_lock)
 {
     constexpr int of_any_size = O_LARGEFILE; // else a 32-bit process is refused 2 GiB and more
-    const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | of_any_size);
-    if (fd == -1)
+    const va::Fd fd(
+        open(store.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | of_any_size));
+    if (!fd)
         return errno;
-    const Time moment = now();
-    const std::optional<Stamp> stamp = stamp_of(fd);
-    const int error = read_all(fd, content);
-    close(fd);
-    if (stamp && is_whole(content, *stamp) && is_settled(*stamp, moment))
-        content.stamp = stamp;
-    return error;
-}
-
-// A lasting fault is told once, not in each call: again after it was gone, or was another.
-
-void tell_unreadable(const char *path, int error) VA_REQUIRES(store_lock)
-{
-    static int told = 0;
-    if (std::exchange(told, error) != error && error != 0)
-        say("%s: cannot be read: %s%s", path, std::strerror(error),
-            last_read.text ? "; what was read last stays in use" : "");
-}
-
-void tell_no_sensor(const char *path, bool missing) VA_REQUIRES(store_lock)
-{
-    static bool told = false;
-    if (!std::exchange(told, missing) && missing)
-        say("%s: no %s", path, sensor_key);
+    timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    std::optional<Stamp> stamp = stamp_of(fd.get(), "");
+    std::string text;
+    if (const int error = read_all(fd.get(), text))
+        return error;
+    // The stamp of a file that the kernel makes up as it is read says nothing; its size shows that.
+    if (stamp &&
+        (!is_settled(*stamp, time_of(now)) ||
+         std::cmp_not_equal(text.size(), std::min<std::int64_t>(stamp->size, store_limit))))
+        stamp.reset();
+    store.text = std::move(text);
+    store.was_read = true;
+    store.stamp = stamp;
+    return 0;
 }
 
 void read_store(const char *path) VA_REQUIRES(store_lock)
 {
-    if (std::strcmp(path, last_path) != 0) {
-        last_read = {};
-        std::snprintf(last_path, sizeof last_path, "%s", path);
+    if (store.path != path) {
+        store = {};
+        store.path = path;
     }
-    const std::optional<Stamp> stamp = stamp_of(path);
-    if (stamp && stamp == last_read.stamp) {
-        tell_unreadable(path, 0);
-        return;
-    }
-    Content content;
-    const int error = read_file(path, content);
-    tell_unreadable(path, error);
-    if (error == 0)
-        last_read = std::move(content);
+    const std::optional<Stamp> stamp = stamp_of(AT_FDCWD, path);
+    const int error = stamp && stamp == store.stamp ? 0 : read_file();
+    if (std::exchange(store.error, error) != error && error != 0)
+        say("%s: cannot be read: %s%s", path, error_text(error).c_str(),
+            store.was_read ? "; what was read last stays in use" : "");
 }
 
 std::optional<std::string_view> find_value(std::string_view text, std::string_view key)
@@ -210,11 +161,27 @@ std::optional<std::string_view> find_value(std::string_view text, std::string_vi
     return value;
 }
 
-void copy_text(std::string_view text, char *buffer, std::size_t size)
+const char *store_path()
 {
-    const std::size_t length = std::min(text.size(), size - 1);
-    std::memcpy(buffer, text.data(), length);
-    buffer[length] = '\0';
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing changes the environment while threads run.
+    const char *path = std::getenv("NVRAM_FILE");
+    return path ? path : "/etc/nvram.conf";
+}
+
+// Of the store as it is now, or as it was read last.
+std::optional<std::string_view> value_of(std::string_view key) VA_REQUIRES(store_lock)
+{
+    const char *path = store_path();
+    try {
+        read_store(path);
+    } catch (const std::bad_alloc &) {
+        say("%s: no memory to read it", path);
+    }
+    const auto value = find_value(store.text, key);
+    const bool no_sensor = key == sensor_key && (!value || value->empty());
+    if (key == sensor_key && std::exchange(store.no_sensor, no_sensor) != no_sensor && no_sensor)
+        say("%s: no %s", path, sensor_key.data());
+    return value;
 }
 
 } // namespace
@@ -222,25 +189,20 @@ void copy_text(std::string_view text, char *buffer, std::size_t size)
 int nvram_get_with_buffer(char *buffer, std::size_t size, const char *default_text, const char *key,
                           ...)
 {
-    char name[key_size];
-    va_list arguments;
+    char name[256]; // no longer key has a value
+    std::va_list arguments;
     va_start(arguments, key);
-    const int name_length = std::vsnprintf(name, sizeof name, key, arguments);
+    const int length = std::vsnprintf(name, sizeof name, key, arguments);
     va_end(arguments);
 
-    const char *path = store_path();
     const va::ScopedLock lock(store_lock);
     std::optional<std::string_view> value;
-    if (name_length >= 0 && static_cast<std::size_t>(name_length) < sizeof name) {
-        read_store(path);
-        value = find_value({last_read.text.get(), last_read.length}, name);
-        if (name == std::string_view(sensor_key))
-            tell_no_sensor(path, !value || value->empty());
-    }
+    if (length >= 0 && static_cast<std::size_t>(length) < sizeof name)
+        value = value_of(name);
     if (!value && default_text)
         value = default_text;
     if (!value || size == 0)
         return 0;
-    copy_text(*value, buffer, size);
+    buffer[value->copy(buffer, size - 1)] = '\0';
     return 1;
 }

@@ -1,11 +1,13 @@
 #include "platform/sim/scene.h"
 
-#include "platform/sim/statement.h"
 #include "platform/sim/text.h"
 
 #include <fstream>
 #include <istream>
+#include <utility>
 
+namespace va::sim
+{
 namespace
 {
 
@@ -60,37 +62,65 @@ constexpr Statement<Scene> observations[] = {
      }},
 };
 
-struct NumberedLine {
-    int number;
-    std::string text;
-};
-
-void report(const std::string &path, const NumberedLine &line, const char *what)
-{
-    say("%s:%d: %s: %s", path.c_str(), line.number, what, line.text.c_str());
-}
-
 // Returns whether every line counts.
 bool read_lines(std::istream &file, const std::string &path, Scene &scene)
 {
     bool clean = true;
-    std::vector<NumberedLine> observed;
-    NumberedLine line{1, ""};
-    for (; std::getline(file, line.text); ++line.number) {
-        if (apply_line(line.text, settings, scene))
-            continue;
-        if (apply_line(line.text, observations, scene)) {
-            observed.push_back(line);
-            continue;
-        }
-        report(path, line, "not understood");
+    std::vector<std::pair<int, std::string>> observed; // lines and their numbers
+    const auto report = [&](int number, const char *what, const std::string &line) {
+        say("%s:%d: %s: %s", path.c_str(), number, what, line.c_str());
         clean = false;
+    };
+    std::string line;
+    for (int number = 1; std::getline(file, line); ++number) {
+        if (apply_line(line, settings, scene))
+            continue;
+        if (apply_line(line, observations, scene))
+            observed.emplace_back(number, line);
+        else
+            report(number, "not understood", line);
     }
-    if (scene.feed.empty())
-        return clean;
-    for (const NumberedLine &left_out : observed)
-        report(path, left_out, "left out beside a feed");
-    return clean && observed.empty();
+    if (!scene.feed.empty()) {
+        for (const auto &[number, text] : observed)
+            report(number, "ignored: the scene has a feed", text);
+    }
+    return clean;
+}
+
+constexpr std::int64_t kept_ms = 100;
+constexpr std::int64_t faces_interval_ms = 200;
+
+std::int32_t between(std::int32_t from, std::int32_t to, std::int64_t part, std::int64_t whole)
+{
+    return static_cast<std::int32_t>(from + (std::int64_t{to} - from) * part / whole);
+}
+
+SimObjectEntry entry_at(const ScriptedObject &script, std::int64_t time)
+{
+    const std::int64_t passed = time - script.shown.begin;
+    const std::int64_t length = script.shown.end - script.shown.begin;
+    SimObjectEntry entry = script.entry;
+    entry.centre_x = between(script.from.x, script.to.x, passed, length);
+    entry.centre_y = between(script.from.y, script.to.y, passed, length);
+    entry.x = entry.centre_x - entry.width / 2;
+    entry.y = entry.centre_y - entry.height / 2;
+    return entry;
+}
+
+SimFaceEntry entry_at(const ScriptedFace &script, std::int64_t)
+{
+    return script.entry;
+}
+
+template <class Script>
+auto entries_at(const std::vector<Script> &scripts, std::int64_t time)
+{
+    std::vector<decltype(Script::entry)> entries;
+    for (const Script &script : scripts) {
+        if (script.shown.holds(time))
+            entries.push_back(entry_at(script, time));
+    }
+    return entries;
 }
 
 } // namespace
@@ -105,3 +135,91 @@ std::optional<Scene> read_scene(const std::string &path, bool &clean)
     say("%s: cannot be read", path.c_str());
     return {};
 }
+
+Playback::Playback(Scene scene) : scene_(std::move(scene)) {}
+
+void Playback::start()
+{
+    const Moment now = std::chrono::steady_clock::now();
+    start_ = now - std::chrono::milliseconds(scene_.begin);
+    alarms_due_.clear();
+    for (const ScriptedAlarm &alarm : scene_.alarms) {
+        const Moment first = start_ + std::chrono::milliseconds(alarm.first);
+        alarms_due_.push_back(first < now ? due_after(now, alarm, first) : first);
+    }
+    objects_ = cursor_at_begin(scene_.od_interval);
+    faces_ = cursor_at_begin(faces_interval_ms);
+}
+
+std::optional<SeenObjects> Playback::take_objects()
+{
+    const auto tick = take_tick(objects_);
+    if (!tick)
+        return {};
+    return SeenObjects{entries_at(scene_.objects, tick->time), tick->new_round};
+}
+
+std::optional<std::vector<SimFaceEntry>> Playback::take_faces()
+{
+    const auto tick = take_tick(faces_);
+    if (!tick)
+        return {};
+    return entries_at(scene_.faces, tick->time);
+}
+
+std::optional<AlarmWords> Playback::take_alarm()
+{
+    const Moment now = std::chrono::steady_clock::now();
+    for (std::size_t i = 0; i < alarms_due_.size(); ++i) {
+        Moment &due = alarms_due_[i];
+        if (now < due)
+            continue;
+        due = due_after(now, scene_.alarms[i], due);
+        return scene_.alarms[i].words;
+    }
+    return {};
+}
+
+DueTimes Playback::due() const
+{
+    return {next_shown(objects_, scene_.objects), next_shown(faces_, scene_.faces),
+            alarms_due_.empty() ? never : *std::ranges::min_element(alarms_due_)};
+}
+
+template <class Script>
+Moment Playback::next_shown(const Cursor &cursor, const std::vector<Script> &scripts) const
+{
+    const std::int64_t time = cursor.next * cursor.interval;
+    const std::int64_t of_period = scene_.period ? time % scene_.period : time;
+    const bool shown = std::ranges::any_of(
+        scripts, [=](const Script &script) { return script.shown.holds(of_period); });
+    return shown ? start_ + std::chrono::milliseconds(time) : never;
+}
+
+Moment Playback::due_after(Moment now, const ScriptedAlarm &alarm, Moment due) const
+{
+    const std::chrono::milliseconds step(alarm.every ? alarm.every : scene_.period);
+    return step.count() ? due + ((now - due) / step + 1) * step : never;
+}
+
+Playback::Cursor Playback::cursor_at_begin(std::int64_t interval) const
+{
+    return {interval, (scene_.begin + interval - 1) / interval};
+}
+
+std::optional<Playback::Tick> Playback::take_tick(Cursor &cursor) const
+{
+    const std::int64_t newest =
+        (std::chrono::steady_clock::now() - start_) / std::chrono::milliseconds(cursor.interval);
+    if (newest < cursor.next)
+        return {};
+    const std::int64_t number = std::max(cursor.next, newest - kept_ms / cursor.interval);
+    cursor.next = number + 1;
+    const std::int64_t time = number * cursor.interval;
+    const std::int64_t round = scene_.period ? time / scene_.period : 0;
+    const bool new_round = round != cursor.round;
+    cursor.round = round;
+    return Tick{time - round * scene_.period, new_round};
+}
+
+} // namespace va::sim

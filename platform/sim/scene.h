@@ -1,16 +1,17 @@
 #pragma once
 
-#include "platform/sim/calls.h"
-#include "platform/sim/frame.h"
-#include "platform/sim/source.h"
-#include "records/records.h"
+#include "platform/sim/observations.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
-// A scene file as read. Times are milliseconds from the scene's start.
+// A scene file, read and played. Times are milliseconds from the scene's start.
+
+namespace va::sim
+{
 
 struct Interval {
     std::int64_t begin;
@@ -37,9 +38,15 @@ struct ScriptedFace {
     Interval shown;
 };
 
+// What is to happen in a call.
+struct CallPlan {
+    int error = 0;                     // it fails with this, without effect; 0: it does not
+    std::chrono::milliseconds hang{0}; // it hangs this long before
+};
+
 struct PlannedCall {
     std::string function;
-    int nth;
+    int nth; // of the calls from now on, from 1
     CallPlan plan;
 };
 
@@ -55,6 +62,54 @@ struct Scene {
     std::vector<PlannedCall> calls;
 };
 
-// Reads a scene file; nothing when it cannot be read. `clean` tells whether every line counts;
+// Reads a scene file; nothing when it cannot be read. `clean` is set to whether every line counts;
 // those that do not are reported on standard error.
 std::optional<Scene> read_scene(const std::string &path, bool &clean);
+
+// Plays a scene, from where it begins whenever it is started. Of the objects and of the faces that
+// fell due while nobody read them, the newest is kept, and with it those of the 100 ms before; an
+// alarm that fell due several times is one alarm.
+class Playback : public Source
+{
+public:
+    explicit Playback(Scene scene);
+
+    void start() override;
+
+    std::optional<SeenObjects> take_objects() override;
+    std::optional<std::vector<SimFaceEntry>> take_faces() override;
+    std::optional<AlarmWords> take_alarm() override;
+
+    // `never` while the scene shows nothing at the next time.
+    DueTimes due() const override;
+
+private:
+    // How far a kind of observations has got.
+    struct Cursor {
+        std::int64_t interval = 1;
+        std::int64_t next = 0;
+        std::int64_t round = -1;
+    };
+
+    struct Tick {
+        std::int64_t time; // within the period
+        bool new_round;    // the first one taken since the scene began or repeated
+    };
+
+    // When an alarm that falls due at `due`, not after `now`, does so again.
+    Moment due_after(Moment now, const ScriptedAlarm &alarm, Moment due) const;
+
+    Cursor cursor_at_begin(std::int64_t interval) const;
+    std::optional<Tick> take_tick(Cursor &cursor) const;
+
+    template <class Script>
+    Moment next_shown(const Cursor &cursor, const std::vector<Script> &scripts) const;
+
+    Scene scene_;
+    Moment start_;
+    std::vector<Moment> alarms_due_; // of each alarm of the scene
+    Cursor objects_;
+    Cursor faces_;
+};
+
+} // namespace va::sim

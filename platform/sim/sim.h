@@ -8,24 +8,24 @@
 #include <string>
 #include <vector>
 
-// The software stand-in for the chip, its loader and the store: what tests and scene files script
-// and look at. Any thread.
+// The software stand-in for the chip, its loader and the store: what tests and scene files control
+// and inspect. Any thread.
 //
 // State is kept per module (closed, open, started), for the loader and for the library; the loader
 // and the library know nothing of each other. A call in the wrong state fails with -1 and EPERM,
-// before its arguments are looked at; teardown calls are no exception. Then arguments other than
-// the daemon's constants, a handle that the open did not return and a block pointer that is not the
+// before its arguments are checked; teardown calls are no exception. Then arguments other than the
+// daemon's constants, a handle that the open did not return and a block pointer that is not the
 // library's area of that block fail with EINVAL, lack of memory with ENOMEM. Closing the library
 // closes the modules, closing the loader's device stops the co-processor.
 //
 // A read waits for a result: until the next one of the scene or the feed for its module, when that
-// falls due within 100 ms, else 10 ms. It returns 1 when there was none, and at once when there is
-// one for another started module, so that a thread that reads one module after the other gets them
-// all in time. cancel_data succeeds only while a read of its module waits, and ends it; else it
-// fails with EAGAIN. A read whose module is stopped meanwhile fails with EPERM.
+// is due within 100 ms, else 10 ms. It returns 1 when there was none, and at once when there is one
+// for another started module, so that a thread that reads one module after the other gets them all
+// in time. cancel_data succeeds only while a read of its module waits, and ends it; else it fails
+// with EAGAIN. A read whose module is stopped meanwhile fails with EPERM.
 //
-// A line beginning "sim: " on standard error tells each step of a module and each control record
-// with its blocks as accepted, why something was refused, and, once, what is wrong with the store.
+// Lines beginning "sim: " on standard error report each step of a module, each control record with
+// its blocks as accepted, why something was refused, and, once, what is wrong with the store.
 
 // Everything as at process start: modules closed, no results, no planned failure, empty log, the
 // scene of VA_SIM_SCENE to be loaded by the next call. Lent memory is gone.
@@ -35,22 +35,20 @@ void sim_reset();
 // and whatever the state.
 void sim_fail(const std::string &function, int nth, int error);
 
-// Every call since the last sim_reset(), in order, by function name ("ne3_val_ta_open"), failed
-// ones too; get_data calls that returned without a result are left out. The last SIM_CALLS_KEPT of
-// them.
+// The last SIM_CALLS_KEPT calls since the last sim_reset(), in order, by function name
+// ("ne3_val_ta_open"), failed ones too, but no get_data calls that returned without a result.
 inline constexpr std::size_t SIM_CALLS_KEPT = 4096;
 std::vector<std::string> sim_calls();
 
-// What get_data will return next, in this order, whether or not the module is open yet; passed
-// through as it is, before anything a scene holds. The entries are copied; without any the result's
-// address is null.
+// What get_data will return next, in this order and unchanged, whether or not the module is open
+// yet, before anything of a scene. The entries are copied; without any the result's address is
+// null.
 void sim_push_ta(const ne3_val_ta_result &result);
 void sim_push_fd(const std::vector<unsigned char> &faces,
                  int count); // count as reported, whatever `faces` holds
 void sim_push_od(const std::vector<unsigned char> &objects, int count, std::uint32_t vmfAlarms);
 
-// The last control record accepted by set_ctrl, with copies of the blocks it points at; nothing
-// before the first since the module was opened. It outlives the closing of the module.
+// What the stand-in was given; a copy.
 struct SimFdControl {
     ne3_val_fd_ctrl ctrl;
     std::optional<ne3_val_fd_mask> mask;
@@ -66,32 +64,45 @@ struct SimOdControl {
     std::optional<ne3_val_od_vmf> vmf;
     std::optional<ne3_val_od_masks> detMasks;
 };
-std::optional<ne3_val_ta_ctrl> sim_ta_control();
-std::optional<ne3_val_dis_ctrl> sim_dis_control();
-std::optional<SimFdControl> sim_fd_control();
-std::optional<SimOdControl> sim_od_control();
 
-// The open parameters last accepted by a module's open ("ta", "fd").
-std::optional<ne3_val_open_prm> sim_open_prm(const std::string &module);
-std::optional<ne3_val_od_open_prm> sim_od_open_prm();
-
-// What get_ctrl hands out before the first set_ctrl; all zero unless set here.
-void sim_set_ta_defaults(const ne3_val_ta_ctrl &ctrl);
-void sim_set_dis_defaults(const ne3_val_dis_ctrl &ctrl);
-void sim_set_fd_defaults(const ne3_val_fd_ctrl &ctrl);
-void sim_set_od_defaults(const ne3_val_od_ctrl &ctrl);
-
-// The co-processor's memory areas, zeroed when they are mapped first; copies, empty while the areas
-// are not mapped.
 inline constexpr std::uint32_t SIM_PROGRAM_ADDRESS = 0x80000000;
 inline constexpr std::uint32_t SIM_WORK_ADDRESS = 0x81000000;
 inline constexpr std::uint32_t SIM_VECTOR_ADDRESS = 0x82000000;
 inline constexpr std::uint32_t SIM_PROGRAM_SIZE = 64 * 1024;
 inline constexpr std::uint32_t SIM_WORK_SIZE = 32 * 1024;
 inline constexpr std::uint32_t SIM_VECTOR_SIZE = 4 * 1024;
-std::vector<unsigned char> sim_program_area();
-std::vector<unsigned char> sim_work_area();
-std::vector<unsigned char> sim_vector_area();
+
+// The co-processor's memory areas, zeroed when they are mapped first. An allocation for each, so
+// that address checkers see a write beyond its end.
+struct SimAreas {
+    std::vector<unsigned char> program = std::vector<unsigned char>(SIM_PROGRAM_SIZE);
+    std::vector<unsigned char> work = std::vector<unsigned char>(SIM_WORK_SIZE);
+    std::vector<unsigned char> vector = std::vector<unsigned char>(SIM_VECTOR_SIZE);
+};
+
+struct SimState {
+    // The last control record that each set_ctrl accepted, with copies of the blocks it points at;
+    // nothing before the first since the module was opened. It outlives the closing of the module.
+    std::optional<ne3_val_ta_ctrl> ta;
+    std::optional<ne3_val_dis_ctrl> dis;
+    std::optional<SimFdControl> fd;
+    std::optional<SimOdControl> od;
+    // The open parameters that each open accepted last.
+    std::optional<ne3_val_open_prm> ta_prm;
+    std::optional<ne3_val_open_prm> fd_prm;
+    std::optional<ne3_val_od_open_prm> od_prm;
+    std::optional<SimAreas> areas; // while they are mapped
+};
+SimState sim_state();
+
+// What get_ctrl hands out before the first set_ctrl; all zero unless set here.
+struct SimDefaults {
+    ne3_val_ta_ctrl ta{};
+    ne3_val_dis_ctrl dis{};
+    ne3_val_fd_ctrl fd{};
+    ne3_val_od_ctrl od{};
+};
+void sim_set_defaults(const SimDefaults &defaults);
 
 // Follows a scene file (see docs/scene.md) from now on, in the place of the one before; its `fail`
 // lines take effect at once, and its time starts again whenever the library is opened. The
