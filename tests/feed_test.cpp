@@ -1,15 +1,18 @@
 #include "ipc/network/socket.h"
-#include "platform/sim/feed_lines.h"
+#include "platform/sim/feed.h"
 #include "tests/support/capture.h"
 #include "tests/support/daemon.h"
 #include "tests/support/store_file.h"
+#include "tests/support/wait.h"
 
+#include <atomic>
 #include <cstring>
 #include <fstream>
 
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 
 namespace
 {
@@ -55,19 +58,21 @@ TEST(FeedLinesTest, ScaleThePlacesAndLeaveOutWhatIsWrong)
     EXPECT_FALSE(pictures[0].seen.jump || pictures[1].seen.jump);
     EXPECT_TRUE(pictures[2].seen.jump && pictures[1].seen.objects.empty());
 
-    const struct {
-        string line;
-        const char *problem;
-    } wrong[] = {
-        {"object 1 4 0 0 1 1", "not understood"},  {"object 1 3 65536 0 1 1", "not understood"},
-        {"face 1 0 0 1", "not understood"},        {"frame 0 1", "not understood"},
-        {"picture 1 2", "not understood"},         {"picture" + string(1, '\0'), "not understood"},
-        {"picture" + string(249, ' '), "too long"}};
-    for (const auto &test : wrong) {
+    const std::pair<string, string> wrong[] = {{"object 1 4 0 0 1 1", "not understood"},
+                                               {"object 1 3 0 0 1 1 1", "not understood"},
+                                               {"object 1 3 65536 0 1 1", "not understood"},
+                                               {"face 1 0 0 1", "not understood"},
+                                               {"frame 0 1", "not understood"},
+                                               {"picture 1 2", "not understood"},
+                                               {"picture" + string(1, '\0'), "not understood"},
+                                               {"picture" + string(249, ' '), "too long"}};
+    for (const auto &[line, problem] : wrong) {
         feed.end(); // each writer's first is reported, and it is not the scene's frame any more
-        EXPECT_NE(string::npos, log_of(test.line + "\n").find(test.problem)) << test.line;
-        EXPECT_EQ("", log_of(test.line + "\npicture" + string(248, ' ') + "\n"));
-        EXPECT_EQ(1U, pictures.size());
+        EXPECT_NE(string::npos, log_of(line + "\n").find(problem)) << line;
+        EXPECT_TRUE(pictures.empty());
+        EXPECT_EQ("", log_of(line + "\npicture" + string(248, ' ') + "\n"));
+        ASSERT_EQ(1U, pictures.size());
+        EXPECT_TRUE(pictures[0].seen.jump && pictures[0].seen.objects.empty()) << line;
     }
     feed.end();
     const string full =
@@ -78,6 +83,28 @@ TEST(FeedLinesTest, ScaleThePlacesAndLeaveOutWhatIsWrong)
                 pictures[0].alarms.size() == 4);
     EXPECT_EQ((Words{1, 3, 11520, 0U - 6480, 11520, 6480, 17280, 0U - 3240, 0, 0}),
               words_of(pictures[0].seen.objects[999]));
+}
+
+TEST(FeedSourceTest, KeepsTheNewestAndWhetherTheNumbersJumped)
+{
+    static std::atomic<int> wakes = 0;
+    const TempDir directory;
+    const string path = directory.file("feed");
+    ASSERT_EQ(0, mkfifo(path.c_str(), 0600));
+    Feed feed(path, {9, 9}, [] { ++wakes; });
+    feed.start();
+    EXPECT_EQ(never, feed.due().objects);
+    std::ofstream fifo(path);
+    for (int picture = 0; picture < 40; ++picture)
+        fifo << "object 1 3 0 0 1 1\npicture " << picture << "\n" << std::flush;
+    ASSERT_TRUE(wait_until([] { return wakes == 40; }));
+    EXPECT_GT(never, feed.due().objects);
+    for (std::uint32_t picture = 8; picture < 40; ++picture) {
+        const auto seen = feed.take_objects();
+        ASSERT_TRUE(seen && seen->objects.at(0).picture == picture);
+        EXPECT_EQ(picture == 8, seen->jump); // in the first one, which is dropped
+    }
+    EXPECT_FALSE(feed.take_objects() || feed.take_faces() || feed.take_alarm());
 }
 
 // A daemon whose scene is read from "feed", with a line down the middle and an area at the right.

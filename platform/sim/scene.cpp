@@ -145,7 +145,8 @@ void Playback::start()
     alarms_due_.clear();
     for (const ScriptedAlarm &alarm : scene_.alarms) {
         const Moment first = start_ + std::chrono::milliseconds(alarm.first);
-        alarms_due_.push_back(first < now ? due_after(now, alarm, first) : first);
+        const Moment before = now - Moment::duration(1); // what is due just now still counts
+        alarms_due_.push_back(first < now ? due_after(before, alarm, first) : first);
     }
     objects_ = cursor_at_begin(scene_.od_interval);
     faces_ = cursor_at_begin(faces_interval_ms);
