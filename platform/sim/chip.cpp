@@ -126,14 +126,14 @@ LockedChip::LockedChip()
 
 bool LockedChip::wait(Module &module, Moment end)
 {
-    PendingRead read;
-    module.pending = &read;
+    bool cancelled = false;
+    module.pending = &cancelled;
     lock_.unlock();
     wakeups_ = shared().wakeups.wait(wakeups_, end);
     lock_.lock();
-    if (module.pending == &read)
+    if (module.pending == &cancelled)
         module.pending = nullptr;
-    return !read.cancelled;
+    return !cancelled;
 }
 
 int LockedChip::begin(const char *function)

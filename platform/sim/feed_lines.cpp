@@ -20,19 +20,21 @@ std::int32_t scaled(std::int32_t value, std::int32_t from, std::int32_t to, std:
     return static_cast<std::int32_t>(std::clamp<std::int64_t>(exact, least, greatest));
 }
 
-// The box whose four numbers begin with the nth; its place and size in the scene's frame.
 struct Box {
-    Box(const Unfinished &unfinished, const Values &v, std::size_t n)
-        : x(scaled(v[n], unfinished.sender.width, unfinished.frame.width, least_place)),
-          y(scaled(v[n + 1], unfinished.sender.height, unfinished.frame.height, least_place)),
-          width(scaled(v[n + 2], unfinished.sender.width, unfinished.frame.width, 1)),
-          height(scaled(v[n + 3], unfinished.sender.height, unfinished.frame.height, 1))
-    {
-    }
-
-    static constexpr std::int32_t least_place = -65535;
     std::int32_t x, y, width, height;
 };
+
+// The box behind a number, in the scene's frame.
+Box box_of(const Unfinished &unfinished, const Values &v)
+{
+    constexpr std::int32_t least_place = -65535;
+    const Size frame = unfinished.frame;
+    const Size sender = unfinished.sender;
+    return {scaled(v[1], sender.width, frame.width, least_place),
+            scaled(v[2], sender.height, frame.height, least_place),
+            scaled(v[3], sender.width, frame.width, 1),
+            scaled(v[4], sender.height, frame.height, 1)};
+}
 
 template <class Item>
 void add(Unfinished &unfinished, std::vector<Item> &items, std::size_t limit, const Item &item)
@@ -47,25 +49,18 @@ template <SimObjectKind kind>
 void add_object(Unfinished &unfinished, const Values &v)
 {
     constexpr std::int32_t greatest_place = 65535;
-    const Box box(unfinished, v, 1);
-    SimObjectEntry entry{};
-    entry.id = v.bits(0);
-    entry.kind = kind;
-    entry.x = box.x;
-    entry.y = box.y;
-    entry.width = box.width;
-    entry.height = box.height;
-    entry.centre_x = std::min(box.x + box.width / 2, greatest_place);
-    entry.centre_y = std::min(box.y + box.height / 2, greatest_place);
-    add(unfinished, unfinished.picture.seen.objects, FEED_OBJECTS, entry);
+    const auto [x, y, width, height] = box_of(unfinished, v);
+    add(unfinished, unfinished.picture.seen.objects, FEED_OBJECTS,
+        {v.bits(0), kind, x, y, width, height, std::min(x + width / 2, greatest_place),
+         std::min(y + height / 2, greatest_place), 0, 0});
 }
 
 void add_face(Unfinished &unfinished, const Values &v)
 {
     constexpr std::uint32_t score = 100;
-    const Box box(unfinished, v, 1);
+    const auto [x, y, width, height] = box_of(unfinished, v);
     add(unfinished, unfinished.picture.faces, FEED_FACES,
-        {v.bits(0), box.x, box.y, box.width, box.height, score, 0});
+        {v.bits(0), x, y, width, height, score, 0});
 }
 
 void finish(Unfinished &unfinished, const Values &v)

@@ -43,11 +43,6 @@ int step(State &state, State from, State to)
     return step(state, from, from, to);
 }
 
-// A get_data that waits; lives in its caller's frame.
-struct PendingRead {
-    bool cancelled = false;
-};
-
 // The state of a module. Each step fails with EPERM unless the module is in the state before it.
 class Module
 {
@@ -87,12 +82,12 @@ public:
             return refuse(EPERM);
         if (!pending)
             return refuse(EAGAIN);
-        std::exchange(pending, nullptr)->cancelled = true;
+        *std::exchange(pending, nullptr) = true;
         return 0;
     }
 
     Moment DueTimes::*due;
-    PendingRead *pending = nullptr;
+    bool *pending = nullptr; // of a get_data that waits: whether it was cancelled
 
 private:
     enum class State { closed, open, started };

@@ -20,15 +20,10 @@ void add_alarm(Scene &scene, const Values &values, std::int64_t every)
 template <SimObjectKind kind>
 void add_object(Scene &scene, const Values &values)
 {
-    ScriptedObject script{};
-    script.entry.id = values.bits(0);
-    script.entry.kind = kind;
-    script.entry.width = values[1];
-    script.entry.height = values[2];
-    script.from = {values[3], values[4]};
-    script.to = {values[5], values[6]};
-    script.shown = {values[7], values[8]};
-    scene.objects.push_back(script);
+    scene.objects.push_back({{values.bits(0), kind, 0, 0, values[1], values[2], 0, 0, 0, 0},
+                             {values[3], values[4]},
+                             {values[5], values[6]},
+                             {values[7], values[8]}});
 }
 
 constexpr Statement<Scene> settings[] = {
