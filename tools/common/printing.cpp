@@ -32,21 +32,6 @@ bool wait_until_writable(int descriptor)
     return true;
 }
 
-// The error, 0 or, when it has to be given up, EPIPE. What is writable takes so many bytes at once.
-int write_all(int descriptor, std::string_view text)
-{
-    while (!text.empty()) {
-        if (!wait_until_writable(descriptor))
-            return EPIPE;
-        const ssize_t written =
-            write(descriptor, text.data(), std::min<std::size_t>(text.size(), PIPE_BUF));
-        if (written < 0 && errno != EINTR && errno != EAGAIN)
-            return errno;
-        text.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(written, 0)));
-    }
-    return 0;
-}
-
 // `convert` is localtime_r() or gmtime_r().
 std::tm calendar_time(SystemTime time, std::tm *(*convert)(const std::time_t *, std::tm *))
 {
@@ -78,6 +63,21 @@ std::string date_time_text(const std::tm &calendar, SystemTime time)
 }
 
 } // namespace
+
+// What is writable takes PIPE_BUF bytes at once.
+int write_all(int descriptor, std::string_view text)
+{
+    while (!text.empty()) {
+        if (!wait_until_writable(descriptor))
+            return EPIPE;
+        const ssize_t written =
+            write(descriptor, text.data(), std::min<std::size_t>(text.size(), PIPE_BUF));
+        if (written < 0 && errno != EINTR && errno != EAGAIN)
+            return errno;
+        text.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(written, 0)));
+    }
+    return 0;
+}
 
 void write_text(const std::string &text)
 {

@@ -3,6 +3,7 @@
 #include "client/record.h"
 
 #include <string>
+#include <string_view>
 
 // What the programs print. Neither a reader who has stopped reading nor one who is gone keeps a
 // program that has to end.
@@ -12,6 +13,10 @@ namespace va
 // Nobody reads standard output any more, or not before the program has to end: a common end.
 struct OutputEnded {
 };
+
+// Writes all of `text`, also to what does not block. Returns 0, an error number, or EPIPE when the
+// program has to end before it can be written.
+int write_all(int descriptor, std::string_view text);
 
 // Text on standard output, at once. A line of at most 4096 bytes is printed whole or not at all,
 // unless a signal arrives just then. Throw OutputEnded, and std::system_error.
