@@ -215,7 +215,7 @@ exec {lines}>&-
 
 eyes=
 if [[ $source ]]; then
-    # Not straight to a terminal, where the progress of a file would write over the events.
+    # Kept, for the reason when it fails.
     "$bin/va_video" "${loop[@]}" --still "$still" "$source" "$feed" \
         2> >(trap '' INT TERM HUP && exec tee "$eyes_log" >&2) &
     eyes=$!

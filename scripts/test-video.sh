@@ -14,7 +14,7 @@ daemon_bin=$daemon_build/bin
 photographs=python3-skimage # a package that has one of a face
 (($#)) || set -- 1
 
-# judge NAME SETTING...: a clip, and what it looks like to va_video.
+# judge NAME SETTING...: makes a clip and judges what va_video reports of it.
 judge() {
     local name=$1 verdict
     shift
@@ -30,7 +30,7 @@ get_face() {
         tar --extract --to-stdout --wildcards '*/astronaut.png' >face.png
 }
 
-# The line down the middle makes an alarm of each crossing.
+# With a line down the middle each crossing raises an alarm.
 judge_alarms() {
     local name=$1 crossings alarms dump
     printf '%s\n' Properties.ImageSource.Sensor=imx122 'Properties.Image.ProfileMode=2 MEGA' \
@@ -43,11 +43,11 @@ judge_alarms() {
     wait_until 20 grep --quiet connected dump.log || die "va_dump does not connect"
     "$daemon_bin/va_video" "$name.avi" eyes 2>"$name.log" || die "$(cat "$name.log")"
     crossings=$(grep --count ^cross "$name.truth")
-    # shellcheck disable=SC2016 # counted anew each time
+    # shellcheck disable=SC2016 # counted again each time
     wait_until 5 eval '(($(wc -l <alarms) >= crossings))' || true
     stop_daemon
     kill -TERM "$dump"
-    wait "$dump" || true # 3: no record came
+    wait "$dump" || true # 3: no record was received
     alarms=$(wc -l <alarms)
     ((alarms == crossings)) || die "$name: $alarms alarms of $crossings crossings
 $(cat alarms "$name.truth")"
@@ -55,7 +55,7 @@ $(cat alarms "$name.truth")"
 }
 
 require "${video_packages[@]}" python3
-say "packages are there after $SECONDS s"
+say "packages are installed after $SECONDS s"
 configure "$preset" -B "$daemon_build" -DVA_VIDEO=ON -DVA_TESTS=OFF -DVA_RUN_DIR=run \
     -DVA_FIRMWARE_DIR=firmware
 cmake --build "$daemon_build" --target va va_dump va_video make_clip make_firmware
@@ -66,4 +66,4 @@ for seed; do
     judge "tampered$seed" seed="$seed" seconds=18 covered=4 turned=9 dark=14
     judge_alarms "busy$seed"
 done
-say "seen as it was shown, after $SECONDS s"
+say "reported as shown, after $SECONDS s"

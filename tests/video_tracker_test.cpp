@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+using namespace va::video;
+
 namespace
 {
 
@@ -18,7 +20,7 @@ constexpr Box picture = {0, 0, 640, 360};
 constexpr float line = 320;
 constexpr VideoTime step = 40;
 
-// Who walks at 100 pixels a second and is 30 wide passes the line after three seconds.
+// Walks at 100 pixels a second, is 30 wide and crosses the line after three seconds.
 Box walker(VideoTime time, float direction = 1, float y = 100)
 {
     return {line - 15 + direction * (static_cast<float>(time - 3000) / 10), y, 30, 80};
@@ -36,32 +38,33 @@ Boxes in_picture(const Boxes &boxes)
     return cut;
 }
 
-struct Seen {
+struct Result {
     std::set<std::uint32_t> numbers;
     int to_right = 0;
     int to_left = 0;
 };
 
-// Six seconds of looks, and what a line filter makes of them, which knows the last centres alone.
-Seen watch(const std::function<Boxes(VideoTime)> &boxes_at)
+// Six seconds of frames, and the crossings that a line filter finds, which compares the last
+// centres.
+Result track(const std::function<Boxes(VideoTime)> &boxes_at)
 {
-    Tracker tracker(FOLLOW_OBJECTS);
+    Tracker tracker(TRACK_OBJECTS);
     std::map<std::uint32_t, float> before;
-    Seen seen;
+    Result result;
     for (VideoTime time = 0; time < 6000; time += step) {
         std::map<std::uint32_t, float> now;
-        for (const auto &[id, standing, box] :
-             tracker.look(in_picture(boxes_at(time)), {}, picture, time)) {
-            seen.numbers.insert(id);
+        for (const auto &[id, stationary, box] :
+             tracker.update(in_picture(boxes_at(time)), {}, picture, time)) {
+            result.numbers.insert(id);
             now[id] = box.centre().x;
             if (!before.contains(id))
                 continue;
-            seen.to_right += before[id] < line && now[id] >= line;
-            seen.to_left += before[id] >= line && now[id] < line;
+            result.to_right += before[id] < line && now[id] >= line;
+            result.to_left += before[id] >= line && now[id] < line;
         }
         before = now;
     }
-    return seen;
+    return result;
 }
 
 struct Case {
@@ -72,12 +75,12 @@ struct Case {
     std::function<Boxes(VideoTime)> boxes_at;
 };
 
-Boxes united_if_touching(const Box &a, const Box &b)
+Boxes joined_if_touching(const Box &a, const Box &b)
 {
-    return common_area(a, b) > 0 ? Boxes{united(a, b)} : Boxes{a, b};
+    return intersection_area(a, b) > 0 ? Boxes{enclosing(a, b)} : Boxes{a, b};
 }
 
-TEST(VideoTracker, TellsEachThingOnceAndEachCrossing)
+TEST(VideoTracker, ReportsEachObjectOnceAndEachCrossing)
 {
     std::mt19937 random(7);
     const auto within = [&](float least, float most) {
@@ -93,27 +96,27 @@ TEST(VideoTracker, TellsEachThingOnceAndEachCrossing)
              return t % 80 ? Boxes{{box.x + 8, box.y, 14, 18}, {box.x, box.y + 24, 30, 56}}
                            : Boxes{box};
          }},
-        {"appears shortly before the line", 1, 1, 0,
+        {"appears just before the line", 1, 1, 0,
          [](VideoTime t) { return t < 2960 ? Boxes{} : Boxes{walker(t)}; }},
-        {"comes to tremble on the line", 1, 1, 0,
+        {"stops and trembles on the line", 1, 1, 0,
          [&](VideoTime t) {
              Box box = walker(std::min<VideoTime>(t, 3080));
              box.x += within(-1.5, 1.5);
              return Boxes{box};
          }},
         {"two meet on the line", 2, 1, 1,
-         [](VideoTime t) { return united_if_touching(walker(t), walker(t + 200, -1, 105)); }},
-        {"one leaves where the other comes in", 2, 1, 1,
+         [](VideoTime t) { return joined_if_touching(walker(t), walker(t + 200, -1, 105)); }},
+        {"one leaves where the other enters", 2, 1, 1,
          [](VideoTime t) {
              const Box one = walker(2 * t);
-             return one.x < 630 ? united_if_touching(one, walker(2 * t - 5600, -1))
+             return one.x < 630 ? joined_if_touching(one, walker(2 * t - 5600, -1))
                                 : Boxes{walker(2 * t - 5600, -1)};
          }},
-        {"leaves that sway", 0, 0, 0,
+        {"swaying leaves", 0, 0, 0,
          [](VideoTime t) {
              return Boxes{{310 + 4 * std::sin(static_cast<float>(t) / 150), 50, 20, 90}};
          }},
-        {"grows, but goes nowhere", 0, 0, 0,
+        {"grows, but does not move", 0, 0, 0,
          [](VideoTime t) {
              return Boxes{{310, 50, 20, 20 + static_cast<float>(t) / 50}};
          }},
@@ -124,34 +127,34 @@ TEST(VideoTracker, TellsEachThingOnceAndEachCrossing)
          }},
     };
     for (const Case &row : cases) {
-        const Seen seen = watch(row.boxes_at);
-        EXPECT_EQ(seen.numbers.size(), row.tracks) << row.what;
-        EXPECT_EQ(seen.to_right, row.to_right) << row.what;
-        EXPECT_EQ(seen.to_left, row.to_left) << row.what;
+        const Result result = track(row.boxes_at);
+        EXPECT_EQ(result.numbers.size(), row.tracks) << row.what;
+        EXPECT_EQ(result.to_right, row.to_right) << row.what;
+        EXPECT_EQ(result.to_left, row.to_left) << row.what;
     }
 }
 
-TEST(VideoTracker, KeepsTheNumberOfWhatComesToStandAndNeverUsesOneAgain)
+TEST(VideoTracker, KeepsTheNumberOfAnObjectThatStopsAndReusesNone)
 {
-    Tracker tracker(FOLLOW_OBJECTS);
+    Tracker tracker(TRACK_OBJECTS);
     VideoTime time = 0;
-    std::vector<Tracked> told;
+    std::vector<TrackedObject> objects;
     for (; time < 4000; time += step)
-        told = tracker.look(Boxes{walker(std::min<VideoTime>(time, 2000))}, {}, picture, time);
-    ASSERT_EQ(told.size(), 1U);
-    const std::uint32_t id = told[0].id;
-    const StandingBox standing[] = {{5, walker(2000)}, {6, {500, 300, 20, 20}}};
-    told = tracker.look({}, standing, picture, time += step);
-    ASSERT_EQ(told.size(), 2U);
-    EXPECT_EQ(told[0].id, id);
-    EXPECT_TRUE(told[0].standing);
-    EXPECT_GT(told[1].id, id);
-    tracker.forget();
-    const std::uint32_t last = told[1].id;
-    told = tracker.look({}, standing, picture, time += step);
-    ASSERT_EQ(told.size(), 2U);
-    EXPECT_GT(told[0].id, last);
-    EXPECT_TRUE(tracker.look({}, {}, picture, time += step).empty()) << "gone at once";
+        objects = tracker.update(Boxes{walker(std::min<VideoTime>(time, 2000))}, {}, picture, time);
+    ASSERT_EQ(objects.size(), 1U);
+    const std::uint32_t id = objects[0].id;
+    const StationaryBox stationary[] = {{5, walker(2000)}, {6, {500, 300, 20, 20}}};
+    objects = tracker.update({}, stationary, picture, time += step);
+    ASSERT_EQ(objects.size(), 2U);
+    EXPECT_EQ(objects[0].id, id);
+    EXPECT_TRUE(objects[0].stationary);
+    EXPECT_GT(objects[1].id, id);
+    tracker.reset();
+    const std::uint32_t last = objects[1].id;
+    objects = tracker.update({}, stationary, picture, time += step);
+    ASSERT_EQ(objects.size(), 2U);
+    EXPECT_GT(objects[0].id, last);
+    EXPECT_TRUE(tracker.update({}, {}, picture, time += step).empty()) << "gone at once";
 }
 
 } // namespace

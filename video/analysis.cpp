@@ -2,56 +2,34 @@
 
 #include <algorithm>
 #include <opencv2/imgproc.hpp>
+#include <utility>
+
+namespace va::video
+{
 
 namespace
 {
 
-constexpr int widest = 640;      // pixels of the picture looked at, and highest
-constexpr int face_widest = 400; // the same, to look for faces
+constexpr int widest = 640;      // pixels of the picture that is analysed, and highest
+constexpr int face_widest = 400; // the same, for faces
 constexpr int half = 2;
 
-cv::Size scaled_size(cv::Size video)
+cv::Size scaled_size(cv::Size image)
 {
     const double factor =
-        std::min(1., static_cast<double>(widest) / std::max(video.width, video.height));
-    return {std::max(cvRound(video.width * factor), 1),
-            std::max(cvRound(video.height * factor), 1)};
+        std::min(1., static_cast<double>(widest) / std::max(image.width, image.height));
+    return {std::max(cvRound(image.width * factor), 1),
+            std::max(cvRound(image.height * factor), 1)};
 }
 
-// Whole factors are the cheap ones for the mean over an area.
+// For whole factors the mean over an area is cheap.
 int interpolation(cv::Size from, cv::Size to)
 {
     const bool whole = from.width % to.width == 0 && from.height % to.height == 0;
     return whole || from.width > 2 * to.width ? cv::INTER_AREA : cv::INTER_LINEAR;
 }
 
-Box whole(const cv::Mat &picture)
-{
-    return {0, 0, static_cast<float>(picture.cols), static_cast<float>(picture.rows)};
-}
-
-} // namespace
-
-void Analysis::begin_anew()
-{
-    tamper_.learn_anew();
-    forget();
-}
-
-void Analysis::forget()
-{
-    sight_.learn_anew();
-    standing_.learn_anew();
-    light_.learn_anew();
-    tracker_.forget();
-    standing_boxes_.clear();
-    if (faces_)
-        faces_->forget();
-    tampered_ = stood_ = faced_ = {};
-    jump_ = true;
-}
-
-bool Analysis::is_due(std::optional<VideoTime> &last, VideoTime interval, VideoTime time)
+bool is_due(std::optional<VideoTime> &last, VideoTime interval, VideoTime time)
 {
     if (last && time - *last < interval)
         return false;
@@ -59,94 +37,113 @@ bool Analysis::is_due(std::optional<VideoTime> &last, VideoTime interval, VideoT
     return true;
 }
 
-void Analysis::scale(const cv::Mat &frame)
+} // namespace
+
+void Analysis::reset()
 {
-    const cv::Size size = scaled_size(frame.size());
+    tamper_.reset();
+    reset_scene();
+}
+
+// All but the view that the camera should have.
+void Analysis::reset_scene()
+{
+    motion_.reset();
+    still_.reset();
+    brightness_.reset();
+    tracker_.reset();
+    stationary_.clear();
+    if (faces_)
+        faces_->reset();
+    tamper_checked_ = still_updated_ = faces_offered_ = {};
+    jump_ = true;
+}
+
+void Analysis::scale(const cv::Mat &image)
+{
+    const cv::Size size = scaled_size(image.size());
     if (!picture_.empty() && picture_.size() != size)
-        begin_anew();
-    cv::resize(frame, picture_, size, 0, 0, interpolation(frame.size(), size));
+        reset();
+    cv::resize(image, picture_, size, 0, 0, interpolation(image.size(), size));
     cv::Mat grey;
     cv::cvtColor(picture_, grey, cv::COLOR_BGR2GRAY);
     cv::resize(grey, grey_, grey.size() / half, 0, 0, cv::INTER_AREA);
-    cv::resize(grey_, thumb_, {Light::width, Light::height}, 0, 0, cv::INTER_AREA);
+    cv::resize(grey_, thumb_, {TamperDetector::width, TamperDetector::height}, 0, 0,
+               cv::INTER_AREA);
 }
 
-void Analysis::even_out_light(VideoTime time)
+void Analysis::correct_brightness(VideoTime time)
 {
-    const double factor = light_.factor(thumb_, sight_.foreground(), time);
+    const double factor = brightness_.correction(thumb_, motion_.foreground(), time);
     picture_.convertTo(even_, -1, factor);
     grey_.convertTo(even_grey_, -1, factor);
 }
 
-void Analysis::look_for_tamper(Observations &observations)
+std::optional<int> Analysis::check_tamper(VideoTime time)
 {
-    if (!is_due(tampered_, TamperWatch::interval, observations.time))
-        return;
-    const bool rested = tamper_.is_resting();
-    if (const auto cause = tamper_.look(thumb_, observations.time))
-        observations.tamper = static_cast<int>(*cause);
-    if (!rested && tamper_.is_resting())
-        forget();
-    else if (rested && !tamper_.is_resting())
-        standing_.learn_anew();
+    if (!is_due(tamper_checked_, TamperDetector::interval, time))
+        return {};
+    const bool was_recovering = tamper_.is_recovering();
+    const std::optional<TamperDetector::Cause> cause = tamper_.check(thumb_, time);
+    if (!was_recovering && tamper_.is_recovering())
+        reset_scene();
+    else if (was_recovering && !tamper_.is_recovering())
+        still_.reset();
+    return cause ? std::optional(static_cast<int>(*cause)) : std::nullopt;
 }
 
-void Analysis::look_for_objects(Observations &observations)
+std::vector<TrackedObject> Analysis::track_objects(VideoTime time)
 {
-    std::vector<Box> moving = sight_.look(even_, observations.time);
+    std::vector<Box> moving = motion_.detect(even_, time);
     if (tamper_.is_doubtful())
         moving.clear();
-    figures_.lap(Step::moving);
-    if (is_due(stood_, StandingWatch::interval, observations.time)) {
-        standing_boxes_ = standing_.look(even_grey_, observations.time);
-        for (StandingBox &standing : standing_boxes_)
-            standing.box = standing.box.scaled(half);
+    if (is_due(still_updated_, StillObjects::interval, time)) {
+        stationary_ = still_.update(even_grey_, time);
+        for (StationaryBox &stationary : stationary_)
+            stationary.box = stationary.box.scaled(half);
     }
-    figures_.lap(Step::standing);
-    if (!tamper_.is_resting())
-        observations.objects =
-            framed(tracker_.look(moving, standing_boxes_, whole(picture_), observations.time));
-    figures_.lap(Step::tracks);
+    if (tamper_.is_recovering())
+        return {};
+    const Box extent = FrameSize{picture_.cols, picture_.rows}.extent();
+    return in_reported_frame(tracker_.update(moving, stationary_, extent, time));
 }
 
-void Analysis::look_for_faces(Observations &observations)
+std::vector<TrackedObject> Analysis::detect_faces(VideoTime time)
 {
-    if (!faces_ || tamper_.is_resting())
-        return;
+    if (!faces_ || tamper_.is_recovering())
+        return {};
     constexpr double factor = static_cast<double>(face_widest) / widest;
-    if (is_due(faced_, FaceThread::interval, observations.time)) {
+    if (is_due(faces_offered_, FaceDetector::interval, time)) {
         cv::Mat small;
         cv::Mat grey; // a new one each time: the thread keeps it
         cv::resize(picture_, small, {}, factor, factor, cv::INTER_AREA);
         cv::cvtColor(small, grey, cv::COLOR_BGR2GRAY);
-        faces_->offer(grey, observations.time, wait_for_faces_);
+        faces_->offer(grey, time, wait_for_faces_);
     }
-    std::vector<Tracked> faces = faces_->faces();
-    for (Tracked &face : faces)
+    std::vector<TrackedObject> faces = faces_->faces();
+    for (TrackedObject &face : faces)
         face.box = face.box.scaled(static_cast<float>(1 / factor));
-    observations.faces = framed(std::move(faces));
-    figures_.lap(Step::faces);
+    return in_reported_frame(std::move(faces));
 }
 
-std::vector<Tracked> Analysis::framed(std::vector<Tracked> tracked) const
+std::vector<TrackedObject> Analysis::in_reported_frame(std::vector<TrackedObject> objects) const
 {
-    const Framing framing(frame_, {picture_.cols, picture_.rows});
-    for (Tracked &item : tracked)
-        item.box = framing.framed(item.box);
-    return tracked;
+    for (TrackedObject &object : objects)
+        object.box = in_frame(object.box, frame_, {picture_.cols, picture_.rows});
+    return objects;
 }
 
-Observations Analysis::look(const cv::Mat &frame, VideoTime time)
+Observations Analysis::analyse(const cv::Mat &image, VideoTime time)
 {
     Observations observations{};
     observations.time = time;
-    scale(frame);
-    even_out_light(time);
-    figures_.lap(Step::scale);
-    look_for_tamper(observations);
-    figures_.lap(Step::tamper);
-    look_for_objects(observations);
-    look_for_faces(observations);
+    scale(image);
+    correct_brightness(time);
+    observations.tamper = check_tamper(time);
+    observations.objects = track_objects(time);
+    observations.faces = detect_faces(time);
     observations.jump = std::exchange(jump_, false);
     return observations;
 }
+
+} // namespace va::video

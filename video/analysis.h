@@ -1,65 +1,74 @@
 #pragma once
 
 #include "video/faces.h"
-#include "video/figures.h"
-#include "video/light.h"
-#include "video/observations.h"
-#include "video/sight.h"
-#include "video/standing.h"
+#include "video/motion.h"
+#include "video/still_objects.h"
 #include "video/tamper.h"
 
 #include <opencv2/core.hpp>
 #include <optional>
 
-// What is seen in the frames of one video after the other. One thread at a time.
+namespace va::video
+{
+
+// What was found in one frame of a video.
+struct Observations {
+    VideoTime time;
+    bool jump;                          // nothing here continues what was reported before
+    std::optional<int> tamper;          // its cause
+    std::vector<TrackedObject> objects; // in the frame that is reported
+    std::vector<TrackedObject> faces;
+};
+
+// Finds what the frames of a video show, one after the other. One thread at a time.
 class Analysis
 {
 public:
-    // `faces`: who looks for them, if anybody; outlives this. `wait_for_faces`: each face look that
-    // falls due is made, however long that takes.
-    Analysis(FrameSize frame, FaceThread *faces, bool wait_for_faces, Figures &figures)
-        : frame_(frame), faces_(faces), wait_for_faces_(wait_for_faces), figures_(figures)
+    // `frame`: its boxes are reported in. `faces`: null for none; outlives this. `wait_for_faces`:
+    // each detection of faces that is due is made, however long that takes.
+    Analysis(FrameSize frame, FaceDetector *faces, bool wait_for_faces)
+        : frame_(frame), faces_(faces), wait_for_faces_(wait_for_faces)
     {
     }
 
-    // Looks at a frame, of any size; `time` grows from look to look.
-    Observations look(const cv::Mat &frame, VideoTime time);
+    // Analyses an image of any size; `time` grows from one to the next.
+    Observations analyse(const cv::Mat &image, VideoTime time);
 
-    // What was looked at.
+    // The last image, as it was analysed.
     const cv::Mat &picture() const { return picture_; }
 
-    // What follows is another video, or another part of it.
-    void begin_anew();
+    // Begins again: what follows is another video, or another part of it.
+    void reset();
 
 private:
-    void scale(const cv::Mat &frame);
-    void even_out_light(VideoTime time);
-    void look_for_tamper(Observations &observations);
-    void look_for_objects(Observations &observations);
-    void look_for_faces(Observations &observations);
-    void forget();
-    static bool is_due(std::optional<VideoTime> &last, VideoTime interval, VideoTime time);
-    std::vector<Tracked> framed(std::vector<Tracked> tracked) const;
+    void scale(const cv::Mat &image);
+    void correct_brightness(VideoTime time);
+    std::optional<int> check_tamper(VideoTime time);
+    std::vector<TrackedObject> track_objects(VideoTime time);
+    std::vector<TrackedObject> detect_faces(VideoTime time);
+    void reset_scene();
+    std::vector<TrackedObject> in_reported_frame(std::vector<TrackedObject> objects) const;
 
     FrameSize frame_;
-    FaceThread *faces_;
+    FaceDetector *faces_;
     bool wait_for_faces_;
-    Figures &figures_;
 
-    TamperWatch tamper_;
-    Light light_;
-    Sight sight_;
-    StandingWatch standing_;
-    Tracker tracker_{FOLLOW_OBJECTS};
+    TamperDetector tamper_;
+    BrightnessLevel brightness_;
+    MotionDetector motion_;
+    StillObjects still_;
+    Tracker tracker_{TRACK_OBJECTS};
 
-    cv::Mat picture_; // the frame, scaled
+    cv::Mat picture_; // the image, scaled
     cv::Mat grey_;    // of half its size
     cv::Mat thumb_;   // grey
-    cv::Mat even_;    // the picture, as bright as ever
+    cv::Mat even_;    // the picture, of the usual brightness
     cv::Mat even_grey_;
-    std::vector<StandingBox> standing_boxes_;
-    std::optional<VideoTime> tampered_;
-    std::optional<VideoTime> stood_;
-    std::optional<VideoTime> faced_;
+    std::vector<StationaryBox> stationary_;
+    std::optional<VideoTime> tamper_checked_;
+    std::optional<VideoTime> still_updated_;
+    std::optional<VideoTime> faces_offered_;
     bool jump_ = true;
 };
+
+} // namespace va::video

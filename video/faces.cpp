@@ -1,24 +1,27 @@
 #include "video/faces.h"
 
-#include "video/clocks.h"
-#include "video/say.h"
+#include "tools/common/printing.h"
+#include "util/text.h"
 
 #include <opencv2/imgproc.hpp>
 #include <vector>
 
+namespace va::video
+{
+
 namespace
 {
 
-constexpr double step_of_size = 1.2;
-constexpr int neighbours = 3;  // that agree
-constexpr int least_side = 25; // pixels
+constexpr double scale_factor = 1.2;
+constexpr int least_neighbours = 3; // detections that agree
+constexpr int least_side = 25;      // pixels
 
 std::vector<Box> faces_in(cv::CascadeClassifier &classifier, const cv::Mat &grey)
 {
     std::vector<cv::Rect> found;
-    classifier.detectMultiScale(grey, found, step_of_size, neighbours, 0, {least_side, least_side});
+    classifier.detectMultiScale(grey, found, scale_factor, least_neighbours, 0,
+                                {least_side, least_side});
     std::vector<Box> boxes;
-    boxes.reserve(found.size());
     for (const cv::Rect2f rect : found)
         boxes.push_back({rect.x, rect.y, rect.width, rect.height});
     return boxes;
@@ -26,83 +29,76 @@ std::vector<Box> faces_in(cv::CascadeClassifier &classifier, const cv::Mat &grey
 
 } // namespace
 
-FaceThread::FaceThread(const cv::CascadeClassifier &cascade)
+FaceDetector::FaceDetector(const cv::CascadeClassifier &cascade)
     : classifier_(cascade), thread_([this] { run(); })
 {
 }
 
-FaceThread::~FaceThread()
+FaceDetector::~FaceDetector()
 {
     {
-        const va::ScopedLock lock(mutex_);
+        const ScopedLock lock(mutex_);
         ends_ = true;
     }
     changed_.notify_all();
     thread_.join();
 }
 
-bool FaceThread::offer(const cv::Mat &grey, VideoTime time, bool wait)
+void FaceDetector::offer(const cv::Mat &grey, VideoTime time, bool wait)
 {
-    va::UniqueLock lock(mutex_);
+    UniqueLock lock(mutex_);
     if (wait)
         changed_.wait(lock, [this]() VA_REQUIRES(mutex_) { return !task_ || ends_; });
     if (task_ || ends_)
-        return false;
+        return;
     task_ = Task{grey, time, epoch_};
     changed_.notify_all();
-    return true;
 }
 
-std::vector<Tracked> FaceThread::faces()
+std::vector<TrackedObject> FaceDetector::faces()
 {
-    const va::ScopedLock lock(mutex_);
+    const ScopedLock lock(mutex_);
     return faces_;
 }
 
-FaceThread::Figures FaceThread::figures()
+void FaceDetector::reset()
 {
-    const va::ScopedLock lock(mutex_);
-    return figures_;
-}
-
-void FaceThread::forget()
-{
-    const va::ScopedLock lock(mutex_);
+    const ScopedLock lock(mutex_);
     ++epoch_;
-    tracker_.forget();
+    tracker_.reset();
     faces_.clear();
 }
 
-void FaceThread::look_at_tasks()
+void FaceDetector::detect_until_end()
 {
-    va::UniqueLock lock(mutex_);
+    UniqueLock lock(mutex_);
     for (;;) {
         changed_.wait(lock, [this]() VA_REQUIRES(mutex_) { return task_ || ends_; });
         if (ends_)
             return;
         const Task task = *task_;
         lock.unlock();
-        const Box picture = {0, 0, static_cast<float>(task.picture.cols),
-                             static_cast<float>(task.picture.rows)};
+        const Box extent = FrameSize{task.picture.cols, task.picture.rows}.extent();
         const std::vector<Box> boxes = faces_in(classifier_, task.picture);
         lock.lock();
         if (task.epoch == epoch_)
-            faces_ = tracker_.look(boxes, {}, picture, task.time);
-        figures_ = {figures_.looks + 1, thread_time()};
+            faces_ = tracker_.update(boxes, {}, extent, task.time);
         task_.reset();
         changed_.notify_all();
     }
 }
 
-void FaceThread::run()
+void FaceDetector::run()
 {
     try {
-        look_at_tasks();
+        detect_until_end();
     } catch (const std::exception &error) {
-        say("no faces any more: %s", error.what());
-        const va::ScopedLock lock(mutex_);
+        say(formatted("face detection fails: %s", error.what()));
+        const ScopedLock lock(mutex_);
         ends_ = true;
         faces_.clear();
         changed_.notify_all();
     }
 }
+
+} // namespace va::video

@@ -3,7 +3,6 @@
 #include "util/guarded.h"
 #include "video/tracker.h"
 
-#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <opencv2/core.hpp>
@@ -11,34 +10,31 @@
 #include <optional>
 #include <thread>
 
-// Looks for faces in a thread of its own, so that nobody waits for it.
-class FaceThread
+namespace va::video
+{
+
+// Detects faces in a thread of its own, so that nobody waits for it.
+class FaceDetector
 {
 public:
-    // How often a look is worth its time.
+    // How often a detection is worth its time.
     static constexpr VideoTime interval = 200;
 
     // `cascade` is loaded.
-    explicit FaceThread(const cv::CascadeClassifier &cascade);
-    ~FaceThread();
-    FaceThread(const FaceThread &) = delete;
-    FaceThread &operator=(const FaceThread &) = delete;
+    explicit FaceDetector(const cv::CascadeClassifier &cascade);
+    ~FaceDetector();
+    FaceDetector(const FaceDetector &) = delete;
+    FaceDetector &operator=(const FaceDetector &) = delete;
 
-    // Hands over a grey picture, which must not change any more, unless the last one is still being
-    // looked at; false then. `wait`: for that to end.
-    bool offer(const cv::Mat &grey, VideoTime time, bool wait);
+    // Hands over a grey picture, which must not change any more. While it is busy with the last one
+    // this waits, if `wait`, or ignores the new one.
+    void offer(const cv::Mat &grey, VideoTime time, bool wait);
 
-    // What was found in the last picture looked at; places are pixels of it.
-    std::vector<Tracked> faces();
+    // What was found in the last picture that is done; boxes are pixels of it.
+    std::vector<TrackedObject> faces();
 
-    // All faces so far are gone, and what is looked at just now does not count.
-    void forget();
-
-    struct Figures {
-        int looks;
-        std::chrono::nanoseconds spent; // of the processor
-    };
-    Figures figures();
+    // Drops all faces, and the picture in work.
+    void reset();
 
 private:
     struct Task {
@@ -48,16 +44,17 @@ private:
     };
 
     void run();
-    void look_at_tasks();
+    void detect_until_end();
 
     cv::CascadeClassifier classifier_; // of the thread
     std::mutex mutex_;
     std::condition_variable changed_;
     std::optional<Task> task_ VA_GUARDED_BY(mutex_); // until it is done
-    Tracker tracker_ VA_GUARDED_BY(mutex_){FOLLOW_FACES};
-    std::vector<Tracked> faces_ VA_GUARDED_BY(mutex_);
-    Figures figures_ VA_GUARDED_BY(mutex_){};
-    int epoch_ VA_GUARDED_BY(mutex_) = 0; // counts what was forgotten
+    Tracker tracker_ VA_GUARDED_BY(mutex_){TRACK_FACES};
+    std::vector<TrackedObject> faces_ VA_GUARDED_BY(mutex_);
+    int epoch_ VA_GUARDED_BY(mutex_) = 0; // counts resets
     bool ends_ VA_GUARDED_BY(mutex_) = false;
     std::thread thread_;
 };
+
+} // namespace va::video

@@ -1,35 +1,58 @@
 #include "video/feed.h"
 
-#include "video/say.h"
+#include "tools/common/printing.h"
+#include "util/text.h"
 
 #include <cerrno>
-#include <string_view>
-#include <system_error>
-#include <utility>
+#include <chrono>
+#include <cmath>
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+namespace va::video
+{
 
 namespace
 {
 
 constexpr char standard_output[] = "-";
 
-constexpr int stop_interval_ms = 100; // how late a stop request is seen
+constexpr std::chrono::milliseconds connect_interval{200};
+
+// As the entries of results have them.
+constexpr int kind_moving = 3;
+constexpr int kind_stationary = 19;
+
+// "LEFT TOP WIDTH HEIGHT", at least a pixel.
+std::string text_of(const Box &box)
+{
+    const long left = std::lround(box.x);
+    const long top = std::lround(box.y);
+    return formatted("%ld %ld %ld %ld", left, top, std::max(std::lround(box.right()) - left, 1L),
+                     std::max(std::lround(box.bottom()) - top, 1L));
+}
 
 } // namespace
 
-Feed::Feed(std::string path, std::function<bool()> is_stopped)
-    : path_(std::move(path)), is_stopped_(std::move(is_stopped))
+std::string lines_of(const Observations &observations)
 {
+    std::string lines = observations.jump ? "jump\n" : "";
+    if (observations.tamper)
+        lines += formatted("ta 1 %d 0 0\n", *observations.tamper);
+    for (const auto &[id, stationary, box] : observations.objects)
+        lines += formatted("object %u %d %s\n", id, stationary ? kind_stationary : kind_moving,
+                           text_of(box).c_str());
+    for (const TrackedObject &face : observations.faces)
+        lines += formatted("face %u %s\n", face.id, text_of(face.box).c_str());
+    return lines + formatted("picture %u\n", picture_number(observations.time));
 }
 
 void Feed::say_once(const std::string &text)
 {
     if (text != said_)
-        say("%s", text.c_str());
+        say(text);
     said_ = text;
 }
 
@@ -53,45 +76,33 @@ bool Feed::connect()
 {
     if (fd_)
         return true;
+    if (Clock::now() - tried_ < connect_interval)
+        return false;
+    tried_ = Clock::now();
     if (open()) {
         if (!said_.empty())
             say_once(path_ + " is read");
-        return true;
+        return send(formatted("frame %d %d\n", frame_.width, frame_.height));
     }
     if (hopeless_)
-        say_once(path_ + " is no FIFO");
+        say_once(path_ + " is not a FIFO");
     else if (errno == ENOENT || errno == ENXIO)
         say_once("nobody reads " + path_ + " yet");
     else
-        say_once("cannot open " + path_ + ": " + std::generic_category().message(errno));
+        say_once("cannot open " + path_ + ": " + error_text(errno));
     return false;
-}
-
-bool Feed::wait_for_room() const
-{
-    pollfd polled{fd_.get(), POLLOUT, 0};
-    while (poll(&polled, 1, stop_interval_ms) <= 0) {
-        if (is_stopped_())
-            return false;
-    }
-    return true;
 }
 
 bool Feed::send(const std::string &text)
 {
-    for (std::string_view rest = text; !rest.empty();) {
-        const ssize_t written = write(fd_.get(), rest.data(), rest.size());
-        if (written >= 0) {
-            rest.remove_prefix(static_cast<std::size_t>(written));
-        } else if (!is_stopped_() && (errno == EINTR || (errno == EAGAIN && wait_for_room()))) {
-            continue;
-        } else {
-            if (!is_stopped_())
-                say_once("nobody reads " + path_ + " any more");
-            hopeless_ = path_ == standard_output;
-            fd_.reset();
-            return false;
-        }
+    if (write_all(fd_.get(), text) == 0)
+        return true;
+    if (!must_stop()) {
+        say_once("nobody reads " + path_ + " any more");
+        hopeless_ = path_ == standard_output;
     }
-    return true;
+    fd_.reset();
+    return false;
 }
+
+} // namespace va::video

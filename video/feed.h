@@ -1,38 +1,54 @@
 #pragma once
 
+#include "tools/common/stop.h"
 #include "util/fd.h"
+#include "video/analysis.h"
 
-#include <functional>
+#include <cstdint>
 #include <string>
+#include <utility>
 
-// The way to the stand-in: a FIFO that it reads, or standard output. One thread at a time.
+// What the stand-in of the chip reads: lines for each picture, through a FIFO.
+namespace va::video
+{
+
+// The number of a picture: its time in 32 bits, from 0 again after seven weeks.
+constexpr std::uint32_t picture_number(VideoTime time)
+{
+    return static_cast<std::uint32_t>(time);
+}
+
+// The lines of one picture, all of them whole.
+std::string lines_of(const Observations &observations);
+
+// The FIFO, or standard output. One thread at a time.
 class Feed
 {
 public:
-    // `path`: "-" is standard output. `is_stopped` ends what waits.
-    Feed(std::string path, std::function<bool()> is_stopped);
+    // `path`: "-" is standard output. `frame`: what the boxes of all pictures are in.
+    Feed(std::string path, FrameSize frame) : path_(std::move(path)), frame_(frame) {}
 
-    // Tries once, unless connected; true when it is. What is in the way is said whenever it
+    // Tries every 200 ms, unless connected; true when it is. Prints why not, whenever the reason
     // changes.
     bool connect();
 
-    // Sends `text` whole, however long the reader takes; false, and no longer connected, when it
-    // has gone, or when stopped.
+    // Sends `text` whole, however long the reader takes; false, and no longer connected, when the
+    // reader has gone, or must_stop().
     bool send(const std::string &text);
-
-    bool is_connected() const { return static_cast<bool>(fd_); }
 
     // It will never be connected: what is at the path is of no use.
     bool is_hopeless() const { return hopeless_; }
 
 private:
-    bool wait_for_room() const;
     bool open();
     void say_once(const std::string &text);
 
     std::string path_;
-    std::function<bool()> is_stopped_;
+    FrameSize frame_;
+    Clock::time_point tried_; // to connect
     Fd fd_;
     std::string said_;
     bool hopeless_ = false;
 };
+
+} // namespace va::video

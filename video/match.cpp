@@ -1,152 +1,187 @@
 #include "video/match.h"
 
-#include "video/fragments.h"
-
 #include <algorithm>
 #include <limits>
+
+namespace va::video
+{
 
 namespace
 {
 
-constexpr float told_bonus = 0.5F;
-constexpr float closeness_weight = 0.5F;
-constexpr float hidden_share = 0.3F; // of a thing that a group hides, at least
-constexpr float growth = 0.25F;      // of a thing that parts make up, each way, at most
+constexpr float confirmed_bonus = 0.5F;
+constexpr float distance_weight = 0.5F;
+constexpr float hidden_share = 0.3F; // of a track's box that a group hides, at least
+constexpr float growth = 0.25F;      // of a box that is joined of parts, each way, at most
 
-constexpr float all_of_it = 0.95F;
+constexpr float nearly_all = 0.95F;
 constexpr float leaving_slack = 3; // pixels
+
+constexpr float adjacent = 3;           // pixels
+constexpr float stacked_gap = 0.3F;     // of the taller one's height
+constexpr float stacked_overlap = 0.6F; // of the narrower one's width
 
 constexpr std::size_t none = std::numeric_limits<std::size_t>::max();
 
+bool contains(std::span<const std::size_t> numbers, std::size_t number)
+{
+    return std::ranges::find(numbers, number) != numbers.end();
+}
+
 struct Pair {
-    std::size_t thing;
+    std::size_t track;
     std::size_t box;
     float score;
 };
 
-float score_of(const Expected &thing, const Box &box)
+float score_of(const Prediction &track, const Box &box)
 {
-    const float size = (thing.box.width + thing.box.height) / 2 + thing.reach;
-    const float distance = length(thing.box.centre() - box.centre());
-    return likeness(thing.box, box) + closeness_weight / (1 + distance / size) +
-           (thing.told ? told_bonus : 0);
+    const float size = (track.box.width + track.box.height) / 2 + track.gate;
+    const float distance = length(track.box.centre() - box.centre());
+    return overlap(track.box, box) + distance_weight / (1 + distance / size) +
+           (track.confirmed ? confirmed_bonus : 0);
 }
 
-bool may_be(const Expected &thing, const Box &box)
+bool is_possible(const Prediction &track, const Box &box)
 {
-    if (thing.leaving)
-        return common_area(thing.box.grown(leaving_slack, leaving_slack), box) >
-               all_of_it * box.area();
-    return common_area(thing.box.grown(thing.reach, thing.reach), box) > 0;
+    if (track.leaving)
+        return intersection_area(track.box.expanded(leaving_slack, leaving_slack), box) >
+               nearly_all * box.area();
+    return intersection_area(track.box.expanded(track.gate, track.gate), box) > 0;
 }
 
-std::vector<Pair> pairs_of(std::span<const Expected> things, std::span<const Box> boxes)
+bool are_fragments(const Box &a, const Box &b)
+{
+    const float across = std::min(a.right(), b.right()) - std::max(a.x, b.x);
+    const float gap = std::max(a.y, b.y) - std::min(a.bottom(), b.bottom());
+    if (across >= -adjacent && gap <= adjacent)
+        return true;
+    return across >= stacked_overlap * std::min(a.width, b.width) &&
+           gap <= stacked_gap * std::max(a.height, b.height);
+}
+
+bool is_part_of(const Prediction &track, const Box &box)
+{
+    const Box extent = track.box.expanded(growth * track.box.width + track.gate,
+                                          growth * track.box.height + track.gate);
+    return intersection_area(extent, box) > nearly_all * box.area();
+}
+
+// The best first.
+std::vector<Pair> possible_pairs(std::span<const Prediction> tracks, std::span<const Box> boxes)
 {
     std::vector<Pair> pairs;
-    for (std::size_t i = 0; i < things.size(); ++i) {
+    for (std::size_t i = 0; i < tracks.size(); ++i) {
         for (std::size_t j = 0; j < boxes.size(); ++j) {
-            if (may_be(things[i], boxes[j]))
-                pairs.push_back({i, j, score_of(things[i], boxes[j])});
+            if (is_possible(tracks[i], boxes[j]))
+                pairs.push_back({i, j, score_of(tracks[i], boxes[j])});
         }
     }
     std::ranges::sort(pairs, std::ranges::greater(), &Pair::score);
     return pairs;
 }
 
-// Each thing's best box and each box's best thing, the best pairs first.
-struct Claims {
-    std::vector<std::size_t> box_of;
-    std::vector<std::size_t> owner_of;
-
-    Claims(std::span<const Pair> pairs, std::size_t things, std::size_t boxes)
-        : box_of(things, none), owner_of(boxes, none)
-    {
-        for (const Pair &pair : pairs) {
-            if (box_of[pair.thing] != none || owner_of[pair.box] != none)
-                continue;
-            box_of[pair.thing] = pair.box;
-            owner_of[pair.box] = pair.thing;
-        }
+// Each box's track: the best pairs first.
+std::vector<std::size_t> owners_of(std::span<const Pair> pairs, std::size_t boxes)
+{
+    std::vector<std::size_t> owners(boxes, none);
+    for (const Pair &pair : pairs) {
+        if (owners[pair.box] == none && !contains(owners, pair.track))
+            owners[pair.box] = pair.track;
     }
-};
+    return owners;
+}
 
-// The things that share the box `box`: its owner, and the told ones without a box that it hides.
-std::vector<std::size_t> members_of(std::size_t box, std::span<const Expected> things,
-                                    std::span<const Box> boxes, const Claims &claims)
+// The tracks that share a box: its owner, and the confirmed ones without a box that it hides.
+std::vector<std::size_t> members_of(std::size_t box, std::span<const std::size_t> owners,
+                                    std::span<const Prediction> tracks, std::span<const Box> boxes)
 {
     std::vector<std::size_t> members;
-    for (std::size_t i = 0; i < things.size(); ++i) {
-        const bool hidden =
-            claims.box_of[i] == none && things[i].told &&
-            common_area(things[i].box, boxes[box]) > hidden_share * things[i].box.area();
-        if (claims.owner_of[box] == i || hidden)
+    for (std::size_t i = 0; i < tracks.size(); ++i) {
+        const Box &own = tracks[i].box;
+        const bool hidden = tracks[i].confirmed && !contains(owners, i) &&
+                            intersection_area(own, boxes[box]) > hidden_share * own.area();
+        if (owners[box] == i || hidden)
             members.push_back(i);
     }
     return members;
 }
 
-// True for the members whose edge is the group's, as both may be when they stand one before
-// another.
-template <class Edge>
-bool is_outermost(std::size_t member, std::span<const std::size_t> members, Edge edge)
-{
-    return std::ranges::all_of(members,
-                               [&](std::size_t other) { return edge(member) <= edge(other); });
-}
-
+// The edges of the group that are this member's. Two members may share one, when one hides the
+// other.
 Edges edges_of(std::size_t member, std::span<const std::size_t> members,
-               std::span<const Expected> things)
+               std::span<const Prediction> tracks)
 {
-    const auto box = [&](std::size_t i) -> const Box & { return things[i].box; };
-    return {is_outermost(member, members, [&](std::size_t i) { return box(i).x; }),
-            is_outermost(member, members, [&](std::size_t i) { return -box(i).right(); }),
-            is_outermost(member, members, [&](std::size_t i) { return box(i).y; }),
-            is_outermost(member, members, [&](std::size_t i) { return -box(i).bottom(); })};
+    const auto is_outermost = [&](auto edge) {
+        return std::ranges::all_of(members, [&](std::size_t other) {
+            return edge(tracks[member].box) <= edge(tracks[other].box);
+        });
+    };
+    return {is_outermost([](const Box &box) { return box.x; }),
+            is_outermost([](const Box &box) { return -box.right(); }),
+            is_outermost([](const Box &box) { return box.y; }),
+            is_outermost([](const Box &box) { return -box.bottom(); })};
 }
 
-bool is_part_of(const Expected &thing, const Box &box)
-{
-    const Box extent = thing.box.grown(growth * thing.box.width + thing.reach,
-                                       growth * thing.box.height + thing.reach);
-    return common_area(extent, box) > all_of_it * box.area();
-}
-
-// A box without an owner is a part of the first thing in the order of scores whose extent holds it.
-bool add_part(std::size_t box, std::span<const Pair> pairs, std::span<const Expected> things,
-              std::span<const Box> boxes, std::vector<Sighting> &sightings)
+// A box without an owner is a part of the best track whose extent contains it.
+bool add_part(std::size_t box, std::span<const Pair> pairs, std::span<const Prediction> tracks,
+              std::span<const Box> boxes, std::vector<Match> &matches)
 {
     for (const Pair &pair : pairs) {
-        Sighting &sighting = sightings[pair.thing];
-        if (pair.box != box || sighting.how != Sighting::How::alone ||
-            !is_part_of(things[pair.thing], boxes[box]) ||
-            !belong_together(sighting.box, boxes[box]))
+        Match &found = matches[pair.track];
+        if (pair.box != box || found.kind != Match::Kind::alone ||
+            !is_part_of(tracks[pair.track], boxes[box]) || !are_fragments(found.box, boxes[box]))
             continue;
-        sighting.box = united(sighting.box, boxes[box]);
+        found.box = enclosing(found.box, boxes[box]);
         return true;
+    }
+    return false;
+}
+
+// Joins one pair; false when there is none.
+bool join_one(std::vector<Box> &boxes)
+{
+    for (std::size_t i = 0; i < boxes.size(); ++i) {
+        for (std::size_t j = i + 1; j < boxes.size(); ++j) {
+            if (!are_fragments(boxes[i], boxes[j]))
+                continue;
+            boxes[i] = enclosing(boxes[i], boxes[j]);
+            boxes[j] = boxes.back();
+            boxes.pop_back();
+            return true;
+        }
     }
     return false;
 }
 
 } // namespace
 
-Matching match(std::span<const Expected> things, std::span<const Box> boxes)
+Matches match(std::span<const Prediction> tracks, std::span<const Box> boxes)
 {
-    const std::vector<Pair> pairs = pairs_of(things, boxes);
-    const Claims claims(pairs, things.size(), boxes.size());
-    Matching matching;
-    matching.sightings.resize(things.size());
+    const std::vector<Pair> pairs = possible_pairs(tracks, boxes);
+    const std::vector<std::size_t> owners = owners_of(pairs, boxes.size());
+    Matches result;
+    result.matches.resize(tracks.size());
     for (std::size_t j = 0; j < boxes.size(); ++j) {
-        const std::vector<std::size_t> members = claims.owner_of[j] == none
-                                                     ? std::vector<std::size_t>()
-                                                     : members_of(j, things, boxes, claims);
-        for (const std::size_t i : members) {
-            const auto how = members.size() == 1 ? Sighting::How::alone : Sighting::How::in_group;
-            matching.sightings[i] = {how, boxes[j], edges_of(i, members, things)};
-        }
+        if (owners[j] == none)
+            continue;
+        const std::vector<std::size_t> members = members_of(j, owners, tracks, boxes);
+        const auto kind = members.size() == 1 ? Match::Kind::alone : Match::Kind::in_group;
+        for (const std::size_t i : members)
+            result.matches[i] = {kind, boxes[j], edges_of(i, members, tracks)};
     }
     for (std::size_t j = 0; j < boxes.size(); ++j) {
-        if (claims.owner_of[j] == none && !add_part(j, pairs, things, boxes, matching.sightings))
-            matching.unclaimed.push_back(boxes[j]);
+        if (owners[j] == none && !add_part(j, pairs, tracks, boxes, result.matches))
+            result.unassociated.push_back(boxes[j]);
     }
-    return matching;
+    return result;
 }
+
+std::vector<Box> join_fragments(std::vector<Box> boxes)
+{
+    while (join_one(boxes)) {
+    }
+    return boxes;
+}
+
+} // namespace va::video

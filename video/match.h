@@ -6,13 +6,16 @@
 #include <span>
 #include <vector>
 
-// Which of the boxes seen is which of the things followed.
+// Association: which of the boxes detected in a frame belongs to which of the tracks.
+namespace va::video
+{
 
-struct Expected {
+// Where a track is expected.
+struct Prediction {
     Box box;
-    float reach;  // how far from there it may be, pixels
-    bool told;    // it has a number, which counts for more than one that may be noise
-    bool leaving; // what is seen of it only becomes less
+    float gate;     // how far from there it may be, pixels
+    bool confirmed; // it has a number, which counts for more than a track that may be noise
+    bool leaving;   // less and less of it is visible
 };
 
 struct Edges {
@@ -22,18 +25,26 @@ struct Edges {
     bool bottom;
 };
 
-struct Sighting {
-    enum class How { lost, alone, in_group };
-    How how = How::lost;
+// What was detected of one track.
+struct Match {
+    enum class Kind { none, alone, in_group };
+    Kind kind = Kind::none;
     Box box;     // its own, or that of the group
-    Edges own{}; // of the group: the edges that are this thing's
+    Edges own{}; // of the group: the edges that are this track's
 };
 
-struct Matching {
-    std::vector<Sighting> sightings; // of each thing expected
-    std::vector<Box> unclaimed;      // boxes that are none of them
+struct Matches {
+    std::vector<Match> matches;    // one for each prediction
+    std::vector<Box> unassociated; // boxes of no track
 };
 
-// A box goes to the thing it is most alike; further boxes of its own extent are parts of it. A told
-// thing that gets none but lies within another's box forms a group with it.
-Matching match(std::span<const Expected> things, std::span<const Box> boxes);
+// A box is associated with the track that it fits best; further boxes within the extent of a track
+// are parts of it. A confirmed track without a box that lies within another's forms a group with
+// it.
+Matches match(std::span<const Prediction> tracks, std::span<const Box> boxes);
+
+// Joins boxes that are likely to be parts of one object: they touch or nearly do, or lie above each
+// other as a head, a body and legs do. The order of the result is unspecified.
+std::vector<Box> join_fragments(std::vector<Box> boxes);
+
+} // namespace va::video

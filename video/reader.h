@@ -1,8 +1,8 @@
 #pragma once
 
+#include "tools/common/stop.h"
 #include "util/guarded.h"
-#include "video/capture.h"
-#include "video/clocks.h"
+#include "video/box.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -12,62 +12,68 @@
 #include <string>
 #include <thread>
 
-// Reads a source in a thread of its own, where a read may take as long as it likes.
+namespace va::video
+{
+
+// Whether a source is live, as far as its name shows.
+bool is_live(const std::string &source);
 
 struct ReaderOptions {
-    std::string source;
-    bool loop;   // a file begins again at its end
-    bool fast;   // a file is read as fast as its frames are taken, each of them
-    double rate; // frames a second to look at, at most
+    std::string source; // a file, a device or a URL
+    bool loop = false;  // a file begins again at its end
+    bool fast = false;  // a file is read as fast as its frames are taken, each of them
+    double rate = 30;   // frames a second, at most
 };
 
 struct Frame {
-    cv::Mat picture;
-    VideoTime time;         // grows, over all rounds and connections
-    Clock::time_point come; // when it was there
-    bool anew;              // it does not continue the one before
+    cv::Mat image;
+    VideoTime time;            // grows, over all rounds and connections
+    Clock::time_point arrival; // when it was there
+    bool restarts;             // it does not continue the frame before
 };
 
+// Reads a source in a thread of its own, where a read may take as long as it likes.
 class Reader
 {
 public:
     explicit Reader(ReaderOptions options);
-    // Waits for the read that goes on just now.
+    // Waits for the read in progress.
     ~Reader();
     Reader(const Reader &) = delete;
     Reader &operator=(const Reader &) = delete;
 
-    // The next frame to look at; unless `fast`, the newest one. Nothing when none came within
-    // `limit`, or none will.
-    std::optional<Frame> take(std::chrono::milliseconds limit);
+    // The next frame to analyse; unless `fast`, the newest one. Nothing when none arrived within
+    // `timeout`, or none will.
+    std::optional<Frame> take(std::chrono::milliseconds timeout);
 
     struct State {
         int read;  // frames so far, of this round
-        int total; // in the file, 0: not known
-        int all;   // frames so far
+        int total; // in the file; 0: unknown
         bool ended;
         bool failed;
     };
     State state();
 
-    // Asks it to end; does not wait.
-    void stop();
+    // Requests the end, and waits for it at most so long. Returns whether it has ended.
+    bool stop(std::chrono::milliseconds timeout);
 
 private:
+    struct Capture;
+
     void run();
-    void read_file(Capture capture);
-    void read_live(Capture first);
+    bool read();
+    bool read_file(Capture capture);
+    void read_live(Capture capture);
     int read_frames(Capture &capture);
     bool is_due(VideoTime time);
-    bool put(Frame frame, bool kept);
-    bool rest_until(Clock::time_point time);
-    void end(bool failed);
+    bool put(Frame frame, bool wait);
+    bool wait_until(Clock::time_point time);
     bool is_stopping();
 
     const ReaderOptions options_;
     const Clock::time_point start_ = Clock::now();
     VideoTime last_ = 0; // of the frames read
-    double due_ = 0;     // when the next look is
+    double due_ = 0;     // when the next frame is wanted
     std::mutex mutex_;
     std::condition_variable changed_;
     std::optional<Frame> frame_ VA_GUARDED_BY(mutex_);
@@ -75,3 +81,5 @@ private:
     bool stops_ VA_GUARDED_BY(mutex_) = false;
     std::thread thread_;
 };
+
+} // namespace va::video

@@ -1,45 +1,106 @@
 #include "video/session.h"
 
+#include "tools/common/printing.h"
+#include "tools/common/stop.h"
+#include "util/text.h"
 #include "video/analysis.h"
 #include "video/feed.h"
-#include "video/progress.h"
-#include "video/reader.h"
-#include "video/say.h"
 #include "video/still.h"
 
-#include <atomic>
-#include <cstdio>
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
 #include <cstdlib>
 #include <memory>
 #include <opencv2/core/utility.hpp>
 #include <optional>
 #include <thread>
+#include <vector>
 
 #include <unistd.h>
+
+namespace va::video
+{
 
 namespace
 {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds look_wait{100}; // the bound on the delay of a stop request
-constexpr milliseconds connect_interval{200};
-constexpr milliseconds end_wait{500}; // for a read that goes on just now
+constexpr milliseconds frame_timeout{100}; // bounds the delay of a stop request
+constexpr milliseconds end_timeout{500};   // of the read in progress
 constexpr VideoTime still_interval = 60;
 
-std::atomic<bool> stop_requested{false};
-static_assert(std::atomic<bool>::is_always_lock_free, "written by a signal handler");
-
-std::unique_ptr<FaceThread> start_faces(const Options &options)
+std::unique_ptr<FaceDetector> start_faces(bool wanted)
 {
-    if (!options.faces)
+    if (!wanted)
         return nullptr;
     cv::CascadeClassifier cascade;
     if (!cascade.load(VA_FACE_CASCADE)) {
-        say("no faces: cannot read %s, of the package opencv-data", VA_FACE_CASCADE);
+        say("no faces: cannot read " VA_FACE_CASCADE ", of the package opencv-data");
         return nullptr;
     }
-    return std::make_unique<FaceThread>(cascade);
+    return std::make_unique<FaceDetector>(cascade);
+}
+
+// What is printed of the work.
+class Progress
+{
+public:
+    // A frame was reported, `latency` after its arrival.
+    void add(Clock::duration latency);
+
+    // Prints how far a file has been read, every ten seconds.
+    void print(const Reader::State &reader);
+
+    // Prints the count of the frames, and percentiles of their latency.
+    void print_summary() const;
+
+private:
+    std::vector<float> latencies_ms_; // a ring once it is full
+    int frames_ = 0;                  // reported
+    Clock::time_point printed_ = Clock::now();
+    int printed_read_ = 0;
+};
+
+void Progress::add(Clock::duration latency)
+{
+    constexpr std::size_t most = 100'000;
+    const float ms = std::chrono::duration<float, std::milli>(latency).count();
+    if (latencies_ms_.size() < most)
+        latencies_ms_.push_back(ms);
+    else
+        latencies_ms_[static_cast<std::size_t>(frames_) % most] = ms;
+    ++frames_;
+}
+
+void Progress::print(const Reader::State &reader)
+{
+    constexpr double interval = 10; // seconds
+    const double passed = std::chrono::duration<double>(Clock::now() - printed_).count();
+    if (reader.total == 0 || passed < interval)
+        return;
+    // A file that is looped has begun again when there are fewer.
+    const int read = reader.read - (reader.read > printed_read_ ? printed_read_ : 0);
+    const double rate = std::max(read, 1) / passed;
+    const int left = static_cast<int>(std::max(reader.total - reader.read, 0) / rate);
+    say(formatted("frame %d of %d, %.0f frames/s, %d:%02d left", reader.read, reader.total, rate,
+                  left / 60, left % 60));
+    printed_ = Clock::now();
+    printed_read_ = reader.read;
+}
+
+void Progress::print_summary() const
+{
+    if (frames_ == 0)
+        return;
+    std::vector<float> sorted = latencies_ms_;
+    std::ranges::sort(sorted);
+    const auto quantile = [&](double share) {
+        return sorted[static_cast<std::size_t>(share * static_cast<double>(sorted.size() - 1))];
+    };
+    say(formatted("%d frames; frame to feed, ms: p50 %.1f, p99 %.1f, most %.1f", frames_,
+                  quantile(0.5), quantile(0.99), quantile(1)));
 }
 
 class Session
@@ -47,10 +108,10 @@ class Session
 public:
     explicit Session(const Options &options)
         : options_(options),
-          feed_(options.feed, [] { return stop_requested.load(); }),
-          faces_(start_faces(options)),
-          analysis_(options.frame, faces_.get(), options.fast, figures_),
-          reader_({options.source, options.loop, options.fast, options.rate})
+          feed_(options.feed, options.frame),
+          faces_(start_faces(options.faces)),
+          analysis_(options.frame, faces_.get(), options.reader.fast),
+          reader_(options.reader)
     {
         if (!options.still.empty())
             still_.emplace(options.still, options.frame);
@@ -59,114 +120,72 @@ public:
     int run();
 
 private:
-    bool is_connected();
-    bool look_once();
-    void look(const Frame &frame);
-    void print_figures();
-    void leave(int status);
+    bool step();
+    void process(const Frame &frame);
 
     const Options &options_;
-    Figures figures_;
     Feed feed_;
-    std::unique_ptr<FaceThread> faces_;
+    std::unique_ptr<FaceDetector> faces_;
     Analysis analysis_;
     Reader reader_;
-    std::optional<Still> still_;
+    std::optional<StillFile> still_;
     Progress progress_;
-    Clock::time_point tried_; // to connect
-    VideoTime shown_ = -still_interval;
+    VideoTime still_written_ = -still_interval;
     bool was_connected_ = false;
 };
 
-bool Session::is_connected()
+void Session::process(const Frame &frame)
 {
-    if (feed_.is_connected())
-        return true;
-    if (Clock::now() - tried_ < connect_interval)
-        return false;
-    tried_ = Clock::now();
-    was_connected_ |= feed_.connect() && feed_.send(frame_line(options_.frame));
-    return feed_.is_connected();
-}
-
-void Session::look(const Frame &frame)
-{
-    figures_.begin();
-    if (frame.anew)
-        analysis_.begin_anew();
-    const Observations observations = analysis_.look(frame.picture, frame.time);
-    if (is_connected())
+    if (frame.restarts)
+        analysis_.reset();
+    const Observations observations = analysis_.analyse(frame.image, frame.time);
+    if (feed_.connect())
         feed_.send(lines_of(observations));
-    figures_.lap(Step::feed);
-    figures_.looked(Clock::now() - frame.come);
-    if (still_ && frame.time - shown_ >= still_interval) {
-        still_->show(analysis_.picture(), picture_number(frame.time));
-        shown_ = frame.time;
+    progress_.add(Clock::now() - frame.arrival);
+    if (still_ && frame.time - still_written_ >= still_interval) {
+        still_->write(analysis_.picture(), picture_number(frame.time));
+        still_written_ = frame.time;
     }
-    figures_.lap(Step::still);
 }
 
 // Nothing of a video is lost to a reader that is not there yet, nor to one that is away for a while
-// when each frame counts. Otherwise looks go on without one, so that the background is known when
-// it is back. False when there is nothing left to look at.
-bool Session::look_once()
+// when each frame counts. Otherwise the analysis goes on without one, so that the background is
+// known when it returns. False at the end.
+bool Session::step()
 {
     const Reader::State state = reader_.state();
-    if (!is_connected() && (!was_connected_ || options_.fast)) {
-        std::this_thread::sleep_for(look_wait);
-        return !state.failed && !feed_.is_hopeless();
+    const bool connected = feed_.connect();
+    was_connected_ |= connected;
+    if (!connected && (!was_connected_ || options_.reader.fast)) {
+        std::this_thread::sleep_for(frame_timeout);
+        return !state.failed;
     }
-    progress_.show(state, figures_.looks());
-    const std::optional<Frame> frame = reader_.take(look_wait);
+    progress_.print(state);
+    const std::optional<Frame> frame = reader_.take(frame_timeout);
     if (frame)
-        look(*frame);
+        process(*frame);
     return frame || !state.ended;
 }
 
 int Session::run()
 {
-    while (!stop_requested && look_once()) {
+    while (!must_stop() && !feed_.is_hopeless() && step()) {
     }
-    reader_.stop();
-    print_figures();
+    const bool ended = reader_.stop(end_timeout);
+    progress_.print_summary();
     const bool failed = feed_.is_hopeless() || reader_.state().failed;
     const int status = failed ? EXIT_FAILURE : EXIT_SUCCESS;
-    leave(status);
+    if (!ended)
+        _exit(status); // a read that does not end is abandoned with the process
     return status;
-}
-
-void Session::print_figures()
-{
-    progress_.end_line();
-    if (figures_.looks() == 0)
-        return;
-    const Reader::State state = reader_.state();
-    const FaceThread::Figures faces = faces_ ? faces_->figures() : FaceThread::Figures{};
-    // The decoder has threads of its own.
-    const auto reading = process_time() - thread_time() - faces.spent;
-    std::fputs(figures_.text(state.all, reading, faces.looks, faces.spent).c_str(), stderr);
-}
-
-// A read that does not end is left behind with the process.
-void Session::leave(int status)
-{
-    const Clock::time_point end = Clock::now() + end_wait;
-    while (!reader_.state().ended) {
-        if (Clock::now() > end)
-            _exit(status);
-        std::this_thread::sleep_for(milliseconds(10));
-    }
 }
 
 } // namespace
 
-void request_stop()
-{
-    stop_requested = true;
-}
-
 int run_session(const Options &options)
 {
-    cv::setNumThreads(options.threads);
+    cv::setNumThreads(1);
     return Session(options).run();
 }
+
+} // namespace va::video

@@ -1,10 +1,23 @@
 #pragma once
 
-#include "video/options.h"
+#include "video/box.h"
+#include "video/reader.h"
 
-// Looks at the source until it ends or a stop is requested, and tells the feed. Returns the status
-// that the program ends with. Once in a process.
+#include <string>
+
+namespace va::video
+{
+
+struct Options {
+    ReaderOptions reader;
+    std::string feed;
+    bool faces = true;
+    std::string still;              // a file, or empty
+    FrameSize frame = {1920, 1080}; // that boxes are reported in
+};
+
+// Analyses the source until it ends or must_stop(), and reports to the feed. Returns the exit
+// status. Once in a process.
 int run_session(const Options &options);
 
-// Asks it to end; for a signal handler.
-void request_stop();
+} // namespace va::video

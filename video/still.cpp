@@ -1,44 +1,25 @@
 #include "video/still.h"
 
-#include "video/say.h"
+#include "tools/common/printing.h"
+#include "util/file.h"
+#include "util/text.h"
 
 #include <cerrno>
-#include <cstdio>
-#include <fstream>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
-#include <system_error>
-#include <utility>
 
-namespace
+namespace va::video
 {
 
-constexpr int quality = 80;
-
-// With a comment behind the two bytes with which each JPEG begins.
-bool replace_file(const std::string &path, const std::string &jpeg, const std::string &comment)
+void StillFile::write(const cv::Mat &picture, std::uint32_t number)
 {
-    constexpr std::size_t start = 2;
-    const std::string fresh = path + ".new";
-    std::ofstream file(fresh, std::ios::binary);
-    file << jpeg.substr(0, start) << "\xff\xfe" << '\0' << static_cast<char>(comment.size() + 2)
-         << comment << jpeg.substr(start);
-    file.close();
-    return file && std::rename(fresh.c_str(), path.c_str()) == 0;
-}
-
-} // namespace
-
-Still::Still(std::string path, FrameSize frame) : path_(std::move(path)), frame_(frame) {}
-
-void Still::show(const cv::Mat &picture, std::uint32_t number)
-{
-    const float width = static_cast<float>(std::max(picture.cols, picture.rows));
-    const cv::Size size(cvRound(width), cvRound(width * static_cast<float>(frame_.height) /
-                                                static_cast<float>(frame_.width)));
-    const Box place =
-        Framing({size.width, size.height}, {picture.cols, picture.rows})
-            .framed({0, 0, static_cast<float>(picture.cols), static_cast<float>(picture.rows)});
+    constexpr int quality = 80;
+    const int width = std::max(picture.cols, picture.rows);
+    const FrameSize shown = {picture.cols, picture.rows};
+    const cv::Size size(width,
+                        cvRound(static_cast<float>(width) * static_cast<float>(frame_.height) /
+                                static_cast<float>(frame_.width)));
+    const Box place = in_frame(shown.extent(), {size.width, size.height}, shown);
     canvas_.create(size, picture.type());
     canvas_.setTo(cv::Scalar::all(0));
     const cv::Rect inside =
@@ -47,9 +28,16 @@ void Still::show(const cv::Mat &picture, std::uint32_t number)
     cv::resize(picture, canvas_(inside), inside.size());
     std::vector<unsigned char> jpeg;
     cv::imencode(".jpg", canvas_, jpeg, {cv::IMWRITE_JPEG_QUALITY, quality});
+    // A comment's segment, behind the two bytes with which each JPEG begins.
+    const std::string text = "picture " + std::to_string(number);
+    const std::string comment =
+        std::string("\xff\xfe\0", 3) + static_cast<char>(text.size() + 2) + text;
+    jpeg.insert(jpeg.begin() + 2, comment.begin(), comment.end());
     const bool failed =
-        !replace_file(path_, {jpeg.begin(), jpeg.end()}, "picture " + std::to_string(number));
+        replace_file(path_, {reinterpret_cast<const char *>(jpeg.data()), jpeg.size()}) != 0;
     if (failed && !failed_)
-        say("cannot write %s: %s", path_.c_str(), std::generic_category().message(errno).c_str());
+        say("cannot write " + path_ + ": " + error_text(errno));
     failed_ = failed;
 }
+
+} // namespace va::video

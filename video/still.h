@@ -1,21 +1,25 @@
 #pragma once
 
-#include "video/frame.h"
+#include "video/box.h"
 
 #include <cstdint>
 #include <opencv2/core.hpp>
 #include <string>
+#include <utility>
 
-// Keeps a JPEG of what is looked at up to date, for whoever shows it behind the boxes. A reader of
-// the file always finds a whole one.
-class Still
+namespace va::video
+{
+
+// Keeps a JPEG of the analysed picture up to date, for whoever shows it behind the boxes. A reader
+// of the file always finds a complete one.
+class StillFile
 {
 public:
-    // The picture has the shape of `frame`.
-    Still(std::string path, FrameSize frame);
+    // The image has the shape of `frame`.
+    StillFile(std::string path, FrameSize frame) : path_(std::move(path)), frame_(frame) {}
 
-    // `number` stands in the file, as a comment "picture NUMBER".
-    void show(const cv::Mat &picture, std::uint32_t number);
+    // `number` is in the file, as a comment "picture NUMBER".
+    void write(const cv::Mat &picture, std::uint32_t number);
 
 private:
     std::string path_;
@@ -23,3 +27,5 @@ private:
     cv::Mat canvas_;
     bool failed_ = false;
 };
+
+} // namespace va::video

@@ -3,43 +3,44 @@
 #include <algorithm>
 #include <cmath>
 #include <opencv2/imgproc.hpp>
+#include <vector>
+
+namespace va::video
+{
 
 namespace
 {
 
 constexpr int cell = 10; // pixels, both ways
 
-constexpr VideoTime strange_limit = 350; // a view that is lost for so long is lost
-constexpr VideoTime light_within = 500;  // a switched light needs no longer
-constexpr VideoTime settling = 2000;     // a camera that begins may adjust itself for so long
-constexpr VideoTime resettling = 300;    // after a rest
-constexpr VideoTime calm_for = 700;      // then a rest ends
-constexpr VideoTime longest_rest = 8000;
-constexpr double learns = 10;        // seconds in which the view follows by two thirds
-constexpr double learns_first = 0.5; // until it is settled
+constexpr VideoTime unfamiliar_limit = 350; // a view that is lost for so long is lost
+constexpr VideoTime switching_time = 500;   // of the light, at most
+constexpr VideoTime settling = 2000;        // a camera that starts may adjust itself for so long
+constexpr VideoTime resettling = 300;       // after recovery
+constexpr VideoTime calm_for = 700;         // ends recovery
+constexpr VideoTime longest_recovery = 8000;
+constexpr double time_constant = 10; // seconds, of the view
+constexpr double settling_constant = 0.5;
 
 constexpr double textured = 4;     // grey levels, the deviation within a cell
-constexpr int least_cells = 8;     // with texture, to tell anything
+constexpr int least_cells = 8;     // with texture, to be compared
 constexpr double alike = 0.4;      // correlation of a cell
-constexpr double lost_share = 0.3; // of the cells; fewer are alike: the view is lost
+constexpr double lost_share = 0.3; // the view is lost when fewer of the cells are alike
 constexpr double found_share = 0.6;
 constexpr double little_detail = 0.35; // of the view's: covered
-constexpr double calm = 3;             // grey levels, the mean change from look to look
+constexpr double calm = 3;             // grey levels, the mean change from check to check
 
-constexpr float light_step = 18;    // grey levels of a cell
-constexpr double light_share = 0.7; // of the cells, all the same way
+constexpr double light_step = 18;   // grey levels of a cell
+constexpr double light_share = 0.7; // of the cells, all in the same direction
 
-std::vector<cv::Rect> make_cells()
-{
-    std::vector<cv::Rect> cells;
-    for (int y = 0; y < TamperWatch::height; y += cell) {
-        for (int x = 0; x < TamperWatch::width; x += cell)
-            cells.emplace_back(x, y, cell, cell);
+const std::vector<cv::Rect> cells = [] {
+    std::vector<cv::Rect> all;
+    for (int y = 0; y < TamperDetector::height; y += cell) {
+        for (int x = 0; x < TamperDetector::width; x += cell)
+            all.emplace_back(x, y, cell, cell);
     }
-    return cells;
-}
-
-const std::vector<cv::Rect> cells = make_cells();
+    return all;
+}();
 
 struct Statistics {
     double mean;
@@ -54,7 +55,7 @@ Statistics statistics_of(const cv::Mat &picture)
     return {mean[0], deviation[0]};
 }
 
-// The share of the cells with texture, in either picture, that look alike in both whatever the
+// The share of the cells with texture, in either picture, that are alike in both whatever the
 // light; 1 when too few have any.
 double common_share(const cv::Mat &a, const cv::Mat &b)
 {
@@ -76,118 +77,111 @@ double common_share(const cv::Mat &a, const cv::Mat &b)
 
 double detail_of(const cv::Mat &picture)
 {
-    cv::Mat slope;
-    cv::Laplacian(picture, slope, CV_32F);
-    return statistics_of(slope).deviation;
-}
-
-std::vector<float> brightness_of(const cv::Mat &picture)
-{
-    std::vector<float> values;
-    values.reserve(cells.size());
-    for (const cv::Rect &place : cells)
-        values.push_back(static_cast<float>(cv::mean(picture(place))[0]));
-    return values;
+    cv::Mat edges;
+    cv::Laplacian(picture, edges, CV_32F);
+    return statistics_of(edges).deviation;
 }
 
 } // namespace
 
-void TamperWatch::learn_anew()
+void TamperDetector::reset()
 {
     view_.release();
     lost_.release();
     moments_.clear();
-    resting_since_.reset();
+    recovering_since_.reset();
 }
 
-std::optional<TamperWatch::Cause> TamperWatch::look(const cv::Mat &grey, VideoTime time)
+std::optional<TamperDetector::Cause> TamperDetector::check(const cv::Mat &grey, VideoTime time)
 {
     cv::Mat now;
     grey.convertTo(now, CV_32F);
     cv::GaussianBlur(now, now, {3, 3}, 0);
-    moments_.push_back({time, brightness_of(now)});
-    while (time - moments_.front().time > light_within)
+    cv::Mat brightness;
+    cv::resize(now, brightness, now.size() / cell, 0, 0, cv::INTER_AREA);
+    moments_.push_back({time, brightness});
+    while (time - moments_.front().time > switching_time)
         moments_.pop_front();
     std::optional<Cause> cause;
     if (view_.empty())
-        keep(now, time + settling);
-    else if (is_resting())
-        rest(now, time);
+        set_view(now, time + settling);
+    else if (is_recovering())
+        recover(now, time);
     else
-        cause = judge(now, time);
+        cause = compare(now, time);
     last_ = now;
     last_time_ = time;
     return cause;
 }
 
-std::optional<TamperWatch::Cause> TamperWatch::judge(const cv::Mat &grey, VideoTime time)
+std::optional<TamperDetector::Cause> TamperDetector::compare(const cv::Mat &grey, VideoTime time)
 {
-    const bool strange = common_share(view_, grey) < lost_share;
-    if (!strange_)
-        strange_since_ = time;
-    strange_ = strange && time >= settled_;
-    if (time < settled_ || (!strange && !is_light_switched())) {
+    const bool unfamiliar = common_share(view_, grey) < lost_share;
+    const bool settled = time >= settled_;
+    if (!unfamiliar_)
+        unfamiliar_since_ = time;
+    unfamiliar_ = unfamiliar && settled;
+    if (!settled || (!unfamiliar && !is_light_switched())) {
         const double passed = static_cast<double>(time - last_time_) / 1000;
-        const double follows = time < settled_ ? learns_first : learns;
-        cv::accumulateWeighted(grey, view_, 1 - std::exp(-passed / follows));
+        const double constant = settled ? time_constant : settling_constant;
+        cv::accumulateWeighted(grey, view_, 1 - std::exp(-passed / constant));
         return {};
     }
-    if (!strange) {
-        begin_rest(time);
+    if (!unfamiliar) {
+        begin_recovery(time);
         return Cause::light;
     }
-    if (time - strange_since_ < strange_limit)
+    if (time - unfamiliar_since_ < unfamiliar_limit)
         return {};
-    const bool returned = !lost_.empty() && common_share(lost_, grey) > found_share;
-    const bool flat = detail_of(grey) < little_detail * detail_of(view_);
-    if (returned)
+    begin_recovery(time);
+    if (!lost_.empty() && common_share(lost_, grey) > found_share) {
         lost_.release();
-    else
-        lost_ = view_.clone();
-    begin_rest(time);
-    if (returned)
         return {};
-    return flat ? Cause::covered : Cause::turned;
+    }
+    lost_ = view_.clone();
+    return detail_of(grey) < little_detail * detail_of(view_) ? Cause::covered : Cause::turned;
 }
 
 // Nearly everything has become brighter, or darker, within moments, and stays so in the last two.
-bool TamperWatch::is_light_switched() const
+bool TamperDetector::is_light_switched() const
 {
     if (moments_.size() < 3)
         return false;
-    const auto changed = [&](const Moment &now, float sign) {
-        std::size_t count = 0;
-        for (std::size_t i = 0; i < cells.size(); ++i)
-            count += sign * (now.brightness[i] - moments_.front().brightness[i]) > light_step;
-        return static_cast<double>(count) > light_share * static_cast<double>(cells.size());
+    const auto has_changed = [&](const Moment &now, double sign) {
+        const cv::Mat change = sign * (now.brightness - moments_.front().brightness);
+        return cv::countNonZero(change > light_step) >
+               light_share * static_cast<double>(change.total());
     };
     const Moment &now = moments_.back();
     const Moment &before = moments_[moments_.size() - 2];
-    return (changed(now, 1) && changed(before, 1)) || (changed(now, -1) && changed(before, -1));
+    return (has_changed(now, 1) && has_changed(before, 1)) ||
+           (has_changed(now, -1) && has_changed(before, -1));
 }
 
-void TamperWatch::begin_rest(VideoTime time)
+void TamperDetector::begin_recovery(VideoTime time)
 {
-    resting_since_ = time;
-    unrest_ = time;
-    strange_ = false;
+    recovering_since_ = time;
+    restless_ = time;
+    unfamiliar_ = false;
 }
 
-void TamperWatch::rest(const cv::Mat &grey, VideoTime time)
+void TamperDetector::recover(const cv::Mat &grey, VideoTime time)
 {
     cv::Mat change;
     cv::absdiff(grey, last_, change);
     if (cv::mean(change)[0] > calm)
-        unrest_ = time;
-    if (time - unrest_ >= calm_for || time - *resting_since_ >= longest_rest)
-        keep(grey, time + resettling);
+        restless_ = time;
+    if (time - restless_ >= calm_for || time - *recovering_since_ >= longest_recovery)
+        set_view(grey, time + resettling);
 }
 
-void TamperWatch::keep(const cv::Mat &grey, VideoTime settled)
+void TamperDetector::set_view(const cv::Mat &grey, VideoTime settled)
 {
     view_ = grey.clone();
     settled_ = settled;
-    strange_ = false;
-    resting_since_.reset();
+    unfamiliar_ = false;
+    recovering_since_.reset();
     moments_.clear();
 }
+
+} // namespace va::video

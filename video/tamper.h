@@ -1,59 +1,64 @@
 #pragma once
 
-#include "video/light.h"
+#include "video/box.h"
 
 #include <deque>
 #include <opencv2/core.hpp>
 #include <optional>
-#include <vector>
 
-// Watches whether the camera still sees what it saw. One thread at a time.
-class TamperWatch
+namespace va::video
+{
+
+// Detects that the camera is covered or turned away, or the light switched: it compares the picture
+// with the view that it has learnt. One thread at a time.
+class TamperDetector
 {
 public:
     enum class Cause { covered = 1, turned = 2, light = 3 };
 
-    // The size of the pictures looked at.
-    static constexpr int width = Light::width;
-    static constexpr int height = Light::height;
+    // The size of the pictures.
+    static constexpr int width = 160;
+    static constexpr int height = 90;
 
-    // How often a look is worth its time.
+    // How often a check is worth its time.
     static constexpr VideoTime interval = 80;
 
-    // Looks at a grey picture; `time` grows. The result is what has just happened to the camera, if
-    // anything. Then, and also when a view comes back that was lost before, a rest begins; it ends
-    // when the picture is calm, and what is seen then is the view to be kept.
-    std::optional<Cause> look(const cv::Mat &grey, VideoTime time);
+    // Checks a grey picture; `time` grows. The result is what has just happened to the camera, if
+    // anything. Then, and also when a view returns that was lost before, recovery begins; it ends
+    // when the picture is calm, whose view is the one to compare with from then on.
+    std::optional<Cause> check(const cv::Mat &grey, VideoTime time);
 
     // The view seems to be lost, for a moment or for longer.
-    bool is_doubtful() const { return strange_ || is_resting(); }
+    bool is_doubtful() const { return unfamiliar_ || is_recovering(); }
 
     // Nothing in the picture can be trusted.
-    bool is_resting() const { return resting_since_.has_value(); }
+    bool is_recovering() const { return recovering_since_.has_value(); }
 
     // Forgets the view, as for another source.
-    void learn_anew();
+    void reset();
 
 private:
     struct Moment {
         VideoTime time;
-        std::vector<float> brightness; // of each cell
+        cv::Mat brightness; // of each cell
     };
 
     bool is_light_switched() const;
-    std::optional<Cause> judge(const cv::Mat &grey, VideoTime time);
-    void rest(const cv::Mat &grey, VideoTime time);
-    void begin_rest(VideoTime time);
-    void keep(const cv::Mat &grey, VideoTime settled);
+    std::optional<Cause> compare(const cv::Mat &grey, VideoTime time);
+    void recover(const cv::Mat &grey, VideoTime time);
+    void begin_recovery(VideoTime time);
+    void set_view(const cv::Mat &grey, VideoTime settled);
 
-    cv::Mat view_; // what should be seen; 32-bit
-    cv::Mat lost_; // what should have been before the last rest
+    cv::Mat view_; // what should be visible; 32-bit
+    cv::Mat lost_; // what should have been before the last recovery
     cv::Mat last_;
     std::deque<Moment> moments_;
     VideoTime settled_ = 0; // until then the view is only learnt
     VideoTime last_time_ = 0;
-    VideoTime strange_since_ = 0;
-    VideoTime unrest_ = 0; // when the picture was not calm last
-    bool strange_ = false;
-    std::optional<VideoTime> resting_since_;
+    VideoTime unfamiliar_since_ = 0;
+    VideoTime restless_ = 0; // when the picture was last not calm
+    bool unfamiliar_ = false;
+    std::optional<VideoTime> recovering_since_;
 };
+
+} // namespace va::video

@@ -2,54 +2,54 @@
 
 #include "video/match.h"
 
-// One thing that is followed from look to look: where it is, how it moves, and what of it is told.
+namespace va::video
+{
 
+// One object that is tracked from frame to frame: where it is, how it moves, and the box that is
+// reported of it.
 class Track
 {
 public:
-    Track(const Box &seen, VideoTime time);
+    Track(const Box &detected, VideoTime time);
 
     // Where it should be at `time`, which is not before the last one given.
-    Box expected_at(VideoTime time) const;
-
-    // It goes out of the picture, or is half out already: what is seen of it only becomes less.
-    bool is_leaving(const Box &picture, VideoTime time) const;
+    Box predicted(VideoTime time) const;
 
     // How far from there it may turn up, pixels.
-    float reach_at(VideoTime time) const;
+    float gate(VideoTime time) const;
 
-    // It was seen as `seen`, in a picture that reaches as far as `picture`. What is much smaller
-    // than it and within it is taken for a part of it, what ends with the picture for cut off
-    // there.
-    void see(const Box &seen, const Box &picture, VideoTime time);
+    // It is about to leave the picture, or half outside already: less and less of it is visible.
+    bool is_leaving(const Box &picture, VideoTime time) const;
 
-    // It was seen only as one of several within `group`, `own` of whose edges are its own.
-    void see_within(const Box &group, Edges own, VideoTime time);
+    // It was detected as `detected`, in a picture of the extent `picture`. A much smaller box
+    // within it is taken for a part of it, one that ends with the picture for cut off there.
+    void update(const Box &detected, const Box &picture, VideoTime time);
+
+    // It was detected only as one of several within `group`, `own` of whose edges are its own.
+    void update_in_group(const Box &group, Edges own, VideoTime time);
 
     const Box &box() const { return box_; }
-    Place velocity() const { return velocity_; } // pixels a second
-    VideoTime born() const { return born_; }
-    VideoTime seen() const { return seen_; } // when last
-    int looks() const { return looks_; }     // in how many
-    float way() const
-    {
-        return way_;
-    } // how far all of it was from where it was seen first, at most
+    Point velocity() const { return velocity_; } // pixels a second
+    VideoTime first_detected() const { return begin_; }
+    VideoTime last_detected() const { return time_; }
+    int detections() const { return detections_; } // other than in a group
+    float travel() const { return travel_; } // the largest distance from where it began, pixels
 
-    // The box with its centre held back a little, so that a thing that stands on a line does not
-    // pass it with each tremble. Begins where the track began: who looks at two of them sees every
-    // line passed since.
-    Box steady() const { return box_.around(steady_); }
-    void settle(); // once a look that is told
+    // The box with its centre held back a little, so that an object that stands on a line does not
+    // cross it with each tremble. Begins where the track began: whoever compares two of them sees
+    // every line crossed since.
+    Box steady() const { return box_.centred_at(steady_); }
+    void settle(); // once for each frame in which it is reported
 
 private:
     Box box_;
-    Place velocity_; // pixels a second
+    Point velocity_; // pixels a second
     Box first_;
-    Place steady_;
-    float way_ = 0;
-    VideoTime born_;
+    Point steady_;
+    float travel_ = 0;
+    VideoTime begin_;
     VideoTime time_; // of the box
-    VideoTime seen_;
-    int looks_ = 1;
+    int detections_ = 1;
 };
+
+} // namespace va::video

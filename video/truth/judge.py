@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
 """usage: judge.py TRUTH LINES
-Compares what va_video told (LINES, of the feed) with what make_clip has shown (TRUTH). Prints a line
-of counts; a line for each difference, and status 1, when there is one.
+Compares what va_video reported (LINES, of the feed) with what make_clip has shown (TRUTH). Prints a
+line of counts; a line for each difference, and status 1, when there is one.
 """
 import sys
 
-MOVING, STANDING = 3, 19
-WIDTH, HEIGHT = 1920, 1080  # the frame that is told of
+MOVING, STATIONARY = 3, 19
+WIDTH, HEIGHT = 1920, 1080  # the frame of the reported boxes
 LATE = 1000  # ms, at most
 
 
@@ -32,7 +32,7 @@ def centre(box):
 
 
 def crossings(pictures):
-    """(time, direction) of each passing of the middle, as a line filter would see it."""
+    """(time, direction) of each crossing of the middle, as a line filter finds it."""
     found, before = [], {}
     for time, objects, _, _ in pictures:
         for number, (_, box) in objects.items():
@@ -43,7 +43,7 @@ def crossings(pictures):
     return found
 
 
-def likeness(a, b):
+def overlap(a, b):
     width = min(a[0] + a[2], b[0] + b[2]) - max(a[0], b[0])
     height = min(a[1] + a[3], b[1] + b[3]) - max(a[1], b[1])
     common = max(width, 0) * max(height, 0)
@@ -60,14 +60,14 @@ class Judge:
         return [values for word, values in self.truth if word == kind]
 
     def pair(self, what, expected, found, late):
-        """Each of `expected` (time, sign) has one of `found` near its time, and none is left."""
+        """Each of `expected` (time, sign) has one of `found` near its time, and none remains."""
         left = list(found)
         for time, sign in expected:
             near = [item for item in left if item[1] == sign and abs(item[0] - time) <= late]
             if near:
                 left.remove(min(near, key=lambda item: abs(item[0] - time)))
             else:
-                self.failures.append(f"{what} {sign} at {time} ms was not seen")
+                self.failures.append(f"{what} {sign} at {time} ms was missed")
         self.failures += [f"{what} {sign} at {time} ms without a cause" for time, sign in left]
 
     def judge_crossings(self):
@@ -86,15 +86,15 @@ class Judge:
         spans = {}  # number: box, first and last time
         for time, objects, _, _ in self.pictures:
             for number, (kind, box) in objects.items():
-                if kind == STANDING:
+                if kind == STATIONARY:
                     spans.setdefault(number, [box, time, time])[2] = time
         for begin, end, *box in self.of("standing"):
             place = [scale * value for value in box]
             seen = [number for number, (at, first, last) in spans.items()
-                    if likeness(at, place) > 0.5 and begin + 3000 <= first <= begin + 5000
+                    if overlap(at, place) > 0.5 and begin + 3000 <= first <= begin + 5000
                     and end - 200 <= last <= end + LATE]
             if not seen:
-                self.failures.append(f"what stood at {place} from {begin} to {end} ms was not seen")
+                self.failures.append(f"what stood at {place} from {begin} to {end} ms was missed")
             for number in seen:
                 del spans[number]
         self.failures += [f"{number} stood at {span} without a cause"
@@ -127,7 +127,7 @@ def main():
     judge.judge_standing(WIDTH / width)
     judge.judge_faces()
     judge.judge_tampers()
-    print(f"{len(judge.pictures)} looks, {len(crossings(judge.pictures))} crossings of "
+    print(f"{len(judge.pictures)} frames, {len(crossings(judge.pictures))} crossings of "
           f"{len(judge.of('cross'))}, {tracks} tracks of {judge.of('moving')[0][0]}")
     for failure in judge.failures:
         print(f"judge.py: {failure}")

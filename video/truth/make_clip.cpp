@@ -11,12 +11,11 @@
 #include <string>
 #include <vector>
 
-// Makes a clip of which all is known, for whoever judges what was seen in it: a textured ground
-// with noise, changing light and a swaying strip; walkers that pass a line down the middle, alone
-// and in pairs that meet on it; things put down and taken away; a face that pans; a camera that is
-// tampered with. What happens is written on standard output, a line each, times in milliseconds,
-// places in pixels:
-//     cross TIME 1|2                   a walker's centre passes the line to the right, to the left
+// Makes a clip with known content, to judge what was detected in it: a textured ground with noise,
+// changing light and a swaying strip; walkers that cross a line down the middle, alone and in pairs
+// that meet on it; objects left behind and taken away; a panning face; tampering with the camera.
+// What happens is written on standard output, a line each, times in milliseconds, places in pixels:
+//     cross TIME 1|2                   a walker's centre crosses the line to the right, to the left
 //     width WIDTH
 //     moving COUNT
 //     standing FROM TO X Y WIDTH HEIGHT
@@ -30,7 +29,7 @@ constexpr double face_comes = 1; // seconds
 constexpr double tamper_lasts = 2;
 
 // In the photograph astronaut.png of Debian's python3-skimage.
-const cv::Rect where_the_face_is(145, 0, 160, 200);
+const cv::Rect place_of_face(145, 0, 160, 200);
 
 const char usage[] =
     "usage: make_clip FILE.avi [NAME=NUMBER...] [face=IMAGE]\n"
@@ -98,16 +97,16 @@ cv::Mat texture(Random &random, cv::Size size)
     return ground;
 }
 
-// Someone who walks straight on at an even pace and passes the middle at a known time.
+// A person who walks straight on at an even pace and crosses the middle at a known time.
 struct Walker {
-    double passes; // seconds
-    double speed;  // widths of the picture a second; negative: to the left
-    double feet;   // where they are, share of the height
-    double height; // share of the height
+    double crosses; // seconds
+    double speed;   // widths of the picture a second; negative: to the left
+    double feet;    // where they are, share of the height
+    double height;  // share of the height
     cv::Scalar coat;
     cv::Scalar trousers;
 
-    double x_at(double time) const { return 0.5 + speed * (time - passes); }
+    double x_at(double time) const { return 0.5 + speed * (time - crosses); }
 };
 
 void draw(cv::Mat &picture, const Walker &walker, double time)
@@ -132,27 +131,27 @@ void draw(cv::Mat &picture, const Walker &walker, double time)
                cv::LINE_AA);
 }
 
-struct Thing {
+struct Object {
     double from;
     double to;
     cv::Rect box;
-    cv::Mat look;
+    cv::Mat image;
 };
 
 struct Clip {
     cv::Size size;
     cv::Mat ground;
-    cv::Mat elsewhere; // what a turned camera sees
+    cv::Mat elsewhere; // the view of a turned camera
     std::vector<Walker> walkers;
-    std::vector<Thing> things;
+    std::vector<Object> objects;
     cv::Mat face;
 };
 
-Walker make_walker(Random &random, double passes, bool to_right)
+Walker make_walker(Random &random, double crosses, bool to_right)
 {
     const bool dark = between(random, 0, 1) < 0.6;
     const double speed = between(random, 0.18, 0.32);
-    return {passes,
+    return {crosses,
             to_right ? speed : -speed,
             between(random, 0.62, 0.95),
             between(random, 0.2, 0.32),
@@ -160,21 +159,21 @@ Walker make_walker(Random &random, double passes, bool to_right)
             dark ? colour(random, 10, 60) : colour(random, 180, 230)};
 }
 
-// They pass the line one after the other, so that each crossing is a moment of its own. Two of a
+// They cross the line one after the other, so that each crossing has a time of its own. Two of a
 // pair do so within a third of a second, from both sides and one before the other.
 std::vector<Walker> make_walkers(const Settings &settings, Random &random)
 {
     const int pairs = static_cast<int>(settings["pairs"]);
     const int moments = static_cast<int>(settings["walkers"]) - pairs;
+    const int spacing = std::max(moments / std::max(pairs, 1), 1); // of pairs
     const double first = 3;
     const double gap = (settings["seconds"] - first - 0.5) / std::max(moments, 1);
     std::vector<Walker> walkers;
     for (int i = 0; i < moments; ++i) {
-        const double passes = first + gap * (i + between(random, 0, 0.3));
-        walkers.push_back(make_walker(random, passes, i % 2 == 0));
-        if (i % std::max(moments / std::max(pairs, 1), 1) == 0 &&
-            i / (moments / std::max(pairs, 1)) < pairs) {
-            Walker other = make_walker(random, passes + 0.3, i % 2 == 1);
+        const double crosses = first + gap * (i + between(random, 0, 0.3));
+        walkers.push_back(make_walker(random, crosses, i % 2 == 0));
+        if (i % spacing == 0 && i / spacing < pairs) {
+            Walker other = make_walker(random, crosses + 0.3, i % 2 == 1);
             other.feet = walkers.back().feet + 0.01;
             walkers.push_back(other);
         }
@@ -183,25 +182,26 @@ std::vector<Walker> make_walkers(const Settings &settings, Random &random)
 }
 
 // Along the top, where nobody walks in front of them.
-std::vector<Thing> make_things(const Settings &settings, Random &random, cv::Size size)
+std::vector<Object> make_objects(const Settings &settings, Random &random, cv::Size size)
 {
     const int count = static_cast<int>(settings["standing"]);
-    std::vector<Thing> things;
+    std::vector<Object> objects;
     for (int i = 0; i < count; ++i) {
         const double width = between(random, 0.05, 0.09);
         const double height = between(random, 0.1, 0.14);
         const double x = (i + 0.5) / count * 0.8 + 0.05;
         const cv::Rect box(cvRound(x * size.width), cvRound(0.05 * size.height),
                            cvRound(width * size.width), cvRound(height * size.height));
-        cv::Mat look(box.size(), CV_8UC3, i % 2 ? colour(random, 0, 40) : colour(random, 200, 255));
-        cv::rectangle(look, {2, 2, box.width - 4, box.height / 3}, colour(random, 0, 255), 2);
+        cv::Mat image(box.size(), CV_8UC3,
+                      i % 2 ? colour(random, 0, 40) : colour(random, 200, 255));
+        cv::rectangle(image, {2, 2, box.width - 4, box.height / 3}, colour(random, 0, 255), 2);
         const double from = 1.5 + i * 0.5;
-        things.push_back({from, settings["seconds"] - 1.2, box, look});
+        objects.push_back({from, settings["seconds"] - 1.2, box, image});
     }
-    return things;
+    return objects;
 }
 
-// A strip of leaves that swings.
+// A strip of swaying leaves.
 void sway(cv::Mat &picture, const cv::Mat &ground, double by)
 {
     const int width = picture.cols / 16;
@@ -213,7 +213,6 @@ void sway(cv::Mat &picture, const cv::Mat &ground, double by)
 
 bool within(double time, double begin)
 {
-
     return begin > 0 && time >= begin && time < begin + tamper_lasts;
 }
 
@@ -232,9 +231,9 @@ cv::Mat draw_frame(const Clip &clip, const Settings &settings, double time)
 {
     cv::Mat picture = clip.ground.clone();
     sway(picture, clip.ground, settings["sway"] * (1 + std::sin(5 * time)) * clip.size.width / 640);
-    for (const Thing &thing : clip.things) {
-        if (time >= thing.from && time < thing.to)
-            thing.look.copyTo(picture(thing.box));
+    for (const Object &object : clip.objects) {
+        if (time >= object.from && time < object.to)
+            object.image.copyTo(picture(object.box));
     }
     if (!clip.face.empty() && time >= face_comes)
         draw_face(picture, clip.face, time / settings["seconds"]);
@@ -249,13 +248,6 @@ cv::Mat draw_frame(const Clip &clip, const Settings &settings, double time)
     return picture;
 }
 
-void add_noise(cv::Mat &picture, double deviation)
-{
-    cv::Mat noise(picture.size(), CV_16SC3);
-    cv::randn(noise, cv::Scalar::all(0), cv::Scalar::all(deviation));
-    cv::add(picture, noise, picture, cv::noArray(), CV_8U);
-}
-
 int in_ms(double seconds)
 {
     return cvRound(1000 * seconds);
@@ -264,12 +256,12 @@ int in_ms(double seconds)
 void print_truth(const Clip &clip, const Settings &settings)
 {
     for (const Walker &walker : clip.walkers)
-        std::printf("cross %d %d\n", in_ms(walker.passes), walker.speed > 0 ? 1 : 2);
+        std::printf("cross %d %d\n", in_ms(walker.crosses), walker.speed > 0 ? 1 : 2);
     const std::size_t moving = clip.walkers.size() + !clip.face.empty();
     std::printf("width %d\nmoving %zu\n", clip.size.width, moving);
-    for (const Thing &thing : clip.things)
-        std::printf("standing %d %d %d %d %d %d\n", in_ms(thing.from), in_ms(thing.to), thing.box.x,
-                    thing.box.y, thing.box.width, thing.box.height);
+    for (const Object &object : clip.objects)
+        std::printf("standing %d %d %d %d %d %d\n", in_ms(object.from), in_ms(object.to),
+                    object.box.x, object.box.y, object.box.width, object.box.height);
     if (!clip.face.empty())
         std::printf("face %d %d\n", in_ms(face_comes), in_ms(settings["seconds"]));
     const std::pair<const char *, int> causes[] = {{"covered", 1}, {"turned", 2}, {"dark", 3}};
@@ -297,9 +289,9 @@ int main(int argc, char **argv)
     clip.ground = texture(random, clip.size);
     clip.elsewhere = texture(random, clip.size);
     clip.walkers = make_walkers(settings, random);
-    clip.things = make_things(settings, random, clip.size);
+    clip.objects = make_objects(settings, random, clip.size);
     if (!settings.face.empty()) {
-        const cv::Mat image = cv::imread(settings.face)(where_the_face_is);
+        const cv::Mat image = cv::imread(settings.face)(place_of_face);
         const double factor = 0.3 * clip.size.height / image.rows;
         cv::resize(image, clip.face, {}, factor, factor, cv::INTER_AREA);
     }
@@ -312,7 +304,9 @@ int main(int argc, char **argv)
     const int frames = cvRound(settings["seconds"] * settings["rate"]);
     for (int i = 0; i < frames; ++i) {
         cv::Mat picture = draw_frame(clip, settings, i / settings["rate"]);
-        add_noise(picture, settings["noise"]);
+        cv::Mat noise(picture.size(), CV_16SC3);
+        cv::randn(noise, cv::Scalar::all(0), cv::Scalar::all(settings["noise"]));
+        cv::add(picture, noise, picture, cv::noArray(), CV_8U);
         writer.write(picture);
     }
     print_truth(clip, settings);

@@ -1,0 +1,104 @@
+#include "video/motion.h"
+
+#include <algorithm>
+#include <cmath>
+#include <opencv2/imgproc.hpp>
+
+namespace va::video
+{
+
+namespace
+{
+
+constexpr std::size_t most_boxes = 100;
+
+// How long something must stay until it is background, in seconds; less at the beginning.
+constexpr double absorbed_after = 5;
+constexpr double absorbed_after_first = 0.5;
+
+constexpr double least_area = 0.0004; // of the picture
+
+// The learning rate at which a constant pixel is background after `seconds`: then its weight is
+// more than 0.1, which is what the model leaves to the foreground.
+double learning_rate(double passed, double seconds)
+{
+    constexpr double kept = 0.9;
+    return 1 - std::pow(kept, passed / seconds);
+}
+
+void clean(cv::Mat &mask)
+{
+    constexpr int certain = 200; // shadows have 127
+    static const cv::Mat small = cv::getStructuringElement(cv::MORPH_ELLIPSE, {3, 3});
+    static const cv::Mat large = cv::getStructuringElement(cv::MORPH_ELLIPSE, {5, 7});
+    cv::threshold(mask, mask, certain, 255, cv::THRESH_BINARY);
+    cv::morphologyEx(mask, mask, cv::MORPH_OPEN, small);
+    cv::morphologyEx(mask, mask, cv::MORPH_CLOSE, large);
+}
+
+std::vector<Box> boxes_of(const cv::Mat &mask)
+{
+    std::vector<std::vector<cv::Point>> contours;
+    cv::findContours(mask, contours, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_SIMPLE);
+    const double least = least_area * static_cast<double>(mask.total());
+    std::vector<Box> boxes;
+    for (const auto &contour : contours) {
+        if (cv::contourArea(contour) < least)
+            continue;
+        const cv::Rect2f rect = cv::boundingRect(contour);
+        boxes.push_back({rect.x, rect.y, rect.width, rect.height});
+    }
+    if (boxes.size() > most_boxes) {
+        std::ranges::sort(boxes, std::ranges::greater(), &Box::area);
+        boxes.resize(most_boxes);
+    }
+    return boxes;
+}
+
+} // namespace
+
+std::vector<Box> MotionDetector::detect(const cv::Mat &picture, VideoTime time)
+{
+    if (fresh_)
+        begin_ = last_ = time;
+    const double passed = static_cast<double>(time - last_) / 1000;
+    const double age = static_cast<double>(time - begin_) / 1000;
+    const double rate =
+        fresh_ ? 1 : learning_rate(passed, std::clamp(age, absorbed_after_first, absorbed_after));
+    fresh_ = false;
+    last_ = time;
+    background_->apply(picture, foreground_, rate);
+    clean(foreground_);
+    return boxes_of(foreground_);
+}
+
+void MotionDetector::reset()
+{
+    fresh_ = true;
+    foreground_.release();
+}
+
+double BrightnessLevel::correction(const cv::Mat &grey, const cv::Mat &foreground, VideoTime time)
+{
+    constexpr double time_constant = 30; // seconds
+    constexpr double least_share = 0.1;
+    constexpr double limit = 2;
+    if (usual_.empty())
+        grey.convertTo(usual_, CV_32F);
+    cv::Mat background(grey.size(), CV_8U, cv::Scalar(255));
+    if (!foreground.empty()) {
+        cv::resize(foreground, background, grey.size(), 0, 0, cv::INTER_NEAREST);
+        background = ~background;
+    }
+    const double passed = static_cast<double>(time - last_) / 1000;
+    last_ = time;
+    const double now = cv::mean(grey, background)[0];
+    const double usual = cv::mean(usual_, background)[0];
+    cv::accumulateWeighted(grey, usual_, 1 - std::exp(-passed / time_constant), background);
+    const double share = least_share * static_cast<double>(background.total());
+    if (cv::countNonZero(background) < share || now < 1)
+        return 1;
+    return std::clamp(usual / now, 1 / limit, limit);
+}
+
+} // namespace va::video

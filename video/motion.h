@@ -1,0 +1,54 @@
+#pragma once
+
+#include "video/box.h"
+
+#include <opencv2/core.hpp>
+#include <opencv2/video/background_segm.hpp>
+#include <vector>
+
+namespace va::video
+{
+
+// Finds moving objects by background subtraction; the background is learnt from the pictures
+// themselves. One thread at a time.
+class MotionDetector
+{
+public:
+    // The boxes around what differs from the background, the largest ones when there are very many.
+    // `picture` always has the same size, `time` grows.
+    std::vector<Box> detect(const cv::Mat &picture, VideoTime time);
+
+    // Takes the next picture as the background.
+    void reset();
+
+    // Where the last picture differs: 255, else 0. Empty before the first one.
+    const cv::Mat &foreground() const { return foreground_; }
+
+private:
+    cv::Ptr<cv::BackgroundSubtractorMOG2> background_ =
+        cv::createBackgroundSubtractorMOG2(500, 16, true);
+    cv::Mat foreground_;
+    VideoTime begin_ = 0;
+    VideoTime last_ = 0;
+    bool fresh_ = true;
+};
+
+// Follows the usual brightness of the pictures, so that clouds and a camera that adjusts its
+// exposure can be compensated. One thread at a time.
+class BrightnessLevel
+{
+public:
+    // The factor that makes the picture as bright as the mean of about the last half minute. `grey`
+    // always has the same size; `foreground`, of any size, is 255 where it is not to be compared,
+    // else 0, and may be empty. `time` grows.
+    double correction(const cv::Mat &grey, const cv::Mat &foreground, VideoTime time);
+
+    // Begins again with the next picture.
+    void reset() { usual_.release(); }
+
+private:
+    cv::Mat usual_; // 32-bit
+    VideoTime last_ = 0;
+};
+
+} // namespace va::video
