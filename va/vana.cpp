@@ -1,9 +1,9 @@
 #include "va/vana.h"
 
+#include "platform/firmware.h"
 #include "platform/ne3_val.h"
 #include "util/fd.h"
 #include "util/util.h"
-#include "va/firmware.h"
 #include "va/log.h"
 #include "va/modules.h"
 #include "va/paths.h"
@@ -121,30 +121,26 @@ int load_images(const char *work_data, const vanaMemInfo &info, VaReport *report
     return load_firmware(firmware, info) && load_work_data(work, info) ? 0 : -1;
 }
 
-// Behind the line that says what failed; the loader's code is in errno. Returns -1.
-int log_loader_code()
+// The loader's code is in errno. Returns -1.
+int log_loader_failure(const char *what)
 {
+    log_error("%s failed.\n", what);
     return log_error("errno : 0x%08X\n", errno);
 }
 
 int cancel_transfer()
 {
-    if (ne3_cl_cpu3_xfer_cancel() != -1)
-        return 0;
-    log_error("vanafw transfer cancel failed.\n");
-    return log_loader_code();
+    return ne3_cl_cpu3_xfer_cancel() == -1 ? log_loader_failure("vanafw transfer cancel") : 0;
 }
 
 int start_cpu()
 {
-    if (ne3_cl_cpu3_xfer_complete() == -1) {
-        log_error("vanafw transfer failed.\n");
-    } else if (ne3_cl_cpu3_boot() == -1) {
-        log_error("vanafw boot failed.\n");
-    } else {
+    if (ne3_cl_cpu3_xfer_complete() == -1)
+        log_loader_failure("vanafw transfer");
+    else if (ne3_cl_cpu3_boot() == -1)
+        log_loader_failure("vanafw boot");
+    else
         return 0;
-    }
-    log_loader_code();
     cancel_transfer();
     return -1;
 }
@@ -219,10 +215,7 @@ int va_vana_quit(VaContext *context)
 
 int va_vana_shutdown(VaContext *)
 {
-    if (ne3_cl_cpu3_shutdown() != -1)
-        return cancel_transfer();
-    log_error("vanafw shutdown failed.\n");
-    return log_loader_code();
+    return ne3_cl_cpu3_shutdown() == -1 ? log_loader_failure("vanafw shutdown") : cancel_transfer();
 }
 
 int va_cl_stop()

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "platform/firmware.h"
 #include "platform/sim/sim.h"
 #include "util/util.h"
-#include "va/firmware.h"
 
 #include <cstdint>
 #include <string>

@@ -1,6 +1,6 @@
+#include "platform/firmware.h"
 #include "platform/sim/sim.h"
 #include "util/util.h"
-#include "va/firmware.h"
 
 #include <cstdio>
 #include <cstdlib>
