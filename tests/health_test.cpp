@@ -238,7 +238,8 @@ TEST_F(HealthTest, TellsItsStatusWhenAsked)
     for (int count = 0; count < 3; ++count)
         ASSERT_TRUE(client.next());
     EXPECT_FALSE(std::filesystem::exists(files.file("run/status"))); // nobody has asked
-    std::filesystem::create_symlink("../store", files.file("run/status.new"));
+    const string fresh = "run/status." + std::to_string(daemon.pid()) + ".new";
+    std::filesystem::create_symlink("../store", files.file(fresh));
     EXPECT_TRUE(writer.wait_for_exit()); // was waiting for a reader
     Status status = ask();
     const auto expect = [&](const string &key, const string &value) {
@@ -559,7 +560,8 @@ TEST_F(HealthTest, RunsWithoutRoomForWhatItWrites)
     EXPECT_TRUE(tries_in_vain());
     daemon.signal(SIGTERM);
     EXPECT_TRUE(daemon.wait_for_exit() && told_once(cannot_write)); // could in between
-    EXPECT_FALSE(std::filesystem::exists(files.file("run/status.new")));
+    EXPECT_FALSE(
+        std::filesystem::exists(files.file("run/status." + std::to_string(daemon.pid()) + ".new")));
 }
 
 } // namespace

@@ -1,7 +1,8 @@
 #include "va/status.h"
 
 #include "event/loop.h"
-#include "util/fd.h"
+#include "util/file.h"
+#include "util/text.h"
 #include "va/context.h"
 #include "va/log.h"
 #include "va/output.h"
@@ -15,14 +16,11 @@
 #include <chrono>
 #include <cinttypes>
 #include <cstdarg>
-#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <new>
 #include <string>
-#include <string_view>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 namespace
@@ -44,13 +42,10 @@ class Lines
 public:
     __attribute__((format(printf, 2, 3))) void add(const char *format, ...)
     {
-        char line[256];
         std::va_list arguments;
         va_start(arguments, format);
-        std::vsnprintf(line, sizeof line, format, arguments);
+        text_ += va::formatted_list(format, arguments) + '\n';
         va_end(arguments);
-        text_ += line;
-        text_ += '\n';
     }
 
     void add_time(const char *key, SystemTime time)
@@ -222,35 +217,11 @@ std::string status_of(const VaContext &context)
     return lines.text();
 }
 
-bool write_all(const Fd &file, std::string_view text)
-{
-    while (!text.empty()) {
-        const ssize_t written = write(file.get(), text.data(), text.size());
-        if (written <= 0)
-            return false;
-        text.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
-}
-
-// Whole or not at all, so that a reader finds one or the other. False with the reason in errno.
-bool replace_status(const std::string &text)
-{
-    const std::string fresh = std::string(va_status_path) + ".new";
-    unlink(fresh.c_str());
-    const Fd file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
-    if (file && write_all(file, text) && rename(fresh.c_str(), va_status_path) == 0)
-        return true;
-    const int error = errno;
-    unlink(fresh.c_str());
-    errno = error;
-    return false;
-}
-
+// False with the reason in errno.
 bool write_status(const VaContext &context)
 {
     try {
-        return replace_status(status_of(context));
+        return va::replace_file(va_status_path, status_of(context), 0644) == 0;
     } catch (const std::bad_alloc &) {
         errno = ENOMEM;
         return false;
