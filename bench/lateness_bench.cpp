@@ -7,8 +7,8 @@
 #include "ipc/network/socket.h"
 #include "tests/support/temp_dir.h"
 #include "util/fd.h"
-#include "va/signals.h"
-#include "va/va_proc.h"
+#include "va/process.h"
+#include "va/va.h"
 
 #include <atomic>
 #include <chrono>

@@ -5,9 +5,7 @@
 #include "ipc/network/socket.h"
 #include "platform/sim/sim.h"
 #include "tests/support/temp_dir.h"
-#include "va/options.h"
-#include "va/va_od.h"
-#include "va/va_ta.h"
+#include "va/drivers.h"
 
 #include <algorithm>
 #include <chrono>

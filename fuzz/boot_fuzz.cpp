@@ -1,8 +1,8 @@
 #include "platform/firmware.h"
 #include "platform/sim/sim.h"
 #include "util/util.h"
+#include "va/coprocessor.h"
 #include "va/paths.h"
-#include "va/vana.h"
 
 #include <algorithm>
 #include <cassert>

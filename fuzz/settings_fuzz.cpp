@@ -1,12 +1,8 @@
 #include "conf/conf_sensor.h"
 #include "platform/nvram.h"
+#include "va/drivers.h"
 #include "va/fd_control.h"
 #include "va/od_control.h"
-#include "va/options.h"
-#include "va/va_dis.h"
-#include "va/va_fd.h"
-#include "va/va_od.h"
-#include "va/va_ta.h"
 
 #include <algorithm>
 #include <cstdint>

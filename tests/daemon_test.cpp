@@ -311,7 +311,7 @@ TEST_F(DaemonTest, LivesWithABadRunDirectory)
     files.write("target", "kept");
     std::filesystem::create_symlink("../target", files.file("run/pid.lock")); // is not followed
     std::filesystem::create_symlink("../target", files.file("run/ctrl"));
-    expect_service("run/ctrl is a link. Make run anew before va starts", "");
+    expect_service("run/ctrl is a link. Make run again before va starts", "");
     EXPECT_TRUE(std::filesystem::is_fifo(files.file("run/ctrl")));
     EXPECT_EQ("kept", files.read("target"));
     std::filesystem::remove(files.file("run/ctrl"));

@@ -3,7 +3,6 @@
 #include "tests/support/store_file.h"
 #include "tests/support/wait.h"
 #include "va/log.h"
-#include "va/output.h"
 #include "va/run_dir.h"
 #include "va/va.h"
 
@@ -456,10 +455,10 @@ TEST(Output, DoesNotBlockAndLeavesItsModeToOthers)
             alarm(20);
             dup2(shared.get(), STDOUT_FILENO);
             dup2(shared.get(), STDERR_FILENO);
-            keep_output_from_blocking();
+            va::keep_output_from_blocking();
             for (int line = 0; line < 20'000; ++line)
                 std::fprintf(line % 2 ? stderr : stdout, "one of very many lines\n");
-            _exit((lost_output_lines() > 0) + 2 * (fcntl(shared.get(), F_GETFL) & O_NONBLOCK));
+            _exit((va::lost_output_lines() > 0) + 2 * (fcntl(shared.get(), F_GETFL) & O_NONBLOCK));
         }
         int status = -1;
         EXPECT_EQ(child, waitpid(child, &status, 0));
@@ -490,7 +489,7 @@ TEST_F(HealthTest, KeepsALineThatComesWhileTheFifoIsTakenOver)
     va_stop(&context);
     const Fd holder(open("run/ctrl", O_RDWR | O_CLOEXEC));
     EXPECT_EQ(4, write(holder.get(), "old\n", 4));
-    EXPECT_EQ("", left_of(prepare_control_fifo()));
+    EXPECT_EQ("", left_of(va::prepare_control_fifo()));
     std::filesystem::current_path(before);
 }
 
@@ -502,7 +501,7 @@ TEST(Log, DoesNotWaitForASystemLogThatTakesNothing)
     const Fd log(socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0));
     ASSERT_EQ(0, bind(log.get(), generic, sizeof address));
     log_socket = dir.file("log");
-    const auto say = [] { log_error("line %d", 5); };
+    const auto say = [] { va::log_error("line %d", 5); };
     EXPECT_EQ("VA: line 5\n", stderr_of(say));
     char line[64] = "";
     EXPECT_LT(0, recv(log.get(), line, sizeof line - 1, 0));

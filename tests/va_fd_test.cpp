@@ -1,7 +1,7 @@
 #include "tests/support/store_file.h"
 #include "tests/support/va_fixture.h"
+#include "va/drivers.h"
 #include "va/fd_control.h"
-#include "va/va_fd.h"
 
 #include <array>
 #include <cstring>

@@ -3,8 +3,8 @@
 #include "tests/support/va_fixture.h"
 #include "tests/support/wait.h"
 #include "util/guarded.h"
-#include "va/modules.h"
-#include "va/options.h"
+#include "va/coprocessor.h"
+#include "va/drivers.h"
 
 #include <cstring>
 #include <thread>
@@ -25,7 +25,7 @@ struct VaModulesTest : VaTest {
         gm_bOdEna = gm_bTaEna = 1;
         context.report = &report;
     }
-    bool refused(VaModule module) const { return report.health.module(module).refused; }
+    bool refused(VaModule module) const { return report.health.record().of(module).refused; }
 
     // Of the calls whose names end in `suffix`.
     static Names calls_ending(const string &suffix)
@@ -78,12 +78,12 @@ TEST_F(VaModulesTest, ReportEachRefusedCall)
         {dis, "set_ctrl", 0, "ne3_val_dis_set_ctrl fail."},
     };
     for (const auto &test : cases) {
-        const string function = string("ne3_val_") + name_of(test.module) + "_" + test.call;
+        const string function = string("ne3_val_") + va::name_of(test.module) + "_" + test.call;
         SCOPED_TRACE(function);
         open_library();
         report.health.configures(test.module, true);
         sim_fail(function, 1, library_error);
-        EXPECT_EQ(test.result, run([&] { return driver_of(test.module).init(&context); }));
+        EXPECT_EQ(test.result, run([&] { return va_driver_of(test.module).init(&context); }));
         EXPECT_EQ(test.log.empty() ? "" : "VA: " + test.log + "\n", log);
         EXPECT_EQ(function, sim_calls().back());
         EXPECT_EQ(test.result == 0, refused(test.module));

@@ -1,9 +1,8 @@
 #include "tests/support/local_stream.h"
 #include "tests/support/store_file.h"
 #include "tests/support/va_fixture.h"
+#include "va/drivers.h"
 #include "va/od_control.h"
-#include "va/options.h"
-#include "va/va_od.h"
 
 #include <cstring>
 

@@ -1,6 +1,7 @@
 #include "tests/support/firmware.h"
 #include "tests/support/va_fixture.h"
-#include "va/vana.h"
+#include "va/coprocessor.h"
+#include "va/report.h"
 
 #include <sys/stat.h>
 
@@ -80,10 +81,10 @@ TEST_F(VanaTest, RefusesBadFiles)
         VaReport report;
         context.report = &report;
         EXPECT_EQ(-1, boot());
-        EXPECT_EQ(name + ": No such file or directory", report.health.boot_failure().text);
+        EXPECT_EQ(name + ": No such file or directory", report.health.record().boot_failure.text);
         mkfifo(files.file(name).c_str(), 0600);
         EXPECT_EQ(-1, boot());
-        EXPECT_EQ(name + ": not a regular file", report.health.boot_failure().text);
+        EXPECT_EQ(name + ": not a regular file", report.health.record().boot_failure.text);
         EXPECT_EQ("", log);
         context.report = nullptr;
     }

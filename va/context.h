@@ -7,6 +7,7 @@
 #include "conf/conf_vmf.h"
 #include "ipc/msg/msg.h"
 #include "ipc/network/sck_svr.h"
+#include "va/fd_control.h"
 
 #include <cstdint>
 #include <type_traits>
@@ -19,18 +20,8 @@ struct VaReport;
 // The analytics back end of the daemon as one record.
 //
 // The daemon has two threads. The main thread starts and ends it; in between it runs the event
-// loop, and is what event/ and ipc/ call the loop thread. The processing thread (va/va_proc.h) is
-// started by it, and another thread to them. docs/architecture.md has the picture.
-
-// A face-detection window in use; what FDWindowConf holds but for its kind.
-struct VaFdWindow {
-    std::int32_t enabled;
-    std::int32_t id; // slot number
-    std::int32_t x;  // ten-thousandths of the frame
-    std::int32_t y;
-    std::int32_t width;
-    std::int32_t height;
-};
+// loop, and is what event/ and ipc/ call the loop thread. The processing thread (va_proc() in
+// va/va.h) is started by it, and another thread to them. docs/architecture.md has the picture.
 
 // Zero-filled before va_init(). Written by the main thread until the processing thread starts, then
 // by the processing thread alone, but for `threadEnded` and `reconfig`, which both use by
@@ -74,7 +65,7 @@ struct VaContext {
     std::int32_t wideAspect;  // flag: the sensor frame is 16:9
 
     soft_queue *wake; // one slot; an item ends the event loop's wait; null: only its timer does
-    VaReport *report; // outlives both threads; null: nobody is told
+    VaReport *report; // outlives both threads; null: none
 };
 
 static_assert(std::is_standard_layout_v<VaContext> && std::is_trivially_copyable_v<VaContext>);

@@ -100,12 +100,6 @@ void fd_apply_settings(const FDCtrlConf &conf, ne3_val_fd_ctrl &ctrl)
         ctrl.thresRatio = fd_threshold_ratio(static_cast<std::uint8_t>(conf.sensitivity));
 }
 
-bool fd_any_enabled(std::span<const VaFdWindow> windows)
-{
-    return std::ranges::any_of(windows,
-                               [](const VaFdWindow &window) { return window.enabled != 0; });
-}
-
 ne3_val_fd_mask fd_watch_mask(std::span<const VaFdWindow> windows, bool wide)
 {
     ne3_val_fd_mask mask{};

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "conf/conf_fd.h"
 #include "platform/ne3_val.h"
-#include "va/context.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -9,15 +9,22 @@
 
 // Translation of the face-detection settings into the library's blocks: pure functions.
 
+// A face-detection window in use; what FDWindowConf holds but for its kind.
+struct VaFdWindow {
+    std::int32_t enabled;
+    std::int32_t id; // slot number
+    std::int32_t x;  // ten-thousandths of the frame
+    std::int32_t y;
+    std::int32_t width;
+    std::int32_t height;
+};
+
 // The library's threshold ratio, 0..64, for a sensitivity cut to 8 bits.
 std::uint8_t fd_threshold_ratio(std::uint8_t sensitivity);
 
 // Overwrites the parameters that the settings hold (those other than -1), and settles the size
 // check. Without a sensitivity the library's ratio stays.
 void fd_apply_settings(const FDCtrlConf &conf, ne3_val_fd_ctrl &ctrl);
-
-// Whether a window of the list is in use.
-bool fd_any_enabled(std::span<const VaFdWindow> windows);
 
 // The cells that the enabled watch windows cover, and how many bytes of the mask a frame's grid
 // takes.

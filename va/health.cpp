@@ -26,10 +26,25 @@ __attribute__((format(printf, 2, 3))) void put(VaHealth::Reason &reason, const c
 
 } // namespace
 
+namespace va
+{
+
 const char *name_of(VaModule module)
 {
     constexpr const char *names[] = {"od", "fd", "ta", "dis"};
     return names[static_cast<std::size_t>(module)];
+}
+
+const char *name_of(VaHealth::Analytics analytics)
+{
+    constexpr const char *names[] = {"start", "run", "hang", "ended"};
+    return names[static_cast<std::size_t>(analytics)];
+}
+
+const char *name_of(VaHealth::State state)
+{
+    constexpr const char *names[] = {"off", "opens", "runs", "failed", "stopped"};
+    return names[static_cast<std::size_t>(state)];
 }
 
 void Stamp::set()
@@ -47,16 +62,18 @@ std::optional<Stamp::Age> Stamp::age() const
     return std::max(Age(static_cast<std::int32_t>(tenths_now() - at)), Age::zero());
 }
 
+} // namespace va
+
 void VaHealth::boots()
 {
     const va::ScopedLock guard(lock_);
-    first_boot_failure_ = std::exchange(boot_failure_, {});
+    record_.first_boot_failure = std::exchange(record_.boot_failure, {});
 }
 
 void VaHealth::cannot_boot(const char *path, const char *why)
 {
     const va::ScopedLock guard(lock_);
-    put(boot_failure_, "%s: %s", path, why);
+    put(record_.boot_failure, "%s: %s", path, why);
 }
 
 void VaHealth::opens(VaModule module)
@@ -68,24 +85,19 @@ void VaHealth::opens(VaModule module)
 void VaHealth::configures(VaModule module, bool accepted)
 {
     const va::ScopedLock guard(lock_);
-    modules_[index_of(module)].refused = !accepted;
-}
-
-void VaHealth::runs(VaModule module)
-{
-    set_state(module, State::runs);
+    record_.modules[index_of(module)].refused = !accepted;
 }
 
 void VaHealth::fails(VaModule module, const char *what, int code)
 {
     const va::ScopedLock guard(lock_);
-    Module &failed = modules_[index_of(module)];
+    Module &failed = record_.modules[index_of(module)];
     failed.state = State::failed;
     if (code != 0)
         put(failed.reason, "%s failed, code %X", what, static_cast<unsigned>(code));
     else
         put(failed.reason, "%s", what);
-    put(why_ended_, "%s: %s", name_of(module), failed.reason.text);
+    put(record_.why_ended, "%s: %s", va::name_of(module), failed.reason.text);
 }
 
 void VaHealth::begins_pass()
@@ -97,12 +109,12 @@ void VaHealth::begins_pass()
 void VaHealth::ends(const char *why)
 {
     const va::ScopedLock guard(lock_);
-    for (Module &module : modules_) {
+    for (Module &module : record_.modules) {
         if (module.state == State::runs)
             module.state = State::stopped;
     }
-    if (!*why_ended_.text)
-        put(why_ended_, "%s", why);
+    if (!*record_.why_ended.text)
+        put(record_.why_ended, "%s", why);
     phase_ = Phase::ended;
 }
 
@@ -116,32 +128,14 @@ VaHealth::Analytics VaHealth::analytics() const
     return phase == Phase::passing ? Analytics::run : Analytics::start;
 }
 
-VaHealth::Module VaHealth::module(VaModule module) const
+VaHealth::Record VaHealth::record() const
 {
     const va::ScopedLock guard(lock_);
-    return modules_[index_of(module)];
-}
-
-VaHealth::Reason VaHealth::why_ended() const
-{
-    const va::ScopedLock guard(lock_);
-    return why_ended_;
-}
-
-VaHealth::Reason VaHealth::boot_failure() const
-{
-    const va::ScopedLock guard(lock_);
-    return boot_failure_;
-}
-
-VaHealth::Reason VaHealth::first_boot_failure() const
-{
-    const va::ScopedLock guard(lock_);
-    return first_boot_failure_;
+    return record_;
 }
 
 void VaHealth::set_state(VaModule module, State state)
 {
     const va::ScopedLock guard(lock_);
-    modules_[index_of(module)].state = state;
+    record_.modules[index_of(module)].state = state;
 }

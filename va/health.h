@@ -10,17 +10,20 @@
 #include <mutex>
 #include <optional>
 
-// How the analytics do: told by the processing thread, looked at by the main thread at any time,
-// also while the processing thread hangs in a call of the chip's library.
+// How the analytics are doing: reported by the processing thread, read by the main thread at any
+// time, also while the processing thread hangs in a call of the chip's library.
 
 // In the order in which they are opened.
 enum class VaModule { od, fd, ta, dis };
 inline constexpr VaModule va_modules[] = {VaModule::od, VaModule::fd, VaModule::ta, VaModule::dis};
 
+namespace va
+{
+
 const char *name_of(VaModule module); // "od"
 
-// A point in time that one thread sets and any other looks at, without a lock. In tenths of a
-// second of a clock that wraps: ages of up to six years are right.
+// A point in time that one thread sets and any other reads, without a lock. In tenths of a second
+// of a clock that wraps: ages of up to six years are right.
 class Stamp
 {
 public:
@@ -32,6 +35,8 @@ public:
 private:
     std::atomic<std::uint32_t> at_{0}; // 0: never
 };
+
+} // namespace va
 
 class VaHealth
 {
@@ -55,6 +60,14 @@ public:
         bool refused = false; // the library did not take the settings
         Reason reason{};
     };
+    struct Record {
+        Module modules[std::size(va_modules)];
+        Reason why_ended{};          // a failed module's reason has its name in front
+        Reason boot_failure{};       // of the last attempt
+        Reason first_boot_failure{}; // of the one before
+
+        const Module &of(VaModule module) const { return modules[index_of(module)]; }
+    };
 
     // The main thread, before the processing thread.
 
@@ -66,7 +79,7 @@ public:
 
     void opens(VaModule module);
     void configures(VaModule module, bool accepted);
-    void runs(VaModule module);
+    void runs(VaModule module) { set_state(module, State::runs); }
     // `what` is a call with the library's code for its failure, or, with the code 0, a sentence.
     void fails(VaModule module, const char *what, int code);
     void has_result(VaModule module) { results_[index_of(module)].set(); }
@@ -76,15 +89,12 @@ public:
     // Any thread.
 
     Analytics analytics() const;
-    std::optional<Stamp::Age> since_last_pass() const { return last_pass_.age(); }
-    std::optional<Stamp::Age> since_result(VaModule module) const
+    std::optional<va::Stamp::Age> since_last_pass() const { return last_pass_.age(); }
+    std::optional<va::Stamp::Age> since_result(VaModule module) const
     {
         return results_[index_of(module)].age();
     }
-    Module module(VaModule module) const;
-    Reason why_ended() const;          // a failed module's reason has its name in front
-    Reason boot_failure() const;       // of the last attempt
-    Reason first_boot_failure() const; // of the one before
+    Record record() const;
 
 private:
     enum class Phase { opening, passing, ended };
@@ -95,12 +105,18 @@ private:
     }
     void set_state(VaModule module, State state);
 
-    Stamp last_pass_;
-    Stamp results_[std::size(va_modules)];
+    va::Stamp last_pass_;
+    va::Stamp results_[std::size(va_modules)];
     std::atomic<Phase> phase_{Phase::opening};
     mutable std::mutex lock_; // not held while the library is called
-    Module modules_[std::size(va_modules)] VA_GUARDED_BY(lock_);
-    Reason why_ended_ VA_GUARDED_BY(lock_){};
-    Reason boot_failure_ VA_GUARDED_BY(lock_){};
-    Reason first_boot_failure_ VA_GUARDED_BY(lock_){};
+    Record record_ VA_GUARDED_BY(lock_);
 };
+
+namespace va
+{
+
+// As the status has them.
+const char *name_of(VaHealth::Analytics analytics);
+const char *name_of(VaHealth::State state);
+
+} // namespace va

@@ -3,25 +3,111 @@
 #include "ipc/network/unix_address.h"
 #include "util/fd.h"
 #include "util/guarded.h"
-#include "va/output.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <ctime>
 #include <mutex>
 #include <string_view>
+#include <type_traits>
 
 #include <fcntl.h>
 #include <paths.h>
+#include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/syslog.h>
 #include <unistd.h>
+
+namespace va
+{
 
 namespace
 {
 
-constexpr char identity[] = "VA";
+enum class Kind { other, pipe, socket };
+
+std::atomic<Kind> kinds[STDERR_FILENO + 1];
+std::atomic<std::uint32_t> lost_lines{0};
+
+// Opens a pipe again in the descriptor's place, so that its mode is this process's alone and not
+// shared with others. A child inherits it. Where that is not allowed, or nobody reads, asking
+// before each write has to do.
+void reopen(int fd)
+{
+    char path[32];
+    std::snprintf(path, sizeof path, "/proc/self/fd/%d", fd);
+    const Fd own(open(path, O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+    if (own)
+        dup2(own.get(), fd);
+}
+
+Kind kind_of(int fd)
+{
+    struct stat status;
+    if (fstat(fd, &status) != 0)
+        return Kind::other;
+    if (S_ISSOCK(status.st_mode))
+        return Kind::socket;
+    return S_ISFIFO(status.st_mode) ? Kind::pipe : Kind::other;
+}
+
+void keep_from_blocking(int fd)
+{
+    kinds[fd] = kind_of(fd);
+    if (kinds[fd] == Kind::pipe)
+        reopen(fd);
+}
+
+// A pipe that can be written to takes this much.
+constexpr std::size_t piece_size = PIPE_BUF;
+
+ssize_t write_piece(int fd, const char *text, std::size_t size)
+{
+    if (kinds[fd] == Kind::socket)
+        return send(fd, text, size, MSG_DONTWAIT | MSG_NOSIGNAL);
+    pollfd writable{fd, POLLOUT, 0};
+    if (kinds[fd] == Kind::pipe && poll(&writable, 1, 0) == 0)
+        return -1;
+    return write(fd, text, size);
+}
+
+// Returns how many bytes were taken. The remainder of a line that was begun is lost, too.
+std::size_t write_some(int fd, const char *text, std::size_t size)
+{
+    std::size_t done = 0;
+    while (done < size) {
+        const ssize_t written = write_piece(fd, text + done, std::min(size - done, piece_size));
+        if (written <= 0)
+            break;
+        done += static_cast<std::size_t>(written);
+    }
+    return done;
+}
+
+template <int fd>
+ssize_t write_or_lose(void *, const char *text, std::size_t size)
+{
+    write_output(fd, text, size);
+    return static_cast<ssize_t>(size); // after a short write a stream would lose the next line, too
+}
+
+// Where the C library does not let its stream be replaced, printing waits.
+template <class Stream>
+void replace(Stream &standard, cookie_write_function_t *write, int mode)
+{
+    cookie_io_functions_t functions{};
+    functions.write = write;
+    if constexpr (std::is_assignable_v<Stream &, FILE *>) {
+        if (FILE *const stream = fopencookie(nullptr, "w", functions))
+            standard = stream;
+    }
+    std::setvbuf(standard, nullptr, mode, 0);
+}
 
 // Keeps the connection to the system log's socket; never waits for it.
 class SystemLog
@@ -30,8 +116,8 @@ public:
     // False when it was not taken: there is no log, or nobody reads it.
     bool take(const char *line, std::size_t size)
     {
-        const va::ScopedLock guard(lock_);
-        return send_it(line, size) || (connect_anew() && send_it(line, size));
+        const ScopedLock guard(lock_);
+        return send_it(line, size) || (reconnect() && send_it(line, size));
     }
 
 private:
@@ -41,9 +127,9 @@ private:
     }
 
     // The log may have been started again.
-    bool connect_anew() VA_REQUIRES(lock_)
+    bool reconnect() VA_REQUIRES(lock_)
     {
-        const auto address = va::unix_address(_PATH_LOG);
+        const auto address = unix_address(_PATH_LOG);
         socket_.reset(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
         return socket_ && connect(socket_.get(), reinterpret_cast<const sockaddr *>(&*address),
                                   sizeof *address) == 0;
@@ -53,7 +139,7 @@ private:
     Fd socket_ VA_GUARDED_BY(lock_);
 };
 
-// Not ended at exit: the processing thread may still be on its last lines then.
+// Never deleted: the processing thread may still be on its last lines at exit.
 SystemLog &system_log()
 {
     static auto &log = *new SystemLog;
@@ -68,7 +154,7 @@ void print_on_console(const char *text, std::size_t size)
     }
 }
 
-// As syslog() does with LOG_CONS and LOG_PERROR, but for waiting.
+// Like syslog() with LOG_CONS and LOG_PERROR, but never waits.
 void log_line(const char *text)
 {
     char time[32] = "";
@@ -81,7 +167,7 @@ void log_line(const char *text)
     const bool ends = std::string_view(text).ends_with('\n');
     const int size =
         begin + std::snprintf(line + begin, sizeof line - static_cast<std::size_t>(begin),
-                              "%s: %s%s", identity, text, ends ? "" : "\n");
+                              "VA: %s%s", text, ends ? "" : "\n");
     const auto printed = static_cast<std::size_t>(size - begin);
     write_output(STDERR_FILENO, line + begin, printed);
     if (!system_log().take(line, static_cast<std::size_t>(size) - (ends ? 0 : 1)) &&
@@ -90,6 +176,33 @@ void log_line(const char *text)
 }
 
 } // namespace
+
+void keep_output_from_blocking()
+{
+    keep_from_blocking(STDOUT_FILENO);
+    keep_from_blocking(STDERR_FILENO);
+    replace(stdout, write_or_lose<STDOUT_FILENO>, _IOLBF);
+    replace(stderr, write_or_lose<STDERR_FILENO>, _IONBF);
+}
+
+void write_output(int fd, const char *text, std::size_t size)
+{
+    static std::atomic<bool> torn[STDERR_FILENO + 1];
+    if (torn[fd] && write_some(fd, "\n", 1) == 1)
+        torn[fd] = false;
+    const std::size_t done = write_some(fd, text, size);
+    if (done == size)
+        return;
+    if (done > 0)
+        torn[fd] = text[done - 1] != '\n';
+    if (fd == STDOUT_FILENO)
+        lost_lines += static_cast<std::uint32_t>(std::count(text + done, text + size, '\n'));
+}
+
+std::uint32_t lost_output_lines()
+{
+    return lost_lines;
+}
 
 int log_error(const char *format, ...)
 {
@@ -103,3 +216,5 @@ int log_error(const char *format, ...)
     errno = error;
     return -1;
 }
+
+} // namespace va

@@ -60,17 +60,6 @@ ne3_val_od_polygon polygon(const Source &source, const OdFrame &frame)
     return result;
 }
 
-template <class Window>
-ne3_val_od_masks pack_masks(std::span<const Window> windows, const OdFrame &frame)
-{
-    ne3_val_od_masks block{};
-    for (const Window &window : windows) {
-        if (window.valid)
-            block.masks[block.maskNum++] = polygon(window, frame);
-    }
-    return block;
-}
-
 std::int32_t frame_interval(std::int32_t setting, std::int32_t fps)
 {
     const std::int32_t interval = (5 - setting) * 8 / 5 + 1;
@@ -120,15 +109,19 @@ OdWorking od_working(const ODCtrlConf &conf, const OdFrame &frame)
             .diffImgNum = conf.diffImgNum};
 }
 
-ne3_val_od_masks od_masks(std::span<const ODMaskConf> windows, const OdFrame &frame)
+template <class Window>
+ne3_val_od_masks od_masks(const Window (&windows)[CONF_OD_WINDOWS], const OdFrame &frame)
 {
-    return pack_masks(windows, frame);
+    ne3_val_od_masks block{};
+    for (const Window &window : windows) {
+        if (window.valid)
+            block.masks[block.maskNum++] = polygon(window, frame);
+    }
+    return block;
 }
 
-ne3_val_od_masks od_masks(std::span<const ODDetMaskConf> windows, const OdFrame &frame)
-{
-    return pack_masks(windows, frame);
-}
+template ne3_val_od_masks od_masks(const ODMaskConf (&)[CONF_OD_WINDOWS], const OdFrame &);
+template ne3_val_od_masks od_masks(const ODDetMaskConf (&)[CONF_OD_WINDOWS], const OdFrame &);
 
 OdObjectSet od_dynamic_set(const ODDoParamSetConf &conf, const OdFrame &frame)
 {

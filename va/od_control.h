@@ -5,7 +5,6 @@
 #include "platform/ne3_val.h"
 
 #include <cstdint>
-#include <span>
 
 // Translation of the object-detection settings into the library's blocks: pure functions. Settings
 // are in ten-thousandths of the frame (points) or in pixels (sizes); blocks hold sensor pixels
@@ -31,8 +30,8 @@ struct OdWorking {
 OdWorking od_working(const ODCtrlConf &conf, const OdFrame &frame);
 
 // The valid windows, packed in window order.
-ne3_val_od_masks od_masks(std::span<const ODMaskConf> windows, const OdFrame &frame);
-ne3_val_od_masks od_masks(std::span<const ODDetMaskConf> windows, const OdFrame &frame);
+template <class Window> // ODMaskConf, ODDetMaskConf
+ne3_val_od_masks od_masks(const Window (&windows)[CONF_OD_WINDOWS], const OdFrame &frame);
 
 // A set block and whether its values can be sent as they are.
 struct OdObjectSet {

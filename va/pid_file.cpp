@@ -5,8 +5,7 @@
 #include "util/util.h"
 #include "va/log.h"
 #include "va/paths.h"
-#include "va/signals.h"
-#include "va/trust.h"
+#include "va/process.h"
 
 #include <cerrno>
 #include <charconv>
@@ -34,8 +33,8 @@ struct Recorded {
     bool operator==(const Recorded &) const = default;
 };
 
-// The right to replace the PID file, kept for moments: of two that start at once and see the same
-// stale file, the slower would else remove what the faster has put in its place.
+// The right to replace the PID file, held briefly: of two that start at once and see the same stale
+// file, the slower would else remove what the faster has put in its place.
 class Lock
 {
 public:
@@ -43,7 +42,7 @@ public:
     {
         struct stat status;
         if (!file_ || fstat(file_.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
-            !is_trusted(status)) // it cannot be had
+            !va::is_trusted(status)) // no lock is possible
             return;
         held_ = flock(file_.get(), LOCK_EX | LOCK_NB) == 0 && is_in_place();
         busy_ = !held_;
@@ -78,8 +77,8 @@ bool is_alive(pid_t process)
     return kill(process, 0) == 0 || errno != ESRCH;
 }
 
-// The process that one decimal number and nothing else names. The kill command is handed the very
-// text, so neither an option nor a second number may pass.
+// The process that the text names: one decimal number and nothing else. The kill command is given
+// the text as it is, so neither an option nor a second number may pass.
 pid_t parse_process(std::string_view text)
 {
     if (text.ends_with('\n'))
@@ -105,13 +104,13 @@ Recorded recorded()
     if (length < 0)
         return {unknown, false};
     const std::size_t size = static_cast<std::size_t>(length);
-    return {size < sizeof text ? parse_process({text, size}) : nobody, is_trusted(status)};
+    return {size < sizeof text ? parse_process({text, size}) : nobody, va::is_trusted(status)};
 }
 
 // Asks an instance to stop, if it may be asked, and gives it a second.
 void wait_for(const Recorded &old)
 {
-    log_error("==> Warning: Old process is not stop. Waiting now.");
+    va::log_error("==> Warning: Old process is not stop. Waiting now.");
     if (old.process > 0 && old.trusted) {
         [[maybe_unused]] const int status = std::system(va_stop_command);
     }
@@ -120,7 +119,7 @@ void wait_for(const Recorded &old)
         std::exit(0);
 }
 
-// Whether the file still tells of the same, and that is no other living process.
+// Whether the file still says the same, and names no other living process.
 bool is_stale(const Recorded &old)
 {
     if (old.process == unknown || recorded() != old)
@@ -135,8 +134,8 @@ bool remove_if_stale(const Recorded &old)
     if (lock.busy() || !is_stale(old))
         return true;
     const bool removed = unlink(va_pid_path) == 0;
-    log_error("%s is stale: it names no other living process. %s", va_pid_path,
-              removed ? "Removed it." : "It cannot be removed: there is no PID file.");
+    va::log_error("%s is stale: it names no other living process. %s", va_pid_path,
+                  removed ? "Removed it." : "It cannot be removed: there is no PID file.");
     return removed;
 }
 
@@ -146,7 +145,7 @@ enum class Claim { written, taken, failed };
 Claim claim_pid_file()
 {
     const Lock lock;
-    struct stat status; // tells also when no descriptor is left
+    struct stat status; // works without a free descriptor, too
     if (lock.busy() || lstat(va_pid_path, &status) == 0)
         return Claim::taken;
     const Fd file(open(va_pid_path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
@@ -156,7 +155,7 @@ Claim claim_pid_file()
         return Claim::written;
     if (file) {
         unlink(va_pid_path);
-        log_error("%s cannot be written whole: there is no PID file.", va_pid_path);
+        va::log_error("%s cannot be written whole: there is no PID file.", va_pid_path);
     }
     return Claim::failed;
 }
@@ -179,6 +178,9 @@ int create_pid_file()
     return claim == Claim::written ? 0 : -1;
 }
 
+namespace va
+{
+
 bool is_own_pid_file()
 {
     return recorded().process == getpid();
@@ -189,3 +191,5 @@ void remove_own_pid_file()
     if (is_own_pid_file())
         unlink(va_pid_path);
 }
+
+} // namespace va

@@ -1,47 +1,37 @@
 #include "va/run_dir.h"
 
+#include "event/loop.h"
+#include "util/text.h"
 #include "va/log.h"
 #include "va/paths.h"
-#include "va/streams.h"
-#include "va/trust.h"
+#include "va/pid_file.h"
+#include "va/process.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdarg>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
+#include <new>
+#include <optional>
+#include <string>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace va
+{
+
 namespace
 {
 
-// Sentences, one behind the other; what does not fit is cut off.
-class Sentences
-{
-public:
-    [[gnu::format(printf, 2, 3)]] void add(const char *format, ...)
-    {
-        va_list arguments;
-        va_start(arguments, format);
-        std::vsnprintf(text_.data() + length_, text_.size() - length_, format, arguments);
-        va_end(arguments);
-        length_ = std::strlen(text_.data());
-    }
-    const char *text() const { return text_.data(); }
-
-private:
-    std::array<char, 2048> text_{};
-    std::size_t length_ = 0;
-};
-
-// Null when there is nothing wrong. The modes of sockets do not count: they are made anew.
-const char *fault(const struct stat &status, mode_t kind)
+// Null when there is nothing wrong. The modes of sockets do not count: they are made again.
+const char *fault_of(const struct stat &status, mode_t kind)
 {
     const bool lasts = kind != S_IFSOCK;
     if (S_ISLNK(status.st_mode))
@@ -53,41 +43,35 @@ const char *fault(const struct stat &status, mode_t kind)
     return lasts && (status.st_mode & S_IWOTH) ? "is writable for others" : nullptr;
 }
 
-// Nothing there is no fault.
-void add_fault(Sentences &faults, const char *path, mode_t kind)
+// Empty when nothing is there, or nothing is wrong with it.
+std::string fault_at(const char *path, mode_t kind)
 {
     struct stat status;
-    if (const char *const found = lstat(path, &status) == 0 ? fault(status, kind) : nullptr)
-        faults.add("%s %s. ", path, found);
+    const char *const found = lstat(path, &status) == 0 ? fault_of(status, kind) : nullptr;
+    return found ? formatted("%s %s. ", path, found) : std::string();
 }
 
-Sentences all_faults()
+std::string all_faults()
 {
-    Sentences faults;
-    add_fault(faults, va_run_dir, S_IFDIR);
+    std::string faults = fault_at(va_run_dir, S_IFDIR);
     if (faccessat(AT_FDCWD, va_run_dir, W_OK | X_OK, AT_EACCESS) != 0)
-        faults.add("%s cannot be written: %s. ", va_run_dir, std::strerror(errno));
-    add_fault(faults, va_pid_path, S_IFREG);
-    add_fault(faults, va_ctrl_path, S_IFIFO);
+        faults += formatted("%s cannot be written: %s. ", va_run_dir, std::strerror(errno));
+    faults += fault_at(va_pid_path, S_IFREG) + fault_at(va_ctrl_path, S_IFIFO);
     for (const VaStream &stream : va_streams)
-        add_fault(faults, stream.path, S_IFSOCK);
+        faults += fault_at(stream.path, S_IFSOCK);
     return faults;
 }
 
-bool same_time(const timespec &a, const timespec &b)
-{
-    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
-}
-
-// Throws away what is in the FIFO, unless it was written to after it was as `before`: its opening
-// lets a writer through that waited for it, who may have sent his line by now. What else lies there
+// Drops what is in the FIFO, unless it was written to since it was as `before`: opening it lets a
+// writer through that waited for that, and its line may have come by now. Whatever else is there
 // then stays, too.
 void drain(const Fd &fifo, const struct stat &before)
 {
     int left = 0;
     struct stat now;
     if (ioctl(fifo.get(), FIONREAD, &left) != 0 || fstat(fifo.get(), &now) != 0 ||
-        !same_time(now.st_mtim, before.st_mtim))
+        now.st_mtim.tv_sec != before.st_mtim.tv_sec ||
+        now.st_mtim.tv_nsec != before.st_mtim.tv_nsec)
         return;
     char part[4096];
     while (left > 0) {
@@ -99,10 +83,54 @@ void drain(const Fd &fifo, const struct stat &before)
     }
 }
 
+using Identity = std::pair<dev_t, ino_t>;
+
+// Nothing when nothing is there.
+std::optional<Identity> identity_of(const char *path)
+{
+    struct stat status;
+    if (lstat(path, &status) != 0)
+        return {};
+    return Identity(status.st_dev, status.st_ino);
+}
+
+struct Made {
+    const char *path;
+    std::optional<Identity> identity;
+};
+
+std::array<Made, 3 + std::size(va_streams)> all_made;
+bool has_pid_file;
+char fault[160];
+
+// Null when all stand where they were made.
+const Made *first_missing()
+{
+    for (const Made &made : all_made) {
+        if (made.identity && identity_of(made.path) != made.identity)
+            return &made;
+    }
+    return nullptr;
+}
+
+std::int32_t check_again(event_info *, void *)
+{
+    const bool is_logged = *fault != '\0';
+    fault[0] = '\0';
+    if (const Made *const missing = first_missing())
+        std::snprintf(fault, sizeof fault, "%s %s", missing->path,
+                      identity_of(missing->path) ? "is another one" : "is gone");
+    else if (has_pid_file && !is_own_pid_file())
+        std::snprintf(fault, sizeof fault, "%s names another process", va_pid_path);
+    if (*fault && !is_logged)
+        log_error("%s: clients do not find this daemon any more. Start it again.", fault);
+    return 0;
+}
+
 } // namespace
 
 void check_run_dir()
-{
+try {
     if (access(va_run_dir, F_OK) != 0) {
         log_error(
             "%s: %s. There is no PID file, and no hand-over from one instance to the next. Make "
@@ -110,11 +138,12 @@ void check_run_dir()
             va_run_dir, std::strerror(errno));
         return;
     }
-    const Sentences faults = all_faults();
-    if (*faults.text())
+    if (const std::string faults = all_faults(); !faults.empty())
         log_error(
-            "%sMake %s anew before va starts: owned by the user of va, not writable for others.",
-            faults.text(), va_run_dir);
+            "%sMake %s again before va starts: owned by the user of va, not writable for others.",
+            faults.c_str(), va_run_dir);
+} catch (const std::bad_alloc &) {
+    log_error("%s is not checked: memory is short.", va_run_dir);
 }
 
 Fd prepare_control_fifo()
@@ -126,6 +155,32 @@ Fd prepare_control_fifo()
     if (kept)
         drain(kept, status);
     else
-        std::remove(va_ctrl_path); // what stays, msg_start() tells of
+        std::remove(va_ctrl_path); // msg_start() reports what stays
     return kept;
 }
+
+bool watch_run_dir(const VaContext &context)
+{
+    auto *made = all_made.begin();
+    const auto add = [&](const char *path) { *made++ = {path, identity_of(path)}; };
+    add(va_run_dir);
+    has_pid_file = is_own_pid_file();
+    if (has_pid_file)
+        add(va_pid_path);
+    struct stat status;
+    if (lstat(va_ctrl_path, &status) == 0 && S_ISFIFO(status.st_mode))
+        add(va_ctrl_path);
+    for (const VaStream &stream : va_streams) {
+        if (context.*stream.server)
+            add(stream.path);
+    }
+    constexpr int interval_ms = 1000;
+    return add_timer_event(interval_ms, EVENT_ENABLED, check_again, nullptr);
+}
+
+const char *run_dir_fault()
+{
+    return fault;
+}
+
+} // namespace va

@@ -2,28 +2,17 @@
 
 #include "util/fd.h"
 #include "util/util.h"
+#include "va/coprocessor.h"
+#include "va/drivers.h"
 #include "va/log.h"
-#include "va/modules.h"
 #include "va/paths.h"
-#include "va/report.h"
 #include "va/run_dir.h"
-#include "va/status.h"
-#include "va/streams.h"
 
 #include <cstdio>
 #include <optional>
 
 namespace
 {
-
-// On standard error, once: a file that is missing has no line of its own.
-void say_why_not_booted(const VaReport *report)
-{
-    if (!report)
-        return;
-    if (const VaHealth::Reason why = report->health.boot_failure(); *why.text)
-        std::fprintf(stderr, "%s\n", why.text);
-}
 
 int boot(VaContext *context)
 {
@@ -32,24 +21,22 @@ int boot(VaContext *context)
     va_vana_quit(context);
     if (va_vana_boot(context) == 0)
         return 0;
-    log_error("%s: fail.", "va_init");
-    say_why_not_booted(context->report);
+    va::log_error("%s: fail.", "va_init");
+    // A file that is missing has no line of its own.
+    if (context->report && *context->report->health.record().boot_failure.text)
+        std::fprintf(stderr, "%s\n", context->report->health.record().boot_failure.text);
     return -1;
-}
-
-// What a module that does not run would use is in force nowhere.
-void read_settings_of(const VaDriver &driver, VaContext *context)
-{
-    std::optional<ConfFindings::Collector> collector;
-    if (*driver.selected && context->report)
-        collector.emplace(context->report->settings.findings);
-    driver.getConf(context);
 }
 
 void read_settings(VaContext *context)
 {
-    for (const VaDriver &driver : va_drivers)
-        read_settings_of(driver, context);
+    for (const VaDriver &driver : va_drivers) {
+        std::optional<ConfFindings::Collector> collector;
+        // What a module that does not run would use is not in force.
+        if (*driver.selected && context->report)
+            collector.emplace(context->report->settings.findings);
+        driver.getConf(context);
+    }
     if (context->report)
         context->report->settings.publish();
 }
@@ -67,11 +54,11 @@ int start_control_server(VaContext *context)
     msg_conf conf{};
     std::snprintf(conf.path, sizeof conf.path, "%s", va_ctrl_path);
     if (msg_init(&context->msg, conf) == -1)
-        return log_error("Can't init msg!\n");
+        return va::log_error("Can't init msg!\n");
     msg_register(context->msg, "reconfig", va_msg_reconfig, context);
-    remove_status_file();
+    va_remove_status();
     msg_register(context->msg, "status", va_msg_status, context);
-    const Fd kept = prepare_control_fifo(); // until it is open, so that no waiting writer loses it
+    const Fd kept = va::prepare_control_fifo(); // held until msg_start() has opened it
     msg_start(context->msg);
     return 0;
 }

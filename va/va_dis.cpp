@@ -1,9 +1,5 @@
-#include "va/va_dis.h"
-
-#include "platform/ne3_val.h"
+#include "va/drivers.h"
 #include "va/log.h"
-#include "va/options.h"
-#include "va/report.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -52,7 +48,7 @@ bool set_ctrl(const DISCtrlConf &conf)
     print(tPrm);
     if (ne3_val_dis_set_ctrl(&tPrm) == 0)
         return true;
-    log_error("ne3_val_dis_set_ctrl fail.");
+    va::log_error("ne3_val_dis_set_ctrl fail.");
     return false;
 }
 
@@ -68,14 +64,14 @@ int va_dis_getConf(VaContext *context)
 int va_dis_init(VaContext *context)
 {
     if (ne3_val_dis_open() == -1)
-        return log_error("dis_open failed.\n");
+        return va::log_error("dis_open failed.\n");
     if (ne3_val_dis_start() == -1)
-        return log_error("dis_start failed.\n");
+        return va::log_error("dis_start failed.\n");
     va_dis_set_ctrl(context);
     return 0;
 }
 
 void va_dis_set_ctrl(VaContext *context)
 {
-    tell(context->report, &VaHealth::configures, VaModule::dis, set_ctrl(context->disCtrl));
+    va::report(context->report, &VaHealth::configures, VaModule::dis, set_ctrl(context->disCtrl));
 }

@@ -1,10 +1,7 @@
-#include "va/va_fd.h"
-
 #include "records/records.h"
+#include "va/drivers.h"
 #include "va/fd_control.h"
 #include "va/log.h"
-#include "va/module.h"
-#include "va/options.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -18,38 +15,23 @@ namespace
 static_assert(CONF_FD_DETECT_WINDOWS <= NE3_VAL_FD_WINDOWS); // of the list, and bits of 32
 static_assert(FD_ENTRY_SIZE == NE3_VAL_FD_FACE_SIZE);
 
-// Fills slots in order until none is left.
-class Slots
+// Puts a window into the first slot that is free. False when none is left.
+bool take_slot(std::span<VaFdWindow> slots, const FDWindowConf &window)
 {
-public:
-    explicit Slots(std::span<VaFdWindow> slots) : slots_(slots)
-    {
-        for (VaFdWindow &slot : slots_)
-            slot.enabled = 0;
-    }
-
-    // False when none is left.
-    bool take(const FDWindowConf &window)
-    {
-        if (used_ == slots_.size())
-            return false;
-        slots_[used_] = {window.enabled, static_cast<std::int32_t>(used_),
-                         window.x,       window.y,
-                         window.width,   window.height};
-        ++used_;
-        return true;
-    }
-
-private:
-    std::span<VaFdWindow> slots_;
-    std::size_t used_ = 0;
-};
+    const auto slot = std::ranges::find(slots, 0, &VaFdWindow::enabled);
+    if (slot == slots.end())
+        return false;
+    *slot = {window.enabled, static_cast<std::int32_t>(slot - slots.begin()),
+             window.x,       window.y,
+             window.width,   window.height};
+    return true;
+}
 
 void set_watch_mask(const VaContext &context, ne3_val_fd_mask *memory, ne3_val_fd_ctrl &ctrl)
 {
     ctrl.maskEnable = 0;
     ctrl.mask = nullptr;
-    if (!fd_any_enabled(context.fdWatchWindows))
+    if (!std::ranges::any_of(context.fdWatchWindows, &VaFdWindow::enabled))
         return;
     const ne3_val_fd_mask mask = fd_watch_mask(context.fdWatchWindows, context.wideAspect != 0);
     std::memcpy(memory, &mask, fd_watch_mask_size(context.wideAspect != 0));
@@ -57,38 +39,29 @@ void set_watch_mask(const VaContext &context, ne3_val_fd_mask *memory, ne3_val_f
     ctrl.maskEnable = 1;
 }
 
-struct Detection {
-    ne3_val_fd_window_list list; // entries not sent are zero
-    std::uint32_t bits;          // bit k: entry k is sent
-};
-
-Detection detection_of(std::span<const VaFdWindow, CONF_FD_DETECT_WINDOWS> windows,
-                       const SensorConfig &sensor)
-{
-    Detection detection{};
-    for (std::size_t k = 0; k < windows.size(); ++k) {
-        if (!windows[k].enabled)
-            continue;
-        auto [x0, y0, x1, y1] = fd_pixels(windows[k], sensor.width, sensor.height);
-        if (va_fd_watchframe_checkRange(&x0, &y0, &x1, &y1, sensor.width, sensor.height) != 0)
-            continue;
-        detection.list.windows[k] = {static_cast<std::uint16_t>(x0), static_cast<std::uint16_t>(y0),
-                                     static_cast<std::uint16_t>(x1),
-                                     static_cast<std::uint16_t>(y1)};
-        detection.bits |= 1U << k;
-    }
-    return detection;
-}
-
 void set_detection_windows(const VaContext &context, ne3_val_fd_window_list *memory,
                            ne3_val_fd_ctrl &ctrl)
 {
+    const std::int32_t width = context.sensorConf.width;
+    const std::int32_t height = context.sensorConf.height;
+    ne3_val_fd_window_list list{}; // entries that are not sent are zero
+    std::uint32_t bits = 0;        // bit k: entry k is sent
+    for (int k = 0; k < CONF_FD_DETECT_WINDOWS; ++k) {
+        const VaFdWindow &window = context.fdDetectWindows[k];
+        if (!window.enabled)
+            continue;
+        auto [x0, y0, x1, y1] = fd_pixels(window, width, height);
+        if (va_fd_watchframe_checkRange(&x0, &y0, &x1, &y1, width, height) != 0)
+            continue;
+        list.windows[k] = {static_cast<std::uint16_t>(x0), static_cast<std::uint16_t>(y0),
+                           static_cast<std::uint16_t>(x1), static_cast<std::uint16_t>(y1)};
+        bits |= 1U << k;
+    }
     ctrl.windows = nullptr;
-    const Detection detection = detection_of(context.fdDetectWindows, context.sensorConf);
-    if (detection.bits == 0)
+    if (bits == 0)
         return;
-    std::memcpy(memory, &detection.list, sizeof detection.list);
-    ctrl.windowBits = detection.bits;
+    std::memcpy(memory, &list, sizeof list);
+    ctrl.windowBits = bits;
     ctrl.windows = memory;
 }
 
@@ -97,12 +70,16 @@ void set_detection_windows(const VaContext &context, ne3_val_fd_window_list *mem
 int va_fd_getConf(VaContext *context)
 {
     conf_getFDCtrlConf(&context->fdCtrl);
-    Slots watch(context->fdWatchWindows);
-    Slots detect(context->fdDetectWindows);
+    const std::span<VaFdWindow> watch(context->fdWatchWindows);
+    const std::span<VaFdWindow> detect(context->fdDetectWindows);
+    for (const auto slots : {watch, detect}) {
+        for (VaFdWindow &slot : slots)
+            slot.enabled = 0;
+    }
     for (int number = 0; number < CONF_FD_WINDOWS; ++number) {
         FDWindowConf window;
         conf_getFDWindowConf(&window, number);
-        if (window.enabled && !(window.detected ? detect : watch).take(window))
+        if (window.enabled && !take_slot(window.detected ? detect : watch, window))
             conf_rejectFDWindowConf(number, "one window too many");
     }
     context->fdEnable = gm_bFdEna;
@@ -115,9 +92,9 @@ int va_fd_init(VaContext *context)
     const ne3_val_open_prm fdOpenPrm{1, 1, 0};
     const int handle = ne3_val_fd_open(&fdOpenPrm);
     if (handle == -1)
-        return log_error("fd_open failed.\n");
+        return va::log_error("fd_open failed.\n");
     if (ne3_val_fd_start(handle) == -1)
-        return log_error("start failed.\n");
+        return va::log_error("start failed.\n");
     return va_fd_set_ctrl(context);
 }
 
@@ -125,12 +102,12 @@ int va_fd_set_ctrl(VaContext *context)
 {
     ne3_val_fd_ctrl fdCtrlPrm{};
     if (ne3_val_fd_get_ctrl(&fdCtrlPrm) == -1)
-        return log_error("ne3_val_fd_get_ctrl fail. errno = %X", errno);
+        return va::log_error("ne3_val_fd_get_ctrl fail. errno = %X", errno);
     std::printf("==> old fd thresRatio = %d\n", fdCtrlPrm.thresRatio);
     std::uint16_t count = 0;
     ne3_val_fd_area_data *fdAreaDataMem = nullptr;
     if (ne3_val_fd_get_area_data_mem(&count, &fdAreaDataMem) == -1)
-        return log_error("fd_get_area_data_mem failed. errno = %X", errno);
+        return va::log_error("fd_get_area_data_mem failed. errno = %X", errno);
     fd_apply_settings(context->fdCtrl, fdCtrlPrm);
     std::printf("==>fd thresRatio=%d\n", fdCtrlPrm.thresRatio);
     set_watch_mask(*context, static_cast<ne3_val_fd_mask *>(fdAreaDataMem->mask.address),
@@ -138,7 +115,7 @@ int va_fd_set_ctrl(VaContext *context)
     set_detection_windows(
         *context, static_cast<ne3_val_fd_window_list *>(fdAreaDataMem->windows.address), fdCtrlPrm);
     if (ne3_val_fd_set_ctrl(&fdCtrlPrm) == -1)
-        return log_error("ne3_val_fd_set_ctrl fail. errno = %X", errno);
+        return va::log_error("ne3_val_fd_set_ctrl fail. errno = %X", errno);
     return 0;
 }
 
@@ -165,14 +142,8 @@ int va_fd_updateConfig(VaContext *)
 
 int va_fd_processData(VaContext *context, const ne3_val_fd_result *result)
 {
-    relay_entries(context->fdServer, result->faces, result->faceNum, NE3_VAL_FD_FACE_SIZE);
+    va::relay_entries(context->fdServer, result->faces, result->faceNum, NE3_VAL_FD_FACE_SIZE);
     return 0;
-}
-
-Poll va_fd_poll(VaContext *context)
-{
-    return poll(context, VaModule::fd, ne3_val_fd_get_data, "ne3_val_fd_get_data",
-                va_fd_processData);
 }
 
 int va_fd_cancel(VaContext *context)

@@ -1,19 +1,19 @@
-#include "va/va_od.h"
-
+#include "records/records.h"
+#include "va/drivers.h"
 #include "va/log.h"
-#include "va/module.h"
 #include "va/od_control.h"
-#include "va/od_print.h"
-#include "va/options.h"
 
 #include <algorithm>
 #include <cassert>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <span>
 
 namespace
 {
+
+using va::refresh;
 
 OdFrame frame_of(const VaContext &context)
 {
@@ -38,6 +38,11 @@ bool refresh_objects(VaContext &context)
     return changed;
 }
 
+std::span<const ne3_val_od_point> corners(const ne3_val_od_polygon &polygon)
+{
+    return {polygon.points, polygon.pointNum};
+}
+
 // Writes a block into the library's memory, from where it takes effect.
 template <class Block>
 Block *attach(const ne3_val_area_mem &area, const Block &block)
@@ -45,29 +50,31 @@ Block *attach(const ne3_val_area_mem &area, const Block &block)
     return static_cast<Block *>(std::memcpy(area.address, &block, sizeof block));
 }
 
-template <class Window, std::size_t Count>
-ne3_val_od_masks *set_masks(const Window (&windows)[Count], const OdFrame &frame,
-                            const ne3_val_area_mem &area,
-                            void (*print)(int number, const ne3_val_od_polygon &mask))
+template <class Window>
+ne3_val_od_masks *set_masks(const Window (&windows)[CONF_OD_WINDOWS], const OdFrame &frame,
+                            const ne3_val_area_mem &area, const char *name, const char *corner)
 {
     const ne3_val_od_masks block = od_masks(windows, frame);
-    std::size_t slot = 0;
-    for (std::size_t number = 0; number < Count; ++number) {
-        if (windows[number].valid)
-            print(static_cast<int>(number), block.masks[slot++]);
+    const ne3_val_od_polygon *mask = block.masks;
+    for (int number = 0; number < CONF_OD_WINDOWS; ++number) {
+        if (!windows[number].valid)
+            continue;
+        std::printf("od set %s %d.\n", name, number);
+        for (const auto &[x, y] : corners(*mask++))
+            std::printf("%s pos %d,%d.\n", corner, x, y);
     }
     return block.maskNum > 0 ? attach(area, block) : nullptr;
 }
 
+// The first half of the lines of parameters has no end of its own.
+
 template <class Init>
-ne3_val_od_obj_init *set_init(const Init &conf, const ne3_val_area_mem &area,
-                              void (*print)(const ne3_val_od_obj_init &block))
+ne3_val_od_obj_init *set_init(const Init &conf, const ne3_val_area_mem &area, const char *text)
 {
     if (!conf.valid)
         return nullptr;
-    const ne3_val_od_obj_init block{static_cast<std::uint32_t>(conf.maxObjNum)};
-    print(block);
-    return attach(area, block);
+    std::printf("%s = %d\n", text, conf.maxObjNum);
+    return attach(area, ne3_val_od_obj_init{static_cast<std::uint32_t>(conf.maxObjNum)});
 }
 
 ne3_val_od_obj_set *set_dynamic(const ODDoParamSetConf &conf, const OdFrame &frame,
@@ -78,11 +85,14 @@ ne3_val_od_obj_set *set_dynamic(const ODDoParamSetConf &conf, const OdFrame &fra
     const auto [block, acceptable] = od_dynamic_set(conf, frame);
     conf_useODDoParamSetConf(acceptable ? nullptr
                                         : "threshold or sizes do not fit the detection grid");
-    od_print_dynamic_set(block);
+    std::printf("od: set odDoParamSet"
+                "od do: subth=%ld,min_dim=%dx%d,max_dim=%dx%d\n",
+                static_cast<long>(block.value), block.minSizeX, block.minSizeY, block.maxSizeX,
+                block.maxSizeY);
     auto *attached = attach(area, block);
     if (acceptable)
         return attached;
-    log_error("Err: od dynamic object parameters are incorrect.");
+    va::log_error("Err: od dynamic object parameters are incorrect.");
     return nullptr;
 }
 
@@ -96,9 +106,39 @@ ne3_val_od_obj_set *set_static(const ODSoParamSetConf &conf, const OdFrame &fram
     conf_useStaticSizes(
         acceptable ? nullptr : "sizes do not fit the detection grid: the whole grid, and 2x2");
     if (!acceptable)
-        log_error("%s,%d: Incorrect odSoParamSetConf parameters.", "va_od_set_ctrl", message_line);
-    od_print_static_set(block);
+        va::log_error("%s,%d: Incorrect odSoParamSetConf parameters.", "va_od_set_ctrl",
+                      message_line);
+    std::printf("od: set odSoParamSet"
+                "soParam:soThTime=%ld,minSizeX=%d,minSizeY=%d,maxSizeX=%d,maxSizeY=%d\n",
+                static_cast<long>(block.value), block.minSizeX, block.minSizeY, block.maxSizeX,
+                block.maxSizeY);
     return attach(area, block);
+}
+
+void print_filter(int number, const ne3_val_od_filter &filter)
+{
+    for (int j = 0; j < filter.pointNum; ++j)
+        std::printf("filter_%d. node[%d] point (%ld,%ld)\n", number, j,
+                    static_cast<long>(filter.points[j].x), static_cast<long>(filter.points[j].y));
+    std::printf("event=%d,objMinSizeX=%d,objMinSizeY=%d,objMaxSizeX=%d,objMaxSizeY=%d,"
+                "MinDv=%d,MaxDv=%d,movingDirection=%ld\n",
+                filter.event, filter.objMinSizeX, filter.objMinSizeY, filter.objMaxSizeX,
+                filter.objMaxSizeY, filter.MinDv, filter.MaxDv,
+                static_cast<long>(filter.movingDirection));
+}
+
+void print(const ne3_val_od_vmf &block)
+{
+    std::printf("od: setup vmf filter, num=%d, alarmTime=%d.\n", block.filterNum, block.alarmTime);
+    for (int n = 0; n < std::min<int>(block.filterNum, NE3_VAL_OD_FILTERS); ++n)
+        print_filter(n, block.filters[n]);
+    for (std::uint32_t i = 0; i < block.ndAreaNum; ++i) {
+        std::printf("setup no detect area %d\n", static_cast<int>(i));
+        for (const auto &[x, y] : corners(block.ndAreas[i]))
+            std::printf("(%d,%d)", x, y);
+        std::printf("\n");
+    }
+    std::printf("combo filter = %ld\n", static_cast<long>(block.comboValid));
 }
 
 ne3_val_od_vmf *set_vmf(const ODVmfParamConf &conf, const OdFrame &frame,
@@ -106,7 +146,7 @@ ne3_val_od_vmf *set_vmf(const ODVmfParamConf &conf, const OdFrame &frame,
 {
     const ne3_val_od_vmf block = od_vmf(conf, frame);
     if (conf.valid)
-        od_print_vmf(block);
+        print(block);
     return attach(area, block);
 }
 
@@ -161,10 +201,10 @@ int va_od_init(VaContext *context)
     std::puts("init od.");
     const int handle = ne3_val_od_open_ex(&iniPrm, 1);
     if (handle == -1)
-        return log_error("od_open failed.");
+        return va::log_error("od_open failed.");
     if (ne3_val_od_start(handle) == -1)
-        return log_error("ne3_val_od_start fail.");
-    tell(context->report, &VaHealth::configures, VaModule::od, va_od_set_ctrl(context) == 0);
+        return va::log_error("ne3_val_od_start fail.");
+    va::report(context->report, &VaHealth::configures, VaModule::od, va_od_set_ctrl(context) == 0);
     return 0;
 }
 
@@ -173,23 +213,28 @@ int va_od_set_ctrl(VaContext *context)
     std::uint16_t count = 0;
     ne3_val_od_area_table *areas = nullptr;
     if (ne3_val_od_get_area_data_mem(&count, &areas) == -1)
-        return log_error("ne3_val_od_get_area_data_mem failed. errno = %X\n", errno);
+        return va::log_error("ne3_val_od_get_area_data_mem failed. errno = %X\n", errno);
     ne3_val_od_ctrl ctrl{};
     if (ne3_val_od_get_ctrl(&ctrl) == -1)
-        return log_error("ne3_val_od_get_ctrl fail. errno=%X", errno);
-    od_print_old(ctrl);
+        return va::log_error("ne3_val_od_get_ctrl fail. errno=%X", errno);
+    std::printf("od old prm: resolution=%d,interval=%d,diffImgNum=%ld\n", ctrl.resolution,
+                ctrl.interval, static_cast<long>(ctrl.diffImgNum));
 
     const OdFrame frame = frame_of(*context);
     set_working(context->odCtrl, frame, ctrl);
-    ctrl.nonDetMasks = set_masks(context->odMask, frame, areas->nonDetMasks, od_print_mask);
-    ctrl.detMasks = set_masks(context->odDetMask, frame, areas->detMasks, od_print_det_mask);
-    ctrl.doInit = set_init(context->odDoParamInit, areas->doInit, od_print_dynamic_init);
+    ctrl.nonDetMasks = set_masks(context->odMask, frame, areas->nonDetMasks, "mask", "mask");
+    ctrl.detMasks = set_masks(context->odDetMask, frame, areas->detMasks, "det mask", "detect");
+    ctrl.doInit = set_init(context->odDoParamInit, areas->doInit,
+                           "od: set odDoParamInit"
+                           "doMaxObjNum");
     ctrl.doSet = set_dynamic(context->odDoParamSet, frame, areas->doSet);
-    ctrl.soInit = set_init(context->odSoParamInit, areas->soInit, od_print_static_init);
+    ctrl.soInit = set_init(context->odSoParamInit, areas->soInit,
+                           "od: set odSoParamInit"
+                           "soMaxObjNum");
     ctrl.soSet = set_static(context->odSoParamSet, frame, areas->soSet);
     ctrl.vmf = set_vmf(context->odVmfParam, frame, areas->vmf);
     if (ne3_val_od_set_ctrl(&ctrl) == -1)
-        return log_error("ne3_val_od_set_ctrl fail. errno = %X", errno);
+        return va::log_error("ne3_val_od_set_ctrl fail. errno = %X", errno);
     return 0;
 }
 
@@ -211,7 +256,8 @@ int va_od_updateConfig(VaContext *context)
     changed |= refresh(context->odCtrl, conf_getODCtrlConf, conf_compareODCtrlConf);
     changed |= refresh(context->odVmfParam, conf_getODVmfParamConf, conf_compareODVmfParamConf);
     if (changed)
-        tell(context->report, &VaHealth::configures, VaModule::od, va_od_set_ctrl(context) == 0);
+        va::report(context->report, &VaHealth::configures, VaModule::od,
+                   va_od_set_ctrl(context) == 0);
     return 0;
 }
 
@@ -224,14 +270,9 @@ int va_od_processData(VaContext *context, const ne3_val_od_result *result)
     }
     if (result->objects && result->objectNum > suspicious_count)
         std::puts("******************* err.");
-    relay_entries(context->odServer, result->objects, result->objectNum, NE3_VAL_OD_OBJECT_SIZE);
+    va::relay_entries(context->odServer, result->objects, result->objectNum,
+                      NE3_VAL_OD_OBJECT_SIZE);
     return 0;
-}
-
-Poll va_od_poll(VaContext *context)
-{
-    return poll(context, VaModule::od, ne3_val_od_get_data, "ne3_val_od_get_data",
-                va_od_processData);
 }
 
 int va_od_cancel(VaContext *context)

@@ -1,10 +1,8 @@
-#include "va/va_proc.h"
-
 #include "util/guarded.h"
+#include "va/drivers.h"
 #include "va/log.h"
-#include "va/modules.h"
-#include "va/report.h"
-#include "va/signals.h"
+#include "va/process.h"
+#include "va/va.h"
 
 #include <algorithm>
 #include <chrono>
@@ -16,17 +14,19 @@
 namespace
 {
 
+using va::Outcome;
+
 constexpr useconds_t idle_us = 100'000;
 
 // Whether it runs now.
 bool start_module(VaContext *context, const VaDriver &driver)
 {
-    tell(context->report, &VaHealth::opens, driver.module);
+    va::report(context->report, &VaHealth::opens, driver.module);
     const bool runs = driver.init(context) == 0;
     if (runs)
-        tell(context->report, &VaHealth::runs, driver.module);
+        va::report(context->report, &VaHealth::runs, driver.module);
     else
-        tell(context->report, &VaHealth::fails, driver.module, "did not start", 0);
+        va::report(context->report, &VaHealth::fails, driver.module, "did not start", 0);
     return runs;
 }
 
@@ -52,9 +52,8 @@ bool take_request(int &flag)
     return va::load_shared(flag) != 0 && va::shared(flag).exchange(0) != 0;
 }
 
-// Reads the settings again when that is asked for. A slow store that is asked for it without end
-// would keep the results waiting: so they are read for a fifth of the time at most, and a request
-// that comes too early waits.
+// Reads the settings again on request. With a slow store and requests without end the results would
+// wait: so at most a fifth of the time is spent on it, and a request that comes too early waits.
 class Reloads
 {
 public:
@@ -64,9 +63,9 @@ public:
         const steady_clock::time_point start = steady_clock::now();
         if (start < next_)
             return;
-        // Cleared first: a request that arrives during the update counts for the next pass.
+        // Cleared first: a request that arrives during the update is for the next pass.
         const bool by_command = take_request(context->reconfig);
-        const bool by_signal = take_request(hangup);
+        const bool by_signal = take_request(va::hangup);
         if (!by_command && !by_signal)
             return;
         update_settings(context);
@@ -78,17 +77,14 @@ private:
     std::chrono::steady_clock::time_point next_{};
 };
 
-// Each enabled module once.
-Poll poll_modules(VaContext *context)
+// Each enabled module once, up to the one whose read ends the thread.
+Outcome poll_modules(VaContext *context)
 {
-    Poll pass = Poll::nothing;
+    Outcome pass = Outcome::nothing;
     for (const VaModule module : va_polled) {
-        const VaDriver &driver = driver_of(module);
-        const Poll outcome = context->*driver.enabled ? driver.poll(context) : Poll::nothing;
-        if (outcome == Poll::end)
-            return Poll::end;
-        if (outcome == Poll::result)
-            pass = Poll::result;
+        const VaDriver &driver = va_driver_of(module);
+        if (context->*driver.enabled && pass != Outcome::end)
+            pass = std::max(pass, driver.read(context, module, driver.read_name));
     }
     return pass;
 }
@@ -97,28 +93,24 @@ void run(VaContext *context)
 {
     Reloads reloads;
     while (!va::load_shared(terminate)) {
-        tell(context->report, &VaHealth::begins_pass);
+        va::report(context->report, &VaHealth::begins_pass);
         reloads.pass(context);
-        switch (poll_modules(context)) {
-        case Poll::end:
+        const Outcome pass = poll_modules(context);
+        if (pass == Outcome::end)
             return;
-        case Poll::nothing:
+        if (pass == Outcome::nothing)
             usleep(idle_us);
-            break;
-        case Poll::result:
-            break;
-        }
     }
 }
 
-void say_end(VaReport *report)
+void report_end(VaReport *report)
 {
     const bool requested = va::load_shared(terminate) != 0;
-    tell(report, &VaHealth::ends,
-         requested ? "told to" : "a read was cancelled, though nobody has asked va to stop");
+    va::report(report, &VaHealth::ends,
+               requested ? "told to" : "a read was cancelled, though nobody has asked va to stop");
     if (report && !requested)
-        log_error("Analytics have ended: %s. Until a restart the sockets bring nothing.",
-                  report->health.why_ended().text);
+        va::log_error("Analytics have ended: %s. Until a restart the sockets bring nothing.",
+                      report->health.record().why_ended.text);
 }
 
 } // namespace
@@ -143,7 +135,7 @@ void *va_proc(void *argument)
         run(context);
     }
     std::printf("%s: end\n", "va_proc");
-    say_end(context->report);
+    report_end(context->report);
     va::shared(context->threadEnded) = 1;
     return nullptr;
 }

@@ -1,8 +1,5 @@
-#include "va/va_ta.h"
-
+#include "va/drivers.h"
 #include "va/log.h"
-#include "va/module.h"
-#include "va/options.h"
 
 #include <cerrno>
 #include <cstdint>
@@ -44,10 +41,10 @@ int va_ta_init(VaContext *context)
     std::puts("init ta");
     const ne3_val_open_prm taOpenPrm{1, 1, 0};
     if (ne3_val_ta_open(&taOpenPrm) == -1)
-        return log_error("ta_open failed.\n");
+        return va::log_error("ta_open failed.\n");
     if (ne3_val_ta_start() == -1)
-        return log_error("start failed.\n");
-    tell(context->report, &VaHealth::configures, VaModule::ta, va_ta_set_ctrl(context) == 0);
+        return va::log_error("start failed.\n");
+    va::report(context->report, &VaHealth::configures, VaModule::ta, va_ta_set_ctrl(context) == 0);
     return 0;
 }
 
@@ -55,17 +52,18 @@ int va_ta_set_ctrl(VaContext *context)
 {
     ne3_val_ta_ctrl taCtrlPrm{};
     if (ne3_val_ta_get_ctrl_ex(&taCtrlPrm, ctrl_prm) == -1)
-        return log_error("ne3_val_ta_get_ctrl fail. errno = %X", errno);
+        return va::log_error("ne3_val_ta_get_ctrl fail. errno = %X", errno);
     apply(context->taCtrl, taCtrlPrm);
     if (ne3_val_ta_set_ctrl_ex(&taCtrlPrm, ctrl_prm) == -1)
-        return log_error("ne3_val_ta_set_ctrls fail. errno = %X", errno);
+        return va::log_error("ne3_val_ta_set_ctrls fail. errno = %X", errno);
     return 0;
 }
 
 int va_ta_updateConfig(VaContext *context)
 {
-    if (refresh(context->taCtrl, conf_getTACtrlConf, conf_compareTACtrlConf))
-        tell(context->report, &VaHealth::configures, VaModule::ta, va_ta_set_ctrl(context) == 0);
+    if (va::refresh(context->taCtrl, conf_getTACtrlConf, conf_compareTACtrlConf))
+        va::report(context->report, &VaHealth::configures, VaModule::ta,
+                   va_ta_set_ctrl(context) == 0);
     return 0;
 }
 
@@ -73,12 +71,6 @@ int va_ta_processData(VaContext *context, const ne3_val_ta_result *result)
 {
     sck_svr_write(context->taServer, result->alarm, sizeof result->alarm);
     return 0;
-}
-
-Poll va_ta_poll(VaContext *context)
-{
-    return poll(context, VaModule::ta, ne3_val_ta_get_data, "ne3_val_ta_get_data",
-                va_ta_processData);
 }
 
 int va_ta_cancel(VaContext *context)

@@ -5,8 +5,12 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <cstdio>
 #include <limits>
+
+namespace va
+{
 
 namespace
 {
@@ -16,18 +20,15 @@ using Analytics = VaHealth::Analytics;
 
 constexpr std::chrono::milliseconds status_interval = 1s; // where no watchdog sets one
 
-const char *in_words(Analytics analytics)
+const char *sentence_for(Analytics analytics)
 {
-    switch (analytics) {
-    case Analytics::start:
-        return "Opens the analytics modules.";
-    case Analytics::run:
-        return "Analytics run.";
-    case Analytics::hang:
-        return "Analytics hang, no pass for over three seconds.";
-    default:
-        return "Runs without analytics: ";
-    }
+    constexpr const char *sentences[] = {
+        "Opens the analytics modules.",
+        "Analytics run.",
+        "Analytics hang, no pass for over three seconds.",
+        "Runs without analytics: ",
+    };
+    return sentences[static_cast<std::size_t>(analytics)];
 }
 
 int timer_ms(std::chrono::microseconds interval)
@@ -52,37 +53,39 @@ bool Watchdog::start()
             add_timer_event(timer_ms(notifier_.interval()), EVENT_ENABLED, on_time, this));
 }
 
-void Watchdog::says_stopping()
+void Watchdog::notify_stopping()
 {
     notifier_.send("STOPPING=1\nSTATUS=Stops.");
 }
 
-void Watchdog::says_not_started()
+void Watchdog::notify_not_started()
 {
-    const VaHealth::Reason why = health_.boot_failure();
+    const VaHealth::Reason why = health_.record().boot_failure;
     char status[256];
     std::snprintf(status, sizeof status, "STATUS=Did not start: %s.",
                   *why.text ? why.text : "the log has the reason");
     notifier_.send(status);
 }
 
-// A timer that is late, after a pause or a step of the clock, would be called for each interval
-// that has gone by: so the next one counts from now.
+// A timer that is late, after a pause or a step of the clock, would be called once for each
+// interval that has passed: so the next one counts from now.
 std::int32_t Watchdog::on_time(event_info *info, void *watchdog)
 {
     if (info->type == EVENT_TIMER) {
         set_event_enabled(info->event, 0);
         resched_event(info->event, nullptr);
     }
-    static_cast<Watchdog *>(watchdog)->tell();
+    static_cast<Watchdog *>(watchdog)->notify();
     return 0;
 }
 
-void Watchdog::tell()
+void Watchdog::notify()
 {
     const Analytics now = health_.analytics();
     char status[256];
-    std::snprintf(status, sizeof status, "%s%s", in_words(now),
-                  now == Analytics::ended ? health_.why_ended().text : "");
+    std::snprintf(status, sizeof status, "%s%s", sentence_for(now),
+                  now == Analytics::ended ? health_.record().why_ended.text : "");
     notifier_.notify(status, now == Analytics::start || now == Analytics::run);
 }
+
+} // namespace va

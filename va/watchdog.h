@@ -7,27 +7,32 @@
 
 struct event_info;
 
-// Tells the supervisor, when there is one that wants to know, that the daemon serves its clients,
-// how its analytics do, that it still lives, and that it is about to end. Main thread.
+namespace va
+{
+
+// Notifies the supervisor, if there is one, that the daemon serves its clients, how its analytics
+// are doing, that it is alive, and that it is about to end. Main thread.
 class Watchdog
 {
 public:
-    // Takes what a supervisor says out of the environment. `health` outlives the watchdog.
+    // Takes a supervisor's variables out of the environment. `health` outlives the watchdog.
     explicit Watchdog(const VaHealth &health);
 
-    // Adds what it does to the event loop, where it must outlive the loop's run: READY=1 in the
-    // first cycle, STATUS= whenever that changes, and, in half the interval that the supervisor
-    // asks for, WATCHDOG=1 as long as the analytics do not hang and have not ended. False when
-    // memory is short.
+    // Adds its events to the event loop, whose run it must outlive: READY=1 in the first cycle,
+    // STATUS= whenever that changes, and, at half the interval that the supervisor asks for,
+    // WATCHDOG=1 as long as the analytics do not hang and have not ended. False when memory is
+    // short.
     bool start();
 
-    void says_stopping();
-    void says_not_started();
+    void notify_stopping();
+    void notify_not_started();
 
 private:
     static std::int32_t on_time(event_info *info, void *watchdog);
-    void tell();
+    void notify();
 
     const VaHealth &health_;
     Notifier notifier_;
 };
+
+} // namespace va

@@ -1,13 +1,12 @@
-#include "va/vana.h"
+#include "va/coprocessor.h"
 
 #include "platform/firmware.h"
 #include "platform/ne3_val.h"
 #include "util/fd.h"
 #include "util/util.h"
+#include "va/drivers.h"
 #include "va/log.h"
-#include "va/modules.h"
 #include "va/paths.h"
-#include "va/report.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -29,7 +28,8 @@ constexpr VanaConfigFile config_files[] = {
     {"imx140la", va_work_data_1080p_path},
 };
 
-// Empty when there is no such file, of which the log has no line. Anything else is not waited for.
+// Empty when there is no such file, which is reported but not logged. Never waits, as for a FIFO's
+// writer.
 Fd open_file(const char *path, VaReport *report)
 {
     Fd file(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
@@ -37,7 +37,8 @@ Fd open_file(const char *path, VaReport *report)
     const bool found = file && fstat(file.get(), &status) == 0;
     if (found && S_ISREG(status.st_mode))
         return file;
-    tell(report, &VaHealth::cannot_boot, path, found ? "not a regular file" : std::strerror(errno));
+    va::report(report, &VaHealth::cannot_boot, path,
+               found ? "not a regular file" : std::strerror(errno));
     return Fd();
 }
 
@@ -76,14 +77,14 @@ bool load_firmware(const Fd &file, const vanaMemInfo &info)
 {
     FirmwareHeader header;
     if (!read_whole(file, &header, sizeof header)) {
-        log_error("%s: error read.", "va_vana_boot");
+        va::log_error("%s: error read.", "va_vana_boot");
         return false;
     }
     const Area vector{info.pVectorAddress, info.vectorAddress, info.vectorSize};
     const Area program{info.pProgramAddress, info.programPhysAddress, info.programSize};
     if (!read_image(file, vector, vector.physical, buf2long(header.vectorSize)) ||
         !read_image(file, program, buf2long(header.programAddress), buf2long(header.programSize))) {
-        log_error("%s: vanafw read program failed.", "va_vana_boot");
+        va::log_error("%s: vanafw read program failed.", "va_vana_boot");
         return false;
     }
     return true;
@@ -95,7 +96,7 @@ bool load_work_data(const Fd &file, const vanaMemInfo &info)
     const Area work{info.pWorkAddress, info.workPhysAddress, info.workSize};
     if (!read_whole(file, &header, sizeof header) ||
         !read_image(file, work, buf2long(header.workAddress), buf2long(header.workSize))) {
-        log_error("%s: vana config read program failed.", "va_vana_boot");
+        va::log_error("%s: vana config read program failed.", "va_vana_boot");
         return false;
     }
     return true;
@@ -124,8 +125,8 @@ int load_images(const char *work_data, const vanaMemInfo &info, VaReport *report
 // The loader's code is in errno. Returns -1.
 int log_loader_failure(const char *what)
 {
-    log_error("%s failed.\n", what);
-    return log_error("errno : 0x%08X\n", errno);
+    va::log_error("%s failed.\n", what);
+    return va::log_error("errno : 0x%08X\n", errno);
 }
 
 int cancel_transfer()
@@ -164,15 +165,15 @@ int va_cl_init()
 
 int va_vana_boot(VaContext *context)
 {
-    tell(context->report, &VaHealth::boots);
+    va::report(context->report, &VaHealth::boots);
     const char *sensor = context->sensorConf.sensor;
     const char *work_data = work_data_path(sensor);
     if (!work_data)
-        return log_error("%s: Sensor %s is not supported", "va_vana_boot", sensor);
+        return va::log_error("%s: Sensor %s is not supported", "va_vana_boot", sensor);
     vanaMemInfo info{};
     if (ne3_cl_cpu3_get_memory_info(&info) == -1) {
-        log_error("Failed to get vana memory info.");
-        return log_error("errno : 0x%08X", errno);
+        va::log_error("Failed to get vana memory info.");
+        return va::log_error("errno : 0x%08X", errno);
     }
     dump_vana_meminfo(&info);
     return load_images(work_data, info, context->report) == 0 ? start_cpu() : -1;
@@ -195,18 +196,15 @@ void dump_vana_meminfo(const vanaMemInfo *info)
 int va_vana_init(VaContext *)
 {
     if (ne3_val_init() == -1)
-        return log_error("%s: ne3_val_init fail.", "va_vana_init");
+        return va::log_error("%s: ne3_val_init fail.", "va_vana_init");
     if (ne3_val_open() == -1)
-        return log_error("%s: ne3_val_open fail.", "va_vana_init");
+        return va::log_error("%s: ne3_val_open fail.", "va_vana_init");
     return 0;
 }
 
 int va_vana_quit(VaContext *context)
 {
-    for (const VaDriver &driver : va_drivers) {
-        driver.stop();
-        driver.close();
-    }
+    va_stop_modules();
     ne3_val_close();
     ne3_val_exit();
     va_vana_shutdown(context);

@@ -1,8 +1,13 @@
-#include "va/settings.h"
+#include "va/report.h"
+
+#include "util/text.h"
 
 #include <algorithm>
 #include <new>
 #include <utility>
+
+namespace va
+{
 
 namespace
 {
@@ -27,21 +32,15 @@ std::string lines_of(const ConfFindings &findings)
             left_out += "left_out." + item + " (" + setting.reason() + ")\n";
     }
     std::string filters;
-    const auto add = [&filters](const std::string &key, const std::string &value) {
-        filters.append(key).append(": ").append(value).append("\n");
-    };
-    for (const auto &[number, filter] : findings.filters()) {
-        const std::string key = "filter." + std::to_string(number);
-        add(key + ".name", filter.name);
-        add(key + ".event", std::to_string(filter.event));
-        add(key + ".bit", std::to_string(filter.bit));
-    }
+    for (const auto &[number, filter] : findings.filters())
+        filters += formatted("filter.%d.name: %s\nfilter.%d.event: %d\nfilter.%d.bit: %d\n", number,
+                             filter.name.c_str(), number, filter.event, number, filter.bit);
     return filters + used + left_out;
 }
 
 } // namespace
 
-void VaSettings::publish()
+void SettingsReport::publish()
 {
     std::string lines;
     bool is_complete = findings.is_complete();
@@ -50,21 +49,23 @@ void VaSettings::publish()
     } catch (const std::bad_alloc &) {
         is_complete = false;
     }
-    const va::ScopedLock guard(lock_);
+    const ScopedLock guard(lock_);
     shown_.lines = std::move(lines);
     shown_.is_complete = is_complete;
 }
 
-void VaSettings::publish_reload()
+void SettingsReport::publish_reload()
 {
     publish();
-    const va::ScopedLock guard(lock_);
+    const ScopedLock guard(lock_);
     ++shown_.reloads;
     shown_.last_reload = std::chrono::system_clock::now();
 }
 
-VaSettings::Shown VaSettings::shown() const
+SettingsReport::Shown SettingsReport::shown() const
 {
-    const va::ScopedLock guard(lock_);
+    const ScopedLock guard(lock_);
     return shown_;
 }
+
+} // namespace va

@@ -20,7 +20,7 @@ extern const std::span<const VanaConfigFile> vanaConfigFiles;
 int va_cl_init();
 
 // Loads the program and the sensor's work data into the co-processor's memory and starts it.
-// Returns 0, or -1: after log lines, or, when a file is missing, after telling the report.
+// Returns 0, or -1: after log lines, or, when a file is missing, after a note in the report.
 int va_vana_boot(VaContext *context);
 
 // Prints the nine fields on standard output.

@@ -1,4 +1,4 @@
-#include "va/module.h"
+#include "va/driver.h"
 
 #include "event/soft_queue.h"
 #include "platform/ne3_val.h"
@@ -10,6 +10,9 @@
 #include <limits>
 
 #include <unistd.h>
+
+namespace va
+{
 
 void relay_entries(sck_svr_t *server, const void *entries, std::int32_t count,
                    std::size_t entry_size)
@@ -28,14 +31,16 @@ void wake_loop(const VaContext *context)
         soft_queue_add(context->wake, 0);
 }
 
-void note_failed_read(VaContext *context, VaModule module, const char *name)
+void note_failed_read(const VaContext *context, VaModule module, const char *name)
 {
     const int code = errno;
     if (code == NE3_VAL_ERR_CANCEL)
         return;
-    tell(context->report, &VaHealth::fails, module, name, code);
+    report(context->report, &VaHealth::fails, module, name, code);
     log_error("%s failed.\n", name);
 }
+
+} // namespace va
 
 int va_cancel(const VaContext *context, int (*cancel_data)())
 {

@@ -7,13 +7,12 @@
 #include <cstddef>
 #include <cstdint>
 
-// What the drivers of the analytics modules have in common.
+// What the drivers of the analytics modules have in common. Processing thread, but for va_cancel().
+namespace va
+{
 
-// What one read of a module has brought.
-enum class Poll { nothing, result, end };
-
-// Reads a record afresh and takes it over if any byte differs from the live copy. Returns whether
-// it did; an unchanged record is left untouched.
+// Reads a record again and takes it over if any byte differs from the live copy. Returns whether it
+// did; an unchanged record is left untouched.
 template <class Record, class Get>
 bool refresh(Record &live, Get get, int (*compare)(const Record *, const Record *))
 {
@@ -31,33 +30,37 @@ bool refresh(Record &live, Get get, int (*compare)(const Record *, const Record 
 void relay_entries(sck_svr_t *server, const void *entries, std::int32_t count,
                    std::size_t entry_size);
 
+// What one read of a module, or one pass over several, has brought; the greater prevails.
+enum class Outcome { nothing, result, end };
+
 // Ends the event loop's wait: what was relayed goes out now.
 void wake_loop(const VaContext *context);
 
-// Tells log and health of a failed read, unless it was cancelled; the library's code is in errno.
-void note_failed_read(VaContext *context, VaModule module, const char *name);
+// Logs and reports a failed read, unless it was cancelled; the library's code is in errno.
+void note_failed_read(const VaContext *context, VaModule module, const char *name);
 
 // Reads a module's next result, if there is one, into a record kept for that, and relays it. `name`
 // is that of `get_data`, for the log. A read that fails or is cancelled is the thread's end.
-template <class Result>
-Poll poll(VaContext *context, VaModule module, int (*get_data)(int, Result *), const char *name,
-          int (*relay)(VaContext *, const Result *))
+template <class Result, int (*get_data)(int, Result *), int (*relay)(VaContext *, const Result *)>
+Outcome read_and_relay(VaContext *context, VaModule module, const char *name)
 {
     constexpr int read_prm = 1; // the library's; always 1
     static Result result;
     switch (get_data(read_prm, &result)) {
     case 0:
-        tell(context->report, &VaHealth::has_result, module);
+        report(context->report, &VaHealth::has_result, module);
         relay(context, &result);
         wake_loop(context);
-        return Poll::result;
+        return Outcome::result;
     case -1:
         note_failed_read(context, module, name);
-        return Poll::end;
+        return Outcome::end;
     default:
-        return Poll::nothing;
+        return Outcome::nothing;
     }
 }
+
+} // namespace va
 
 // Main thread, at shutdown: calls `cancel_data` every 100 ms until it returns 0 or the processing
 // thread has ended; at least once. Returns 0.
