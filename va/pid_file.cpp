@@ -23,7 +23,7 @@ namespace
 {
 
 // In the place of a process number.
-constexpr pid_t nobody = 0;
+constexpr pid_t no_process = 0;
 constexpr pid_t unknown = -1; // there is a file, but it cannot be read
 
 struct Recorded {
@@ -83,28 +83,28 @@ pid_t parse_process(std::string_view text)
 {
     if (text.ends_with('\n'))
         text.remove_suffix(1);
-    pid_t process = nobody;
+    pid_t process = no_process;
     const char *const end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, process);
-    return error == std::errc() && stop == end && process > 0 ? process : nobody;
+    return error == std::errc() && stop == end && process > 0 ? process : no_process;
 }
 
 Recorded recorded()
 {
     const Fd file(open(va_pid_path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!file)
-        return {errno == ELOOP || errno == ENXIO ? nobody : unknown, false}; // a link, a socket
+        return {errno == ELOOP || errno == ENXIO ? no_process : unknown, false}; // a link, a socket
     struct stat status;
     if (fstat(file.get(), &status) != 0)
         return {unknown, false};
     if (!S_ISREG(status.st_mode))
-        return {nobody, false};
+        return {no_process, false};
     char text[32];
     const ssize_t length = read(file.get(), text, sizeof text);
     if (length < 0)
         return {unknown, false};
     const std::size_t size = static_cast<std::size_t>(length);
-    return {size < sizeof text ? parse_process({text, size}) : nobody, va::is_trusted(status)};
+    return {size < sizeof text ? parse_process({text, size}) : no_process, va::is_trusted(status)};
 }
 
 // Asks an instance to stop, if it may be asked, and gives it a second.
@@ -124,7 +124,7 @@ bool is_stale(const Recorded &old)
 {
     if (old.process == unknown || recorded() != old)
         return false;
-    return old.process == nobody || old.process == getpid() || !is_alive(old.process);
+    return old.process == no_process || old.process == getpid() || !is_alive(old.process);
 }
 
 // Returns false after a log line when a stale file stays.
