@@ -1,9 +1,16 @@
 #pragma once
 
-#include "event/loop.h"
 #include "util/fd.h"
 
+#include <cstdint>
+
+#include <sys/time.h>
+
 // What the parts of this tree need of events beyond what users see. Private to it, like util/fd.h.
+
+struct event;
+struct event_info;
+void remove_event(event *handle);
 
 namespace va
 {
@@ -13,7 +20,8 @@ using EventOwner = Owner<event, remove_event>;
 
 // An event on no list, with the flags that the add operations give for `flags`; null when memory is
 // short. free_event() ends one that is on no list.
-event *make_event(std::int32_t type, unsigned flags, event_callback callback, void *arg);
+event *make_event(std::int32_t type, unsigned flags,
+                  std::int32_t (*callback)(event_info *info, void *arg), void *arg);
 void free_event(event *made);
 
 // Lists that are linked through `prev` and `next`, with a head pointer alone.

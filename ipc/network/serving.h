@@ -1,6 +1,7 @@
 #pragma once
 
 #include "event/internal.h"
+#include "event/loop.h"
 #include "util/guarded.h"
 
 #include <algorithm>

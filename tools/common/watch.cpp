@@ -25,7 +25,7 @@ constexpr milliseconds retry_interval{200}; // of attempts to connect
 constexpr milliseconds answer_interval{10}; // of looks for an answer
 constexpr seconds status_interval{2};       // of questions, while somebody wants the status
 constexpr seconds silence{3};               // before a daemon is asked whether it is well
-constexpr seconds silent_interval{10};      // of questions, as long as it is silent
+constexpr seconds long_interval{10};        // of questions else, each of which costs it a file
 
 std::atomic<bool> report_requested{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "written by a signal handler");
@@ -125,13 +125,12 @@ public:
         if (!query_ && now.at >= due_ && is_asked(now, complete)) {
             was_silent_ = is_silent(now);
             query_.emplace(directory_);
-            due_ = now.at + status_interval;
-            if (was_silent_ && !wanted_)
-                due_ = now.at + silent_interval;
         }
         auto answer = query_ ? query_->poll() : std::nullopt;
         if (answer) {
             query_.reset();
+            const bool is_gone = answer->answer == DaemonStatus::Answer::Gone; // asked for nothing
+            due_ = now.at + (wanted_ || is_gone ? status_interval : long_interval);
             take(now, *answer);
         }
         return answer;
