@@ -35,7 +35,7 @@ settings() {
 made() {
     sed '/^\.SH SETTINGS/q' "$page"
     echo '.\" Made by scripts/man-settings.sh from docs/porting.md.'
-    echo 'Behind a key stand its default and, where that counts again on a reload, R.'
+    echo 'In brackets behind a key: its default and, if it is reloaded, R.'
     settings
     sed -n '/^\.SH SEE ALSO/,$p' "$page"
 }
