@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Prints the records of the video-analytics daemon, one line each, until Ctrl-C.
 
-Connects again whenever the daemon was restarted. Needs the standard library alone.
+Reconnects whenever the daemon is restarted. Needs only the standard library.
 """
 
 import argparse
@@ -13,7 +13,7 @@ import struct
 import sys
 
 STREAMS = ("od", "vmf", "fd", "ta")
-LONGEST = 1 << 20  # bytes of a payload: whoever announces more is not the daemon
+LONGEST = 1 << 20  # bytes of a payload: a peer that announces more is not the daemon
 RETRY = 0.2  # seconds between two attempts to connect
 DIRECTORY = os.environ.get("VA_RUN_DIR", "/tmp/va_info")  # of the sockets
 
@@ -27,14 +27,14 @@ class Stream:
         self.said = None
 
     def say(self, text):
-        """What became of the connection, once a change."""
+        """Reports each change of the connection once."""
         if text != self.said:
             print(f"client.py: {self.path}: {text}", file=sys.stderr)
         self.said = text
 
     def connect(self):
         connection = socket.socket(socket.AF_UNIX)
-        connection.setblocking(False)  # a daemon at its limit would have connect() wait
+        connection.setblocking(False)  # connect() would block on a daemon at its limit
         try:
             connection.connect(self.path)
             self.socket, self.received = connection, b""
@@ -44,7 +44,7 @@ class Stream:
             self.say(f"waiting for the daemon: {error.strerror}")
 
     def payloads(self):
-        """What one read completes. Closes the connection when the daemon did."""
+        """The payloads that one read completes. Closes the connection when the daemon has."""
         try:
             got = self.socket.recv(65536)
         except OSError:
@@ -65,7 +65,7 @@ class Stream:
 
 
 def reconfigure(directory):
-    """Has the daemon read its settings again; OSError, at once, when it does not run."""
+    """Has the daemon reload its settings; raises OSError at once when it does not run."""
     control = os.open(os.path.join(directory, "ctrl"), os.O_WRONLY | os.O_NONBLOCK)
     os.write(control, b"reconfig\n")
     os.close(control)
@@ -73,7 +73,7 @@ def reconfigure(directory):
 
 parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
 parser.add_argument("-d", "--directory", default=DIRECTORY, help="of the sockets")
-parser.add_argument("--reconfig", action="store_true", help="have the settings read again first")
+parser.add_argument("--reconfig", action="store_true", help="have the daemon reload its settings first")
 options = parser.parse_args()
 signal.signal(signal.SIGINT, signal.SIG_DFL)
 signal.signal(signal.SIGPIPE, signal.SIG_DFL)  # "| head" is a common end

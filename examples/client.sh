@@ -1,22 +1,22 @@
 #!/bin/sh
 # usage: client.sh STREAM [DIRECTORY]
 # Prints the records of one of the daemon's streams (od, vmf, fd, ta), one line each, until Ctrl-C;
-# connects again whenever the daemon was restarted. Needs socat and od.
+# reconnects whenever the daemon is restarted. Needs socat and od.
 
 stream=${1:?usage: client.sh STREAM [DIRECTORY]}
 directory=${2:-${VA_RUN_DIR:-/tmp/va_info}}
 
-# read_bytes COUNT: exactly so many, as decimal 32-bit words on one line; nothing at the end. By dd,
-# which takes no byte of the next record, and keeps none back as od would in a pipe of its own.
+# read_bytes COUNT: exactly so many, as decimal 32-bit words on one line; nothing at the end. With dd,
+# since od would read ahead into the next record.
 read_bytes() {
     dd bs=1 count="$1" 2>/dev/null | od -A n -v -t u4 | tr -s '\n ' '  '
 }
 
-# Fails when there was none.
+# Fails when there was no record.
 print_records() {
     some=1
     while length=$(read_bytes 4) && [ -n "$length" ]; do
-        # shellcheck disable=SC2046,SC2086 # parted on purpose: superfluous blanks go
+        # shellcheck disable=SC2046,SC2086 # split on purpose: drops superfluous blanks
         echo "$stream" $(read_bytes $length)
         some=0
     done

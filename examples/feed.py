@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""usage: feed.py PATH: what the stand-in sees when its scene says `feed PATH`: somebody walks to and fro."""
+"""usage: feed.py PATH: a feed for a scene with `feed PATH`: somebody walks to and fro."""
 
 import itertools
 import sys
@@ -8,7 +8,7 @@ import time
 WIDTH, HEIGHT, RATE = 640, 360, 25
 
 try:
-    with open(sys.argv[1], "w") as feed:  # waits until the FIFO is read
+    with open(sys.argv[1], "w") as feed:  # waits for the FIFO's reader
         print("frame", WIDTH, HEIGHT, file=feed)
         for number in itertools.count():
             x = 60 + abs(number * 4 % 1000 - 500)

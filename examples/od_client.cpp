@@ -10,8 +10,8 @@
 #include <poll.h>
 
 // usage: od_client [directory]
-// Prints the objects that the daemon detects, a line each, until Ctrl-C; connects again whenever
-// the daemon was restarted.
+// Prints the objects that the daemon detects, a line each, until Ctrl-C; reconnects whenever the
+// daemon is restarted.
 
 namespace
 {
@@ -30,7 +30,7 @@ void print_objects(std::span<const std::uint8_t> payload)
     }
 }
 
-// Says once what became of the connection.
+// Reports each change of the connection once.
 void say_status(const va::StreamClient &client)
 {
     static std::string said;
