@@ -261,7 +261,7 @@ TEST_F(SimTest, TheStoreHasTheLastValueOfAKey)
     const std::tuple<string, std::size_t, const char *, std::optional<string>> cases[] = {
         {"a=1\nk=2\nkk=3\n", 8, "other", "2"}, {"k=2", 8, "other", "2"},
         {"k=2\r\nb=\r\n", 8, "other", "2"}, {"k= 2=3 #\n", 8, "other", " 2=3 #"},
-        {"#k=1\n k=2\nK=3\nk\nkk=4\n", 8, "other", "other"}, {"#k=1\n", 8, nullptr, {}},
+        {"#k=1\n k=2\nK=3\nk\nkk=4\n=5\n", 8, "other", "other"}, {"#k=1\n", 8, nullptr, {}},
         {"k=1\nk=\n", 8, "other", ""}, {"k=12345678\n", 8, "other", "1234567"},
         {"", 3, "other", "ot"}, {"k=1\n", 0, "other", {}},
         {string(1 << 20, '\n') + "k=1", 8, "other", "other"}};

@@ -25,10 +25,10 @@
 
 // The store is a text file. Each call checks whether it was replaced or changed, and reads it then:
 // a change takes effect at once. It holds key=value lines, which end in LF or CR LF; a line that
-// begins with # is a comment, one without = is ignored, and the last line of a key counts. A file
-// written in place may be seen half written; one renamed into place is always seen whole. While the
-// file cannot be read, or is gone, what was read last stays; before the first time the store is
-// empty.
+// begins with # is a comment (no key does), one without = is ignored, and the last line of a key
+// counts. A file written in place may be seen half written; one renamed into place is always seen
+// whole. While the file cannot be read, or is gone, what was read last stays; before the first time
+// the store is empty.
 
 namespace
 {
@@ -155,7 +155,7 @@ std::optional<std::string_view> find_value(std::string_view text, std::string_vi
         if (line.ends_with('\r'))
             line.remove_suffix(1);
         const std::size_t equals = line.find('=');
-        if (equals != line.npos && line.substr(0, equals) == key && !line.starts_with('#'))
+        if (equals != line.npos && line.substr(0, equals) == key)
             value = line.substr(equals + 1);
     }
     return value;
