@@ -64,7 +64,7 @@ public:
         const std::uint32_t time = clock_us();
         SimObjectEntry entries[objects] = {};
         for (std::uint32_t i = 0; i < objects; ++i)
-            entries[i] = {i, SimObjectKind::moving, 0, 0, 100, 100, 0, 0, result_, 0};
+            entries[i] = {i, SimObjectKind::Moving, 0, 0, 100, 100, 0, 0, result_, 0};
         entries[0].x = static_cast<std::int32_t>(time & 0xffff);
         entries[0].y = static_cast<std::int32_t>(time >> 16);
         ++result_;

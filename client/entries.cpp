@@ -24,7 +24,7 @@ const char *kind_word(Detection::Kind kind)
 std::vector<Alarm> alarms_in(const Record &record)
 {
     std::vector<Alarm> alarms;
-    if (record.stream != Stream::vmf)
+    if (record.stream != Stream::Vmf)
         return alarms;
     const Words masks(record.payload);
     for (std::size_t event = 0; event < std::min(masks.size(), VMF_EVENT_CODES); ++event) {
@@ -36,7 +36,7 @@ std::vector<Alarm> alarms_in(const Record &record)
 
 bool is_tamper_alarm(const Record &record)
 {
-    return record.stream == Stream::ta && TAMPER_RECORDS_ARE_ALARMS;
+    return record.stream == Stream::Ta && TAMPER_RECORDS_ARE_ALARMS;
 }
 
 } // namespace va

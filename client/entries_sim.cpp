@@ -23,7 +23,7 @@ static_assert(std::size(face_fields) * word_size == sizeof(SimFaceEntry));
 
 Detection detection_of(const SimObjectEntry &object)
 {
-    return {object.kind == SimObjectKind::stationary ? Detection::Kind::Static
+    return {object.kind == SimObjectKind::Stationary ? Detection::Kind::Static
                                                      : Detection::Kind::Moving,
             object.id,
             object.x,
@@ -56,7 +56,7 @@ std::vector<Detection> all_in(std::span<const std::uint8_t> payload)
 
 std::optional<std::uint32_t> number_in(const Record &record, std::uint32_t SimObjectEntry::*number)
 {
-    if (record.stream != Stream::od || record.payload.size() < sizeof(SimObjectEntry))
+    if (record.stream != Stream::Od || record.payload.size() < sizeof(SimObjectEntry))
         return std::nullopt;
     return first_in<SimObjectEntry>(record.payload).*number;
 }
@@ -70,12 +70,12 @@ const bool TAMPER_RECORDS_ARE_ALARMS = true;
 std::vector<Detection> detections_in(const Record &record)
 {
     switch (record.stream) {
-    case Stream::od:
+    case Stream::Od:
         return all_in<SimObjectEntry>(record.payload);
-    case Stream::fd:
+    case Stream::Fd:
         return all_in<SimFaceEntry>(record.payload);
-    case Stream::vmf:
-    case Stream::ta:
+    case Stream::Vmf:
+    case Stream::Ta:
         break;
     }
     return {};

@@ -230,19 +230,19 @@ void EventMaker::take(const Record &record)
 {
     pass(record.at);
     switch (record.stream) {
-    case Stream::od:
+    case Stream::Od:
         if (const auto number = result_number(record))
             take_number(*number, record.at);
         take_detections(record);
         results_.add(detections_in(record), record.at);
         break;
-    case Stream::fd:
+    case Stream::Fd:
         take_detections(record);
         break;
-    case Stream::vmf:
+    case Stream::Vmf:
         take_alarms(record);
         break;
-    case Stream::ta:
+    case Stream::Ta:
         if (is_tamper_alarm(record))
             show({record.stream, 0, 0}, {.kind = Kind::TamperBegan, .at = record.at});
         break;
@@ -259,7 +259,7 @@ void EventMaker::set_connected(Stream stream, bool connected, Elapsed now)
     if (!connected) {
         end_where([&](const Key &key, const Event &) { return std::get<0>(key) == stream; }, now,
                   true);
-        if (stream == Stream::od) {
+        if (stream == Stream::Od) {
             result_.reset();
             results_.clear();
         }

@@ -22,13 +22,13 @@ static_assert(std::size(vmf_fields) == VMF_EVENT_CODES);
 StreamInfo info_of(Stream stream)
 {
     switch (stream) {
-    case Stream::od: // the objects of a result
+    case Stream::Od: // the objects of a result
         return {"od", "od", OD_ENTRY_SIZE / word_size, OBJECT_FIELDS};
-    case Stream::vmf:
+    case Stream::Vmf:
         return {"vmf", "od", VMF_EVENT_CODES, vmf_fields};
-    case Stream::fd: // the faces of a result
+    case Stream::Fd: // the faces of a result
         return {"fd", "fd", FD_ENTRY_SIZE / word_size, FACE_FIELDS};
-    case Stream::ta:
+    case Stream::Ta:
         return {"ta", "ta", sizeof(TaRecord) / word_size, {}};
     }
     return {};

@@ -13,9 +13,9 @@ namespace va
 
 // Whoever branches on a stream does it in a switch without a default, so that the compiler names
 // each place that has to know of a new one.
-enum class Stream { od, vmf, fd, ta };
+enum class Stream { Od, Vmf, Fd, Ta };
 
-inline constexpr std::array STREAMS = {Stream::od, Stream::vmf, Stream::fd, Stream::ta};
+inline constexpr std::array STREAMS = {Stream::Od, Stream::Vmf, Stream::Fd, Stream::Ta};
 inline constexpr std::size_t STREAM_COUNT = STREAMS.size();
 
 constexpr std::size_t index_of(Stream stream)

@@ -31,14 +31,14 @@ bool has_stream(const Source &source, Stream stream)
 Publisher::Publisher(const Settings &settings, const Source &source)
     : settings_(settings),
       topics_(settings.names),
-      tells_tamper_(TAMPER_RECORDS_ARE_ALARMS && has_stream(source, Stream::ta)),
+      tells_tamper_(TAMPER_RECORDS_ARE_ALARMS && has_stream(source, Stream::Ta)),
       notifier_([](const char *text) { say(text); }),
       broker_(Broker::open(settings, {topics_.available(), offline, true})),
       maker_([this](const Event &event) { take_event(event); }),
       now_{std::chrono::system_clock::now(), {}},
       alive_due_(notifier_.interval() > 0us ? Elapsed() : Elapsed::max())
 {
-    for (const Stream stream : {Stream::od, Stream::fd}) {
+    for (const Stream stream : {Stream::Od, Stream::Fd}) {
         if (settings.rate > 0 && has_stream(source, stream))
             frames_.emplace(stream, settings.rate);
     }

@@ -48,7 +48,7 @@ inline const char *StaticObjectString(std::uint32_t kind)
 // code: to both.
 enum : std::int32_t { SIM_TO_RIGHT = 1, SIM_TO_LEFT = 2 };
 
-enum class SimObjectKind : std::uint32_t { moving = OD_DYNAMIC, stationary = OD_STATIC };
+enum class SimObjectKind : std::uint32_t { Moving = OD_DYNAMIC, Stationary = OD_STATIC };
 
 // An object. Places are pixels of the scene's frame, from its top left corner, x to the right and y
 // down; they may lie outside of it.

@@ -17,7 +17,7 @@ using namespace va::sim;
 using std::string;
 using SimTest = VaTest;
 
-SimObjectEntry object_at(Point centre, SimObjectKind kind = SimObjectKind::moving)
+SimObjectEntry object_at(Point centre, SimObjectKind kind = SimObjectKind::Moving)
 {
     SimObjectEntry entry{};
     entry.kind = kind;
@@ -70,8 +70,8 @@ TEST_F(SimTest, MasksLimitsAndFiltersActOnTheirObjects)
     std::ranges::copy(box(500, 200, 700, 400).points, control.vmf->filters[1].points);
     control.vmf->ndAreaNum = 2;
     control.vmf->ndAreas[1] = box(550, 350, 560, 360);
-    constexpr auto moves = SimObjectKind::moving;
-    constexpr auto stays = SimObjectKind::stationary;
+    constexpr auto moves = SimObjectKind::Moving;
+    constexpr auto stays = SimObjectKind::Stationary;
     constexpr int no = -1; // it is not reported
     const std::tuple<Point, Size, SimObjectKind, int> cases[] = {
         {{100, 100}, {40, 40}, moves, no}, {{199, 199}, {40, 40}, moves, no},

@@ -58,24 +58,24 @@ TEST_F(VaModulesTest, ReportEachRefusedCall)
         int result; // of the module's init
         string log;
     } cases[] = {
-        {od, "open_ex", -1, "od_open failed."},
-        {od, "start", -1, "ne3_val_od_start fail."},
-        {od, "get_area_data_mem", 0, "ne3_val_od_get_area_data_mem failed. errno = 81E03001"},
-        {od, "get_ctrl", 0, "ne3_val_od_get_ctrl fail. errno=81E03001"},
-        {od, "set_ctrl", 0, "ne3_val_od_set_ctrl fail. errno = 81E03001"},
-        {fd, "open", -1, "fd_open failed."},
-        {fd, "start", -1, "start failed."},
-        {fd, "get_ctrl", -1, "ne3_val_fd_get_ctrl fail. errno = 81E03001"},
-        {fd, "get_area_data_mem", -1, "fd_get_area_data_mem failed. errno = 81E03001"},
-        {fd, "set_ctrl", -1, "ne3_val_fd_set_ctrl fail. errno = 81E03001"},
-        {ta, "open", -1, "ta_open failed."},
-        {ta, "start", -1, "start failed."},
-        {ta, "get_ctrl_ex", 0, "ne3_val_ta_get_ctrl fail. errno = 81E03001"},
-        {ta, "set_ctrl_ex", 0, "ne3_val_ta_set_ctrls fail. errno = 81E03001"},
-        {dis, "open", -1, "dis_open failed."},
-        {dis, "start", -1, "dis_start failed."},
-        {dis, "get_ctrl", 0, ""},
-        {dis, "set_ctrl", 0, "ne3_val_dis_set_ctrl fail."},
+        {Od, "open_ex", -1, "od_open failed."},
+        {Od, "start", -1, "ne3_val_od_start fail."},
+        {Od, "get_area_data_mem", 0, "ne3_val_od_get_area_data_mem failed. errno = 81E03001"},
+        {Od, "get_ctrl", 0, "ne3_val_od_get_ctrl fail. errno=81E03001"},
+        {Od, "set_ctrl", 0, "ne3_val_od_set_ctrl fail. errno = 81E03001"},
+        {Fd, "open", -1, "fd_open failed."},
+        {Fd, "start", -1, "start failed."},
+        {Fd, "get_ctrl", -1, "ne3_val_fd_get_ctrl fail. errno = 81E03001"},
+        {Fd, "get_area_data_mem", -1, "fd_get_area_data_mem failed. errno = 81E03001"},
+        {Fd, "set_ctrl", -1, "ne3_val_fd_set_ctrl fail. errno = 81E03001"},
+        {Ta, "open", -1, "ta_open failed."},
+        {Ta, "start", -1, "start failed."},
+        {Ta, "get_ctrl_ex", 0, "ne3_val_ta_get_ctrl fail. errno = 81E03001"},
+        {Ta, "set_ctrl_ex", 0, "ne3_val_ta_set_ctrls fail. errno = 81E03001"},
+        {Dis, "open", -1, "dis_open failed."},
+        {Dis, "start", -1, "dis_start failed."},
+        {Dis, "get_ctrl", 0, ""},
+        {Dis, "set_ctrl", 0, "ne3_val_dis_set_ctrl fail."},
     };
     for (const auto &test : cases) {
         const string function = string("ne3_val_") + va::name_of(test.module) + "_" + test.call;
@@ -136,10 +136,10 @@ TEST_F(VaModulesTest, SendEachChangeOnce)
     const std::size_t calls = sim_calls().size();
     update();
     EXPECT_EQ(calls, sim_calls().size());
-    EXPECT_TRUE(refused(VaModule::od) && refused(VaModule::ta));
+    EXPECT_TRUE(refused(VaModule::Od) && refused(VaModule::Ta));
     files.store("");
     update();
-    EXPECT_FALSE(refused(VaModule::od) || refused(VaModule::ta));
+    EXPECT_FALSE(refused(VaModule::Od) || refused(VaModule::Ta));
 }
 
 TEST_F(VaModulesTest, RelayEntriesUnchanged)

@@ -41,7 +41,9 @@ int write_whole(int fd, std::string_view bytes)
 {
     while (!bytes.empty()) {
         const ssize_t written = write(fd, bytes.data(), bytes.size());
-        if (written < 0 && errno != EINTR)
+        if (written == 0)
+            errno = EIO;
+        if (written == 0 || (written < 0 && errno != EINTR))
             return -1;
         bytes.remove_prefix(written > 0 ? static_cast<std::size_t>(written) : 0);
     }

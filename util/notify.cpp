@@ -1,7 +1,5 @@
 #include "util/notify.h"
 
-#include "util/text.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
@@ -49,12 +47,15 @@ Notifier::Notifier(Complain complain) : complain_(complain), interval_(take_inte
     const char *const name = std::getenv(variable);
     if (!name)
         return;
+    char text[256] = "";
     if (!set_address(name))
-        complain_(
-            va::formatted("%s=%s names no socket: the supervisor is not notified.", variable, name)
-                .c_str());
+        std::snprintf(text, sizeof text, "%s=%s names no socket: the supervisor is not notified.",
+                      variable, name);
     else if (socket_.reset(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)); !socket_)
-        complain_(("No socket to notify the supervisor: " + va::error_text(errno) + '.').c_str());
+        std::snprintf(text, sizeof text, "No socket to notify the supervisor: %s.",
+                      std::strerror(errno));
+    if (*text)
+        complain_(text);
     unsetenv(variable);
 }
 

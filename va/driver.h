@@ -31,7 +31,7 @@ void relay_entries(sck_svr_t *server, const void *entries, std::int32_t count,
                    std::size_t entry_size);
 
 // What one read of a module, or one pass over several, has brought; the greater prevails.
-enum class Outcome { nothing, result, end };
+enum class Outcome { Nothing, Result, End };
 
 // Ends the event loop's wait: what was relayed goes out now.
 void wake_loop(const VaContext *context);
@@ -51,12 +51,12 @@ Outcome read_and_relay(VaContext *context, VaModule module, const char *name)
         report(context->report, &VaHealth::has_result, module);
         relay(context, &result);
         wake_loop(context);
-        return Outcome::result;
+        return Outcome::Result;
     case -1:
         note_failed_read(context, module, name);
-        return Outcome::end;
+        return Outcome::End;
     default:
-        return Outcome::nothing;
+        return Outcome::Nothing;
     }
 }
 

@@ -32,19 +32,19 @@ void select_by_store()
 } // namespace
 
 constexpr std::array<VaDriver, std::size(va_modules)> va_drivers = {{
-    {VaModule::od, 'o', &gm_bOdEna, &VaContext::odEnable, va_od_getConf, va_od_init,
+    {VaModule::Od, 'o', &gm_bOdEna, &VaContext::odEnable, va_od_getConf, va_od_init,
      va_od_updateConfig, ne3_val_od_stop, ne3_val_od_close,
      read_and_relay<ne3_val_od_result, ne3_val_od_get_data, va_od_processData>,
      "ne3_val_od_get_data", va_od_cancel},
-    {VaModule::fd, 'f', &gm_bFdEna, &VaContext::fdEnable, va_fd_getConf, va_fd_init,
+    {VaModule::Fd, 'f', &gm_bFdEna, &VaContext::fdEnable, va_fd_getConf, va_fd_init,
      va_fd_updateConfig, ne3_val_fd_stop, ne3_val_fd_close,
      read_and_relay<ne3_val_fd_result, ne3_val_fd_get_data, va_fd_processData>,
      "ne3_val_fd_get_data", va_fd_cancel},
-    {VaModule::ta, 't', &gm_bTaEna, &VaContext::taEnable, va_ta_getConf, va_ta_init,
+    {VaModule::Ta, 't', &gm_bTaEna, &VaContext::taEnable, va_ta_getConf, va_ta_init,
      va_ta_updateConfig, ne3_val_ta_stop, ne3_val_ta_close,
      read_and_relay<ne3_val_ta_result, ne3_val_ta_get_data, va_ta_processData>,
      "ne3_val_ta_get_data", va_ta_cancel},
-    {VaModule::dis, 'd', &gm_bDisEna, &VaContext::disEnable, va_dis_getConf, va_dis_init, nullptr,
+    {VaModule::Dis, 'd', &gm_bDisEna, &VaContext::disEnable, va_dis_getConf, va_dis_init, nullptr,
      ne3_val_dis_stop, ne3_val_dis_close},
 }};
 

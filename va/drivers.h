@@ -101,7 +101,7 @@ struct VaDriver {
 extern const std::array<VaDriver, std::size(va_modules)> va_drivers;
 
 // In the order of a pass.
-inline constexpr VaModule va_polled[] = {VaModule::od, VaModule::ta, VaModule::fd};
+inline constexpr VaModule va_polled[] = {VaModule::Od, VaModule::Ta, VaModule::Fd};
 
 inline const VaDriver &va_driver_of(VaModule module)
 {

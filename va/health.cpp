@@ -79,7 +79,7 @@ void VaHealth::cannot_boot(const char *path, const char *why)
 void VaHealth::opens(VaModule module)
 {
     last_pass_.set();
-    set_state(module, State::opens);
+    set_state(module, State::Opens);
 }
 
 void VaHealth::configures(VaModule module, bool accepted)
@@ -92,7 +92,7 @@ void VaHealth::fails(VaModule module, const char *what, int code)
 {
     const va::ScopedLock guard(lock_);
     Module &failed = record_.modules[index_of(module)];
-    failed.state = State::failed;
+    failed.state = State::Failed;
     if (code != 0)
         put(failed.reason, "%s failed, code %X", what, static_cast<unsigned>(code));
     else
@@ -103,29 +103,29 @@ void VaHealth::fails(VaModule module, const char *what, int code)
 void VaHealth::begins_pass()
 {
     last_pass_.set();
-    phase_ = Phase::passing;
+    phase_ = Phase::Passing;
 }
 
 void VaHealth::ends(const char *why)
 {
     const va::ScopedLock guard(lock_);
     for (Module &module : record_.modules) {
-        if (module.state == State::runs)
-            module.state = State::stopped;
+        if (module.state == State::Runs)
+            module.state = State::Stopped;
     }
     if (!*record_.why_ended.text)
         put(record_.why_ended, "%s", why);
-    phase_ = Phase::ended;
+    phase_ = Phase::Ended;
 }
 
 VaHealth::Analytics VaHealth::analytics() const
 {
     const Phase phase = phase_;
-    if (phase == Phase::ended)
-        return Analytics::ended;
+    if (phase == Phase::Ended)
+        return Analytics::Ended;
     if (last_pass_.age() > longest_pass)
-        return Analytics::hang;
-    return phase == Phase::passing ? Analytics::run : Analytics::start;
+        return Analytics::Hang;
+    return phase == Phase::Passing ? Analytics::Run : Analytics::Start;
 }
 
 VaHealth::Record VaHealth::record() const

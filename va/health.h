@@ -14,8 +14,8 @@
 // time, also while the processing thread hangs in a call of the chip's library.
 
 // In the order in which they are opened.
-enum class VaModule { od, fd, ta, dis };
-inline constexpr VaModule va_modules[] = {VaModule::od, VaModule::fd, VaModule::ta, VaModule::dis};
+enum class VaModule { Od, Fd, Ta, Dis };
+inline constexpr VaModule va_modules[] = {VaModule::Od, VaModule::Fd, VaModule::Ta, VaModule::Dis};
 
 namespace va
 {
@@ -45,18 +45,18 @@ public:
     static constexpr std::chrono::seconds longest_pass{3};
 
     enum class Analytics {
-        start, // the modules are being opened
-        run,
-        hang,
-        ended, // the processing thread has, or could not be made
+        Start, // the modules are being opened
+        Run,
+        Hang,
+        Ended, // the processing thread has, or could not be made
     };
-    enum class State { off, opens, runs, failed, stopped };
+    enum class State { Off, Opens, Runs, Failed, Stopped };
 
     struct Reason {
         char text[96]; // empty when nothing failed
     };
     struct Module {
-        State state = State::off;
+        State state = State::Off;
         bool refused = false; // the library did not take the settings
         Reason reason{};
     };
@@ -79,7 +79,7 @@ public:
 
     void opens(VaModule module);
     void configures(VaModule module, bool accepted);
-    void runs(VaModule module) { set_state(module, State::runs); }
+    void runs(VaModule module) { set_state(module, State::Runs); }
     // `what` is a call with the library's code for its failure, or, with the code 0, a sentence.
     void fails(VaModule module, const char *what, int code);
     void has_result(VaModule module) { results_[index_of(module)].set(); }
@@ -97,7 +97,7 @@ public:
     Record record() const;
 
 private:
-    enum class Phase { opening, passing, ended };
+    enum class Phase { Opening, Passing, Ended };
 
     static constexpr std::size_t index_of(VaModule module)
     {
@@ -107,7 +107,7 @@ private:
 
     va::Stamp last_pass_;
     va::Stamp results_[std::size(va_modules)];
-    std::atomic<Phase> phase_{Phase::opening};
+    std::atomic<Phase> phase_{Phase::Opening};
     mutable std::mutex lock_; // not held while the library is called
     Record record_ VA_GUARDED_BY(lock_);
 };

@@ -29,7 +29,7 @@ namespace va
 namespace
 {
 
-enum class Kind { other, pipe, socket };
+enum class Kind { Other, Pipe, Socket };
 
 std::atomic<Kind> kinds[STDERR_FILENO + 1];
 std::atomic<std::uint32_t> lost_lines{0};
@@ -50,16 +50,16 @@ Kind kind_of(int fd)
 {
     struct stat status;
     if (fstat(fd, &status) != 0)
-        return Kind::other;
+        return Kind::Other;
     if (S_ISSOCK(status.st_mode))
-        return Kind::socket;
-    return S_ISFIFO(status.st_mode) ? Kind::pipe : Kind::other;
+        return Kind::Socket;
+    return S_ISFIFO(status.st_mode) ? Kind::Pipe : Kind::Other;
 }
 
 void keep_from_blocking(int fd)
 {
     kinds[fd] = kind_of(fd);
-    if (kinds[fd] == Kind::pipe)
+    if (kinds[fd] == Kind::Pipe)
         reopen(fd);
 }
 
@@ -68,10 +68,10 @@ constexpr std::size_t piece_size = PIPE_BUF;
 
 ssize_t write_piece(int fd, const char *text, std::size_t size)
 {
-    if (kinds[fd] == Kind::socket)
+    if (kinds[fd] == Kind::Socket)
         return send(fd, text, size, MSG_DONTWAIT | MSG_NOSIGNAL);
     pollfd writable{fd, POLLOUT, 0};
-    if (kinds[fd] == Kind::pipe && poll(&writable, 1, 0) == 0)
+    if (kinds[fd] == Kind::Pipe && poll(&writable, 1, 0) == 0)
         return -1;
     return write(fd, text, size);
 }

@@ -10,7 +10,9 @@
 #include "va/watchdog.h"
 
 #include <csignal>
+#include <cstddef>
 #include <cstring>
+#include <new>
 
 #include <pthread.h>
 
@@ -57,8 +59,9 @@ void run(VaContext *context, va::Watchdog &watchdog)
 
 int main(int argc, char **argv)
 {
-    // Never deleted: the processing thread may still be on its last lines at exit.
-    static VaReport &report = *new VaReport;
+    // Never destroyed: the processing thread may still be on its last lines at exit.
+    alignas(VaReport) static std::byte storage[sizeof(VaReport)];
+    VaReport &report = *new (storage) VaReport;
     static VaContext context;
     context.report = &report;
 

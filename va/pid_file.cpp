@@ -139,7 +139,7 @@ bool remove_if_stale(const Recorded &old)
     return removed;
 }
 
-enum class Claim { written, taken, failed };
+enum class Claim { Written, Taken, Failed };
 
 // Makes the PID file, unless there is one.
 Claim claim_pid_file()
@@ -147,17 +147,17 @@ Claim claim_pid_file()
     const Lock lock;
     struct stat status; // works without a free descriptor, too
     if (lock.busy() || lstat(va_pid_path, &status) == 0)
-        return Claim::taken;
+        return Claim::Taken;
     const Fd file(open(va_pid_path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
     if (!file && errno == EEXIST)
-        return Claim::taken;
+        return Claim::Taken;
     if (file_printf(va_pid_path, "%d", getpid()) == 0)
-        return Claim::written;
+        return Claim::Written;
     if (file) {
         unlink(va_pid_path);
         va::log_error("%s cannot be written whole: there is no PID file.", va_pid_path);
     }
-    return Claim::failed;
+    return Claim::Failed;
 }
 
 } // namespace
@@ -167,7 +167,7 @@ int create_pid_file()
     if (va::load_shared(terminate))
         std::exit(0);
     Claim claim = claim_pid_file();
-    for (; claim == Claim::taken; claim = claim_pid_file()) {
+    for (; claim == Claim::Taken; claim = claim_pid_file()) {
         const Recorded old = recorded();
         // Left by a process of an earlier boot it may be this one's, which a signal would end.
         if (old.process != getpid())
@@ -175,7 +175,7 @@ int create_pid_file()
         if (!remove_if_stale(old))
             return -1;
     }
-    return claim == Claim::written ? 0 : -1;
+    return claim == Claim::Written ? 0 : -1;
 }
 
 namespace va

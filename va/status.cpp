@@ -79,14 +79,14 @@ void add_analytics(std::string &lines, const VaHealth &health)
     if (*record.first_boot_failure.text)
         add(lines, "analytics.boot: failed the first time, %s", record.first_boot_failure.text);
     add(lines, "analytics.state: %s", va::name_of(analytics));
-    if (analytics == VaHealth::Analytics::ended)
+    if (analytics == VaHealth::Analytics::Ended)
         add(lines, "analytics.why: %s", record.why_ended.text);
     add_age(lines, "analytics.last_pass", health.since_last_pass());
     for (const VaModule number : va_modules) {
         const VaHealth::Module &module = record.of(number);
         const std::string key = std::string("module.") + va::name_of(number);
         add(lines, "%s.state: %s", key.c_str(), va::name_of(module.state));
-        if (module.state == VaHealth::State::failed)
+        if (module.state == VaHealth::State::Failed)
             add(lines, "%s.why: %s", key.c_str(), module.reason.text);
         if (module.refused)
             add(lines, "%s.settings: refused by the chip", key.c_str());

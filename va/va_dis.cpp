@@ -73,5 +73,5 @@ int va_dis_init(VaContext *context)
 
 void va_dis_set_ctrl(VaContext *context)
 {
-    va::report(context->report, &VaHealth::configures, VaModule::dis, set_ctrl(context->disCtrl));
+    va::report(context->report, &VaHealth::configures, VaModule::Dis, set_ctrl(context->disCtrl));
 }

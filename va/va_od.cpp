@@ -204,7 +204,7 @@ int va_od_init(VaContext *context)
         return va::log_error("od_open failed.");
     if (ne3_val_od_start(handle) == -1)
         return va::log_error("ne3_val_od_start fail.");
-    va::report(context->report, &VaHealth::configures, VaModule::od, va_od_set_ctrl(context) == 0);
+    va::report(context->report, &VaHealth::configures, VaModule::Od, va_od_set_ctrl(context) == 0);
     return 0;
 }
 
@@ -256,7 +256,7 @@ int va_od_updateConfig(VaContext *context)
     changed |= refresh(context->odCtrl, conf_getODCtrlConf, conf_compareODCtrlConf);
     changed |= refresh(context->odVmfParam, conf_getODVmfParamConf, conf_compareODVmfParamConf);
     if (changed)
-        va::report(context->report, &VaHealth::configures, VaModule::od,
+        va::report(context->report, &VaHealth::configures, VaModule::Od,
                    va_od_set_ctrl(context) == 0);
     return 0;
 }

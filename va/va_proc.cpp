@@ -80,10 +80,10 @@ private:
 // Each enabled module once, up to the one whose read ends the thread.
 Outcome poll_modules(VaContext *context)
 {
-    Outcome pass = Outcome::nothing;
+    Outcome pass = Outcome::Nothing;
     for (const VaModule module : va_polled) {
         const VaDriver &driver = va_driver_of(module);
-        if (context->*driver.enabled && pass != Outcome::end)
+        if (context->*driver.enabled && pass != Outcome::End)
             pass = std::max(pass, driver.read(context, module, driver.read_name));
     }
     return pass;
@@ -96,9 +96,9 @@ void run(VaContext *context)
         va::report(context->report, &VaHealth::begins_pass);
         reloads.pass(context);
         const Outcome pass = poll_modules(context);
-        if (pass == Outcome::end)
+        if (pass == Outcome::End)
             return;
-        if (pass == Outcome::nothing)
+        if (pass == Outcome::Nothing)
             usleep(idle_us);
     }
 }

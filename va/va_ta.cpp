@@ -44,7 +44,7 @@ int va_ta_init(VaContext *context)
         return va::log_error("ta_open failed.\n");
     if (ne3_val_ta_start() == -1)
         return va::log_error("start failed.\n");
-    va::report(context->report, &VaHealth::configures, VaModule::ta, va_ta_set_ctrl(context) == 0);
+    va::report(context->report, &VaHealth::configures, VaModule::Ta, va_ta_set_ctrl(context) == 0);
     return 0;
 }
 
@@ -62,7 +62,7 @@ int va_ta_set_ctrl(VaContext *context)
 int va_ta_updateConfig(VaContext *context)
 {
     if (va::refresh(context->taCtrl, conf_getTACtrlConf, conf_compareTACtrlConf))
-        va::report(context->report, &VaHealth::configures, VaModule::ta,
+        va::report(context->report, &VaHealth::configures, VaModule::Ta,
                    va_ta_set_ctrl(context) == 0);
     return 0;
 }

@@ -84,8 +84,8 @@ void Watchdog::notify()
     const Analytics now = health_.analytics();
     char status[256];
     std::snprintf(status, sizeof status, "%s%s", sentence_for(now),
-                  now == Analytics::ended ? health_.record().why_ended.text : "");
-    notifier_.notify(status, now == Analytics::start || now == Analytics::run);
+                  now == Analytics::Ended ? health_.record().why_ended.text : "");
+    notifier_.notify(status, now == Analytics::Start || now == Analytics::Run);
 }
 
 } // namespace va

@@ -129,7 +129,7 @@ bool add_part(std::size_t box, std::span<const Pair> pairs, std::span<const Pred
 {
     for (const Pair &pair : pairs) {
         Match &found = matches[pair.track];
-        if (pair.box != box || found.kind != Match::Kind::alone ||
+        if (pair.box != box || found.kind != Match::Kind::Alone ||
             !is_part_of(tracks[pair.track], boxes[box]) || !are_fragments(found.box, boxes[box]))
             continue;
         found.box = enclosing(found.box, boxes[box]);
@@ -166,7 +166,7 @@ Matches match(std::span<const Prediction> tracks, std::span<const Box> boxes)
         if (owners[j] == none)
             continue;
         const std::vector<std::size_t> members = members_of(j, owners, tracks, boxes);
-        const auto kind = members.size() == 1 ? Match::Kind::alone : Match::Kind::in_group;
+        const auto kind = members.size() == 1 ? Match::Kind::Alone : Match::Kind::InGroup;
         for (const std::size_t i : members)
             result.matches[i] = {kind, boxes[j], edges_of(i, members, tracks)};
     }

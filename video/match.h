@@ -27,8 +27,8 @@ struct Edges {
 
 // What was detected of one track.
 struct Match {
-    enum class Kind { none, alone, in_group };
-    Kind kind = Kind::none;
+    enum class Kind { None, Alone, InGroup };
+    Kind kind = Kind::None;
     Box box;     // its own, or that of the group
     Edges own{}; // of the group: the edges that are this track's
 };

@@ -129,7 +129,7 @@ std::optional<TamperDetector::Cause> TamperDetector::compare(const cv::Mat &grey
     }
     if (!unfamiliar) {
         begin_recovery(time);
-        return Cause::light;
+        return Cause::Light;
     }
     if (time - unfamiliar_since_ < unfamiliar_limit)
         return {};
@@ -139,7 +139,7 @@ std::optional<TamperDetector::Cause> TamperDetector::compare(const cv::Mat &grey
         return {};
     }
     lost_ = view_.clone();
-    return detail_of(grey) < little_detail * detail_of(view_) ? Cause::covered : Cause::turned;
+    return detail_of(grey) < little_detail * detail_of(view_) ? Cause::Covered : Cause::Turned;
 }
 
 // Nearly everything has become brighter, or darker, within moments, and stays so in the last two.

@@ -14,7 +14,7 @@ namespace va::video
 class TamperDetector
 {
 public:
-    enum class Cause { covered = 1, turned = 2, light = 3 };
+    enum class Cause { Covered = 1, Turned = 2, Light = 3 };
 
     // The size of the pictures.
     static constexpr int width = 160;

@@ -39,14 +39,14 @@ void Tracker::associate(std::span<const Box> boxes, const Box &picture, VideoTim
     for (std::size_t i = 0; i < moving_.size(); ++i) {
         const Match &detected = found.matches[i];
         switch (detected.kind) {
-        case Match::Kind::none:
+        case Match::Kind::None:
             ++moving_[i].missed;
             break;
-        case Match::Kind::alone:
+        case Match::Kind::Alone:
             moving_[i].track.update(detected.box, picture, time);
             moving_[i].alone = time;
             break;
-        case Match::Kind::in_group:
+        case Match::Kind::InGroup:
             moving_[i].track.update_in_group(detected.box, detected.own, time);
             break;
         }

@@ -169,13 +169,14 @@ int msgcmd_init(msgcmd **out, const char *path, unsigned size)
         return -1;
     *out = nullptr;
     std::unique_ptr<Client> client(new (std::nothrow) Client{});
-    if (client)
+    if (client) {
+        client->fd = -1;
         client->path = strdup(path);
+    }
     if (!client || !client->path) {
         std::printf("%s: Can't alloc memory!\n", __func__);
         return -1;
     }
-    client->fd = -1;
     client->pool_size = size;
     if (seqpool_init(&client->pool, size) == -1)
         return -1;

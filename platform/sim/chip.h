@@ -39,14 +39,14 @@ private:
     std::vector<PlannedCall> planned_;
 };
 
-enum class LoaderState { closed, initialised, device_open, mapped, transferred, running };
-enum class LibraryState { closed, initialised, open };
+enum class LoaderState { Closed, Initialised, DeviceOpen, Mapped, Transferred, Running };
+enum class LibraryState { Closed, Initialised, Open };
 
 struct Memory {
     Calls calls;
-    LoaderState loader = LoaderState::closed;
+    LoaderState loader = LoaderState::Closed;
     std::optional<SimAreas> areas; // while they are mapped
-    LibraryState library = LibraryState::closed;
+    LibraryState library = LibraryState::Closed;
     TamperAlarm ta;
     Stabilisation dis;
     FaceDetection fd;
@@ -55,7 +55,7 @@ struct Memory {
     Size frame{1920, 1080};
     bool environment_read = false; // VA_SIM_SCENE
 
-    bool library_is_open() const { return library == LibraryState::open; }
+    bool library_is_open() const { return library == LibraryState::Open; }
 };
 
 // The memory, for one thread at a time: as long as this lives.

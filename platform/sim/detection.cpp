@@ -81,7 +81,7 @@ bool is_reported(const SimObjectEntry &object, Size cells, const SimOdControl &c
     if ((control.nonDetMasks && is_in(*control.nonDetMasks)) ||
         (control.detMasks && !is_in(*control.detMasks)))
         return false;
-    const bool moving = object.kind == SimObjectKind::moving;
+    const bool moving = object.kind == SimObjectKind::Moving;
     const auto &set = moving ? control.doSet : control.soSet;
     const auto &init = moving ? control.doInit : control.soInit;
     if (set && !within(cells, {set->minSizeX, set->minSizeY}, {set->maxSizeX, set->maxSizeY}))

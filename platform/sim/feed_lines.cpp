@@ -72,11 +72,11 @@ void finish(Unfinished &unfinished, const Values &v)
 
 constexpr Statement<Unfinished> statements[] = {
     {"", [](Unfinished &, const Values &) {}},
-    {"object W 3 P P S S", add_object<SimObjectKind::moving>},
-    {"object W moving P P S S", add_object<SimObjectKind::moving>},
-    {"object W dynamic P P S S", add_object<SimObjectKind::moving>},
-    {"object W 19 P P S S", add_object<SimObjectKind::stationary>},
-    {"object W static P P S S", add_object<SimObjectKind::stationary>},
+    {"object W 3 P P S S", add_object<SimObjectKind::Moving>},
+    {"object W moving P P S S", add_object<SimObjectKind::Moving>},
+    {"object W dynamic P P S S", add_object<SimObjectKind::Moving>},
+    {"object W 19 P P S S", add_object<SimObjectKind::Stationary>},
+    {"object W static P P S S", add_object<SimObjectKind::Stationary>},
     {"face W P P S S", add_face},
     {"ta W W W W",
      [](Unfinished &unfinished, const Values &v) {

@@ -54,26 +54,26 @@ public:
     {
     }
 
-    bool is_open() const { return state_ != State::closed; }
-    bool is_started() const { return state_ == State::started; }
+    bool is_open() const { return state_ != State::Closed; }
+    bool is_started() const { return state_ == State::Started; }
 
     int open(bool library_is_open)
     {
-        if (!library_is_open || step(State::closed, State::open, "opened") == -1)
+        if (!library_is_open || step(State::Closed, State::Open, "opened") == -1)
             return refuse(EPERM);
         return handle_;
     }
 
     int start(int handle)
     {
-        if (state_ == State::open && handle != handle_)
+        if (state_ == State::Open && handle != handle_)
             return refuse(EINVAL);
-        return step(State::open, State::started, "started");
+        return step(State::Open, State::Started, "started");
     }
     int start() { return start(handle_); }
-    int stop() { return step(State::started, State::open, "stopped"); }
-    int close() { return step(State::open, State::closed, "closed"); }
-    void force_close() { step(state_, State::closed, "closed"); } // whatever the state
+    int stop() { return step(State::Started, State::Open, "stopped"); }
+    int close() { return step(State::Open, State::Closed, "closed"); }
+    void force_close() { step(state_, State::Closed, "closed"); } // whatever the state
 
     // Ends the pending read; EAGAIN when there is none.
     int cancel_data()
@@ -90,7 +90,7 @@ public:
     bool *pending = nullptr; // of a get_data that waits: whether it was cancelled
 
 private:
-    enum class State { closed, open, started };
+    enum class State { Closed, Open, Started };
 
     int step(State from, State to, const char *what)
     {
@@ -103,7 +103,7 @@ private:
 
     const char *name_;
     int handle_;
-    State state_ = State::closed;
+    State state_ = State::Closed;
 };
 
 // One memory area lent to the daemon: an allocation of its own, so that address checkers see a

@@ -10,7 +10,7 @@ using State = LoaderState;
 // The areas keep their content when they are asked for again, for another transfer.
 int map_areas(Memory &chip, vanaMemInfo *info)
 {
-    if (step(chip.loader, State::device_open, State::transferred, State::mapped) == -1)
+    if (step(chip.loader, State::DeviceOpen, State::Transferred, State::Mapped) == -1)
         return -1;
     auto &areas = chip.areas;
     if (!areas)
@@ -33,12 +33,12 @@ int map_areas(Memory &chip, vanaMemInfo *info)
 
 int ne3_cl_library_init()
 {
-    return step_call(__func__, &Memory::loader, State::closed, State::initialised);
+    return step_call(__func__, &Memory::loader, State::Closed, State::Initialised);
 }
 
 int ne3_cl_sys_open_device()
 {
-    return step_call(__func__, &Memory::loader, State::initialised, State::device_open);
+    return step_call(__func__, &Memory::loader, State::Initialised, State::DeviceOpen);
 }
 
 int ne3_cl_cpu3_get_memory_info(vanaMemInfo *info)
@@ -48,30 +48,30 @@ int ne3_cl_cpu3_get_memory_info(vanaMemInfo *info)
 
 int ne3_cl_cpu3_xfer_complete()
 {
-    return step_call(__func__, &Memory::loader, State::mapped, State::transferred);
+    return step_call(__func__, &Memory::loader, State::Mapped, State::Transferred);
 }
 
 int ne3_cl_cpu3_boot()
 {
-    return step_call(__func__, &Memory::loader, State::transferred, State::running);
+    return step_call(__func__, &Memory::loader, State::Transferred, State::Running);
 }
 
 int ne3_cl_cpu3_xfer_cancel()
 {
     return library_call(__func__, [](Memory &chip) {
-        return step(chip.loader, State::mapped, State::transferred, State::mapped);
+        return step(chip.loader, State::Mapped, State::Transferred, State::Mapped);
     });
 }
 
 int ne3_cl_cpu3_shutdown()
 {
-    return step_call(__func__, &Memory::loader, State::running, State::mapped);
+    return step_call(__func__, &Memory::loader, State::Running, State::Mapped);
 }
 
 int ne3_cl_sys_close_device()
 {
     return library_call(__func__, [](Memory &chip) {
-        if (step(chip.loader, State::device_open, State::running, State::initialised) == -1)
+        if (step(chip.loader, State::DeviceOpen, State::Running, State::Initialised) == -1)
             return -1;
         chip.areas.reset();
         return 0;
@@ -80,5 +80,5 @@ int ne3_cl_sys_close_device()
 
 int ne3_cl_library_exit()
 {
-    return step_call(__func__, &Memory::loader, State::initialised, State::closed);
+    return step_call(__func__, &Memory::loader, State::Initialised, State::Closed);
 }

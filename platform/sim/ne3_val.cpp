@@ -51,13 +51,13 @@ void print_dis_control(const ne3_val_dis_ctrl &ctrl)
 
 int ne3_val_init()
 {
-    return step_call(__func__, &Memory::library, LibraryState::closed, LibraryState::initialised);
+    return step_call(__func__, &Memory::library, LibraryState::Closed, LibraryState::Initialised);
 }
 
 int ne3_val_open()
 {
     return library_call(__func__, [](Memory &chip) {
-        if (step(chip.library, LibraryState::initialised, LibraryState::open) == -1)
+        if (step(chip.library, LibraryState::Initialised, LibraryState::Open) == -1)
             return -1;
         chip.source->start();
         return 0;
@@ -67,7 +67,7 @@ int ne3_val_open()
 int ne3_val_close()
 {
     return library_call(__func__, [](Memory &chip) {
-        if (step(chip.library, LibraryState::open, LibraryState::initialised) == -1)
+        if (step(chip.library, LibraryState::Open, LibraryState::Initialised) == -1)
             return -1;
         chip.source->stop();
         chip.od.force_close();
@@ -80,7 +80,7 @@ int ne3_val_close()
 
 int ne3_val_exit()
 {
-    return step_call(__func__, &Memory::library, LibraryState::initialised, LibraryState::closed);
+    return step_call(__func__, &Memory::library, LibraryState::Initialised, LibraryState::Closed);
 }
 
 int ne3_val_ta_open(const ne3_val_open_prm *prm)

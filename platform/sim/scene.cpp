@@ -49,8 +49,8 @@ constexpr Statement<Scene> settings[] = {
 constexpr Statement<Scene> observations[] = {
     {"every D ta W W W W", [](Scene &scene, const Values &v) { add_alarm(scene, v, v[0]); }},
     {"at T ta W W W W", [](Scene &scene, const Values &v) { add_alarm(scene, v, 0); }},
-    {"object W dynamic SxS from P,P to P,P between T U", add_object<SimObjectKind::moving>},
-    {"object W static SxS from P,P to P,P between T U", add_object<SimObjectKind::stationary>},
+    {"object W dynamic SxS from P,P to P,P between T U", add_object<SimObjectKind::Moving>},
+    {"object W static SxS from P,P to P,P between T U", add_object<SimObjectKind::Stationary>},
     {"face W at P,P size SxS between T U",
      [](Scene &scene, const Values &v) {
          scene.faces.push_back({{v.bits(0), v[1], v[2], v[3], v[4], 100, 0}, {v[5], v[6]}});

@@ -86,17 +86,17 @@ std::optional<Payload> Filters::select(const Record &record)
     if (empty())
         return record.payload;
     switch (record.stream) {
-    case Stream::vmf:
+    case Stream::Vmf:
         if (std::ranges::any_of(alarms_in(record),
                                 [this](Alarm alarm) { return want_alarm(alarm); }))
             return record.payload;
         break;
-    case Stream::od:
-    case Stream::fd:
+    case Stream::Od:
+    case Stream::Fd:
         if (are_about_objects())
             return select_entries(record);
         break;
-    case Stream::ta:
+    case Stream::Ta:
         break;
     }
     return std::nullopt;

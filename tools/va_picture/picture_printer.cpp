@@ -48,20 +48,20 @@ void PicturePrinter::record(const Record &record)
     last_ = {record.time, record.at};
     events_.take(record);
     switch (record.stream) {
-    case Stream::od:
+    case Stream::Od:
         objects_ = {detections_in(record), record.at, picture_number(record)};
         if (backdrop_)
             backdrop_->take(objects_);
         trails_.take(objects_.detections, record.at);
         break;
-    case Stream::fd:
+    case Stream::Fd:
         faces_ = {detections_in(record), record.at};
         break;
-    case Stream::vmf:
+    case Stream::Vmf:
         for (const Alarm alarm : alarms_in(record))
             bit_of(alarm.event, alarm.bit).alarm = record.at;
         break;
-    case Stream::ta:
+    case Stream::Ta:
         if (is_tamper_alarm(record))
             tampered_ = record.at;
         break;
@@ -216,8 +216,8 @@ Picture PicturePrinter::picture_at(const Moment &now) const
         .shapes = shapes_at(now.at),
         .tamper = now.at - tampered_ < shown_for,
         .events = {event_lines_.begin(), event_lines_.end()},
-        .has_objects = may_come(Stream::od),
-        .has_faces = may_come(Stream::fd),
+        .has_objects = may_come(Stream::Od),
+        .has_faces = may_come(Stream::Fd),
     };
     for (const Seen *seen : {&objects, &faces_}) {
         if (now.at - seen->at < shown_for)
