@@ -1,13 +1,13 @@
 #include "mqtt/broker.h"
 
 #include "mqtt/credentials.h"
-#include "mqtt/pause.h"
 #include "tools/common/printing.h"
+#include "util/text.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <new>
-#include <system_error>
+#include <random>
 #include <thread>
 #include <utility>
 
@@ -19,13 +19,36 @@ namespace va::mqtt
 namespace
 {
 
-constexpr std::size_t events_under_way = 20; // sent, and not yet acknowledged
-constexpr std::size_t frames_under_way = 8;
+constexpr std::size_t max_events_in_flight = 20; // sent, and not yet acknowledged
+constexpr std::size_t max_frames_in_flight = 8;
 constexpr int loop_ms = 200; // the bound on noticing a stop; what is sent wakes the library
+
+// How long to wait before the next attempt: twice as long each time, from a second to half a
+// minute, less a random part, so that a thousand cameras do not reconnect in the same moment.
+class Backoff
+{
+public:
+    void reset() { longest_ = first; }
+
+    std::chrono::milliseconds next()
+    {
+        std::uniform_int_distribution<std::chrono::milliseconds::rep> part(longest_.count() / 2,
+                                                                           longest_.count());
+        longest_ = std::min(longest_ * 2, last);
+        return std::chrono::milliseconds(part(random_));
+    }
+
+private:
+    static constexpr std::chrono::milliseconds first{1000};
+    static constexpr std::chrono::milliseconds last{30000};
+
+    std::chrono::milliseconds longest_ = first;
+    std::minstd_rand random_{std::random_device{}()};
+};
 
 // "OpenSSL Error[0]: error:0A000086:SSL routines::certificate verify failed" from its last part on,
 // and "Error: Unable to load CA certificates, ..." without its first; no full stop.
-std::string plain(std::string text)
+std::string shortened(std::string text)
 {
     constexpr char colons[] = "::";
     constexpr std::string_view error = "Error: ";
@@ -38,13 +61,13 @@ std::string plain(std::string text)
     return text;
 }
 
-// Whether the same will be said at every attempt.
-bool is_lasting(const std::string &fault)
+// Whether each attempt will fail with it.
+bool is_permanent(const std::string &error)
 {
     constexpr const char *parts[] = {"verify failed", "verification failed", "Unable to load",
                                      "inconsistent"};
     return std::ranges::any_of(
-        parts, [&](const char *part) { return fault.find(part) != std::string::npos; });
+        parts, [&](const char *part) { return error.find(part) != std::string::npos; });
 }
 
 } // namespace
@@ -65,9 +88,9 @@ std::shared_ptr<Broker> Broker::open(const Settings &settings, const Message &la
 
 Broker::Broker(const Settings &settings, const Message &last_will)
     : settings_(settings),
-      place_(settings.host + ':' + std::to_string(settings.port)),
+      address_(settings.host + ':' + std::to_string(settings.port)),
       outbox_(settings.keep),
-      status_("connecting to " + place_)
+      report_{.status = "connecting to " + address_}
 {
     mosquitto_lib_init();
     handle_.reset(mosquitto_new(settings.client_id.c_str(), true, this));
@@ -76,7 +99,7 @@ Broker::Broker(const Settings &settings, const Message &last_will)
         throw std::bad_alloc();
     mosquitto_threaded_set(handle, true);
     mosquitto_int_option(handle, MOSQ_OPT_TCP_NODELAY, 1); // else what follows waits for 40 ms
-    mosquitto_max_inflight_messages_set(handle, events_under_way);
+    mosquitto_max_inflight_messages_set(handle, max_events_in_flight);
     mosquitto_will_set(handle, last_will.topic.c_str(), static_cast<int>(last_will.payload.size()),
                        last_will.payload.data(), 1, last_will.retained);
     set_credentials(handle, settings);
@@ -88,7 +111,7 @@ Broker::Broker(const Settings &settings, const Message &last_will)
         handle, [](mosquitto *, void *broker, int number) { of(broker).on_publish(number); });
     mosquitto_log_callback_set(handle, [](mosquitto *, void *broker, int level, const char *text) {
         if (level == MOSQ_LOG_ERR)
-            of(broker).on_fault(text);
+            of(broker).on_error(text);
     });
 }
 
@@ -104,71 +127,53 @@ void Broker::send_event(Message message)
 void Broker::set_state(const std::string &topic, const std::string &payload)
 {
     const std::scoped_lock locked(lock_);
-    outbox_.set(topic, payload);
+    outbox_.set_state(topic, payload);
     send_waiting();
 }
 
 void Broker::send_frame(const std::string &topic, const std::string &payload)
 {
     const std::scoped_lock locked(lock_);
-    const bool sent =
-        connected_ && frames_.size() < frames_under_way && send_now({topic, payload}, 0, frames_);
-    ++(sent ? counts_.frames_sent : counts_.frames_dropped);
+    const bool sent = report_.connected && frames_.size() < max_frames_in_flight &&
+                      send_now({topic, payload}, 0, frames_);
+    ++(sent ? report_.frames_sent : report_.frames_dropped);
 }
 
-Broker::Counts Broker::counts() const
+Broker::Report Broker::report() const
 {
     const std::scoped_lock locked(lock_);
-    Counts counts = counts_;
-    counts.events_dropped += outbox_.dropped();
-    counts.waiting = outbox_.size() + events_.size();
-    return counts;
+    Report report = report_;
+    report.events_dropped += outbox_.dropped();
+    report.waiting = outbox_.size() + events_.size();
+    return report;
 }
 
-bool Broker::is_connected() const
+void Broker::finish(std::chrono::milliseconds timeout)
 {
-    const std::scoped_lock locked(lock_);
-    return connected_;
-}
-
-std::string Broker::status() const
-{
-    const std::scoped_lock locked(lock_);
-    return status_;
-}
-
-std::optional<std::string> Broker::failure() const
-{
-    const std::scoped_lock locked(lock_);
-    return failure_;
-}
-
-void Broker::finish(std::chrono::milliseconds patience)
-{
-    const auto end = std::chrono::steady_clock::now() + patience;
     std::unique_lock locked(lock_);
-    changed_.wait_until(locked, end, [&] { return is_done() || failure_; });
-    if (connected_)
+    changed_.wait_for(locked, timeout,
+                      [&] { return (outbox_.is_empty() && events_.empty()) || report_.failure; });
+    if (report_.connected)
         mosquitto_disconnect(handle_.get()); // ends the loop when it is sent
     stop_ = true;
     changed_.notify_all();
-    constexpr std::chrono::seconds for_good_bye{1};
-    changed_.wait_for(locked, for_good_bye, [&] { return ended_; });
+    constexpr std::chrono::seconds to_disconnect{1};
+    changed_.wait_for(locked, to_disconnect, [&] { return ended_; });
 }
 
-// The library has such a loop too, but it ends for good at some faults, and does not tell at which.
+// The library has such a loop too, but it ends for good at some errors, and does not say at which.
 void Broker::run()
 {
-    Pause pause;
+    Backoff backoff;
     std::unique_lock locked(lock_);
-    while (!stop_ && !failure_) {
+    while (!stop_ && !report_.failure) {
         const std::uint64_t before = connections_;
         locked.unlock();
         run_connection();
         locked.lock();
         if (connections_ != before)
-            pause.reset();
-        changed_.wait_for(locked, pause.next(), [&] { return stop_ || failure_; });
+            backoff.reset();
+        changed_.wait_for(locked, backoff.next(), [&] { return stop_ || report_.failure; });
     }
     ended_ = true;
     changed_.notify_all();
@@ -176,62 +181,57 @@ void Broker::run()
 
 void Broker::run_connection()
 {
-    forget_fault();
+    refused_ = false;
     errno = 0;
-    int result = connect();
-    while (result == MOSQ_ERR_SUCCESS && may_go_on()) {
+    // Waits, because with TLS the library's other way does not see that nobody listens.
+    int result = mosquitto_connect(handle_.get(), settings_.host.c_str(), settings_.port,
+                                   settings_.keep_alive);
+    while (result == MOSQ_ERR_SUCCESS && must_go_on()) {
         errno = 0;
         result = mosquitto_loop(handle_.get(), loop_ms, 1);
     }
-    const std::string fault = fault_of(result, errno);
+    const std::string error = take_error(result, errno);
     on_disconnect();
     const std::scoped_lock locked(lock_);
     if (stop_)
         return;
-    if (connections_ == 0 && (refused_ || is_lasting(fault)))
-        failure_ = place_ + ": " + fault;
+    if (connections_ == 0 && (refused_ || is_permanent(error)))
+        report_.failure = address_ + ": " + error;
     else
-        say_status("waiting for " + place_ + ": " + fault);
+        set_status("waiting for " + address_ + ": " + error);
     changed_.notify_all();
 }
 
-// Waits, because with TLS the library's other way does not see that nobody listens.
-int Broker::connect()
-{
-    return mosquitto_connect(handle_.get(), settings_.host.c_str(), settings_.port,
-                             settings_.keep_alive);
-}
-
 // A connection that was told to end ends by itself.
-bool Broker::may_go_on() const
+bool Broker::must_go_on() const
 {
     const std::scoped_lock locked(lock_);
-    return connected_ || !stop_;
+    return report_.connected || !stop_;
 }
 
 void Broker::on_connect(int answer)
 {
     constexpr int try_later = 3; // the broker is unavailable
     if (answer != 0) {
-        on_fault(mosquitto_connack_string(answer));
+        on_error(mosquitto_connack_string(answer));
         refused_ = answer != try_later;
         return;
     }
     const std::scoped_lock locked(lock_);
     ++connections_;
-    connected_ = true;
-    say_status("connected to " + place_);
-    outbox_.renew();
+    report_.connected = true;
+    set_status("connected to " + address_);
+    outbox_.resend_states();
     send_waiting();
 }
 
 void Broker::on_disconnect()
 {
     const std::scoped_lock locked(lock_);
-    connected_ = false;
+    report_.connected = false;
     frames_.clear();
     if (settings_.qos == 0) { // the library forgets them; the others it sends again
-        counts_.events_dropped += events_.size();
+        report_.events_dropped += events_.size();
         events_.clear();
     }
     changed_.notify_all();
@@ -242,56 +242,48 @@ void Broker::on_publish(int number)
     const std::scoped_lock locked(lock_);
     if (frames_.erase(number) > 0)
         return;
-    if (events_.erase(number) > 0)
-        ++counts_.events_sent;
+    report_.events_sent += events_.erase(number);
     send_waiting();
     changed_.notify_all();
 }
 
-// What comes first tells most.
-void Broker::on_fault(const char *text)
+// The first one says most.
+void Broker::on_error(const char *text)
 {
-    const std::scoped_lock locked(fault_lock_);
-    if (fault_.empty())
-        fault_ = text;
+    const std::scoped_lock locked(error_lock_);
+    if (error_.empty())
+        error_ = text;
 }
 
-void Broker::forget_fault()
+// What ended the attempt.
+std::string Broker::take_error(int result, int error)
 {
-    const std::scoped_lock locked(fault_lock_);
-    fault_.clear();
-    refused_ = false;
-}
-
-std::string Broker::fault_of(int result, int error)
-{
-    const std::scoped_lock locked(fault_lock_);
-    if (!fault_.empty())
-        return plain(fault_);
+    const std::scoped_lock locked(error_lock_);
+    if (!error_.empty())
+        return shortened(std::exchange(error_, ""));
     if (result == MOSQ_ERR_EAI)
         return "its name is not found";
     if (result == MOSQ_ERR_KEEPALIVE)
         return "it does not answer";
-    return plain(result == MOSQ_ERR_ERRNO ? std::generic_category().message(error)
-                                          : mosquitto_strerror(result));
+    return shortened(result == MOSQ_ERR_ERRNO ? error_text(error) : mosquitto_strerror(result));
 }
 
-void Broker::say_status(const std::string &text)
+void Broker::set_status(const std::string &text)
 {
-    if (std::exchange(status_, text) != text)
+    if (std::exchange(report_.status, text) != text)
         say("broker: " + text);
 }
 
 void Broker::send_waiting()
 {
-    while (connected_ && !outbox_.is_empty() && events_.size() < events_under_way) {
-        if (!send_now(outbox_.take(), settings_.qos, events_))
-            ++counts_.events_dropped;
+    while (report_.connected && !outbox_.is_empty() && events_.size() < max_events_in_flight) {
+        if (!send_now(outbox_.pop(), settings_.qos, events_))
+            ++report_.events_dropped;
     }
 }
 
 // A message of quality 1 or 2 is the library's also when the connection has just gone.
-bool Broker::send_now(const Message &message, int qos, std::set<int> &under_way)
+bool Broker::send_now(const Message &message, int qos, std::set<int> &in_flight)
 {
     int number = 0;
     const int result = mosquitto_publish(handle_.get(), &number, message.topic.c_str(),
@@ -299,7 +291,7 @@ bool Broker::send_now(const Message &message, int qos, std::set<int> &under_way)
                                          message.payload.data(), qos, message.retained);
     if (result != MOSQ_ERR_SUCCESS && (result != MOSQ_ERR_NO_CONN || qos == 0))
         return false;
-    under_way.insert(number);
+    in_flight.insert(number);
     return true;
 }
 

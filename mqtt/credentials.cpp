@@ -2,11 +2,10 @@
 
 #include "tools/common/printing.h"
 #include "util/fd.h"
+#include "util/file.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <stdexcept>
-#include <system_error>
 
 #include <fcntl.h>
 #include <mosquitto.h>
@@ -18,16 +17,11 @@ namespace va::mqtt
 namespace
 {
 
-[[noreturn]] void fail(const std::string &path)
-{
-    throw std::system_error(errno, std::generic_category(), path);
-}
-
 Fd open_file(const std::string &path)
 {
     Fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)); // it may be a FIFO
     if (!fd)
-        fail(path);
+        throw_file_error(path);
     return fd;
 }
 
@@ -36,7 +30,7 @@ void check_mode(const Fd &fd, const std::string &path)
     constexpr mode_t too_open = S_IWGRP | S_IRWXO;
     struct stat status;
     if (fstat(fd.get(), &status) == -1)
-        fail(path);
+        throw_file_error(path);
     if (!S_ISREG(status.st_mode))
         throw std::runtime_error(path + " is no file");
     if (status.st_mode & too_open)
@@ -50,7 +44,7 @@ std::string read_password(const std::string &path)
     char text[1024];
     const ssize_t size = read(fd.get(), text, sizeof text);
     if (size == -1)
-        fail(path);
+        throw_file_error(path);
     std::string password(text, std::find(text, text + size, '\n'));
     if (password.ends_with('\r'))
         password.pop_back();

@@ -7,7 +7,7 @@ struct mosquitto;
 namespace va::mqtt
 {
 
-// Gives the library what the broker is to know the camera by, and by which it knows the broker. A
+// Gives the library what identifies the camera to the broker, and the broker to the camera. A
 // password is the first line of a file that its owner alone may change and that others than its
 // group cannot read. Throws std::runtime_error when a file cannot be used; its text holds nothing
 // of the content.

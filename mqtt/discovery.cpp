@@ -10,6 +10,16 @@ namespace va::mqtt
 namespace
 {
 
+using enum AlarmRule::Source;
+
+struct Entity {
+    const char *component; // what it is to Home Assistant
+    std::string id;        // tells it from the camera's others
+    std::string name;
+    std::string state_topic;
+    Json more;
+};
+
 // Home Assistant's names hold letters, digits, - and _ alone.
 std::string node_of(const Settings &settings)
 {
@@ -19,45 +29,11 @@ std::string node_of(const Settings &settings)
     return node;
 }
 
-class Entity
-{
-public:
-    // `component` is what it is to Home Assistant, `id` tells it from the camera's others.
-    Entity(const Settings &settings, const char *component, const std::string &id)
-        : settings_(settings),
-          id_(node_of(settings) + '_' + id),
-          topic_(settings.discovery + '/' + component + '/' + node_of(settings) + '/' + id +
-                 "/config")
-    {
-    }
-
-    const std::string &topic() const { return topic_; }
-
-    std::string payload(const std::string &name, const std::string &state_topic, const Json &more,
-                        const Topics &topics) const
-    {
-        Json json = {{"name", name},
-                     {"unique_id", id_},
-                     {"state_topic", state_topic},
-                     {"availability_topic", topics.available()},
-                     {"device",
-                      {{"identifiers", Json::array({node_of(settings_)})},
-                       {"name", settings_.names.prefix}}}};
-        json.update(more);
-        return text_of(json);
-    }
-
-private:
-    const Settings &settings_;
-    std::string id_;
-    std::string topic_;
-};
-
-// A template that gives ON while the datum is true.
-Json binary_sensor(const char *device_class, const std::string &datum)
+// With a template that gives ON while the member of the data is true.
+Json binary_sensor(const char *device_class, const std::string &member)
 {
     return {{"device_class", device_class},
-            {"value_template", "{{ 'ON' if value_json.Data." + datum + " else 'OFF' }}"}};
+            {"value_template", "{{ 'ON' if value_json.Data." + member + " else 'OFF' }}"}};
 }
 
 Json line_event()
@@ -66,37 +42,49 @@ Json line_event()
             {"value_template", R"({"event_type": "crossed"})"}};
 }
 
+Entity entity_of(const AlarmRule &rule, const Topics &topics)
+{
+    const std::string number = std::to_string(rule.number.value_or(0));
+    if (rule.source == Line)
+        return {"event", "line_" + number, "Line " + number, topics.line(rule), line_event()};
+    return {"binary_sensor", "area_" + number, "Area " + number, topics.area(rule),
+            binary_sensor("occupancy", "IsInside")};
+}
+
+std::string payload_of(const Entity &entity, const Settings &settings, const Topics &topics)
+{
+    const std::string node = node_of(settings);
+    Json json = {
+        {"name", entity.name},
+        {"unique_id", node + '_' + entity.id},
+        {"state_topic", entity.state_topic},
+        {"availability_topic", topics.available()},
+        {"device", {{"identifiers", Json::array({node})}, {"name", settings.names.prefix}}}};
+    json.update(entity.more);
+    return text_of(json);
+}
+
 } // namespace
 
 std::vector<std::pair<std::string, std::string>>
 discovery_states(std::span<const AlarmRule> rules, const Settings &settings, const Topics &topics)
 {
     std::vector<std::pair<std::string, std::string>> states;
-    const auto add = [&](AlarmRule::Source source, int number) {
-        const bool is_line = source == AlarmRule::Source::Line;
-        const std::string id = (is_line ? "line_" : "area_") + std::to_string(number);
-        const std::string name = (is_line ? "Line " : "Area ") + std::to_string(number);
-        const Entity entity(settings, is_line ? "event" : "binary_sensor", id);
-        const auto rule = std::ranges::find_if(rules, [&](const AlarmRule &known) {
-            return known.source == source && known.number == number;
-        });
-        states.emplace_back(entity.topic(), "");
-        if (rule != rules.end())
-            states.back().second =
-                is_line ? entity.payload(name, topics.line(*rule), line_event(), topics)
-                        : entity.payload(name, topics.area(*rule),
-                                         binary_sensor("occupancy", "IsInside"), topics);
+    const auto add = [&](const Entity &entity, bool exists) {
+        states.emplace_back(settings.discovery + '/' + entity.component + '/' + node_of(settings) +
+                                '/' + entity.id + "/config",
+                            exists ? payload_of(entity, settings, topics) : "");
     };
-    for (int number = 0; number < MAX_LINES; ++number)
-        add(AlarmRule::Source::Line, number);
-    for (int number = 0; number < MAX_AREAS; ++number)
-        add(AlarmRule::Source::Area, number);
-    const Entity tamper(settings, "binary_sensor", "tamper");
-    states.emplace_back(
-        tamper.topic(),
-        TAMPER_RECORDS_ARE_ALARMS
-            ? tamper.payload("Tamper", topics.tamper(), binary_sensor("tamper", "State"), topics)
-            : "");
+    for (const auto &[source, count] : {std::pair(Line, MAX_LINES), {Area, MAX_AREAS}}) {
+        for (int number = 0; number < count; ++number) {
+            const auto is_it = [&](const AlarmRule &rule) {
+                return rule.source == source && rule.number == number;
+            };
+            add(entity_of({source, 0, 0, number}, topics), std::ranges::any_of(rules, is_it));
+        }
+    }
+    add({"binary_sensor", "tamper", "Tamper", topics.tamper(), binary_sensor("tamper", "State")},
+        TAMPER_RECORDS_ARE_ALARMS);
     return states;
 }
 

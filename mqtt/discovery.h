@@ -12,8 +12,8 @@ namespace va::mqtt
 {
 
 // What Home Assistant reads to show a camera's lines, areas and tamper alarm by itself: topics and
-// payloads, one for each line and area that a camera can have. The payloads of those that it has
-// not are empty, which takes them away.
+// payloads, one for each line and area that a camera can have. The payload of one that is not in
+// force is empty, which removes it.
 std::vector<std::pair<std::string, std::string>>
 discovery_states(std::span<const AlarmRule> rules, const Settings &settings, const Topics &topics);
 

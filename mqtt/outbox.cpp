@@ -6,36 +6,39 @@
 namespace va::mqtt
 {
 
-void Outbox::add(Letter event)
+void Outbox::add(Message event)
 {
     if (event.retained)
         states_[event.topic].payload = event.payload;
     events_.push_back(std::move(event));
-    if (events_.size() <= keep_)
+    if (events_.size() <= limit_)
         return;
     if (events_.front().retained)
-        request(states_[events_.front().topic]); // which may have been its last change
+        mark_pending(states_[events_.front().topic]); // this may have been its last change
     events_.pop_front();
     ++dropped_;
 }
 
-void Outbox::set(const std::string &topic, std::string payload)
+void Outbox::set_state(const std::string &topic, const std::string &payload)
 {
     const auto [entry, is_new] = states_.try_emplace(topic);
     State &state = entry->second;
     if (!is_new && state.payload == payload)
         return;
-    state.payload = std::move(payload);
-    request(state);
+    state.payload = payload;
+    if (std::ranges::count(events_, topic, &Message::topic) > 0)
+        add({topic, payload, true});
+    else
+        mark_pending(state);
 }
 
-void Outbox::renew()
+void Outbox::resend_states()
 {
     for (auto &[topic, state] : states_)
-        request(state);
+        mark_pending(state);
 }
 
-Outbox::Letter Outbox::take()
+Message Outbox::pop()
 {
     if (pending_ > 0) {
         const auto found =
@@ -44,12 +47,12 @@ Outbox::Letter Outbox::take()
         --pending_;
         return {found->first, found->second.payload, true};
     }
-    Letter letter = std::move(events_.front());
+    Message event = std::move(events_.front());
     events_.pop_front();
-    return letter;
+    return event;
 }
 
-void Outbox::request(State &state)
+void Outbox::mark_pending(State &state)
 {
     pending_ += state.pending ? 0 : 1;
     state.pending = true;

@@ -8,29 +8,31 @@
 namespace va::mqtt
 {
 
-// What waits to be sent: events in their order, the newest `keep` of them; and states, of which the
-// newest of a topic counts. No lock: its user has one.
+struct Message {
+    std::string topic;
+    std::string payload;
+    bool retained = false;
+};
+
+// What waits to be sent: events in their order, the newest `limit` of them; and states, of which
+// only the newest of a topic counts. No lock: its user has one.
 class Outbox
 {
 public:
-    struct Letter {
-        std::string topic;
-        std::string payload;
-        bool retained = false;
-    };
+    explicit Outbox(std::size_t limit) : limit_(limit) {}
 
-    explicit Outbox(std::size_t keep) : keep_(keep) {}
+    void add(Message event); // a retained one changes its topic's state
 
-    void add(Letter event); // one that is retained changes its topic's state
-    void set(const std::string &topic, std::string payload); // waits unless it is the state
-    void renew();                                            // all states wait again
+    // Waits unless it is the state already; behind events of its topic, which would overwrite it.
+    void set_state(const std::string &topic, const std::string &payload);
+    void resend_states();
 
-    bool is_empty() const { return pending_ == 0 && events_.empty(); }
+    bool is_empty() const { return size() == 0; }
     std::size_t size() const { return pending_ + events_.size(); }
     std::uint64_t dropped() const { return dropped_; }
 
-    // The next to be sent, states first; there must be one.
-    Letter take();
+    // The next one to be sent, states first; there must be one.
+    Message pop();
 
 private:
     struct State {
@@ -38,12 +40,12 @@ private:
         bool pending = false;
     };
 
-    void request(State &state);
+    void mark_pending(State &state);
 
-    std::size_t keep_;
-    std::deque<Letter> events_;
+    std::size_t limit_;
+    std::deque<Message> events_;
     std::map<std::string, State> states_;
-    std::size_t pending_ = 0; // states that wait
+    std::size_t pending_ = 0; // states
     std::uint64_t dropped_ = 0;
 };
 

@@ -2,10 +2,10 @@
 
 #include "mqtt/discovery.h"
 #include "tools/common/printing.h"
+#include "util/text.h"
 
-#include <algorithm>
+#include <cinttypes>
 #include <stdexcept>
-#include <utility>
 
 namespace va::mqtt
 {
@@ -14,10 +14,9 @@ namespace
 {
 
 using namespace std::chrono_literals;
-using std::chrono::seconds;
 
-constexpr seconds losses_pause{10};
-constexpr seconds good_bye{2};
+constexpr auto losses_interval = 10s;
+constexpr auto finish_timeout = 2s;
 constexpr char online[] = "online";
 constexpr char offline[] = "offline";
 
@@ -31,10 +30,9 @@ bool has_stream(const Source &source, Stream stream)
 Publisher::Publisher(const Settings &settings, const Source &source)
     : settings_(settings),
       topics_(settings.names),
-      tells_tamper_(TAMPER_RECORDS_ARE_ALARMS && has_stream(source, Stream::Ta)),
       notifier_([](const char *text) { say(text); }),
       broker_(Broker::open(settings, {topics_.available(), offline, true})),
-      maker_([this](const Event &event) { take_event(event); }),
+      maker_([this](const Event &event) { publish_event(event); }),
       now_{std::chrono::system_clock::now(), {}},
       alive_due_(notifier_.interval() > 0us ? Elapsed() : Elapsed::max())
 {
@@ -42,18 +40,27 @@ Publisher::Publisher(const Settings &settings, const Source &source)
         if (settings.rate > 0 && has_stream(source, stream))
             frames_.emplace(stream, settings.rate);
     }
-    broker_->set_state(topics_.available(), offline);
     maker_.expect_scene();
-    if (tells_tamper_)
+    broker_->set_state(topics_.available(), offline);
+    if (TAMPER_RECORDS_ARE_ALARMS && has_stream(source, Stream::Ta))
         broker_->set_state(topics_.tamper(), tamper_message(false, now_.time, settings_.names));
+    // The states that an earlier run may have left at the broker.
+    for (int number = 0; number < MAX_AREAS; ++number)
+        areas_.insert(topics_.area({AlarmRule::Source::Area, 0, 0, number}));
+    set_areas({});
 }
 
 void Publisher::record(const Record &record)
 {
     now_ = {record.time, record.at};
     maker_.take(record);
-    take_frame(record);
-    send_frames();
+    const auto limiter = frames_.find(record.stream);
+    if (!frame_size_ || limiter == frames_.end())
+        return;
+    std::vector<Detection> detections = detections_in(record);
+    if (!detections.empty()) // else their layout is not known
+        limiter->second.add({std::move(detections), record.time, *frame_size_});
+    publish_frames();
 }
 
 void Publisher::connection(const Connection &connection)
@@ -65,7 +72,7 @@ void Publisher::connection(const Connection &connection)
 void Publisher::verdict(const Moment &now, const Verdict &verdict)
 {
     now_ = now;
-    if (verdict.status == NO_STATUS) // of which a subscriber need not know
+    if (verdict.status == NO_STATUS) // which a subscriber need not know
         set_daemon("the daemon is here, but cannot write its status", true);
     else
         maker_.set_verdict(verdict, now_.at);
@@ -75,27 +82,33 @@ void Publisher::tick(const Moment &now)
 {
     now_ = now;
     maker_.pass(now.at);
-    send_frames();
-    tell_losses();
-    if (const auto failure = broker_->failure())
-        throw std::runtime_error(*failure);
-    tell_supervisor();
+    publish_frames();
+    const Broker::Report broker = broker_->report();
+    if (broker.failure)
+        throw std::runtime_error(*broker.failure);
+    report_losses(broker);
+    const bool alive = now.at >= alive_due_;
+    if (alive)
+        alive_due_ = now.at + notifier_.interval() / 2;
+    notifier_.notify("broker: " + broker.status + "; " + daemon_, alive);
 }
 
 void Publisher::report(const Moment &)
 {
-    const Broker::Counts counts = broker_->counts();
-    say("broker: " + broker_->status() + "; frames sent " + std::to_string(counts.frames_sent) +
-        ", dropped " + std::to_string(counts.frames_dropped) + "; events sent " +
-        std::to_string(counts.events_sent) + ", dropped " + std::to_string(counts.events_dropped) +
-        ", waiting " + std::to_string(counts.waiting));
+    const Broker::Report broker = broker_->report();
+    say(formatted("broker: %s; frames sent %" PRIu64 ", dropped %" PRIu64 "; events sent %" PRIu64
+                  ", dropped %" PRIu64 ", waiting %zu",
+                  broker.status.c_str(), broker.frames_sent, broker.frames_dropped,
+                  broker.events_sent, broker.events_dropped, broker.waiting));
 }
 
-void Publisher::finish(const Moment &)
+void Publisher::finish(const Moment &now)
 {
+    now_ = now;
     notifier_.send("STOPPING=1\nSTATUS=sends what waits");
+    maker_.finish(now.at);
     broker_->set_state(topics_.available(), offline);
-    broker_->finish(good_bye);
+    broker_->finish(finish_timeout);
 }
 
 void Publisher::set_daemon(const char *text, bool is_available)
@@ -104,7 +117,7 @@ void Publisher::set_daemon(const char *text, bool is_available)
     broker_->set_state(topics_.available(), is_available ? online : offline);
 }
 
-void Publisher::take_event(const Event &event)
+void Publisher::publish_event(const Event &event)
 {
     using enum Event::Kind;
     // An alarm is reported when its participants are known, which is a little later.
@@ -112,16 +125,15 @@ void Publisher::take_event(const Event &event)
     const SystemTime time = time_of(is_alarm ? event.first : event.at);
     switch (event.kind) {
     case DaemonHere:
+    case DaemonWell:
         set_daemon("the daemon is here", true);
         break;
     case DaemonGone:
+        frame_size_.reset(); // the next one may have another
         set_daemon(waiting, false);
         break;
     case DaemonUnwell:
         set_daemon("the daemon is not well", false);
-        break;
-    case DaemonWell:
-        set_daemon("the daemon is here", true);
         break;
     case ObjectAppeared:
     case ObjectLeft:
@@ -133,7 +145,7 @@ void Publisher::take_event(const Event &event)
         break;
     case AreaEntered:
     case AreaLeft:
-        send_area(event, time);
+        publish_area(event, time);
         break;
     case TamperBegan:
     case TamperEnded:
@@ -147,8 +159,8 @@ void Publisher::take_event(const Event &event)
     }
 }
 
-// Retained only while the area is in force: who would take it away otherwise?
-void Publisher::send_area(const Event &event, SystemTime time)
+// Retained only while the area is in force: nothing would remove it otherwise.
+void Publisher::publish_area(const Event &event, SystemTime time)
 {
     const std::string topic = topics_.area(event.rule);
     const bool inside = event.kind == Event::Kind::AreaEntered;
@@ -159,25 +171,13 @@ void Publisher::send_area(const Event &event, SystemTime time)
                          areas_.contains(topic)});
 }
 
-void Publisher::take_frame(const Record &record)
+void Publisher::publish_frames()
 {
-    const auto frames = frames_.find(record.stream);
-    if (frames == frames_.end())
-        return;
-    std::vector<Detection> detections = detections_in(record);
-    if (!detections.empty()) // else their layout is not known
-        frames->second.take(std::move(detections), record.time);
-}
-
-void Publisher::send_frames()
-{
-    if (!frame_)
-        return;
-    for (auto &entry : frames_) {
-        const std::string topic = topics_.frames(entry.first);
-        entry.second.pass(now_.at, [&](std::span<const Detection> detections, SystemTime time) {
-            broker_->send_frame(topic, frame_message(detections, time, *frame_, settings_.names));
-        });
+    for (auto &[stream, limiter] : frames_) {
+        if (const auto frame = limiter.next(now_.at))
+            broker_->send_frame(
+                topics_.frames(stream),
+                frame_message(frame->detections, frame->time, frame->size, settings_.names));
     }
 }
 
@@ -188,19 +188,16 @@ void Publisher::status(const Moment &now, const DaemonStatus &status)
     if (!scene)
         return;
     maker_.set_scene(scene);
-    frame_ = scene->frame;
-    if (std::string message = scene_message(*scene); std::exchange(scene_, message) == message)
-        return;
-    broker_->set_state(topics_.scene(), scene_);
+    frame_size_ = scene->frame;
     set_areas(scene->rules);
+    broker_->set_state(topics_.scene(), scene_message(*scene));
     if (settings_.discovery.empty())
         return;
     for (const auto &[topic, payload] : discovery_states(scene->rules, settings_, topics_))
         broker_->set_state(topic, payload);
 }
 
-// Of a new area it is told that nothing is inside; of one that is not there, nothing, also when it
-// went while nobody was here to tell.
+// Nothing is inside of an area that is new; one that is no longer there has no state.
 void Publisher::set_areas(std::span<const AlarmRule> rules)
 {
     const std::set<std::string> before = std::exchange(areas_, {});
@@ -212,34 +209,23 @@ void Publisher::set_areas(std::span<const AlarmRule> rules)
         if (!before.contains(topic))
             broker_->set_state(topic, area_message(rule, false, now_.time, settings_.names));
     }
-    for (int number = 0; number < MAX_AREAS; ++number) {
-        const std::string topic = topics_.area({AlarmRule::Source::Area, 0, 0, number});
+    for (const std::string &topic : before) {
         if (!areas_.contains(topic))
             broker_->set_state(topic, "");
     }
 }
 
-void Publisher::tell_losses()
+void Publisher::report_losses(const Broker::Report &broker)
 {
-    const Broker::Counts counts = broker_->counts();
-    const Losses losses{counts.frames_dropped, counts.events_dropped, results_missed_};
-    if (losses == told_ || !broker_->is_connected() ||
-        (losses_told_ && now_.at - *losses_told_ < losses_pause))
+    const Losses losses{broker.frames_dropped, broker.events_dropped, results_missed_};
+    if (losses == reported_ || !broker.connected || now_.at < losses_due_)
         return;
-    told_ = losses;
-    losses_told_ = now_.at;
+    reported_ = losses;
+    losses_due_ = now_.at + losses_interval;
     broker_->send_event({topics_.lost(), losses_message(losses, now_.time)});
-    say("lost so far: " + std::to_string(losses.frames) + " frames, " +
-        std::to_string(losses.events) + " events, " + std::to_string(losses.results) +
-        " results of the daemon");
-}
-
-void Publisher::tell_supervisor()
-{
-    const bool alive = now_.at >= alive_due_;
-    if (alive)
-        alive_due_ = now_.at + notifier_.interval() / 2;
-    notifier_.notify("broker: " + broker_->status() + "; " + daemon_, alive);
+    say(formatted("lost so far: %" PRIu64 " frames, %" PRIu64 " events, %" PRIu64
+                  " results of the daemon",
+                  losses.frames, losses.events, losses.results));
 }
 
 } // namespace va::mqtt

@@ -1,10 +1,12 @@
 #include "mqtt/settings.h"
 
-#include "mqtt/settings_file.h"
+#include "util/file.h"
 
 #include <algorithm>
+#include <fstream>
 #include <iterator>
 #include <set>
+#include <sstream>
 #include <vector>
 
 #include <mosquitto.h>
@@ -18,21 +20,21 @@ namespace
 
 constexpr char introduction[] =
     "usage: va_mqtt [option...]\n"
-    "Tells an MQTT broker what the video-analytics daemon sees: frames of objects and faces, "
-    "events\n"
-    "of lines, areas, tampering and tracks, the shapes of the settings. Waits for both.\n"
+    "Publishes to an MQTT broker what the video-analytics daemon sees: frames of objects and "
+    "faces,\n"
+    "events of lines, areas, tampering and tracks, the shapes in force. Waits for both.\n"
     "\n";
 constexpr char ending[] = "\n"
-                          "A line of a file of settings is the name of an option, =, its value.\n"
-                          "Ends with 0 when it is told to, 1 after an error, 2 when it is used "
+                          "A line of a settings file is the name of an option, =, its value.\n"
+                          "Exits with 0 when it is ended, 1 after an error, 2 when it is used "
                           "wrongly.\n";
 
 constexpr char broker[] = "The broker:";
-constexpr char topics[] = "What is told:";
+constexpr char topics[] = "What is published:";
 constexpr char files[] = "All of them:";
 
-constexpr int usual_port = 1883;
-constexpr int usual_tls_port = 8883;
+constexpr int default_port = 1883;
+constexpr int default_tls_port = 8883;
 
 std::string host_name()
 {
@@ -56,20 +58,19 @@ auto number_into(int &target, int smallest, int largest, const char *what)
     };
 }
 
-void choose_streams(const std::string &names, Source &source)
+void choose_streams(const char *text, Source &source)
 {
-    std::vector<Stream> chosen;
-    for (std::size_t begin = 0; begin <= names.size();) {
-        const std::size_t end = std::min(names.find(',', begin), names.size());
-        const std::string name = names.substr(begin, end - begin);
+    std::set<Stream> chosen;
+    std::istringstream names(text);
+    for (std::string name; std::getline(names, name, ',');) {
         const auto stream = find_stream(name);
         if (!stream)
             throw WrongUse("no stream is called " + name);
-        chosen.push_back(*stream);
-        begin = end + 1;
+        chosen.insert(*stream);
     }
-    std::erase_if(source.streams,
-                  [&](Stream stream) { return !std::ranges::count(chosen, stream); });
+    if (chosen.empty())
+        throw WrongUse("no stream is named");
+    std::erase_if(source.streams, [&](Stream stream) { return !chosen.contains(stream); });
 }
 
 OptionTable options_of(Settings &settings, Source &source)
@@ -114,8 +115,8 @@ OptionTable options_of(Settings &settings, Source &source)
     return table;
 }
 
-// Has each row remember that it was used.
-OptionTable remembering(OptionTable table, std::set<std::string> &used)
+// The table whose rows also record that they were used.
+OptionTable recording_use(OptionTable table, std::set<std::string> &used)
 {
     for (Option &row : table) {
         row.set = [&used, name = row.name, set = row.set](const char *text) {
@@ -124,6 +125,53 @@ OptionTable remembering(OptionTable table, std::set<std::string> &used)
         };
     }
     return table;
+}
+
+std::string trimmed(const std::string &text)
+{
+    constexpr char blanks[] = " \t\r";
+    const std::size_t begin = text.find_first_not_of(blanks);
+    return begin == std::string::npos
+               ? ""
+               : text.substr(begin, text.find_last_not_of(blanks) + 1 - begin);
+}
+
+// Sets what a line of the file says unless the command line said it.
+void apply_line(const std::string &line, const OptionTable &table,
+                const std::set<std::string> &given, std::set<std::string> &read)
+{
+    const std::size_t equals = line.find('=');
+    if (equals == std::string::npos)
+        throw WrongUse("no =");
+    const std::string name = trimmed(line.substr(0, equals));
+    const auto row = std::ranges::find(table, name, &Option::name);
+    if (row == table.end())
+        throw WrongUse("there is no setting " + name);
+    if (!read.insert(name).second)
+        throw WrongUse(name + " is set twice");
+    if (!given.contains(name))
+        row->set(trimmed(line.substr(equals + 1)).c_str());
+}
+
+// Blank lines and those that begin with # say nothing; rows named in `given` stay as they are.
+void read_settings_file(const std::string &path, const OptionTable &table,
+                        const std::set<std::string> &given)
+{
+    std::ifstream file(path);
+    std::set<std::string> read;
+    std::string line;
+    for (int number = 1; std::getline(file, line); ++number) {
+        line = trimmed(line);
+        if (line.empty() || line[0] == '#')
+            continue;
+        try {
+            apply_line(line, table, given, read);
+        } catch (const WrongUse &wrong) {
+            throw WrongUse(path + ':' + std::to_string(number) + ": " + wrong.what());
+        }
+    }
+    if (!file.eof())
+        throw_file_error(path);
 }
 
 bool is_utf8(const std::string &text)
@@ -174,14 +222,6 @@ void check_settings(const Settings &settings)
         throw WrongUse("--cert needs --cafile");
 }
 
-void fill_in(Settings &settings)
-{
-    if (settings.port == 0)
-        settings.port = settings.ca_file.empty() ? usual_port : usual_tls_port;
-    if (settings.client_id.empty())
-        settings.client_id = "va_mqtt-" + settings.names.prefix;
-}
-
 } // namespace
 
 bool read_settings(std::span<char *> arguments, Settings &settings, Source &source)
@@ -189,19 +229,22 @@ bool read_settings(std::span<char *> arguments, Settings &settings, Source &sour
     settings.names.prefix = host_name();
     source = default_source();
     const OptionTable table = options_of(settings, source);
-    OptionTable written = table;
-    written.push_back({files, 0, "settings", "FILE", "a file of settings, which options overrule",
+    OptionTable options = table;
+    options.push_back({files, 0, "settings", "FILE", "a file of settings, which options override",
                        text_into(settings.file)});
-    std::set<std::string> said;
+    std::set<std::string> given;
     std::span<char *> operands;
-    if (!parse_command_line(arguments, remembering(written, said), {introduction, ending},
+    if (!parse_command_line(arguments, recording_use(options, given), {introduction, ending},
                             operands))
         return false;
     if (!operands.empty())
         throw WrongUse(std::string(operands[0]) + " is no option");
     if (!settings.file.empty())
-        read_settings_file(settings.file, table, said);
-    fill_in(settings);
+        read_settings_file(settings.file, table, given);
+    if (settings.port == 0)
+        settings.port = settings.ca_file.empty() ? default_port : default_tls_port;
+    if (settings.client_id.empty())
+        settings.client_id = "va_mqtt-" + settings.names.prefix;
     check_settings(settings);
     check(source);
     return true;

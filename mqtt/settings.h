@@ -7,8 +7,8 @@
 #include <span>
 #include <string>
 
-// What va_mqtt is told: by its command line, and by a file of settings whose keys are the names of
-// the long options. What both tell, the command line tells.
+// The settings of va_mqtt: from its command line, and from a file whose keys are the names of the
+// long options. The command line overrides the file.
 namespace va::mqtt
 {
 
@@ -16,7 +16,7 @@ struct Settings {
     std::string file;
 
     std::string host = "localhost"; // of the broker
-    int port = 0;                   // 0: the usual one, with TLS another than without
+    int port = 0;                   // 0: the default, with TLS another than without
     std::string client_id;
     int keep_alive = 15; // seconds
     std::string username;

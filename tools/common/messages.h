@@ -7,8 +7,8 @@
 #include <span>
 #include <string>
 
-// What a camera reports, as JSON, and the topics of a broker under which it does. Places are pixels
-// of the video frame, those of shapes ten-thousandths of it. All throw std::bad_alloc.
+// What a camera publishes, as JSON, and the topics of a broker under which it does. Places are
+// pixels of the video frame, those of shapes ten-thousandths of it. All throw std::bad_alloc.
 namespace va
 {
 
@@ -17,7 +17,7 @@ using Json = nlohmann::ordered_json;
 // On one line; bytes that are no UTF-8 are replaced.
 std::string text_of(const Json &json);
 
-// How a camera calls itself and its parts.
+// Names of a camera and its parts.
 struct CameraNames {
     std::string prefix; // of all topics
     std::string video_source = "VideoSource0";
@@ -58,7 +58,7 @@ std::string frame_message(std::span<const Detection> detections, SystemTime time
                           const CameraNames &names);
 
 std::string line_message(const Event &event, SystemTime time, const CameraNames &names);
-// `inside` is the area's state; those who made it so are the event's participants.
+// `inside` is the area's state; `participants` are those who are.
 std::string area_message(const AlarmRule &rule, bool inside, SystemTime time,
                          const CameraNames &names, std::span<const Participant> participants = {});
 std::string tamper_message(bool tampered, SystemTime time, const CameraNames &names);
@@ -66,10 +66,10 @@ std::string tamper_message(bool tampered, SystemTime time, const CameraNames &na
 // An object that appeared or left; `first` and `last` are when it was first and last seen.
 std::string track_message(const Event &event, SystemTime first, SystemTime last);
 
-// What the settings mark in the frame.
+// The frame's size and what is marked in it.
 std::string scene_message(const Scene &scene);
 
-// What was not reported, since the program began.
+// What was lost since the program was started.
 struct Losses {
     std::uint64_t frames = 0;  // the broker was away or slow
     std::uint64_t events = 0;  // the broker was away for too many
