@@ -5,6 +5,7 @@ import os
 import re
 import shutil
 import socket
+import struct
 import subprocess
 import tempfile
 import time
@@ -30,6 +31,8 @@ ObjectDetection.O0.Top=0
 ObjectDetection.O0.Bottom=9999
 ObjectDetection.O0.Type=1
 """
+MASK = "".join(f"VMDWindow.NonDetect.V0.{side}\n"
+               for side in ("Left=0", "Top=0", "Right=1000", "Bottom=1000"))
 # Object 7 crosses the line, then enters the area.
 PERIOD = 2.5
 SCENE = """
@@ -175,6 +178,20 @@ class Lab:
         wait_for(Path(self.folder, "run/ctrl").is_fifo, "the daemon's FIFO")
         return daemon
 
+    def reconfigure(self, store):
+        self.write("store", store)
+        Path(self.folder, "run/ctrl").write_text("reconfig\n")
+
+    def capture(self, *records):
+        """A file as va_dump -w writes it, of (milliseconds, stream, words)."""
+        data = b"va_dump\n" + struct.pack("=II", 1, 0x01020304)
+        for ms, stream, words in records:
+            data += struct.pack("=Q4sI", ms * 1000, stream.encode(), 4 * len(words))
+            data += struct.pack(f"={len(words)}I", *words)
+        path = Path(self.folder, "capture")
+        path.write_bytes(data)
+        return str(path)
+
     def start_publisher(self, *arguments, **environment):
         settings = self.write("va_mqtt.conf", f"""
             host = localhost
@@ -186,4 +203,4 @@ class Lab:
             discovery = homeassistant""")
         return Program(self, f"publisher{len(self.programs)}", self.bin / "va_mqtt", "--settings",
                        settings, *arguments,
-                       env=os.environ | {"NVRAM_FILE": "store"} | environment)
+                       env=os.environ | environment)
