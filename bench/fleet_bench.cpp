@@ -56,6 +56,11 @@ public:
         const std::string connected = "connected";
         for (const Stream stream : STREAMS)
             publisher_.connection({stream, now(), true, connected});
+        publisher_.status(now(), {.answer = DaemonStatus::Answer::Answered,
+                                  .lines = {{"va.sensor", "imx122 1920x1080 30/s"},
+                                            {"filter.0.name", "CrossLine.C0"},
+                                            {"filter.0.event", "1"},
+                                            {"filter.0.bit", "0"}}});
     }
 
     // The time in which it is made is the first object's place: lower half x, upper half y.
