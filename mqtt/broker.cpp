@@ -1,6 +1,5 @@
 #include "mqtt/broker.h"
 
-#include "mqtt/credentials.h"
 #include "tools/common/printing.h"
 #include "util/text.h"
 
@@ -72,12 +71,6 @@ bool is_permanent(const std::string &error)
 
 } // namespace
 
-void Broker::Destroy::operator()(mosquitto *handle) const
-{
-    mosquitto_destroy(handle);
-    mosquitto_lib_cleanup();
-}
-
 std::shared_ptr<Broker> Broker::open(const Settings &settings, const Message &last_will)
 {
     std::shared_ptr<Broker> broker(new Broker(settings, last_will));
@@ -89,6 +82,11 @@ std::shared_ptr<Broker> Broker::open(const Settings &settings, const Message &la
 Broker::Broker(const Settings &settings, const Message &last_will)
     : settings_(settings),
       address_(settings.host + ':' + std::to_string(settings.port)),
+      handle_(nullptr,
+              [](mosquitto *handle) {
+                  mosquitto_destroy(handle);
+                  mosquitto_lib_cleanup();
+              }),
       outbox_(settings.keep),
       report_{.status = "connecting to " + address_}
 {
@@ -102,7 +100,7 @@ Broker::Broker(const Settings &settings, const Message &last_will)
     mosquitto_max_inflight_messages_set(handle, max_events_in_flight);
     mosquitto_will_set(handle, last_will.topic.c_str(), static_cast<int>(last_will.payload.size()),
                        last_will.payload.data(), 1, last_will.retained);
-    set_credentials(handle, settings);
+    set_credentials();
     mosquitto_connect_callback_set(
         handle, [](mosquitto *, void *broker, int answer) { of(broker).on_connect(answer); });
     mosquitto_disconnect_callback_set(

@@ -60,12 +60,13 @@ public:
     void finish(std::chrono::milliseconds timeout);
 
 private:
-    struct Destroy {
-        void operator()(mosquitto *handle) const;
-    };
-
     Broker(const Settings &settings, const Message &last_will);
     static Broker &of(void *object) { return *static_cast<Broker *>(object); }
+
+    // Gives the library what identifies the camera to the broker, and the broker to the camera. A
+    // password is the first line of a file that its owner alone may change and that others than
+    // its group cannot read. Of a file that cannot be used an error holds nothing of the content.
+    void set_credentials(); // in credentials.cpp
 
     // The thread's, and the library's in it.
     void run();
@@ -84,7 +85,7 @@ private:
 
     const Settings settings_;
     const std::string address_; // host and port
-    std::unique_ptr<mosquitto, Destroy> handle_;
+    std::unique_ptr<mosquitto, void (*)(mosquitto *)> handle_;
     bool refused_ = false; // of the thread: by the broker, in its answer
 
     std::mutex error_lock_; // not `lock_`, with which the library may report an error

@@ -1,5 +1,4 @@
-#include "mqtt/credentials.h"
-
+#include "mqtt/broker.h"
 #include "tools/common/printing.h"
 #include "util/fd.h"
 #include "util/file.h"
@@ -64,11 +63,6 @@ bool is_loopback(const std::string &host)
     return host == "localhost" || host == "::1" || host.starts_with("127.");
 }
 
-int no_passphrase(char *, int, int, void *)
-{
-    return 0; // nobody is there to be asked
-}
-
 void set_user(mosquitto *handle, const Settings &settings)
 {
     std::string password;
@@ -85,6 +79,7 @@ void set_tls(mosquitto *handle, const Settings &settings)
         if (!path.empty())
             open_file(path); // the library does not say which it cannot read
     }
+    const auto no_passphrase = [](char *, int, int, void *) { return 0; }; // nobody can be asked
     if (mosquitto_tls_set(handle, settings.ca_file.c_str(), nullptr, or_none(settings.certificate),
                           or_none(settings.key), no_passphrase) != MOSQ_ERR_SUCCESS)
         throw std::runtime_error("TLS cannot be set up with " + settings.ca_file);
@@ -92,12 +87,12 @@ void set_tls(mosquitto *handle, const Settings &settings)
 
 } // namespace
 
-void set_credentials(mosquitto *handle, const Settings &settings)
+void Broker::set_credentials()
 {
-    if (!settings.username.empty())
-        set_user(handle, settings);
-    if (!settings.ca_file.empty())
-        set_tls(handle, settings);
+    if (!settings_.username.empty())
+        set_user(handle_.get(), settings_);
+    if (!settings_.ca_file.empty())
+        set_tls(handle_.get(), settings_);
 }
 
 } // namespace va::mqtt

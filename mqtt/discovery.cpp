@@ -36,17 +36,16 @@ Json binary_sensor(const char *device_class, const std::string &member)
             {"value_template", "{{ 'ON' if value_json.Data." + member + " else 'OFF' }}"}};
 }
 
-Json line_event()
-{
-    return {{"event_types", Json::array({"crossed"})},
-            {"value_template", R"({"event_type": "crossed"})"}};
-}
-
 Entity entity_of(const AlarmRule &rule, const Topics &topics)
 {
     const std::string number = std::to_string(rule.number.value_or(0));
     if (rule.source == Line)
-        return {"event", "line_" + number, "Line " + number, topics.line(rule), line_event()};
+        return {"event",
+                "line_" + number,
+                "Line " + number,
+                topics.line(rule),
+                {{"event_types", Json::array({"crossed"})},
+                 {"value_template", R"({"event_type": "crossed"})"}}};
     return {"binary_sensor", "area_" + number, "Area " + number, topics.area(rule),
             binary_sensor("occupancy", "IsInside")};
 }

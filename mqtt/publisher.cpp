@@ -20,11 +20,6 @@ constexpr auto finish_timeout = 2s;
 constexpr char online[] = "online";
 constexpr char offline[] = "offline";
 
-bool has_stream(const Source &source, Stream stream)
-{
-    return std::ranges::count(source.streams, stream) > 0;
-}
-
 } // namespace
 
 Publisher::Publisher(const Settings &settings, const Source &source)
@@ -36,13 +31,16 @@ Publisher::Publisher(const Settings &settings, const Source &source)
       now_{std::chrono::system_clock::now(), {}},
       alive_due_(notifier_.interval() > 0us ? Elapsed() : Elapsed::max())
 {
+    const auto is_read = [&](Stream stream) {
+        return std::ranges::count(source.streams, stream) > 0;
+    };
     for (const Stream stream : {Stream::Od, Stream::Fd}) {
-        if (settings.rate > 0 && has_stream(source, stream))
+        if (settings.rate > 0 && is_read(stream))
             frames_.emplace(stream, settings.rate);
     }
     maker_.expect_scene();
     broker_->set_state(topics_.available(), offline);
-    if (TAMPER_RECORDS_ARE_ALARMS && has_stream(source, Stream::Ta))
+    if (TAMPER_RECORDS_ARE_ALARMS && is_read(Stream::Ta))
         broker_->set_state(topics_.tamper(), tamper_message(false, now_.time, settings_.names));
     // The states that an earlier run may have left at the broker.
     for (int number = 0; number < MAX_AREAS; ++number)
@@ -164,11 +162,9 @@ void Publisher::publish_area(const Event &event, SystemTime time)
 {
     const std::string topic = topics_.area(event.rule);
     const bool inside = event.kind == Event::Kind::AreaEntered;
-    const std::span<const Participant> participants(event.participants);
-    broker_->send_event({topic,
-                         area_message(event.rule, inside, time, settings_.names,
-                                      inside ? participants : participants.first(0)),
-                         areas_.contains(topic)});
+    broker_->send_event(
+        {topic, area_message(event.rule, inside, time, settings_.names, event.participants),
+         areas_.contains(topic)});
 }
 
 void Publisher::publish_frames()

@@ -284,7 +284,8 @@ std::string area_message(const AlarmRule &rule, bool inside, SystemTime time,
                          const CameraNames &names, std::span<const Participant> participants)
 {
     Json data = {{"IsInside", inside}};
-    data.update(data_of(participants));
+    if (inside)
+        data.update(data_of(participants));
     return event_text(time, rule_source(rule, names), data);
 }
 

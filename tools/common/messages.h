@@ -58,7 +58,7 @@ std::string frame_message(std::span<const Detection> detections, SystemTime time
                           const CameraNames &names);
 
 std::string line_message(const Event &event, SystemTime time, const CameraNames &names);
-// `inside` is the area's state; `participants` are those who are.
+// `inside` is the area's state; `participants` are those who are or, when nobody is, were.
 std::string area_message(const AlarmRule &rule, bool inside, SystemTime time,
                          const CameraNames &names, std::span<const Participant> participants = {});
 std::string tamper_message(bool tampered, SystemTime time, const CameraNames &names);
