@@ -92,10 +92,10 @@ class Subscriber(Program):
         super().__init__(lab, f"sub{len(lab.programs)}", "mosquitto_sub", "-q", "1", "-F", "%j",
                          *lab.tls(account), *keep, *topics)
 
-    def messages(self, part=""):
+    def messages(self, part="", begin=0):
         lines = self.text().split("\n")[:-1]  # the last one may not be whole
-        return [m for m in map(json.loads, filter(lambda line: line.startswith("{"), lines))
-                if part in m["topic"]]
+        lines = [line for line in lines if line.startswith("{")]
+        return [m for m in map(json.loads, lines[begin:]) if part in m["topic"]]
 
     def wait(self, part, accept=lambda message: True):
         return wait_for(lambda: next(filter(accept, self.messages(part)), None), part)
@@ -188,9 +188,8 @@ class Lab:
         for ms, stream, words in records:
             data += struct.pack("=Q4sI", ms * 1000, stream.encode(), 4 * len(words))
             data += struct.pack(f"={len(words)}I", *words)
-        path = Path(self.folder, "capture")
-        path.write_bytes(data)
-        return str(path)
+        Path(self.folder, "capture").write_bytes(data)
+        return "capture"
 
     def start_publisher(self, *arguments, **environment):
         settings = self.write("va_mqtt.conf", f"""
