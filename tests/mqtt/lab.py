@@ -93,8 +93,8 @@ class Subscriber(Program):
                          *lab.tls(account), *keep, *topics)
 
     def messages(self, part="", begin=0):
-        lines = self.text().split("\n")[:-1]  # the last one may not be whole
-        lines = [line for line in lines if line.startswith("{")]
+        whole = self.text().split("\n")[:-1]  # the last one may not be
+        lines = [line for line in whole if line.startswith("{")]
         return [m for m in map(json.loads, lines[begin:]) if part in m["topic"]]
 
     def wait(self, part, accept=lambda message: True):
@@ -182,12 +182,11 @@ class Lab:
         self.write("store", store)
         Path(self.folder, "run/ctrl").write_text("reconfig\n")
 
-    def capture(self, *records):
-        """A file as va_dump -w writes it, of (milliseconds, stream, words)."""
+    def capture(self, *records):  # as va_dump -w writes one: (milliseconds, stream, words)
         data = b"va_dump\n" + struct.pack("=II", 1, 0x01020304)
         for ms, stream, words in records:
-            data += struct.pack("=Q4sI", ms * 1000, stream.encode(), 4 * len(words))
-            data += struct.pack(f"={len(words)}I", *words)
+            head = (ms * 1000, stream.encode(), 4 * len(words))
+            data += struct.pack(f"=Q4sI{len(words)}I", *head, *words)
         Path(self.folder, "capture").write_bytes(data)
         return "capture"
 
