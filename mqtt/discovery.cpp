@@ -74,14 +74,16 @@ discovery_states(std::span<const AlarmRule> rules, const Settings &settings, con
                                 '/' + entity.id + "/config",
                             exists ? payload_of(entity, settings, topics) : "");
     };
-    for (const auto &[source, count] : {std::pair(Line, MAX_LINES), {Area, MAX_AREAS}}) {
+    const auto add_rules = [&](AlarmRule::Source source, int count) {
         for (int number = 0; number < count; ++number) {
             const auto is_it = [&](const AlarmRule &rule) {
                 return rule.source == source && rule.number == number;
             };
             add(entity_of({source, 0, 0, number}, topics), std::ranges::any_of(rules, is_it));
         }
-    }
+    };
+    add_rules(Line, MAX_LINES);
+    add_rules(Area, MAX_AREAS);
     add({"binary_sensor", "tamper", "Tamper", topics.tamper(), binary_sensor("tamper", "State")},
         TAMPER_RECORDS_ARE_ALARMS);
     return states;
