@@ -189,9 +189,8 @@ DaemonStatus StatusQuery::Request::time_is_up() const
 StatusQuery::StatusQuery(const std::string &directory, std::chrono::milliseconds timeout)
 {
     const auto now = Request::Clock::now();
-    request_ =
-        std::make_unique<Request>(directory, identity_of(parse(read_whole(directory + "/status"))),
-                                  now + timeout, now + timeout / 2);
+    request_.reset(new Request{directory, identity_of(parse(read_whole(directory + "/status"))),
+                               now + timeout, now + timeout / 2});
     request_->open_control();
 }
 
