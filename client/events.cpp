@@ -48,8 +48,9 @@ struct Place { // pixels
 
 Place centre_of(const Detection &seen)
 {
-    return {static_cast<double>(std::int64_t{seen.x} + seen.width / 2),
-            static_cast<double>(std::int64_t{seen.y} + seen.height / 2)};
+    const std::int64_t x = std::int64_t{seen.x} + seen.width / 2;
+    const std::int64_t y = std::int64_t{seen.y} + seen.height / 2;
+    return {static_cast<double>(x), static_cast<double>(y)};
 }
 
 Place in_pixels(Point point, Size frame)
@@ -72,6 +73,23 @@ Crossing crossing(Place start, Place end, Place from, Place to)
     if (was_left == is_left || side(from, to, start) * side(from, to, end) > 0)
         return Crossing::Unknown;
     return is_left ? Crossing::ToLeft : Crossing::ToRight;
+}
+
+// Of a rectangle, whose first and third corner are opposite.
+bool contains(const Shape &shape, Size frame, Place at)
+{
+    const Place first = in_pixels(shape.points[0], frame);
+    const Place last = in_pixels(shape.points[2], frame);
+    return first.x <= at.x && at.x < last.x && first.y <= at.y && at.y < last.y;
+}
+
+// Whether no line or area alarms for it.
+bool is_ignored(const Detection &seen, const Scene &scene)
+{
+    return std::ranges::any_of(scene.shapes, [&](const Shape &shape) {
+        return shape.kind == Shape::Kind::NoAlarm && shape.used &&
+               contains(shape, scene.frame, centre_of(seen));
+    });
 }
 
 bool alarms(const Shape &line, Crossing side)
@@ -99,16 +117,12 @@ std::vector<Participant> who_crossed(const Shape &line, Size frame,
     return all;
 }
 
-// Each area is a rectangle, whose first and third corner are opposite.
 std::vector<Participant> who_is_inside(const Shape &area, Size frame,
                                        const std::vector<Detection> &objects)
 {
-    const Place first = in_pixels(area.points[0], frame);
-    const Place last = in_pixels(area.points[2], frame);
     std::vector<Participant> all;
     for (const Detection &seen : objects) {
-        const Place at = centre_of(seen);
-        if (first.x <= at.x && at.x < last.x && first.y <= at.y && at.y < last.y)
+        if (contains(area, frame, centre_of(seen)))
             all.push_back({seen.kind, seen.number, Crossing::Unknown});
     }
     return all;
@@ -199,16 +213,18 @@ void RecentResults::add(std::vector<Detection> objects, Elapsed at)
         results_.pop_front();
 }
 
-std::vector<Participant> RecentResults::participants(const Shape &shape, Size frame,
+std::vector<Participant> RecentResults::participants(const Shape &shape, const Scene &scene,
                                                      Elapsed since) const
 {
     std::vector<Participant> all;
     const Result *before = nullptr;
     for (const Result &result : results_) {
+        std::vector<Detection> objects = result.objects;
+        std::erase_if(objects, [&](const Detection &seen) { return is_ignored(seen, scene); });
         if (result.at >= since && shape.kind == Shape::Kind::Area)
-            all = who_is_inside(shape, frame, result.objects);
+            all = who_is_inside(shape, scene.frame, objects);
         else if (result.at >= since && before && result.at - before->at <= result_interval)
-            all = who_crossed(shape, frame, before->objects, result.objects);
+            all = who_crossed(shape, scene.frame, before->objects, objects);
         if (!all.empty())
             break;
         before = &result;
@@ -244,7 +260,8 @@ void EventMaker::take(const Record &record)
         break;
     case Stream::Ta:
         if (is_tamper_alarm(record))
-            show({record.stream, 0, 0}, {.kind = Kind::TamperBegan, .at = record.at});
+            show({record.stream, 0, 0},
+                 {.kind = Kind::TamperBegan, .at = record.at, .first = record.at});
         break;
     }
     report_known(record.at);
@@ -310,7 +327,11 @@ void EventMaker::take_detections(const Record &record)
 {
     for (const Detection &seen : detections_in(record))
         show({record.stream, static_cast<std::uint32_t>(seen.kind), seen.number},
-             {.kind = Kind::ObjectAppeared, .at = record.at, .from = seen, .to = seen});
+             {.kind = Kind::ObjectAppeared,
+              .at = record.at,
+              .first = record.at,
+              .from = seen,
+              .to = seen});
 }
 
 void EventMaker::take_alarms(const Record &record)
@@ -322,6 +343,7 @@ void EventMaker::take_alarms(const Record &record)
              static_cast<std::uint32_t>(alarm.bit)},
             {.kind = rule.source == AlarmRule::Source::Line ? Kind::LineCrossed : Kind::AreaEntered,
              .at = record.at,
+             .first = record.at,
              .rule = rule});
     }
 }
@@ -329,22 +351,30 @@ void EventMaker::take_alarms(const Record &record)
 void EventMaker::show(const Key &key, const Event &beginning)
 {
     const auto [found, is_new] = active_.try_emplace(key, Active{beginning});
-    Event &event = found->second.event;
-    if (is_new)
-        event.first = event.at;
-    event.last = beginning.at;
-    event.to = beginning.to;
-    if (is_new && event.kind == Kind::LineCrossed)
-        event.count = ++crossings_[{event.rule.event, event.rule.bit}];
-    if (is_new && is_known(event, event.at))
-        report(found->second, event.at);
+    Active &active = found->second;
+    if (!is_new && active.reported && !active.event.participants.empty() &&
+        beginning.kind == Kind::LineCrossed) {
+        active.earlier = std::move(active.event.participants); // now it may be another one
+        active.event = beginning;
+        active.reported = false;
+    }
+    active.event.last = beginning.at;
+    active.event.to = beginning.to;
+    if (!active.reported && is_known(active, beginning.at))
+        report(active, beginning.at);
 }
 
 void EventMaker::report(Active &active, Elapsed now)
 {
     if (std::exchange(active.reported, true))
         return;
+    if (active.event.participants.empty() && !active.earlier.empty()) {
+        active.event.participants = std::move(active.earlier); // the same crossing still
+        return;
+    }
     active.event.at = now;
+    if (active.event.kind == Kind::LineCrossed)
+        active.event.count = ++crossings_[name_of(active.event.rule)];
     sink_(active.event);
 }
 
@@ -352,14 +382,15 @@ void EventMaker::report(Active &active, Elapsed now)
 void EventMaker::report_known(Elapsed now)
 {
     for (auto &[key, active] : active_) {
-        if (!active.reported && is_known(active.event, now))
+        if (!active.reported && is_known(active, now))
             report(active, now);
     }
 }
 
 // Whether all is known of a beginning that will be; fills in what was found.
-bool EventMaker::is_known(Event &event, Elapsed now) const
+bool EventMaker::is_known(Active &active, Elapsed now) const
 {
+    Event &event = active.event;
     if (event.kind != Kind::LineCrossed && event.kind != Kind::AreaEntered)
         return true;
     if (!scene_)
@@ -369,8 +400,12 @@ bool EventMaker::is_known(Event &event, Elapsed now) const
     const Shape *const shape = scene_->shape_of(event.rule);
     if (!shape || !results_.any_since(event.first - results_kept))
         return true; // nobody sends any objects
-    event.participants =
-        results_.participants(*shape, scene_->frame, event.first - result_before_alarm);
+    event.participants = results_.participants(*shape, *scene_, event.first - result_before_alarm);
+    std::erase_if(event.participants, [&](const Participant &each) {
+        return std::ranges::any_of(active.earlier, [&](const Participant &earlier) {
+            return earlier.kind == each.kind && earlier.number == each.number;
+        });
+    });
     return !event.participants.empty() || now - event.first >= result_interval;
 }
 

@@ -84,7 +84,10 @@ public:
 
     // By the first result from `since` on that shows any: who crossed the line to a side to which
     // it alarms, between two results at most 150 ms apart; who is inside the area.
-    std::vector<Participant> participants(const Shape &shape, Size frame, Elapsed since) const;
+    // Objects in no-detection areas are left out; those that the size limits of a line or an area
+    // exclude are not.
+    std::vector<Participant> participants(const Shape &shape, const Scene &scene,
+                                          Elapsed since) const;
 
 private:
     struct Result {
@@ -135,6 +138,7 @@ private:
     struct Active {
         Event event; // the beginning, kept up to date
         bool reported = false;
+        std::vector<Participant> earlier{}; // of a line: who was reported when another one came
     };
 
     void take_number(std::uint32_t number, Elapsed at);
@@ -143,7 +147,7 @@ private:
     void show(const Key &key, const Event &beginning);
     void report(Active &active, Elapsed now);
     void report_known(Elapsed now);
-    bool is_known(Event &event, Elapsed now) const;
+    bool is_known(Active &active, Elapsed now) const;
     AlarmRule rule_of(Alarm alarm) const;
     template <class Ends>
     void end_where(Ends ends, Elapsed now, bool cut_off);
@@ -155,7 +159,7 @@ private:
     Elapsed scene_timeout_{};
     std::array<bool, STREAM_COUNT> connected_{};
     std::map<Key, Active> active_;
-    std::map<std::pair<int, int>, std::uint64_t> crossings_; // by event code and bit
+    std::map<std::string, std::uint64_t> crossings_; // by the names of lines
     RecentResults results_;
     std::optional<std::uint32_t> result_; // number of the last one
 };

@@ -222,7 +222,7 @@ DaemonStatus reload_settings(const std::string &directory, std::chrono::millisec
     const std::string before(status.value("settings.reloads"));
     const std::string fifo = directory + "/ctrl";
     const Fd control(open(fifo.c_str(), O_WRONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
-    if (status.answer != Answer::Answered)
+    if (status.answer != Answer::Answered && status.answer != Answer::Unwritten)
         return status;
     while (!control || !write_line(control, "reconfig\n")) {
         if (!control || errno != EAGAIN)
@@ -231,6 +231,9 @@ DaemonStatus reload_settings(const std::string &directory, std::chrono::millisec
             return {Answer::None, "it does not read its requests"};
         std::this_thread::sleep_for(poll_interval);
     }
+    if (status.answer == Answer::Unwritten)
+        return {Answer::Unwritten,
+                "a reload is requested; its log says why nothing is known of it"};
     do {
         status = ask_daemon_status(directory);
         const bool done = status.value("settings.reloads") != before;

@@ -60,7 +60,8 @@ DaemonStatus ask_daemon_status(const std::string &directory,
                                std::chrono::milliseconds timeout = std::chrono::seconds(2));
 
 // Has the daemon read its settings again and waits until it has. Returns its status after that; one
-// that does so too late is a daemon that gives no answer.
+// that does so too late is a daemon that gives no answer. Where no status can be written the reload
+// is requested all the same.
 DaemonStatus reload_settings(const std::string &directory,
                              std::chrono::milliseconds timeout = std::chrono::seconds(5));
 

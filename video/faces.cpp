@@ -22,6 +22,7 @@ std::vector<Box> faces_in(cv::CascadeClassifier &classifier, const cv::Mat &grey
     classifier.detectMultiScale(grey, found, scale_factor, least_neighbours, 0,
                                 {least_side, least_side});
     std::vector<Box> boxes;
+    boxes.reserve(found.size());
     for (const cv::Rect2f rect : found)
         boxes.push_back({rect.x, rect.y, rect.width, rect.height});
     return boxes;

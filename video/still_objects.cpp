@@ -116,7 +116,8 @@ cv::Mat StillObjects::long_unchanged(const cv::Mat &grey, const cv::Mat &changed
     uncounted_ %= count_ms; // updates may follow each other faster
     unchanged_.setTo(0, moved | ~changed);
     cv::Mat unchanged;
-    cv::threshold(unchanged_, unchanged, still_after / count_ms, 255, cv::THRESH_BINARY);
+    constexpr int counts = still_after / count_ms;
+    cv::threshold(unchanged_, unchanged, counts, 255, cv::THRESH_BINARY);
     cv::morphologyEx(unchanged, unchanged, cv::MORPH_CLOSE, large_ellipse);
     return unchanged;
 }

@@ -17,9 +17,8 @@ namespace va
 const char EXIT_STATUSES[] =
     "\n"
     "Ends with 0 when records came, 1 after an error, 2 when it is used wrongly, 3 when no record\n"
-    "came, 5 when none came since the daemon hangs, 6 since it runs without analytics, 7 when "
-    "none\n"
-    "came and it cannot write its status.\n";
+    "came, 5 when none came because the daemon hangs, 6 because it runs without analytics, 7 when\n"
+    "none came and it cannot write its status.\n";
 
 namespace
 {
@@ -56,18 +55,18 @@ int run_program(const std::function<int()> &body)
     return FAILED;
 }
 
-int print_records(const Source &source, std::vector<std::unique_ptr<RecordSink>> all,
+int print_records(const Source &source, std::vector<std::unique_ptr<RecordSink>> sinks,
                   Selection selection)
 {
-    Sinks sinks(std::move(all), source.count, std::move(selection));
+    Sinks all(std::move(sinks), source.count, std::move(selection));
     try {
         if (source.capture.empty())
-            sinks.call(&RecordSink::finish, watch(source, sinks));
+            all.call(&RecordSink::finish, watch(source, all));
         else
-            replay(source, sinks);
+            replay(source, all);
     } catch (const OutputEnded &) {
     }
-    if (sinks.any())
+    if (all.any())
         return RECORDS_CAME;
     return source.capture.empty() ? without_records(source.directory) : NO_RECORDS;
 }

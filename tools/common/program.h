@@ -19,11 +19,11 @@ extern const char EXIT_STATUSES[];
 // that are closed are opened before.
 int run_program(const std::function<int()> &body);
 
-// Hands the source's records, as far as they are wanted, to all printers. Returns an exit status; a
+// Hands the source's records, as far as they are wanted, to all sinks. Returns an exit status; a
 // standard output that nobody reads any more is a common end. When none came from a daemon that can
 // be asked, says what is wrong with it, if anything is. Throws std::runtime_error, also at
-// the end of a capture that is not whole, and what a printer throws.
-int print_records(const Source &source, std::vector<std::unique_ptr<RecordSink>> printers,
+// the end of a capture that is not whole, and what a sink throws.
+int print_records(const Source &source, std::vector<std::unique_ptr<RecordSink>> sinks,
                   Selection selection = {});
 
 } // namespace va

@@ -50,7 +50,7 @@ OptionTable source_options(Source &source)
         {group, 'r', "read", "FILE", "the records of a file that va_dump -w wrote",
          [&](const char *text) { source.capture = text; }},
         {group, 0, "pace", "NUMBER",
-         formatted("so many times as fast as they came, 0 at once; default %.0f", source.pace),
+         formatted("speed relative to their arrival, 0: all at once; default %.0f", source.pace),
          [&](const char *text) { source.pace = parse_pace(text); }},
         {group, 'n', "count", "NUMBER", "end after this many records",
          [&](const char *text) { source.count = parse_count(text, "number of records"); }},

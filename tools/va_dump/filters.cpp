@@ -25,12 +25,12 @@ Detection::Kind parse_kind(std::string_view text)
     throw WrongUse("no kind is called " + std::string(text) + ", but moving, static, face");
 }
 
-std::uint32_t parse_number(std::string_view text)
+std::optional<std::uint32_t> number_in(std::string_view text)
 {
     std::uint32_t number = 0;
     const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     if (error != std::errc() || stop != text.data() + text.size())
-        throw WrongUse("no number: " + std::string(text));
+        return std::nullopt;
     return number;
 }
 
@@ -38,8 +38,11 @@ std::uint32_t parse_number(std::string_view text)
 std::string parse_rule(std::string_view text, std::string_view beginning)
 {
     const bool is_name = text.starts_with(beginning);
-    const std::uint32_t number = parse_number(is_name ? text.substr(beginning.size()) : text);
-    return std::string(is_name ? beginning : "") + std::to_string(number);
+    const auto number = number_in(is_name ? text.substr(beginning.size()) : text);
+    if (!number)
+        throw WrongUse(std::string(text) + " is neither a number nor a name such as " +
+                       std::string(beginning) + '0');
+    return std::string(is_name ? beginning : "") + std::to_string(*number);
 }
 
 void require_layout()
@@ -61,7 +64,10 @@ void Filters::add(std::string_view text)
         areas_.insert(parse_rule(value, "ObjectDetection.O"));
     } else if (name == "id") {
         require_layout();
-        ids_.insert(parse_number(value));
+        const auto id = number_in(value);
+        if (!id)
+            throw WrongUse("no number: " + std::string(value));
+        ids_.insert(*id);
     } else if (name == "kind") {
         require_layout();
         kinds_.insert(parse_kind(value));

@@ -19,14 +19,13 @@ constexpr char introduction[] =
     "    vmf  alarm masks of the event codes 0, 1, 2, 3\n"
     "    fd   faces, 7 words each\n"
     "    ta   tamper result, 4 words\n"
-    "Without a stream, all four. Sockets that do not exist yet are waited for. With a filter only\n"
-    "what it is about: kind=moving (static, face), id=NUMBER, line=NAME, area=NAME, where NAME is\n"
-    "CrossLine.C0, say, or its number.\n"
+    "Without a stream, all four. Sockets that do not exist yet are waited for. With filters only\n"
+    "what they select: kind=moving (static, face), id=NUMBER, line=CrossLine.C0 or line=0,\n"
+    "area=ObjectDetection.O0 or area=0.\n"
     "\n";
 constexpr char conclusion[] =
-    "With --status, --metrics and --reconfig: 0 when the daemon is well, 4 when it "
-    "does not run, 5 when it hangs, 6\n"
-    "when it runs without analytics, 7 when it cannot write its status.\n";
+    "With --status, --metrics and --reconfig: 0 when the daemon is well, 4 when it does not run,\n"
+    "5 when it hangs, 6 when it runs without analytics, 7 when it cannot write its status.\n";
 constexpr char printed[] = "What is printed:";
 constexpr char besides[] = "Besides:";
 
@@ -34,7 +33,7 @@ OptionTable table_of(Options &options)
 {
     const auto turn_on = [](bool &flag) { return [flag = &flag](const char *) { *flag = true; }; };
     OptionTable table = {
-        {printed, 'e', "events", nullptr, "no records, but what they tell: who came, left, crossed",
+        {printed, 'e', "events", nullptr, "no records, but events: who appeared, left, crossed",
          turn_on(options.events)},
         {printed, 'j', "json", nullptr, "one JSON object a line, also of each connection",
          turn_on(options.json)},
@@ -46,11 +45,11 @@ OptionTable table_of(Options &options)
          [&](const char *text) { options.period = parse_time(text); }},
         {printed, 'x', "hexadecimal", nullptr, "words in hexadecimal, 8 digits, not decimal",
          turn_on(options.hexadecimal)},
-        {printed, 0, "status", nullptr, "no records, but how the daemon does; -j: as JSON",
+        {printed, 0, "status", nullptr, "no records, but the daemon's status; -j: as JSON",
          turn_on(options.status)},
         {printed, 0, "metrics", nullptr, "no records, but figures of the daemon, for Prometheus",
          turn_on(options.metrics)},
-        {printed, 0, "reconfig", nullptr, "have the daemon read its settings again; what it read",
+        {printed, 0, "reconfig", nullptr, "have the daemon read its settings again; print them",
          turn_on(options.reload)},
         {besides, 'w', "write", "FILE", "write the records to FILE",
          [&](const char *text) { options.copy = text; }},
@@ -110,6 +109,9 @@ void check_together(const Options &options)
         {(options.events || options.figures || options.labels || options.hexadecimal) &&
              options.asks_daemon(),
          "--status, --metrics and --reconfig show no records: -e, -q, -l and -x are of these"},
+        {(!options.copy.empty() || !options.source.capture.empty() || !options.filters.empty()) &&
+             options.asks_daemon(),
+         "--status, --metrics and --reconfig read no records: -r, -w and filters are of these"},
         {options.period != Elapsed::max() && !options.figures, "--every is of -q"},
         {options.copy_size && options.copy.empty(), "--size is of -w"},
         {!options.source.capture.empty() && options.filters.have_names(),

@@ -160,15 +160,14 @@ void FiguresSink::tick(const Moment &now)
     due_ = now.at - now.at % period_ + period_;
 }
 
-void FiguresSink::report(const Moment &moment)
+void FiguresSink::report(const Moment &now)
 {
-    const Elapsed now = moment.at;
     write_line("stream    records         bytes   records/s  longest pause s  disconnects");
     for (const Stream stream : streams_) {
         const Figures &figures = figures_[index_of(stream)];
-        const Elapsed running = figures.records > 0 ? now - figures.last : Elapsed();
+        const Elapsed running = figures.records > 0 ? now.at - figures.last : Elapsed();
         const double rate =
-            now > Elapsed() ? static_cast<double>(figures.records) / seconds(now) : 0.0;
+            now.at > Elapsed() ? static_cast<double>(figures.records) / seconds(now.at) : 0.0;
         write_line(formatted("%-6s %10" PRIu64 " %13" PRIu64 " %11.2f %16.3f %12" PRIu64,
                              name_of(stream).data(), figures.records, figures.bytes, rate,
                              seconds(std::max(figures.longest_pause, running)),

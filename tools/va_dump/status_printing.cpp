@@ -81,6 +81,15 @@ public:
                       *at("settings.last_reload") ? ", last at " : "", at("settings.last_reload")));
     }
 
+    void add_reload()
+    {
+        for (const std::string &name : status_.names_below("module.")) {
+            if (*at("module." + name + ".settings"))
+                add(name + ": settings " + at("module." + name + ".settings"));
+        }
+        add_all_settings();
+    }
+
     void add_all_settings()
     {
         add_settings("settings in force:", "setting.");
@@ -290,7 +299,7 @@ std::string settings_text(const DaemonStatus &status, const Verdict &verdict)
     Lines lines(status);
     lines.add(verdict.text);
     if (status.answer == DaemonStatus::Answer::Answered)
-        lines.add_all_settings();
+        lines.add_reload();
     return lines.text();
 }
 
