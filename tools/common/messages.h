@@ -25,8 +25,6 @@ struct CameraNames {
     std::string profile = "Profile0";
 };
 
-// Topics.
-
 class Topics
 {
 public:
@@ -49,8 +47,6 @@ private:
     std::string source_;
     std::string configuration_; // with the source in front
 };
-
-// Messages.
 
 // The detections of a result. Its transformation maps pixels to ONVIF's frame, which is 2 wide and
 // 2 high around the origin, y upwards.

@@ -62,7 +62,7 @@ public:
         return any;
     }
 
-    // That the daemon, which runs, does not serve it.
+    // Whether a daemon runs that does not serve it.
     void set_status(const Moment &now, const DaemonStatus &status, Sinks &sinks)
     {
         const std::string module(info_of(stream_).module);
@@ -151,7 +151,9 @@ private:
         using enum DaemonStatus::Answer;
         if (status.answer == Answered)
             sinks_.call(&RecordSink::status, now, status);
-        // Where records come nothing is wrong; and one that takes no requests may be quite well.
+        if (verdict_ == NO_STATUS && status.answer == Answered)
+            judge_as(now, judge(status));
+        // Where records arrive nothing is wrong; and one that takes no requests may be quite well.
         if (was_silent_ && is_silent(now) &&
             (status.answer == Answered || status.answer == None || status.answer == Unwritten))
             judge_as(now, judge(status));
@@ -238,7 +240,8 @@ private:
         const auto connected = std::ranges::count_if(subscriptions_, &Subscription::is_connected);
         const bool complete = std::cmp_equal(connected, subscriptions_.size());
         const auto status = monitor_.pass(now(), connected > 0, complete);
-        if (!status || status->answer != DaemonStatus::Answer::Answered)
+        using enum DaemonStatus::Answer;
+        if (!status || (status->answer != Answered && status->answer != Gone))
             return;
         for (Subscription &subscription : subscriptions_)
             subscription.set_status(now(), *status, sinks_);

@@ -59,7 +59,7 @@ void PicturePrinter::record(const Record &record)
         break;
     case Stream::Vmf:
         for (const Alarm alarm : alarms_in(record))
-            bit_of(alarm.event, alarm.bit).alarm = record.at;
+            bits_[index_of_bit(alarm.event, alarm.bit)].alarm = record.at;
         break;
     case Stream::Ta:
         if (is_tamper_alarm(record))
@@ -138,7 +138,7 @@ void PicturePrinter::finish(const Moment &now)
 void PicturePrinter::take_event(const Event &event)
 {
     if (event.kind == Event::Kind::LineCrossed)
-        bit_of(event.rule.event, event.rule.bit).crossings = event.count;
+        bits_[index_of_bit(event.rule.event, event.rule.bit)].crossings = event.count;
     event_lines_.push_front(clock_text(last_.time) + "  " + event_text(event));
     if (event_lines_.size() > PICTURE_EVENTS)
         event_lines_.pop_back();
@@ -187,7 +187,7 @@ std::vector<MarkedShape> PicturePrinter::shapes_at(Elapsed now) const
     for (const Shape &shape : scene_.shapes) {
         MarkedShape marked{shape};
         if (const AlarmRule *const rule = scene_.rule_of(shape)) {
-            const Bit &bit = bit_of(rule->event, rule->bit);
+            const Bit &bit = bits_[index_of_bit(rule->event, rule->bit)];
             marked.lit = now - bit.alarm < shown_for;
             marked.crossings = bit.crossings;
         }

@@ -49,13 +49,9 @@ private:
     };
 
     void take_event(const Event &event);
-    Bit &bit_of(int event, int bit)
+    static std::size_t index_of_bit(int event, int bit)
     {
-        return bits_[static_cast<std::size_t>(event)][static_cast<std::size_t>(bit)];
-    }
-    const Bit &bit_of(int event, int bit) const
-    {
-        return const_cast<PicturePrinter *>(this)->bit_of(event, bit);
+        return static_cast<std::size_t>(event) * mask_bits + static_cast<std::size_t>(bit);
     }
     bool is_connected() const;
     std::string state_text(Picture::State state, const Moment &now) const;
@@ -77,7 +73,7 @@ private:
     Seen objects_; // the newest
     Seen faces_;
     Trails trails_;
-    std::array<std::array<Bit, mask_bits>, VMF_EVENT_CODES> bits_{};
+    std::array<Bit, VMF_EVENT_CODES * mask_bits> bits_{};
     Elapsed tampered_ = Seen::never;
     std::array<std::uint64_t, STREAM_COUNT> records_{};
     std::array<bool, STREAM_COUNT> connected_{};
