@@ -3,6 +3,7 @@
 #include "client/stream_client.h"
 #include "ipc/network/socket.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/wait.h"
 #include "util/fd.h"
 
 #include <sstream>
@@ -55,7 +56,7 @@ std::string text_of(const Event &event)
 
 // What happens at a moment: a stream with the words of a record, "+" or "-" before its name for a
 // connection made or lost; "!" when the daemon is found blind, "!status" when it cannot
-// write its status; empty when only time passes.
+// write its status; "." at the end of all; empty when only time passes.
 struct Step {
     long ms;
     const char *feed;
@@ -74,6 +75,8 @@ public:
         feed >> name;
         if (name.empty())
             maker_.pass(now_);
+        else if (name == ".")
+            maker_.finish(now_);
         else if (name[0] == '!')
             maker_.set_verdict({name == "!" ? NO_ANALYTICS : NO_STATUS, "unwell"}, now_);
         else if (name[0] == '+' || name[0] == '-')
@@ -161,21 +164,22 @@ TEST(EventsTest, ATableOfWhatHappensAndWhatIsTold)
     }
 }
 
-// Line 0 goes down at x = 500 and alarms to its right, which is the picture's left; area 2 is the
-// picture's lower half. Objects are 4 by 4 pixels.
+// Line 0 goes down at x = 500 and alarms to its right, which is the picture's left; area 2 is
+// left of x = 20 and below y = 500. Objects are 4 by 4 pixels.
 TEST(EventsTest, NamesWhoCrossedALineAndWhoIsInAnArea)
 {
     const AlarmRule line{AlarmRule::Source::Line, 1, 0, 0};
     const AlarmRule area{AlarmRule::Source::Area, 3, 0, 2};
-    const Scene scene{
-        {1000, 1000},
-        {{Shape::Kind::Line, 0, {{5000, 1000}, {5000, 4000}}, true, Crossing::ToRight},
-         {Shape::Kind::Area, 2, {{0, 5000}, {0, 9999}, {9999, 9999}, {9999, 5000}}}},
-        {line, area}};
+    const Scene scene{{1000, 2000},
+                      {{Shape::Kind::Line, 0, {{5000, 500}, {5000, 2000}}, true, Crossing::ToRight},
+                       {Shape::Kind::Area, 2, {{0, 2500}, {0, 9999}, {200, 9999}, {200, 2500}}}},
+                      {line, area}};
     constexpr const char *before = "od 7 3 510 200 4 4 512 202 0 0  8 3 490 200 4 4 492 202 0 0  "
                                    "9 3 510 450 4 4 512 452 0 0";
     constexpr const char *after = "od 7 3 490 200 4 4 492 202 0 0  8 3 510 200 4 4 512 202 0 0  "
                                   "9 3 490 450 4 4 492 452 0 0";
+    constexpr const char *inside = "od 7 3 1 498 4 4 3 500 1 0  8 3 1 497 4 4 3 499 1 0  "
+                                   "9 3 18 498 4 4 20 500 1 0";    // 7 alone
     constexpr const char *who = "crossed CrossLine.C0 x1 by 7>; "; // 8 to the left, 9 beside it
     const struct {
         const char *what;
@@ -193,9 +197,9 @@ TEST(EventsTest, NamesWhoCrossedALineAndWhoIsInAnArea)
         {"the stream ends",
          {{100, "vmf 0 1 0 0", ""}, {110, "-vmf", ""}},
          "crossed CrossLine.C0 x1; gone; "},
+        {"the end", {{100, "vmf 0 1 0 0", ""}, {110, ".", ""}}, "crossed CrossLine.C0 x1; "},
         {"an area, not by who was there before",
-         {{100, "vmf 0 0 0 1", ""},
-          {101, "od 7 3 1 498 4 4 3 500 1 0  8 3 1 497 4 4 3 499 1 0", ""}},
+         {{100, "vmf 0 0 0 1", ""}, {101, inside, ""}},
          "entered ObjectDetection.O2 by 7; "},
     };
     for (const auto &[what, steps, told] : rows) {
@@ -399,6 +403,9 @@ TEST(StreamClientTest, HandsOnWhatWasReadWhenTheEndComesAndTheSinkHasEnough)
     client.connect();
     EXPECT_TRUE(client.fd() >= 0 && client.state() == StreamClient::State::Closed)
         << "it was turned away, and may be again";
+    EXPECT_TRUE(wait_until([&] {
+        return client.connect(), client.state() == StreamClient::State::Connected;
+    })) << "nobody turns it away, though nothing comes";
 }
 
 } // namespace

@@ -272,10 +272,13 @@ TEST_F(HealthTest, TellsItsStatusWhenAsked)
     EXPECT_TRUE(is_regular_file(std::filesystem::symlink_status(files.file("run/status"))));
     EXPECT_NE(string::npos, files.read("store").find("imx122")); // no link was followed
 
+    const Client late(files.file("run/ta"));
     files.store("CameraTampering.T0.gcAreaRate=32\n");
     daemon.signal(SIGHUP);
     EXPECT_TRUE(says("settings.reloads", "1"));
     status = ask();
+    expect("stream.ta.clients", "2");
+    EXPECT_NE(status["stream.ta.client.1.records"], status["stream.ta.client.2.records"]);
     expect("settings.reloads", "1"); // once for each request
     expect("setting.CameraTampering.T0.gcAreaRate", "32");
     expect("left_out.FaceDetection.F0.Left", no_window); // is not read again
@@ -392,6 +395,11 @@ TEST_F(HealthTest, TellsWhatFailed)
             EXPECT_EQ(value, status[key]) << key;
         EXPECT_TRUE(status["analytics.why"].empty() ||
                     daemon.wait_for_log("VA: Analytics have ended: " + status["analytics.why"]));
+        if (status.contains("module.od.settings")) {
+            files.store("VMDWindow.Sensitivity=26\n");
+            files.reconfigure();
+            EXPECT_TRUE(says("settings.reloads", "1") && !ask().contains("module.od.settings"));
+        }
         EXPECT_TRUE(daemon.stop());
     }
 }

@@ -199,7 +199,7 @@ TEST(DumpTest, ShowsACaptureAsItIsAsked)
         {{"-l", "kind=static"},
          "T od     40  id=9 kind=Static x=5 y=6 width=7 height=8 centre_x=8 centre_y=10 result=0 "
          "picture=0\n"},
-        {{"-j", "line=0"},
+        {{"-j", "-n", "1", "-w", "small", "--size", "20", "line=0"},
          R"({"time":"T","stream":"vmf","length":16,"words":[0,1,0,0]})"
          "\n"},
         {{"-j", "-l", "-W", "1", "od"},
@@ -245,6 +245,7 @@ TEST(DumpTest, ShowsACaptureAsItIsAsked)
     }
     EXPECT_EQ(read_file(dir.file("capture")), read_file(dir.file("whole")));
     EXPECT_EQ(148, std::filesystem::file_size(dir.file("turned.1"))) << "the first two records";
+    EXPECT_FALSE(std::filesystem::exists(dir.file("small.1"))) << "no record was in it";
     EXPECT_EQ(101, std::filesystem::file_size(dir.file("turned")));
 }
 
@@ -317,6 +318,7 @@ TEST(FiltersTest, LetThroughWhatIsWanted)
         {{"line=3"}, Stream::Vmf, line2, line2, false},
         {{"line=CrossLine.C2"}, Stream::Vmf, line2, "", false},
         {{"area=31"}, Stream::Vmf, area1, area1, false},
+        {{"line=2"}, Stream::Vmf, words({0, 9, 0, 0}), words({0, 9, 0, 0})},
         {{"id=7"}, Stream::Vmf, line2, ""},
         {{"kind=static"}, Stream::Od, objects, nine},
         {{"id=9", "line=0"}, Stream::Od, objects, nine},
@@ -359,7 +361,7 @@ TEST(FiltersTest, LetThroughWhatIsWanted)
 TEST(DumpTest, ShowsWhatIsInForce)
 {
     const DaemonFiles files;
-    files.write("scene", "od_interval 100\nperiod 1500\n"
+    files.write("scene", "od_interval 100\nperiod 1500\nhang ne3_val_od_set_ctrl 2 700\n"
                          "object 7 dynamic 192x108 from 100,540 to 1900,540 between 0 1400\n");
     const auto line = [](const char *key) {
         return lines(key, {"StartX=5000", "StartY=0", "EndX=5000", "EndY=9999"});
@@ -369,7 +371,8 @@ TEST(DumpTest, ShowsWhatIsInForce)
     const Daemon daemon(files, {"-o"});
     const std::string crossed = " crossed by moving 7 to the left, ";
     EXPECT_TRUE(events.wait_for_output("line CrossLine.C0" + crossed + "1 so far\n"));
-    files.store(line("CrossLine.C1.") + window("VMDWindow.NonDetect.V0.", 0, 0, 0, 9999));
+    files.store("VMDWindow.Sensitivity=26\n" + line("CrossLine.C1.") +
+                window("VMDWindow.NonDetect.V0.", 0, 0, 0, 9999));
     EXPECT_TRUE(events.wait_for_output("line CrossLine.C0" + crossed + "2 so far\n"));
     Program reload(VA_DUMP, files.path(), {"-d", "run", "--reconfig"}, "reload");
     EXPECT_TRUE(reload.wait_for_exit(IS_WELL));
@@ -389,7 +392,9 @@ TEST(DumpTest, TellsWhatIsWrong)
     const TempDir dir;
     write_capture(dir.file("capture"));
     std::filesystem::copy_file(dir.file("capture"), dir.file("cut"));
+    std::filesystem::copy_file(dir.file("capture"), dir.file("cut_payload"));
     std::filesystem::resize_file(dir.file("cut"), 180);
+    std::filesystem::resize_file(dir.file("cut_payload"), 200);
     std::ofstream(dir.file("foreign")) << "key=value, and more of it\n";
     const std::tuple<std::vector<std::string>, int, const char *> wrong[] = {
         {{"-n", "2x"}, 2, "2x is no number of records"},
@@ -402,6 +407,7 @@ TEST(DumpTest, TellsWhatIsWrong)
         {{"--status", "-w", "x"}, 2, "read no records"},
         {{"-r", "foreign"}, 1, "foreign: this is no capture"},
         {{"-r", "cut", "fd"}, 1, "va_dump: cut: ends within a record\n"},
+        {{"-r", "cut_payload", "fd"}, 1, "va_dump: cut_payload: ends within a record\n"},
         {{"-W", "0.01", "-d", ".", "fd"}, 3, "nobody listens"},
         {{"-W", "0.01", "-d", "missing", "fd"}, 3, "no such directory"},
     };
@@ -432,10 +438,13 @@ TEST(DumpTest, MakesAnObjectOfAStatus)
                                {"stream.od.client.1.process", "-1.50"},
                                {"setting.A.B0.C", "01"},
                                {"setting.A.B1.C", "x"},
-                               {"control.last_unknown", "\\\"\n"}}};
+                               {"control.last_unknown", "\\\"\n"},
+                               {"module.od.state", "runs"},
+                               {"module.fd.state", "off"}}};
     EXPECT_EQ(R"({"verdict":"well","exit_status":0,"va":{"version":"1.2.3"},)"
               R"("stream":{"od":{"records":7,"client":{"1":{"process":-1.5}}}},)"
-              R"("setting":{"A.B0.C":"01","A.B1.C":"x"},"control":{"last_unknown":"\\\"\n"}})",
+              R"("setting":{"A.B0.C":"01","A.B1.C":"x"},"control":{"last_unknown":"\\\"\n"},)"
+              R"("module":{"od":{"state":"runs"},"fd":{"state":"off"}}})",
               status_json(status, {IS_WELL, "well"}));
     const DaemonStatus hangs{DaemonStatus::Answer::Answered,
                              "",
@@ -445,6 +454,9 @@ TEST(DumpTest, MakesAnObjectOfAStatus)
               status_json(hangs, judge(hangs)));
     EXPECT_NE(std::string::npos,
               metrics_of({DaemonStatus::Answer::Unwritten, "", {}}).find("\nva_up 1\n"));
+    const std::string metrics = metrics_of(status);
+    EXPECT_NE(std::string::npos, metrics.find("\nva_module_up{module=\"od\"} 1\n"));
+    EXPECT_EQ(std::string::npos, metrics.find("module=\"fd\"")) << "one that is off is not down";
 }
 
 TEST(DumpTest, TellsAQuietSceneFromADaemonThatIsNotWell)
@@ -481,6 +493,8 @@ TEST(DumpTest, TellsAQuietSceneFromADaemonThatIsNotWell)
         expect(read, NO_ANSWER, "va_dump: va does not answer");
     } // killed
     expect(ask, GONE, "");
+    files.write("run/pid", std::to_string(getpid()) + '\n');
+    expect(ask, NO_ANSWER, "va does not answer: it takes no requests");
     for (const char *name : {"run/status", "run/pid"})
         std::filesystem::remove(files.file(name));
     {
@@ -500,6 +514,18 @@ TEST(DumpTest, TellsAQuietSceneFromADaemonThatIsNotWell)
     expect(read, NO_ANALYTICS, "va_dump: va " + reason);
     expect({"-e", "-n", "2", "ta"}, NO_ANALYTICS, "  va " + reason); // the second event, unasked
     EXPECT_TRUE(blind.stop());
+
+    files.write("scene", "every 100 ta 1 0 0 0\n");
+    Daemon stalled(files, {"-t"}, "stalled");
+    const Program events(VA_DUMP, files.path(), {"-d", "run", "-e", "ta"}, "events");
+    const Program json(VA_DUMP, files.path(), {"-d", "run", "-j", "ta"}, "json");
+    EXPECT_TRUE(events.wait_for_output("tamper alarm began") && json.wait_for_output("words"));
+    expect(ask, IS_WELL, ""); // an answer that is none to those who ask later
+    stalled.signal(SIGSTOP);
+    EXPECT_TRUE(events.wait_for_output("  va does not answer: no answer in time\n") &&
+                json.wait_for_output("\"verdict\":\"va does not answer"));
+    stalled.signal(SIGCONT);
+    EXPECT_TRUE(events.wait_for_output("  daemon is well again\n"));
 }
 
 } // namespace
