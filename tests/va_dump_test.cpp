@@ -440,11 +440,12 @@ TEST(DumpTest, MakesAnObjectOfAStatus)
                                {"setting.A.B1.C", "x"},
                                {"control.last_unknown", "\\\"\n"},
                                {"module.od.state", "runs"},
-                               {"module.fd.state", "off"}}};
+                               {"module.fd.state", "off"},
+                               {"left_out.A", "x"}}};
     EXPECT_EQ(R"({"verdict":"well","exit_status":0,"va":{"version":"1.2.3"},)"
               R"("stream":{"od":{"records":7,"client":{"1":{"process":-1.5}}}},)"
               R"("setting":{"A.B0.C":"01","A.B1.C":"x"},"control":{"last_unknown":"\\\"\n"},)"
-              R"("module":{"od":{"state":"runs"},"fd":{"state":"off"}}})",
+              R"("module":{"od":{"state":"runs"},"fd":{"state":"off"}},"left_out":{"A":"x"}})",
               status_json(status, {IS_WELL, "well"}));
     const DaemonStatus hangs{DaemonStatus::Answer::Answered,
                              "",
@@ -455,7 +456,8 @@ TEST(DumpTest, MakesAnObjectOfAStatus)
     EXPECT_NE(std::string::npos,
               metrics_of({DaemonStatus::Answer::Unwritten, "", {}}).find("\nva_up 1\n"));
     const std::string metrics = metrics_of(status);
-    EXPECT_NE(std::string::npos, metrics.find("\nva_module_up{module=\"od\"} 1\n"));
+    for (const char *line : {"\nva_module_up{module=\"od\"} 1\n", "\nva_settings_left_out 1\n"})
+        EXPECT_NE(std::string::npos, metrics.find(line)) << line;
     EXPECT_EQ(std::string::npos, metrics.find("module=\"fd\"")) << "one that is off is not down";
 }
 
