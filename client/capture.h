@@ -8,8 +8,8 @@
 #include <optional>
 #include <string>
 
-// Captures: records in a file, with the times at which they came. All numbers are in the byte order
-// of the machine that wrote it, as the payloads are; a capture of the other order is refused.
+// Captures: records in a file, with the times at which they arrived. All numbers are in the byte
+// order of the machine that wrote it, as the payloads are; a capture of the other order is refused.
 
 namespace va
 {

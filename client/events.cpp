@@ -17,8 +17,8 @@ using std::chrono::milliseconds;
 // From this difference on a number is a step back: a daemon that was started again.
 constexpr std::uint32_t smallest_step_back = 0x80000000;
 
-// Between two results by which a crossing is found; and how long its result may come behind its
-// alarm. A result whose alarm comes behind it is a little older.
+// Between two results by which a crossing is found, and how late a result may follow its alarm. A
+// result that its alarm follows is a little older.
 constexpr milliseconds result_interval{150};
 constexpr milliseconds result_before_alarm{20};
 constexpr milliseconds results_kept{1000}; // of an engine that runs some are as young
@@ -294,7 +294,7 @@ void EventMaker::set_verdict(const Verdict &verdict, Elapsed now)
         sink_({.kind = Kind::DaemonWell, .at = now});
         return;
     }
-    if (verdict.status != NO_STATUS) // else records come as before
+    if (verdict.status != NO_STATUS) // else records arrive as before
         end_where([](const Key &, const Event &) { return true; }, now, true);
     sink_({.kind = Kind::DaemonUnwell, .at = now, .why = verdict.text});
 }

@@ -29,7 +29,7 @@ struct Event {
     enum class Kind {
         DaemonHere,   // the first of its streams is connected
         DaemonGone,   // the last of its streams is lost
-        DaemonUnwell, // it is here, but nothing can come, or it cannot write its status
+        DaemonUnwell, // it is here, but can send no results, or cannot write its status
         DaemonWell,   // again
         ObjectAppeared,
         ObjectLeft,
@@ -68,7 +68,7 @@ double seconds_of(const Event &event);
 
 // How long a thing must not be seen to have ended, so that one that flickers is one.
 struct EventTimeouts {
-    Elapsed object = std::chrono::seconds(1); // a result comes four times a second at the slowest
+    Elapsed object = std::chrono::seconds(1); // there are at least four results a second
     Elapsed line = std::chrono::milliseconds(500);
     Elapsed area = std::chrono::seconds(1);
     Elapsed tamper = std::chrono::seconds(2);
@@ -84,7 +84,7 @@ public:
 
     // By the first result from `since` on that shows any: who crossed the line to a side to which
     // it alarms, between two results at most 150 ms apart; who is inside the area.
-    // Objects in no-detection areas are left out; those that the size limits of a line or an area
+    // Objects in no-detection areas are excluded; those that the size limits of a line or an area
     // exclude are not.
     std::vector<Participant> participants(const Shape &shape, const Scene &scene,
                                           Elapsed since) const;
@@ -109,10 +109,10 @@ public:
     explicit EventMaker(Sink sink, EventTimeouts timeouts = {});
 
     // What the bits of the alarm masks mean and where lines and areas are; what has begun keeps the
-    // meaning it had. Nothing: not known, as at the beginning and of each daemon that comes.
+    // meaning it had. Nothing: not known, as at the beginning and after each start of a daemon.
     void set_scene(std::optional<Scene> scene);
 
-    // A scene is on its way from each daemon that comes: alarms wait for it up to a second.
+    // Each daemon that connects will be asked for its scene: alarms wait for it up to a second.
     void expect_scene() { expects_scene_ = true; }
 
     void take(const Record &record);
@@ -121,8 +121,7 @@ public:
     // showed.
     void set_connected(Stream stream, bool connected, Elapsed now);
 
-    // What was found when the daemon was asked, since nothing came. When nothing can come all ends
-    // that is still active.
+    // What a silent daemon turned out to be. When it can send no results, all that is active ends.
     void set_verdict(const Verdict &verdict, Elapsed now);
 
     // Reports what has ended for lack of records. Call it a few times a second.
@@ -138,7 +137,7 @@ private:
     struct Active {
         Event event; // the beginning, kept up to date
         bool reported = false;
-        std::vector<Participant> earlier{}; // of a line: who was reported when another one came
+        std::vector<Participant> earlier{}; // of a line: who was reported before this alarm
     };
 
     void take_number(std::uint32_t number, Elapsed at);

@@ -120,12 +120,12 @@ struct StatusQuery::Request {
     DaemonStatus time_is_up() const;
 
     std::string directory;
-    std::pair<std::string, std::string> before; // by which the answer is told from the last one
+    std::pair<std::string, std::string> before; // by which an answer is recognised as a new one
     Clock::time_point end;
     Clock::time_point second; // when the request is repeated
     Fd control = {};
     int sent = 0;
-    bool waits = false; // for room in the FIFO, where other writers are many
+    bool waits = false; // while the FIFO is full, as with many writers
     bool taken = false; // the last request: seen once, since others may ask behind it
     std::optional<DaemonStatus> answer = {};
 };

@@ -9,8 +9,8 @@
 namespace va
 {
 
-// One result stream as a client sees it: connects to the stream's socket, hands on the payload of
-// every frame, and is ready to connect again after the daemon went. What was sent while it was not
+// One result stream as a client sees it: connects to the stream's socket, passes on the payload of
+// every frame, and can connect again after the daemon has ended. What was sent while it was not
 // connected is lost; the first frame after a connect is a whole one.
 //
 // Used by one thread. Never waits, prints nothing. Throws std::bad_alloc and what a sink throws.
@@ -31,7 +31,7 @@ public:
     ~StreamClient();
 
     // Tries to connect unless connected. That nobody listens yet, or that it fails otherwise, is
-    // told by status(): call it again every now and then.
+    // reported by status(): call it again at intervals.
     void connect();
 
     // The descriptor to poll for readability, close-on-exec and non-blocking; -1 while not
@@ -52,7 +52,7 @@ public:
     // or has stood for a second.
     enum class State {
         Waiting,   // none yet: nobody listens, or another reason
-        Connected, // and silent only for want of results
+        Connected, // and silent only while there are no results
         Closed,    // by the daemon, between two records
         Broken,    // ended within a record, by an error or because something else listens there
     };

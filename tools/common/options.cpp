@@ -32,7 +32,7 @@ struct Spelling {
         names.push_back({});
     }
 
-    std::string letters = ":"; // tells a missing argument from an unknown option
+    std::string letters = ":"; // distinguishes a missing argument from an unknown option
     std::vector<option> names;
 };
 
@@ -49,7 +49,7 @@ const Option &row_of(const OptionTable &table, int found)
     throw WrongUse(option + (found == ':' ? " needs a value" : " is no option"));
 }
 
-// What stands in front of an option's help, which begins in the next line when there is no room.
+// What stands in front of an option's help, which begins in the next line when it does not fit.
 std::string in_column(const std::string &option)
 {
     constexpr std::size_t column = 25;

@@ -15,14 +15,14 @@ namespace va
 // Its end of the manual.
 extern const char EXIT_STATUSES[];
 
-// Calls `body`, which returns an exit status, and tells people what it throws. Standard descriptors
+// Calls `body`, which returns an exit status, and prints what it throws. Standard descriptors
 // that are closed are opened before.
 int run_program(const std::function<int()> &body);
 
 // Hands the source's records, as far as they are wanted, to all sinks. Returns an exit status; a
-// standard output that nobody reads any more is a common end. When none came from a daemon that can
-// be asked, says what is wrong with it, if anything is. Throws std::runtime_error, also at
-// the end of a capture that is not whole, and what a sink throws.
+// standard output that nobody reads any more is a normal end. When a daemon that can be asked sent
+// none, reports what is wrong with it, if anything is. Throws std::runtime_error, also at the end
+// of a capture that is not whole, and what a sink throws.
 int print_records(const Source &source, std::vector<std::unique_ptr<RecordSink>> sinks,
                   Selection selection = {});
 

@@ -57,7 +57,7 @@ public:
 // Of a record what is wanted: a payload that is valid until the next call; nothing when none is.
 using Selection = std::function<std::optional<std::span<const std::uint8_t>>(const Record &)>;
 
-// Hands every record that is wanted to all sinks, until so many have come, or until the first sink
+// Hands every record that is wanted to all sinks, until there were so many, or until the first sink
 // has written so many items.
 class Sinks
 {

@@ -20,7 +20,7 @@ struct Source {
     std::vector<Stream> streams; // each once, in the order of STREAMS
     std::uint64_t count = std::numeric_limits<std::uint64_t>::max(); // of records
     std::optional<std::chrono::milliseconds> time_limit;
-    double pace = 0; // of a capture: how much faster than it came; 0: all at once
+    double pace = 0; // of a capture: relative to its own; 0: all at once
 };
 
 // All streams, of the daemon that was built with this program.

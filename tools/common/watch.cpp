@@ -22,7 +22,7 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr milliseconds retry_interval{200}; // of attempts to connect
-constexpr milliseconds answer_interval{10}; // of looks for an answer
+constexpr milliseconds answer_interval{10}; // of checks for an answer
 constexpr seconds status_interval{2};       // of questions, while somebody wants the status
 constexpr seconds silence{3};               // before a daemon is asked whether it is well
 constexpr seconds long_interval{10};        // of questions else, each of which costs it a file
@@ -95,8 +95,9 @@ private:
 };
 
 // Asks the daemon for its status, while other things go on: when it connects or a stream is
-// missing, every two seconds where a sink wants to know, and when it is silent, to tell one that
-// has nothing to report from one that hangs, runs without analytics or cannot write its status.
+// missing, every two seconds where a sink wants to know, and when it is silent, to distinguish one
+// that has nothing to report from one that hangs, runs without analytics or cannot write its
+// status.
 class StatusMonitor
 {
 public:
@@ -109,7 +110,7 @@ public:
     void hear(const Moment &now)
     {
         heard_ = now.at;
-        if (verdict_ != NO_STATUS) // of which a record tells nothing
+        if (verdict_ != NO_STATUS) // which a record does not disprove
             judge_as(now, {IS_WELL, "va runs"});
     }
 
@@ -117,7 +118,7 @@ public:
     std::optional<DaemonStatus> pass(const Moment &now, bool connected, bool complete)
     {
         if (!connected && std::exchange(connected_, false))
-            verdict_ = IS_WELL; // whoever comes next
+            verdict_ = IS_WELL; // of the next daemon
         if (connected && !std::exchange(connected_, true)) {
             heard_ = now.at;
             due_ = now.at;

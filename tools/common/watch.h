@@ -13,8 +13,8 @@ void prepare_report();
 
 // Hands on what the daemon sends, until the count is reached, the time is up, nobody reads standard
 // output any more, or SIGINT or SIGTERM arrives. Says on standard error what becomes of the
-// connections, and, when nothing comes for a few seconds, whether that is because the daemon is not
-// well. Returns the end.
+// connections, and, when nothing arrives for a few seconds, whether that is because the daemon is
+// not well. Returns the end.
 Moment watch(const Source &source, Sinks &sinks);
 
 // Hands on the wanted records of the source's capture at its pace, until the count is reached, the
