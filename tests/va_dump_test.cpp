@@ -429,6 +429,23 @@ TEST(DumpTest, TellsWhatIsWrong)
     EXPECT_TRUE(piped.wait_for_exit(3));
 }
 
+TEST(DumpTest, PrintsTimesWithTheirZone)
+{
+    const time_point time(std::chrono::milliseconds(-1)); // before 1970, too
+    const std::pair<const char *, const char *> zones[] = {
+        {"west+05:30", "1969-12-31T18:29:59.999-05:30"},
+        {"east-01", "1970-01-01T00:59:59.999+01:00"},
+        {"UTC0", "1969-12-31T23:59:59.999+00:00"}};
+    for (const auto &[zone, expected] : zones) {
+        setenv("TZ", zone, 1);
+        tzset();
+        EXPECT_EQ(expected, iso_text(time));
+        EXPECT_EQ("1969-12-31T23:59:59.999Z", utc_text(time));
+    }
+    unsetenv("TZ");
+    tzset();
+}
+
 TEST(DumpTest, MakesAnObjectOfAStatus)
 {
     const DaemonStatus status{DaemonStatus::Answer::Answered,
