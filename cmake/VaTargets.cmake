@@ -5,6 +5,10 @@ if(VA_SANITIZE)
     add_link_options(-fsanitize=${VA_SANITIZE})
 endif()
 
+# The camera's programs leave out what they do not call.
+add_compile_options($<$<CONFIG:MinSizeRel>:-ffunction-sections> $<$<CONFIG:MinSizeRel>:-fdata-sections>)
+add_link_options($<$<CONFIG:MinSizeRel>:LINKER:--gc-sections>)
+
 add_library(va_warnings INTERFACE)
 target_compile_options(va_warnings INTERFACE
     -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat-nonliteral
