@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cassert>
 #include <cerrno>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -31,8 +32,14 @@ constexpr std::string_view arguments_mark = "::";
 constexpr std::string_view reply = "OK\n";
 constexpr int incomplete = 0; // as an item's size
 
-constexpr int frame_header_size = 4;
-constexpr int body_length_offset = 2; // in the header
+struct FrameHeader {
+    char mark;
+    char free;
+    std::uint8_t length[2]; // of the body, little-endian
+};
+static_assert(sizeof(FrameHeader) == 4 && offsetof(FrameHeader, length) == 2);
+
+constexpr int frame_header_size = sizeof(FrameHeader);
 
 // Removes a descriptor event and closes its descriptor.
 void end_service(event *served)
@@ -84,7 +91,7 @@ int frame_size(const char *frame, int available)
 {
     if (available < frame_header_size)
         return incomplete;
-    const int size = frame_header_size + buf2short(frame + body_length_offset);
+    const int size = frame_header_size + buf2short(frame + offsetof(FrameHeader, length));
     return size <= available ? size : incomplete;
 }
 
