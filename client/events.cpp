@@ -219,15 +219,17 @@ std::vector<Participant> RecentResults::participants(const Shape &shape, const S
     std::vector<Participant> all;
     const Result *before = nullptr;
     for (const Result &result : results_) {
+        const Result *const last = std::exchange(before, &result);
+        if (result.at < since)
+            continue;
         std::vector<Detection> objects = result.objects;
         std::erase_if(objects, [&](const Detection &seen) { return is_ignored(seen, scene); });
-        if (result.at >= since && shape.kind == Shape::Kind::Area)
+        if (shape.kind == Shape::Kind::Area)
             all = who_is_inside(shape, scene.frame, objects);
-        else if (result.at >= since && before && result.at - before->at <= result_interval)
-            all = who_crossed(shape, scene.frame, before->objects, objects);
+        else if (last && result.at - last->at <= result_interval)
+            all = who_crossed(shape, scene.frame, last->objects, objects);
         if (!all.empty())
             break;
-        before = &result;
     }
     return all;
 }
@@ -249,8 +251,7 @@ void EventMaker::take(const Record &record)
     case Stream::Od:
         if (const auto number = result_number(record))
             take_number(*number, record.at);
-        take_detections(record);
-        results_.add(detections_in(record), record.at);
+        results_.add(take_detections(record), record.at);
         break;
     case Stream::Fd:
         take_detections(record);
@@ -323,15 +324,17 @@ void EventMaker::take_number(std::uint32_t number, Elapsed at)
     result_ = number;
 }
 
-void EventMaker::take_detections(const Record &record)
+std::vector<Detection> EventMaker::take_detections(const Record &record)
 {
-    for (const Detection &seen : detections_in(record))
+    std::vector<Detection> detections = detections_in(record);
+    for (const Detection &seen : detections)
         show({record.stream, static_cast<std::uint32_t>(seen.kind), seen.number},
              {.kind = Kind::ObjectAppeared,
               .at = record.at,
               .first = record.at,
               .from = seen,
               .to = seen});
+    return detections;
 }
 
 void EventMaker::take_alarms(const Record &record)
