@@ -34,11 +34,12 @@ std::string word_text(const StreamInfo &info, std::size_t index, std::uint32_t w
     return std::string(field.name) + '=' + text;
 }
 
-std::string hexadecimal(std::span<const std::uint8_t> bytes, const char *format)
+// Each byte behind a separator.
+std::string hexadecimal(std::span<const std::uint8_t> bytes, const char *separator)
 {
     std::string text;
     for (const std::uint8_t byte : bytes)
-        text += format[0] == ' ' ? formatted(" %02x", byte) : formatted("%02x", byte);
+        text += separator + formatted("%02x", byte);
     return text;
 }
 
