@@ -2,7 +2,8 @@
 #include "client/frame_reader.h"
 #include "client/stream_client.h"
 #include "ipc/network/socket.h"
-#include "tests/support/temp_dir.h"
+#include "tests/support/client_data.h"
+#include "tests/support/store_file.h"
 #include "tests/support/wait.h"
 #include "util/fd.h"
 
@@ -247,29 +248,6 @@ TEST(EventsTest, NamesWhoCrossedALineAndWhoIsInAnArea)
     EXPECT_EQ("crossed event 1 bit 0 x1; ", expecting.play({1040, "", ""}));
 }
 
-// A daemon's answer of "KEY: VALUE" lines.
-DaemonStatus status_of(const std::string &text)
-{
-    DaemonStatus status{DaemonStatus::Answer::Answered};
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);)
-        status.lines.emplace_back(line.substr(0, line.find(": ")),
-                                  line.substr(line.find(": ") + 2));
-    return status;
-}
-
-std::string window_of(const std::string &key, const std::string &edges)
-{
-    std::istringstream all(edges);
-    std::string text;
-    for (const char *name : {".Left: ", ".Right: ", ".Top: ", ".Bottom: "}) {
-        std::string edge;
-        all >> edge;
-        text += key + name + edge + '\n';
-    }
-    return text;
-}
-
 // "CrossLine.C0 to-right 1,2 3,4; ", with "unused" where it is.
 std::string text_of(const Scene &scene)
 {
@@ -289,68 +267,53 @@ std::string text_of(const Scene &scene)
 
 TEST(SceneTest, IsWhatTheStatusHasInForce)
 {
-    const std::string frame = "va.sensor: imx122 1920x1080 30/s\n";
-    const std::string od = "module.od.state: runs\n";
-    const std::string line = "CrossLine.C2.StartX: 1\nsetting.CrossLine.C2.StartY: 0\n"
-                             "setting.CrossLine.C2.EndX: 9999\nsetting.CrossLine.C2.EndY: 3 (x)\n";
+    const std::string sensor = "va.sensor=imx122 1920x1080 30/s\n";
+    const std::string od = "module.od.state=runs\n";
+    const std::string line = "CrossLine.C2.StartX=1\nsetting.CrossLine.C2.StartY=0\n"
+                             "setting.CrossLine.C2.EndX=9999\nsetting.CrossLine.C2.EndY=3 (x)\n";
     const std::pair<std::string, const char *> rows[] = {
-        {od + window_of("setting.VMDWindow.NonDetect.V0", "1 2 3 4"),
+        {od + window("setting.VMDWindow.NonDetect.V0.", 1, 2, 3, 4),
          "VMDWindow.NonDetect.V0  1,3 1,4 2,4 2,3; "},
-        {od + window_of("setting.VMDWindow.Detect.V3", "9999 0 1 0"),
+        {od + window("setting.VMDWindow.Detect.V3.", 9999, 0, 1, 0),
          "VMDWindow.Detect.V3  0,0 0,1 9999,1 9999,0; "},
-        {od + window_of("setting.VideoAnalytics.OD.VmfParam.NdArea1", "1 10000 3 4"),
+        {od + window("setting.VideoAnalytics.OD.VmfParam.NdArea1.", 1, 10000, 3, 4),
          "VideoAnalytics.OD.VmfParam.NdArea1  1,3 1,4 10000,4 10000,3; "},
         {od + "setting." + line, "CrossLine.C2  1,0 9999,3; "},
-        {od + "setting." + line + "setting.CrossLine.C2.Direction: 1\n",
+        {od + "setting." + line + "setting.CrossLine.C2.Direction=1\n",
          "CrossLine.C2 right 1,0 9999,3; "},
-        {od + "setting." + line + "setting.CrossLine.C2.Direction: 2\n",
+        {od + "setting." + line + "setting.CrossLine.C2.Direction=2\n",
          "CrossLine.C2 left 1,0 9999,3; "},
         {od + "left_out." + line, ""}, // some of it
-        {od + window_of("left_out.ObjectDetection.O2", "1 2 3 4"),
+        {od + window("left_out.ObjectDetection.O2.", 1, 2, 3, 4),
          "ObjectDetection.O2 unused 1,3 1,4 2,4 2,3; "},
-        {od + window_of("left_out.ObjectDetection.O2", "2 2 3 4"), ""},
-        {od + window_of("left_out.ObjectDetection.O2", "1 10000 3 4"), ""},
-        {window_of("setting.ObjectDetection.O1", "1 2 3 4"), ""}, // no module says that it runs
-        {"module.od.state: off\n" + window_of("setting.ObjectDetection.O1", "1 2 3 4"), ""},
-        {od + window_of("setting.FaceDetection.F0", "1 2 3 4"), ""},
-        {"module.fd.state: opens\n" + window_of("setting.FaceDetection.F0", "1 2 3 4"),
+        {od + window("left_out.ObjectDetection.O2.", 2, 2, 3, 4), ""},
+        {od + window("left_out.ObjectDetection.O2.", 1, 10000, 3, 4), ""},
+        {window("setting.ObjectDetection.O1.", 1, 2, 3, 4), ""}, // no module says that it runs
+        {"module.od.state=off\n" + window("setting.ObjectDetection.O1.", 1, 2, 3, 4), ""},
+        {od + window("setting.FaceDetection.F0.", 1, 2, 3, 4), ""},
+        {"module.fd.state=opens\n" + window("setting.FaceDetection.F0.", 1, 2, 3, 4),
          "FaceDetection.F0  1,3 1,4 2,4 2,3; "},
-        {"module.fd.state: runs\nsetting.FaceDetection.F10.WindowType: Detected\n" +
-             window_of("setting.FaceDetection.F10", "1 2 3 4"),
+        {"module.fd.state=runs\nsetting.FaceDetection.F10.WindowType=Detected\n" +
+             window("setting.FaceDetection.F10.", 1, 2, 3, 4),
          "FaceDetection.F10  1,3 1,4 2,4 2,3 faces; "},
-        {"filter.0.name: CrossLine.C2\nfilter.0.event: 1\nfilter.0.bit: 0\n"
-         "filter.1.name: ObjectDetection.O0\nfilter.1.event: 3\nfilter.1.bit: 31\n"
-         "filter.2.name: ObjectDetection.O1\nfilter.2.event: 4\nfilter.2.bit: 0\n"
-         "filter.3.name: Other.O1\nfilter.3.event: 1\nfilter.3.bit: 1\n"
-         "filter.4.name: CrossLine.C1\nfilter.4.event: 1\nfilter.4.bit: 32\n",
+        {"filter.0.name=CrossLine.C2\nfilter.0.event=1\nfilter.0.bit=0\n"
+         "filter.1.name=ObjectDetection.O0\nfilter.1.event=3\nfilter.1.bit=31\n"
+         "filter.2.name=ObjectDetection.O1\nfilter.2.event=4\nfilter.2.bit=0\n"
+         "filter.3.name=Other.O1\nfilter.3.event=1\nfilter.3.bit=1\n"
+         "filter.4.name=CrossLine.C1\nfilter.4.event=1\nfilter.4.bit=32\n",
          "1/0=CrossLine.C2; 3/31=ObjectDetection.O0; "},
     };
-    for (const auto &[lines, expected] : rows) {
-        const auto scene = scene_of(status_of(frame + lines));
+    for (const auto &[settings, expected] : rows) {
+        const auto scene = scene_of(status_of(sensor + settings));
         ASSERT_TRUE(scene);
         EXPECT_TRUE(scene->frame == (Size{1920, 1080}));
-        EXPECT_EQ(expected, text_of(*scene)) << lines;
+        EXPECT_EQ(expected, text_of(*scene)) << settings;
     }
-    for (const char *sensor : {"", "imx122", "imx122 1920x 30/s", "imx122 0x1080 30/s", "x", " "})
-        EXPECT_FALSE(scene_of(status_of("va.sensor: " + std::string(sensor) + '\n'))) << sensor;
-    DaemonStatus gone = status_of(frame);
+    for (const char *text : {"", "imx122", "imx122 1920x 30/s", "imx122 0x1080 30/s", "x", " "})
+        EXPECT_FALSE(scene_of(status_of("va.sensor=" + std::string(text) + '\n'))) << text;
+    DaemonStatus gone = status_of(sensor);
     gone.answer = DaemonStatus::Answer::Gone;
     EXPECT_FALSE(scene_of(gone));
-}
-
-std::span<const std::uint8_t> bytes_of(const std::string &text)
-{
-    return {reinterpret_cast<const std::uint8_t *>(text.data()), text.size()};
-}
-
-std::string words(const std::vector<std::uint32_t> &words)
-{
-    return {reinterpret_cast<const char *>(words.data()), words.size() * sizeof words[0]};
-}
-
-std::string frame(const std::string &payload)
-{
-    return words({static_cast<std::uint32_t>(payload.size())}) + payload;
 }
 
 TEST(FrameReaderTest, ReadsFramesHoweverTheyAreCut)

@@ -1,5 +1,6 @@
 #include "client/capture.h"
 #include "ipc/network/socket.h"
+#include "tests/support/client_data.h"
 #include "tests/support/daemon.h"
 #include "tests/support/store_file.h"
 #include "tests/support/wait.h"
@@ -7,7 +8,6 @@
 #include "tools/va_dump/filters.h"
 #include "tools/va_dump/status_printing.h"
 #include "tools/va_picture/picture_printer.h"
-#include "tools/va_picture/tags.h"
 #include "util/file.h"
 
 #include <algorithm>
@@ -15,7 +15,6 @@
 #include <filesystem>
 #include <fstream>
 #include <regex>
-#include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -33,54 +32,12 @@ using namespace va::dump;
 using namespace va::picture;
 using time_point = std::chrono::system_clock::time_point;
 
-std::span<const std::uint8_t> bytes_of(const std::string &text)
-{
-    return {reinterpret_cast<const std::uint8_t *>(text.data()), text.size()};
-}
-
-std::string words(const std::vector<std::uint32_t> &words)
-{
-    return {reinterpret_cast<const char *>(words.data()), words.size() * sizeof words[0]};
-}
-
-std::string frame(const std::string &payload)
-{
-    return words({static_cast<std::uint32_t>(payload.size())}) + payload;
-}
-
-TEST(TagsTest, CoverNoOtherOne)
-{
-    Tags tags(200, 100);
-    std::vector<Rectangle> placed;
-    for (const picture::Point wanted : {picture::Point{10, 40}, picture::Point{10, 40},
-                                        picture::Point{190, 45}, picture::Point{10, 200}}) {
-        const Rectangle tag{tags.place(wanted, "moving 7"), tag_width("moving 7"), TAG_HEIGHT};
-        for (const Rectangle &other : placed)
-            EXPECT_FALSE(overlap(tag, other));
-        EXPECT_TRUE(tag.corner.x + tag.width <= 200 && tag.corner.y + tag.height <= 100);
-        placed.push_back(tag);
-    }
-}
-
-// As the daemon has it of these settings.
-DaemonStatus status_with(const std::string &settings)
-{
-    DaemonStatus status{DaemonStatus::Answer::Answered};
-    status.lines = {{"va.sensor", "imx122 1920x1080 30/s"},
-                    {"module.od.state", "runs"},
-                    {"module.fd.state", "runs"},
-                    {"filter.0.name", "CrossLine.C1"},
-                    {"filter.0.event", "1"},
-                    {"filter.0.bit", "0"}};
-    std::istringstream all(settings);
-    for (std::string line; std::getline(all, line);)
-        status.lines.emplace_back(line.substr(0, line.find('=')), line.substr(line.find('=') + 1));
-    return status;
-}
-
 TEST(PictureTest, ShowsSettingsObjectsAndForASecondAlarms)
 {
-    const DaemonStatus status = status_with(
+    const std::string modules = "va.sensor=imx122 1920x1080 30/s\nmodule.od.state=runs\n"
+                                "module.fd.state=runs\n";
+    const DaemonStatus status = status_of(
+        modules + lines("filter.0.", {"name=CrossLine.C1", "event=1", "bit=0"}) +
         lines("setting.CrossLine.C1.", {"StartX=5000", "StartY=0", "EndX=5000", "EndY=5000"}) +
         window("setting.ObjectDetection.O1.", 0, 10, 0, 10) +
         window("left_out.ObjectDetection.O2.", 0, 10, 0, 10) +
@@ -117,7 +74,7 @@ TEST(PictureTest, ShowsSettingsObjectsAndForASecondAlarms)
         EXPECT_TRUE(shows(text)) << text;
     EXPECT_FALSE(shows(">moving 7<")) << "of an earlier result";
     EXPECT_FALSE(shows("non-detection window")) << "in the legend, but not configured";
-    printer.status({{}, milliseconds(2000)}, status_with(""));
+    printer.status({{}, milliseconds(2000)}, status_of(modules));
     printer.tick({{}, milliseconds(2100)});
     EXPECT_FALSE(shows(">static 8<") || shows(">line 1") || shows(">TAMPER<"));
     connect("od", false, milliseconds(2200));
