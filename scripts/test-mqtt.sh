@@ -25,7 +25,7 @@ stop_wall() {
     wait "$wall" || true
 }
 
-[[ -d wall/node_modules/puppeteer-core ]] || npm --prefix wall ci --no-audit --no-fund
+[[ -d page/node_modules/puppeteer-core ]] || npm --prefix page ci --no-audit --no-fund
 mkdir -p "$pictures"
 port=$(/usr/bin/python3 -c 'import socket; print(socket.create_server(("127.0.0.1", 0)).getsockname()[1])')
 scripts/wall.sh -n 3 -p "$port" >"$log" 2>&1 &
@@ -36,5 +36,5 @@ for ((tries = 0; tries < 600; ++tries)); do
     kill -0 "$wall" 2>/dev/null || die "$(tail "$log")"
     sleep 0.1
 done
-node tests/wall/wall_test.mjs "http://127.0.0.1:$port/" "$build/wall" "$pictures"
+node tests/page/page_test.mjs "http://127.0.0.1:$port/" "$build/wall" "$pictures"
 say "pictures in $pictures"

@@ -32,7 +32,7 @@ command -v npm >/dev/null || die "npm is needed for the page: install Node.js wi
 configure "$preset" -B "$build" -DVA_MQTT=ON -DVA_TESTS=OFF -DVA_RUN_DIR=run \
     -DVA_FIRMWARE_DIR=firmware
 cmake --build "$build" --target va va_mqtt make_firmware
-wall/stage.sh "$folder/page"
+page/stage.sh "$folder/page"
 
 write_broker() {
     cat <<END

@@ -7,7 +7,7 @@ import { createRequire } from "node:module";
 
 const [url, folder, pictures] = process.argv.slice(2);
 // Of the page's own packages.
-const require = createRequire(new URL("../../wall/package.json", import.meta.url));
+const require = createRequire(new URL("../../page/package.json", import.meta.url));
 const { default: puppeteer } = await import(require.resolve("puppeteer-core"));
 
 const profile = mkdtempSync(`${tmpdir()}/wall-`);
