@@ -1,119 +1,312 @@
 "use strict";
 
-// What is known of a camera from the messages below its prefix.
+// What is known of a camera from its messages. It knows no page: places are fractions of the frame,
+// `now` is a clock in ms that does not jump, and what a message says is checked before it counts.
 
-const SHOWN_FOR = 1000; // ms: objects until the next frame, a crossing, a place of a trail
+const SHOWN_FOR = 1000;    // ms: objects until the next frame, a crossing
+const TRAIL_FOR = 2000;    // ms
+const STILL_FRESH = 15000; // ms
+const OBJECTS_KEPT = 100;  // of a frame; the others are counted
+const SHAPES_KEPT = 100;
 const EVENTS_KEPT = 100;
+const KINDS_KEPT = 20;     // of what cannot be read
+const FULL_SCALE = 10000;  // of the places in a scene
 
 // The name of a camera and what stands behind it, or null for a topic that is none of ours.
-function split(topic) {
+function splitTopic(topic) {
   const found = /^(.+?)\/(va|onvif-mj|onvif-ej)\/(.+)$/.exec(topic);
   return found && { camera: found[1], room: found[2], path: found[3].split("/") };
 }
 
-// "line 0" of "CrossLine.C0", as the picture calls it.
+// "line 0" of "CrossLine.C0".
 function ruleName(rule) {
   const found = /^(CrossLine\.C|ObjectDetection\.O)(\d+)$/.exec(rule);
-  return found ? `${found[1] === "CrossLine.C" ? "line" : "area"} ${found[2]}` : rule;
+  return found ? `${found[1] === "CrossLine.C" ? "line" : "area"} ${found[2]}` : rule.slice(0, 40);
 }
 
-function boxOf(box) {
+function numberOf(value, least, most) {
+  if (!Number.isFinite(value) || value < least || value > most)
+    throw new Error(`${value} is no number for this`);
+  return value;
+}
+
+function textOf(value) {
+  if (typeof value !== "string") throw new Error(`${value} is no text`);
+  return value.slice(0, 60);
+}
+
+function listOf(value) {
+  if (!Array.isArray(value)) throw new Error(`${value} is no list`);
+  return value;
+}
+
+function timeOf(value) {
+  const time = Date.parse(value);
+  if (!Number.isFinite(time)) throw new Error(`${value} is no time`);
+  return time;
+}
+
+function flagOf(value) {
+  if (typeof value !== "boolean") throw new Error(`${value} is neither true nor false`);
+  return value;
+}
+
+// Parts of the frame, of which a box may stick out.
+function boxOf(box, width, height) {
+  const part = (side, length) => numberOf(box[side] / length, -1, 2);
+  const [x, y] = [part("@left", width), part("@top", height)];
+  return { x, y, width: part("@right", width) - x, height: part("@bottom", height) - y };
+}
+
+function objectOf(object, width, height) {
+  const { Shape, Class } = object.Appearance;
   return {
-    x: box["@left"], y: box["@top"],
-    width: box["@right"] - box["@left"], height: box["@bottom"] - box["@top"],
+    kind: textOf(Class.Type).toLowerCase(),
+    number: numberOf(object["@ObjectId"], 0, 2 ** 32),
+    box: boxOf(Shape.BoundingBox, width, height),
+    centre: {
+      x: numberOf(Shape.CenterOfGravity["@x"] / width, -1, 2),
+      y: numberOf(Shape.CenterOfGravity["@y"] / height, -1, 2),
+    },
   };
+}
+
+function shapeOf(shape) {
+  const points = listOf(shape.Points).slice(0, 8).map(([x, y]) => ({
+    x: numberOf(x, 0, FULL_SCALE) / FULL_SCALE, y: numberOf(y, 0, FULL_SCALE) / FULL_SCALE,
+  }));
+  if (points.length < 2) throw new Error("a shape has no points");
+  return {
+    kind: textOf(shape.Kind), number: numberOf(shape.Number, 0, 1000), points, used: flagOf(shape.Used),
+    rule: shape.Rule === undefined ? null : textOf(shape.Rule),
+    crossing: shape.Crossing === undefined ? "" : textOf(shape.Crossing),
+  };
+}
+
+function participantText(data) {
+  const names = listOf(data.Objects ?? []).slice(0, 5)
+    .map(({ Class, ObjectId }) => `${textOf(Class).toLowerCase()} ${numberOf(ObjectId, 0, 2 ** 32)}`);
+  const side = data.Objects?.[0]?.Crossing;
+  return (names.length ? ` by ${names.join(", ")}` : "") + (side ? ` ${textOf(side)}` : "");
 }
 
 class Camera {
   constructor(name) {
     this.name = name;
-    this.online = null;       // not known
-    this.since = null;        // Date of the last change of that
-    this.scene = null;
-    this.seen = new Map();    // "od", "fd": objects of the newest frame
-    this.seenAt = -Infinity;  // ms, when a frame came
-    this.delay = null;        // ms from the record to here, by two clocks
-    this.trails = new Map();  // by kind and number: places with their times
-    this.crossed = new Map(); // by rule: when it was, how often
-    this.inside = new Set();  // rules of areas
+    this.online = null;         // not known
+    this.since = null;          // ms since 1970: when that changed, or the last message before it did
+    this.why = "";
+    this.heard = null;          // ms since 1970: the newest time in a message
+    this.frame = { width: 16, height: 9 }; // in any unit
+    this.scene = null;          // the message, which an editor takes
+    this.shapes = [];
+    this.frames = new Map();    // by stream: the newest one's objects, how many more it had
+    this.trails = new Map();    // by kind and number: places with their times
+    this.crossed = new Map();   // by rule: when it last was
+    this.counts = new Map();    // by rule: how often it was, as the camera counts
+    this.inside = new Set();    // rules of areas
     this.tampered = false;
-    this.events = [];         // newest first: {time, text}
+    this.still = null;          // {url, at}
+    this.seenAt = -Infinity;    // when the newest frame came
+    this.events = [];           // newest first: {time, text}
+    this.told = 0;              // how many there were
+    this.alarms = 0;            // since they were acknowledged
+    this.offlineSeen = false;   // acknowledged
+    this.unreadable = new Set(); // kinds of message
+    this.version = 0;           // of what is drawn below the objects
   }
 
-  // A message; `now` in ms. One that is retained tells of a state, not of an event.
-  take({ room, path }, payload, retained, now) {
-    if (room === "onvif-mj") this.takeFrame(path.at(-1), JSON.parse(payload).Frame[0], now);
-    else if (room === "onvif-ej") this.takeEvent(path, payload, retained, now);
-    else if (path[0] === "available") this.setOnline(payload === "online");
-    else if (path[0] === "scene") this.scene = payload ? JSON.parse(payload) : null;
-    else if (path[0] === "track") this.takeTrack(JSON.parse(payload));
+  // A message: its value or JSON text, null or "" for one that takes a state back. One that is
+  // retained is a state, not an event. Returns the alarm that it raises, for people, or null.
+  take({ room, path }, message, retained, now) {
+    const kind = room === "va" ? `va/${path[0]}` : path.slice(-4).join("/");
+    try {
+      const value = typeof message === "string" && message ? JSON.parse(message) : message || null;
+      const alarm = this.dispatch(room, path, value, retained, now) ?? null;
+      this.unreadable.delete(kind);
+      return alarm;
+    } catch (fault) {
+      if (this.unreadable.size < KINDS_KEPT) this.unreadable.add(kind);
+      return null;
+    }
   }
 
-  takeFrame(stream, frame, now) {
-    const objects = frame.Object.map(object => ({
-      kind: object.Appearance.Class.Type.toLowerCase(),
-      number: object["@ObjectId"],
-      box: boxOf(object.Appearance.Shape.BoundingBox),
-      centre: object.Appearance.Shape.CenterOfGravity,
-    }));
-    this.seen.set(stream, { objects, at: now });
+  dispatch(room, path, value, retained, now) {
+    if (room === "onvif-mj") return this.takeFrame(path.at(-1), value, now);
+    if (room === "onvif-ej") return this.takeEvent(path, value, retained, now);
+    if (path[0] === "available") return this.takeAvailable(value, retained);
+    if (path[0] === "scene") return this.takeScene(value);
+    if (path[0] === "track" && value) return this.takeTrack(value, retained);
+    return null;
+  }
+
+  takeFrame(stream, { Frame }, now) {
+    const frame = listOf(Frame)[0];
+    const time = timeOf(frame["@UtcTime"]);
+    // Their own frame's size: a scene may come later, or be of other settings.
+    const scale = frame.Transformation.Scale;
+    const width = numberOf(2 / scale["@x"], 1, 1e5);
+    const height = numberOf(-2 / scale["@y"], 1, 1e5);
+    const all = listOf(frame.Object);
+    const objects = all.slice(0, OBJECTS_KEPT).map(object => objectOf(object, width, height));
+    if (!this.scene) this.frame = { width, height };
+    this.frames.set(textOf(stream), { objects, more: all.length - objects.length, at: now });
+    if (this.frames.size > 4) throw new Error("too many streams");
     this.seenAt = now;
-    this.delay = Date.now() - Date.parse(frame["@UtcTime"]);
-    for (const { kind, number, centre } of objects.filter(object => object.kind === "moving")) {
+    this.heard = Math.max(this.heard, time);
+    this.takeTrails(objects, now);
+  }
+
+  takeTrails(objects, now) {
+    for (const { kind, number, centre } of objects) {
       const key = `${kind} ${number}`;
-      const trail = (this.trails.get(key) ?? []).filter(place => now - place.at < 2 * SHOWN_FOR);
-      this.trails.set(key, [...trail, { x: centre["@x"], y: centre["@y"], at: now }]);
+      const trail = this.trails.get(key) ?? [];
+      if (kind === "moving" && trail.at(-1)?.at !== now) trail.push({ ...centre, at: now });
+      if (trail.length) this.trails.set(key, trail);
+    }
+    for (const [key, trail] of this.trails) {
+      while (trail.length && now - trail[0].at > TRAIL_FOR) trail.shift();
+      if (!trail.length) this.trails.delete(key);
     }
   }
 
-  takeEvent(path, payload, retained, now) {
+  takeEvent(path, value, retained, now) {
     const rule = path.at(-1);
-    if (!payload) return this.inside.delete(rule); // the area is no longer there
-    const event = JSON.parse(payload);
-    const name = ruleName(rule);
-    const tell = text => { if (!retained) this.tell(event.UtcTime, text); };
-    if (path[1] === "LineDetector") {
-      this.crossed.set(rule, { at: now, times: (this.crossed.get(rule)?.times ?? 0) + 1 });
-      tell(`${name} crossed`);
-    } else if (path[1] === "FieldDetector") {
-      const inside = event.Data.IsInside;
-      if (inside) this.inside.add(rule); else this.inside.delete(rule);
-      tell(`${name} ${inside ? "entered" : "left"}`);
-    } else if (path[1] === "GlobalSceneChange") {
-      this.tampered = event.Data.State;
-      tell(`tamper ${this.tampered ? "began" : "ended"}`);
+    const detector = path[1];
+    if (!value) { // it is no longer in force
+      this.inside.delete(rule);
+      if (detector === "CountAggregation") this.counts.delete(rule);
+      ++this.version;
+      return null;
     }
+    const time = timeOf(value.UtcTime);
+    if (!retained) this.heard = Math.max(this.heard, time);
+    const event = { time, retained, name: ruleName(rule), rule, data: value.Data, now };
+    return this[`take${detector}`]?.(event) ?? null;
   }
 
-  takeTrack(track) {
-    const name = `${track.Class.toLowerCase()} ${track.ObjectId}`;
-    if (track.State === "Began") return this.tell(track.First.UtcTime, `${name} appeared`);
-    this.trails.delete(name);
-    this.tell(track.Last.UtcTime, `${name} left after ${track.Seconds.toFixed(1)} s`);
+  takeLineDetector({ time, retained, name, rule, data, now }) {
+    const text = `${name} crossed${participantText(data)}`;
+    this.crossed.set(rule, now);
+    return this.alarm(time, text, retained);
   }
 
-  setOnline(online) {
-    if (this.online === online) return;
-    if (this.online !== null) this.tell(new Date().toISOString(), online ? "online" : "offline");
-    this.online = online;
-    this.since = new Date();
+  takeCountAggregation({ rule, data }) {
+    this.counts.set(rule, numberOf(data.Count, 0, 2 ** 53));
+    ++this.version;
   }
 
+  takeFieldDetector({ time, retained, name, rule, data }) {
+    const text = `${name} entered${participantText(data)}`;
+    const was = this.inside.has(rule);
+    if (flagOf(data.IsInside)) {
+      this.inside.add(rule);
+      return this.alarm(time, text, retained || was);
+    }
+    this.inside.delete(rule);
+    if (!retained && was) this.tell(time, `${name} left`);
+  }
+
+  takeGlobalSceneChange({ time, retained, data }) {
+    const was = this.tampered;
+    this.tampered = flagOf(data.State);
+    if (this.tampered) return this.alarm(time, "tampering began", retained || was);
+    if (!retained && was) this.tell(time, "tampering ended");
+  }
+
+  alarm(time, text, isKnown) {
+    if (isKnown || !this.tell(time, text)) return null;
+    ++this.alarms;
+    return text;
+  }
+
+  takeTrack(track, retained) {
+    const name = `${textOf(track.Class).toLowerCase()} ${numberOf(track.ObjectId, 0, 2 ** 32)}`;
+    const isBegin = track.State === "Began";
+    const time = timeOf((isBegin ? track.First : track.Last).UtcTime);
+    const text = isBegin ? "appeared" : `left after ${numberOf(track.Seconds, 0, 1e9).toFixed(1)} s`;
+    if (!isBegin) this.trails.delete(name);
+    if (!retained) this.tell(time, `${name} ${text}`);
+  }
+
+  takeAvailable(value, retained) {
+    const online = { online: true, offline: false }[value?.State];
+    if (value && online === undefined) throw new Error(`${value.State} is no state`);
+    // A last will does not know when it was.
+    const since = value?.Since === undefined ? this.heard : timeOf(value.Since);
+    const why = value?.Why === undefined ? "" : textOf(value.Why);
+    if (this.online !== null && online !== this.online && !retained)
+      this.tell(since ?? Date.now(), online ? "online" : `offline${why && `: ${why}`}`);
+    if (online !== this.online) this.offlineSeen = false;
+    Object.assign(this, { online: online ?? null, since, why });
+  }
+
+  takeScene(value) {
+    const shapes = listOf(value?.Shapes ?? []).slice(0, SHAPES_KEPT).map(shapeOf);
+    if (value) {
+      const { Width, Height } = value.Frame;
+      this.frame = { width: numberOf(Width, 1, 1e5), height: numberOf(Height, 1, 1e5) };
+    }
+    this.scene = value;
+    this.shapes = shapes;
+    ++this.version;
+  }
+
+  takeStill(url, now) {
+    this.still = url && { url, at: now };
+  }
+
+  // By time; one that comes twice is one. Returns whether it is new.
   tell(time, text) {
-    this.events.unshift({ time: new Date(time), text });
+    const place = this.events.findIndex(event => event.time <= time);
+    const at = place < 0 ? this.events.length : place;
+    for (let i = at; this.events[i]?.time === time; ++i)
+      if (this.events[i].text === text) return false;
+    this.events.splice(at, 0, { time, text });
+    ++this.told;
     this.events.length = Math.min(this.events.length, EVENTS_KEPT);
+    return true;
   }
 
+  acknowledge() {
+    this.alarms = 0;
+    this.offlineSeen = this.online === false;
+  }
+
+  // Of what the newest frames show: at most so many, and how many more there were.
   objects(now) {
-    const live = [...this.seen.values()].filter(frame => now - frame.at < SHOWN_FOR);
-    return live.flatMap(frame => frame.objects);
+    const live = [...this.frames.values()].filter(frame => now - frame.at < SHOWN_FOR);
+    const all = live.flatMap(frame => frame.objects);
+    const objects = all.slice(0, OBJECTS_KEPT);
+    return { objects, more: live.reduce((sum, { more }) => sum + more, all.length - objects.length) };
   }
 
   isLit(rule, now) {
-    return this.inside.has(rule) || now - (this.crossed.get(rule)?.at ?? -Infinity) < SHOWN_FOR;
+    return this.online !== false &&
+      (this.inside.has(rule) || now - (this.crossed.get(rule) ?? -Infinity) < SHOWN_FOR);
   }
 
-  isAlarmed(now) {
-    return this.inside.size > 0 || [...this.crossed.keys()].some(rule => this.isLit(rule, now));
+  // What alarms just now.
+  alarmsNow(now) {
+    if (this.online === false) return [];
+    const rules = [...this.inside, ...this.crossed.keys()].filter(rule => this.isLit(rule, now));
+    return [...(this.tampered ? ["tampering"] : []), ...[...new Set(rules)].map(ruleName)];
+  }
+
+  // For whoever puts alarms first: 2 for one that is not acknowledged, 1 for an offline camera.
+  attention() {
+    return this.online === false ? Number(!this.offlineSeen) : this.alarms ? 2 : 0;
+  }
+
+  hasFreshStill(now) {
+    return this.still !== null && now - this.still.at < STILL_FRESH;
+  }
+
+  // When it looks different although nothing arrives.
+  nextChange(now) {
+    const ends = [...this.frames.values()].map(({ at }) => at + SHOWN_FOR)
+      .concat([...this.crossed.values()].map(at => at + SHOWN_FOR),
+              this.still ? this.still.at + STILL_FRESH : []);
+    return Math.min(...ends.filter(at => at > now));
   }
 }

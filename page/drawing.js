@@ -1,163 +1,136 @@
 "use strict";
 
-// Draws a camera as va_picture does: the same units, classes, words and places of tags.
+// The drawing of a camera as plain elements, [name, attributes, text], so that it needs no browser.
+// `view` is what it is drawn into: width and height in pixels, and widthOf(text) of a label.
 
-const WIDTH = 1260; // of the frame, in units of the drawing
-const FULL_SCALE = 10000;
-const CLASSES = {
+const LABEL = { height: 16, margin: 4, baseline: 12 }; // pixels
+const ARROW = { length: 20, half: 9 };
+const EDGE = 2;
+const SHAPE_CLASSES = {
   "non-detection": "nondet", "detection": "det", "no-detection": "noalarm", "line": "line",
   "area": "area", "face watch": "fwatch", "face detection": "fdet",
 };
-const TAG_FONT = 12; // pixels, however small the drawing is
-const SVG = "http://www.w3.org/2000/svg";
+const OBJECT_CLASSES = { moving: "moving", static: "static", face: "face" };
 
-function element(name, attributes, text) {
-  const made = document.createElementNS(SVG, name);
-  for (const [key, value] of Object.entries(attributes)) made.setAttribute(key, value);
-  if (text !== undefined) made.textContent = text;
-  return made;
+// Places labels so that none covers another, nor one of the boxes, as long as there is room.
+class Labels {
+  constructor(view, taken = [], boxes = []) {
+    this.view = view;
+    this.taken = [...taken];
+    this.boxes = boxes;
+    this.elements = [];
+  }
+
+  // At `corner`, moved up or down until it covers nothing.
+  add(corner, text, style) {
+    const { width } = this.view;
+    const label = { width: this.view.widthOf(text) + 2 * LABEL.margin, height: LABEL.height };
+    label.x = Math.min(Math.max(corner.x, EDGE), Math.max(width - label.width - EDGE, EDGE));
+    label.y = this.free(label, corner.y, [...this.taken, ...this.boxes]) ??
+      this.free(label, corner.y, this.taken) ?? this.within(corner.y);
+    this.taken.push(label);
+    this.elements.push(
+      ["rect", { class: `plate ${style}`, ...label, rx: 3 }],
+      ["text", { class: "label", x: label.x + LABEL.margin, y: label.y + LABEL.baseline }, text]);
+  }
+
+  within(y) {
+    return Math.max(Math.min(y, this.view.height - LABEL.height - EDGE), EDGE);
+  }
+
+  free(label, wanted, others) {
+    const beside = others.filter(({ x, width }) => label.x < x + width && x < label.x + label.width);
+    const first = this.within(wanted);
+    for (let away = 0; away < this.view.height; away += LABEL.height + EDGE) {
+      const y = [first - away, first + away].find(y => y === this.within(y) &&
+        beside.every(other => y >= other.y + other.height || other.y >= y + LABEL.height));
+      if (y !== undefined) return y;
+    }
+    return undefined;
+  }
 }
 
-// The colour of a class is that of its outline, which the look says once.
-const colours = new Map();
-function colourOf(style) {
-  if (!colours.has(style)) {
-    const probe = element("rect", { class: style.split(" ")[0] });
-    document.querySelector("#patterns").append(probe);
-    colours.set(style, getComputedStyle(probe).stroke);
-    probe.remove();
-  }
-  return colours.get(style);
+function styleOf(shape, isLit) {
+  return (isLit ? "lit" : SHAPE_CLASSES[shape.kind] ?? "det") + (shape.used ? "" : " unused");
 }
 
-// How wide a tag's text is, in pixels.
-const measure = document.createElement("canvas").getContext("2d");
-measure.font = `bold ${TAG_FONT}px sans-serif`;
-function widthOf(text) {
-  return measure.measureText(text).width;
+// To the side to which a crossing alarms: 1 is the right one of the way from start to end.
+function arrow([start, end], side, style) {
+  const length = Math.hypot(end.x - start.x, end.y - start.y) || 1;
+  const along = { x: (end.x - start.x) / length, y: (end.y - start.y) / length };
+  const foot = { x: start.x + along.x * length * .42, y: start.y + along.y * length * .42 };
+  const tip = { x: foot.x - along.y * side * ARROW.length, y: foot.y + along.x * side * ARROW.length };
+  const corner = sign =>
+    `${(foot.x + sign * along.x * ARROW.half).toFixed(1)} ${(foot.y + sign * along.y * ARROW.half).toFixed(1)}`;
+  return ["path", {
+    class: `plate ${style}`, d: `M${corner(1)}L${tip.x.toFixed(1)} ${tip.y.toFixed(1)}L${corner(-1)}Z`,
+  }];
 }
 
-function overlap(a, b) {
-  return a.x < b.x + b.width && b.x < a.x + a.width && a.y < b.y + b.height && b.y < a.y + a.height;
+function outline({ kind, crossing }, places, style) {
+  const d = "M" + places.map(({ x, y }) => `${x.toFixed(1)} ${y.toFixed(1)}`).join("L");
+  if (kind !== "line") return [["path", { class: `shape ${style}`, d: `${d}Z` }]];
+  const sides = { "to right": [1], "to left": [-1], "both": [1, -1] }[crossing] ?? [];
+  return [["path", { class: `shape ${style}`, d }],
+          ...sides.map(side => arrow(places, side, style))];
 }
 
-class Drawing {
-  constructor(svg) {
-    this.svg = svg;
-    this.size = { Width: 1920, Height: 1080 };
+// Where a shape's label belongs: that of a line at its lower end, away from who walks over it.
+function labelCorner({ kind }, places) {
+  const gap = 4;
+  if (kind === "line") {
+    const low = places[0].y > places[1].y ? places[0] : places[1];
+    return { x: low.x + gap, y: low.y - LABEL.height - gap };
   }
+  const left = Math.min(...places.map(({ x }) => x)) + gap;
+  const top = Math.min(...places.map(({ y }) => y)) + gap;
+  const bottom = Math.max(...places.map(({ y }) => y)) - LABEL.height - gap;
+  if (kind === "area" || kind === "face detection") return { x: left, y: top };
+  return { x: left, y: kind.endsWith("detection") ? bottom : (top + bottom) / 2 };
+}
 
-  draw(camera, now) {
-    if (camera.scene) this.size = camera.scene.Frame;
-    this.scale = WIDTH / this.size.Width;
-    this.height = this.size.Height * this.scale;
-    this.tagUnit = WIDTH / (this.svg.clientWidth || WIDTH); // of the drawing, to a pixel
-    this.tags = [];
-    const shapes = (camera.scene?.Shapes ?? []).map(shape => ({
-      ...shape,
-      lit: shape.Used && shape.Rule !== undefined && camera.isLit(shape.Rule, now),
-      crossings: camera.crossed.get(shape.Rule)?.times ?? 0,
-      places: shape.Points.map(([x, y]) => ({
-        x: x / FULL_SCALE * WIDTH, y: y / FULL_SCALE * this.height,
-      })),
-    }));
-    const objects = camera.objects(now);
-    this.svg.setAttribute("viewBox", `0 0 ${WIDTH} ${this.height}`);
-    this.svg.replaceChildren(
-      ...this.ground(),
-      ...shapes.flatMap(shape => this.outline(shape)),
-      ...objects.flatMap(object => this.trail(camera.trails.get(`${object.kind} ${object.number}`))),
-      ...objects.map(object => this.box(object)),
-      ...shapes.flatMap(shape => this.shapeTag(shape)),
-      ...objects.flatMap(object => this.boxTag(object)));
-  }
+function shapeLabel(shape, isLit, count) {
+  return `${shape.kind} ${shape.number}` + (count === undefined ? "" : `: ${count}`) +
+    (isLit ? " ALARM" : "") + (shape.used ? "" : " (not used)");
+}
 
-  ground() {
-    const grid = Array.from({ length: 9 }, (_, i) => (i + 1) / 10).map(part =>
-      `M${WIDTH * part} 0V${this.height}M0 ${this.height * part}H${WIDTH}`);
-    return [element("rect", { class: "ground", width: WIDTH, height: this.height }),
-            element("path", { class: "grid", d: grid.join("") })];
+// What lies below the objects, and the labels that theirs must not cover.
+function drawScene(camera, view, now) {
+  const { width, height } = view;
+  const labels = new Labels(view);
+  const grid = Array.from({ length: 9 }, (_, i) => (i + 1) / 10).map(part =>
+    `M${width * part} 0V${height}M0 ${height * part}H${width}`);
+  const elements = [["path", { class: "grid", d: grid.join("") }]];
+  for (const shape of camera.shapes) {
+    const isLit = shape.used && shape.rule !== null && camera.isLit(shape.rule, now);
+    const style = styleOf(shape, isLit);
+    const places = shape.points.map(({ x, y }) => ({ x: x * width, y: y * height }));
+    elements.push(...outline(shape, places, style));
+    labels.add(labelCorner(shape, places),
+               shapeLabel(shape, isLit, camera.counts.get(shape.rule)), style);
   }
+  return { elements: [...elements, ...labels.elements], taken: labels.taken };
+}
 
-  styleOf(shape) {
-    return (shape.lit ? "lit" : CLASSES[shape.Kind]) + (shape.Used ? "" : " unused");
-  }
+function drawObjects(camera, view, now, taken) {
+  const { width, height } = view;
+  const { objects, more } = camera.objects(now);
+  const boxes = objects.map(({ box }) => ({
+    x: box.x * width, y: box.y * height,
+    width: Math.max(box.width * width, 1), height: Math.max(box.height * height, 1),
+  }));
+  const labels = new Labels(view, taken, boxes);
+  const elements = objects.flatMap(({ kind, number }, i) => {
+    const style = OBJECT_CLASSES[kind] ?? "moving";
+    labels.add({ x: boxes[i].x, y: boxes[i].y - LABEL.height - EDGE }, `${kind} ${number}`, style);
+    return [...trail(camera.trails.get(`${kind} ${number}`), view),
+            ["rect", { class: `shape ${style}`, ...boxes[i], rx: kind === "face" ? 12 : 0 }]];
+  });
+  if (more > 0) labels.add({ x: EDGE, y: EDGE }, `${more} more`, "moving");
+  return [...elements, ...labels.elements];
+}
 
-  outline(shape) {
-    const path = "M" + shape.places.map(({ x, y }) => `${x} ${y}`).join("L");
-    const isLine = shape.Kind === "line";
-    const drawn = [element("path", { class: this.styleOf(shape), d: path + (isLine ? "" : "Z") })];
-    if (isLine && ["to right", "both"].includes(shape.Crossing)) drawn.push(this.arrow(shape, 1));
-    if (isLine && ["to left", "both"].includes(shape.Crossing)) drawn.push(this.arrow(shape, -1));
-    return drawn;
-  }
-
-  // To the side to which a crossing alarms.
-  arrow(shape, side) {
-    const [start, end] = shape.places;
-    const length = Math.hypot(end.x - start.x, end.y - start.y) || 1;
-    const along = { x: (end.x - start.x) / length, y: (end.y - start.y) / length };
-    const foot = { x: start.x + along.x * length * .42, y: start.y + along.y * length * .42 };
-    const tip = { x: foot.x - along.y * side * 26, y: foot.y + along.x * side * 26 };
-    const corner = sign => `${foot.x + sign * along.x * 13} ${foot.y + sign * along.y * 13}`;
-    const d = `M${corner(1)}L${tip.x} ${tip.y}L${corner(-1)}Z`;
-    return element("path", { d, fill: colourOf(this.styleOf(shape)) });
-  }
-
-  trail(places = []) {
-    const points = places.map(({ x, y }) => `${x * this.scale},${y * this.scale}`).join(" ");
-    return places.length > 1 ? [element("polyline", { class: "trail", opacity: .5, points })] : [];
-  }
-
-  box({ kind, box }) {
-    return element("rect", {
-      class: kind, x: box.x * this.scale, y: box.y * this.scale,
-      width: box.width * this.scale, height: box.height * this.scale,
-      rx: kind === "face" ? 18 : 0,
-    });
-  }
-
-  shapeTag(shape) {
-    const crossings = shape.crossings ? `, crossed ${shape.crossings}x` : "";
-    const text = `${shape.Kind} ${shape.Number}${crossings}${shape.lit ? " ALARM" : ""}` +
-      (shape.Used ? "" : " (not used)");
-    const [first, second] = shape.places;
-    const gap = 4;
-    const height = this.tagHeight();
-    const corner = {
-      "line": { x: (first.x + second.x) / 2 + gap, y: (first.y + second.y) / 2 - height - gap },
-      "area": { x: first.x + gap, y: first.y + gap },
-      "face detection": { x: first.x + gap, y: first.y + gap },
-      "non-detection": { x: first.x + gap, y: second.y - height - gap },
-      "detection": { x: first.x + gap, y: second.y - height - gap },
-    }[shape.Kind] ?? { x: first.x + gap, y: (first.y + second.y - height) / 2 };
-    return this.tag(corner, text, this.styleOf(shape));
-  }
-
-  boxTag({ kind, number, box }) {
-    const above = box.y * this.scale - this.tagHeight() - 3;
-    return this.tag({ x: box.x * this.scale, y: above }, `${kind} ${number}`, kind);
-  }
-
-  tagHeight() {
-    return 16 * this.tagUnit;
-  }
-
-  // A label on the colour of what it belongs to, moved down or up until it covers no other.
-  tag(corner, text, style) {
-    const unit = this.tagUnit;
-    const tag = { width: (widthOf(text) + 8) * unit, height: this.tagHeight() };
-    tag.x = Math.min(Math.max(corner.x, 2), Math.max(WIDTH - tag.width - 2, 2));
-    const lowest = this.height - tag.height - 2;
-    const first = Math.min(Math.max(corner.y, 2), lowest);
-    const steps = Array.from({ length: 20 }, (_, i) => i * (tag.height + 2));
-    tag.y = steps.flatMap(step => [first - step, first + step]).find(y =>
-      y >= 2 && y <= lowest && !this.tags.some(other => overlap({ ...tag, y }, other))) ?? first;
-    this.tags.push(tag);
-    return [element("rect", { ...tag, rx: 3 * unit, fill: colourOf(style) }),
-            element("text", {
-              class: "tag", x: tag.x + 4 * unit, y: tag.y + 12 * unit,
-              style: `font-size:${TAG_FONT * unit}px`,
-            }, text)];
-  }
+function trail(places = [], { width, height }) {
+  const points = places.map(({ x, y }) => `${(x * width).toFixed(1)},${(y * height).toFixed(1)}`);
+  return places.length > 1 ? [["polyline", { class: "trail", points: points.join(" ") }]] : [];
 }

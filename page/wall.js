@@ -1,140 +1,324 @@
-// Every camera that publishes below a prefix, live. Of the page's address: ?prefix=TOPIC, by default
-// all that the broker lets this account read.
 "use strict";
 
-const REFUSED = [4, 5, 134, 135]; // reasons of brokers: who it is, or that it may not
-const REDRAW = 250;               // ms, where no message does it
+// The wall: a card for each camera that was heard of. Whoever brings the messages, a broker or a file,
+// gives them to take(), says with setSource() how it does, and is asked through `onview` for
+// what only cameras in view need.
 
-const byId = id => document.getElementById(id);
-const prefix = new URLSearchParams(location.search).get("prefix");
-const cards = new Map(); // by camera
+const LEAST_WIDTH = 300;       // pixels, of a card
+const TICK = 250;              // ms
+const SILENCE = 3000;          // ms until it is worth a word
+const byName = new Intl.Collator(undefined, { numeric: true }).compare;
 
-function made(name, className, parent) {
-  const element = document.createElement(name);
-  element.className = className;
-  parent.append(element);
-  return element;
+// "12:03:10", with the day unless it was today.
+function clock(time) {
+  const shown = new Date(time);
+  const isToday = shown.toDateString() === new Date().toDateString();
+  return shown.toLocaleString([], {
+    ...(isToday ? {} : { dateStyle: "short" }), timeStyle: "medium", hourCycle: "h23",
+  });
 }
 
 class Card {
-  constructor(name) {
+  constructor(wall, name) {
+    this.wall = wall;
     this.camera = new Camera(name);
-    this.article = made("article", "", byId("cameras"));
+    this.due = Infinity; // when it looks different by itself
+    this.inView = false;
+    this.article = document.createElement("article");
     this.article.dataset.camera = name;
-    this.article.tabIndex = 0;
-    const head = made("div", "", this.article);
-    made("h2", "", head).textContent = name;
-    made("span", "tamper", head).textContent = "TAMPER";
-    this.age = made("span", "age", head);
+    const head = made("div", "head", this.article);
+    this.button = made("button", "open", made("h2", "", head));
+    this.button.title = name;
+    this.button.onclick = () => wall.open(name);
+    this.badges = made("span", "badges", head);
     this.state = made("span", "state", head);
-    const svg = document.createElementNS("http://www.w3.org/2000/svg", "svg");
-    this.article.append(svg);
-    this.events = made("ol", "", this.article);
-    this.drawing = new Drawing(svg);
-    this.article.onclick = () => this.enlarge();
-    this.article.onkeydown = event => { if (event.key === "Enter") this.enlarge(); };
-    this.place();
+    this.state.id = `state-${++Card.made}`;
+    this.button.setAttribute("aria-describedby", this.state.id);
+    this.acknowledge = made("button", "acknowledge", head);
+    this.acknowledge.onclick = () => wall.acknowledge(this.camera);
+    this.picture = new Picture(this.article, () => wall.mark(this));
+    this.picture.svg.setAttribute("aria-hidden", "true");
   }
 
-  // By name, wherever its messages come in.
-  place() {
-    const next = [...byId("cameras").children].find(other =>
-      other !== this.article && other.dataset.camera > this.camera.name);
-    byId("cameras").insertBefore(this.article, next ?? null);
+  show(now) {
+    const { camera, wall } = this;
+    const { text, className, badges } = wall.stateOf(camera, now);
+    if (this.article.className !== className) this.article.className = className;
+    setText(this.state, text);
+    this.state.title = text;
+    setText(this.badges, badges);
+    const asks = wall.alarmsFirst && camera.attention() > 0;
+    this.acknowledge.hidden = !asks;
+    if (asks) setText(this.acknowledge, camera.alarms ? `Acknowledge ${camera.alarms}` : "Acknowledge");
+    this.picture.draw(camera, now, camera.hasFreshStill(now));
+    this.due = camera.nextChange(now);
+  }
+}
+Card.made = 0;
+
+class Wall {
+  constructor() {
+    this.cards = new Map();
+    this.order = [];      // the cards as they are shown
+    this.dirty = new Set();
+    this.scheduled = false;
+    this.common = null;   // what all names begin with
+    this.connected = false;
+    this.lostAt = null;
+    this.onview = () => {}; // (camera's name, whether it is in view)
+    this.alerts = new Alerts();
+    this.single = new Single(this);
+    this.openedHere = false;
+    this.alarmsFirst = Boolean(preferences.read().first);
+    byId("first").onclick = () => this.setFirst(!this.alarmsFirst);
+    this.setFirst(this.alarmsFirst);
+    byId("acknowledge").onclick = () => this.order.slice().forEach(card => this.acknowledge(card.camera));
+    this.viewer = new IntersectionObserver(entries => this.see(entries), { rootMargin: "100px" });
+    window.addEventListener("hashchange", () => this.followAddress());
+    window.addEventListener("resize", () => this.layOut());
+    setInterval(() => this.tick(), TICK);
   }
 
-  enlarge() {
-    this.article.classList.toggle("large");
-    this.show();
+  // A message: its value or JSON text, or of a still the address of a JPEG. `at` is when it was, by
+  // performance.now().
+  take(topic, message, retained, at = performance.now()) {
+    const place = splitTopic(topic);
+    if (!place) return;
+    const card = this.cardOf(place.camera);
+    const { camera } = card;
+    const before = camera.attention();
+    if (place.room === "va" && place.path[0] === "still") {
+      if (camera.still?.url.startsWith("blob:")) URL.revokeObjectURL(camera.still.url);
+      camera.takeStill(message, retained ? -Infinity : at); // nobody knows how old a retained one is
+    } else {
+      const alarm = camera.take(place, message, retained, at);
+      if (alarm) this.alerts.raise(this.shortName(camera.name), alarm);
+    }
+    if (camera.attention() !== before) this.place(card);
+    this.mark(card);
   }
 
-  show() {
-    const { camera, article } = this;
+  // How whoever brings the messages does: `lostAt`, ms since 1970, is when it was heard last.
+  setSource(text, isLost, lostAt = Date.now()) {
+    this.connected = !isLost;
+    this.lostAt = isLost ? this.lostAt ?? lostAt : null;
+    byId("source").textContent = text;
+    document.body.classList.toggle("lost", isLost);
+    this.redraw();
+  }
+
+  forget() {
+    for (const { article } of this.order) article.remove();
+    this.cards.clear();
+    this.order = [];
+    this.common = null;
+    this.followAddress();
+  }
+
+  cardOf(name) {
+    if (!this.cards.has(name)) {
+      const card = new Card(this, name);
+      this.cards.set(name, card);
+      this.shorten(name);
+      this.place(card);
+      this.viewer.observe(card.article);
+      this.layOut();
+      if (location.hash) this.followAddress();
+    }
+    return this.cards.get(name);
+  }
+
+  // The levels that all names have in common are in no name that is shown.
+  shorten(name) {
+    const levels = name.split("/").slice(0, -1);
+    const before = this.common;
+    this.common ??= levels;
+    const differing = this.common.findIndex((level, i) => level !== levels[i]);
+    if (differing >= 0) this.common = this.common.slice(0, differing);
+    const changed = this.common === before ? [this.cards.get(name)] : this.cards.values();
+    for (const card of changed) setText(card.button, this.shortName(card.camera.name));
+  }
+
+  shortName(name) {
+    return name.split("/").slice(this.common.length).join("/");
+  }
+
+  compare(a, b) {
+    const attention = this.alarmsFirst ? b.camera.attention() - a.camera.attention() : 0;
+    return attention || byName(a.camera.name, b.camera.name);
+  }
+
+  // Puts a card where it belongs.
+  place(card) {
+    const from = this.order.indexOf(card);
+    if (from >= 0) this.order.splice(from, 1);
+    let [low, high] = [0, this.order.length];
+    while (low < high) {
+      const middle = (low + high) >> 1;
+      if (this.compare(this.order[middle], card) < 0) low = middle + 1; else high = middle;
+    }
+    this.order.splice(low, 0, card);
+    if (low === from) return;
+    const hasFocus = card.article.contains(document.activeElement) && document.activeElement;
+    byId("cameras").insertBefore(card.article, this.order[low + 1]?.article ?? null);
+    if (hasFocus) hasFocus.focus();
+  }
+
+  setFirst(isOn) {
+    this.alarmsFirst = isOn;
+    preferences.write({ first: isOn });
+    byId("first").setAttribute("aria-pressed", String(isOn));
+    this.order.sort((a, b) => this.compare(a, b));
+    byId("cameras").append(...this.order.map(card => card.article));
+    this.redraw();
+  }
+
+  acknowledge(camera) {
+    camera.acknowledge();
+    const card = this.cards.get(camera.name);
+    this.place(card);
+    this.mark(card);
+  }
+
+  // As many columns as let all cameras be seen as large as possible without scrolling, or, where they
+  // would be too small, as many as fit.
+  layOut() {
+    const cameras = byId("cameras");
+    const count = this.cards.size;
+    const width = cameras.clientWidth;
+    const height = window.innerHeight - cameras.getBoundingClientRect().top - window.scrollY;
+    const fitting = columns => Math.min(width / columns,
+      (height / Math.ceil(count / columns) - 42) * 16 / 9); // of a card, with its head
+    let best = 1;
+    for (let columns = 2; columns <= Math.min(count, 12); ++columns)
+      if (fitting(columns) > fitting(best)) best = columns;
+    const fits = fitting(best) >= LEAST_WIDTH;
+    const columns = fits ? best : Math.max(Math.min(Math.floor(width / LEAST_WIDTH), count), 1);
+    cameras.style.setProperty("--columns", columns);
+    cameras.style.setProperty("--widest", fits ? `${Math.floor(fitting(best))}px` : "1fr");
+  }
+
+  see(entries) {
+    for (const { target, isIntersecting } of entries) {
+      const card = this.cards.get(target.dataset.camera);
+      if (!card || card.article !== target || card.inView === isIntersecting) continue;
+      card.inView = isIntersecting;
+      this.onview(card.camera.name, isIntersecting || this.single.camera === card.camera);
+      this.mark(card);
+    }
+  }
+
+  mark(card) {
+    this.dirty.add(card);
+    if (this.scheduled) return;
+    this.scheduled = true;
+    requestAnimationFrame(() => {
+      this.scheduled = false;
+      this.draw();
+    });
+  }
+
+  redraw() {
+    for (const card of this.order) this.mark(card);
+  }
+
+  // Cards out of view are drawn when they come into it.
+  draw() {
     const now = performance.now();
-    article.classList.toggle("offline", camera.online !== true);
-    article.classList.toggle("tampered", camera.tampered);
-    article.classList.toggle("alarmed", camera.isAlarmed(now));
-    if (camera.delay !== null) article.dataset.delay = camera.delay;
-    this.state.textContent = camera.online ? "live"
-      : camera.online === null ? "nothing known"
-      : `offline since ${camera.since.toLocaleTimeString([], { timeStyle: "short" })}`;
-    const age = (now - camera.seenAt) / 1000;
-    this.age.textContent = !isFinite(age) ? "nothing seen"
-      : age < 1 ? `${age.toFixed(1)} s` : `nothing for ${age.toFixed(0)} s`;
-    this.drawing.draw(camera, now);
-    if (article.classList.contains("large")) this.listEvents();
+    for (const card of this.dirty) {
+      if (card.inView) card.show(now);
+      if (this.single.camera === card.camera) this.single.show(now, this.stateOf(card.camera, now));
+    }
+    this.dirty.clear();
   }
 
-  listEvents() {
-    this.events.replaceChildren(...this.camera.events.map(({ time, text }) => {
-      const item = document.createElement("li");
-      made("time", "", item).textContent = time.toLocaleTimeString();
-      item.append(text);
-      return item;
-    }));
+  // Of a camera as it is now: {text, className, badges}.
+  stateOf(camera, now) {
+    if (!this.connected) {
+      const since = this.lostAt === null ? "" : ` since ${clock(this.lostAt)}`;
+      return { text: `unknown${since}`, className: "unknown", badges: "" };
+    }
+    if (camera.unreadable.size > 0)
+      return { text: `unreadable: ${[...camera.unreadable].join(", ")}`, className: "unreadable", badges: "" };
+    if (camera.online === null) return { text: "nothing known", className: "unknown", badges: "" };
+    if (!camera.online) {
+      const since = camera.since === null ? "" : ` since ${clock(camera.since)}`;
+      const why = camera.why && `: ${camera.why}`;
+      return { text: `offline${since}${why}`, className: "offline", badges: "" };
+    }
+    const alarms = camera.alarmsNow(now);
+    const silence = now - camera.seenAt;
+    const words = [camera.why, silence > SILENCE && isFinite(silence) && `nothing for ${spell(silence)}`];
+    return {
+      text: words.filter(Boolean).join(", ") || "live",
+      className: `live${alarms.length ? " alarmed" : ""}`,
+      badges: camera.tampered ? "TAMPER" : "",
+    };
+  }
+
+  tick() {
+    const now = performance.now();
+    for (const card of this.order) {
+      const isSilent = card.inView && now - card.camera.seenAt > SILENCE;
+      if (card.due <= now || isSilent && this.stateOf(card.camera, now).text !== card.state.textContent) {
+        card.due = Infinity;
+        this.mark(card);
+      }
+    }
+    this.summarise(now);
+  }
+
+  summarise(now) {
+    const cameras = this.order.map(card => card.camera);
+    const counted = { live: 0, alarms: 0, offline: 0 };
+    let asked = 0;
+    for (const camera of this.connected ? cameras : []) {
+      const isAsked = this.alarmsFirst && camera.attention() > 0;
+      asked += isAsked;
+      counted.live += camera.online === true;
+      counted.offline += camera.online === false;
+      counted.alarms += camera.alarmsNow(now).length > 0 || isAsked && camera.alarms > 0;
+    }
+    const alarms = counted.alarms && `${counted.alarms} ${counted.alarms === 1 ? "alarm" : "alarms"}`;
+    const offline = counted.offline && `${counted.offline} offline`;
+    const cases = [alarms, offline].filter(Boolean).join(", ");
+    const all = `${cameras.length} ${cameras.length === 1 ? "camera" : "cameras"}`;
+    setText(byId("summary"), this.connected
+      ? [all, `${counted.live} live`, cases].filter(Boolean).join(", ") : all);
+    const title = this.connected ? cases || all : "unknown";
+    if (document.title !== `${title} – va`) document.title = `${title} – va`;
+    byId("acknowledge").hidden = asked === 0;
+    byId("empty").hidden = cameras.length > 0 || !byId("login").hidden;
+  }
+
+  // The address names the camera that is open, by its short name or its whole one.
+  open(name) {
+    this.openedHere = true;
+    location.hash = encodeURI(this.shortName(name));
+  }
+
+  close() {
+    if (this.openedHere) return history.back();
+    history.replaceState(null, "", location.pathname + location.search);
+    this.followAddress();
+  }
+
+  followAddress() {
+    const asked = decodeURI(location.hash.slice(1));
+    const card = asked && (this.cards.get(asked) ?? this.order.find(({ camera }) =>
+      this.shortName(camera.name) === asked || camera.name.endsWith(`/${asked}`)));
+    const before = this.single.camera && this.cards.get(this.single.camera.name);
+    if (!asked) this.openedHere = false;
+    if (card) this.single.open(card.camera, this.shortName(card.camera.name));
+    else this.single.close();
+    if (before && before !== card) this.onview(before.camera.name, before.inView);
+    if (!card) return before?.button.focus({ preventScroll: true });
+    this.onview(card.camera.name, true);
+    this.mark(card);
   }
 }
 
-function cardOf(name) {
-  if (!cards.has(name)) cards.set(name, new Card(name));
-  return cards.get(name);
+// "12 s", "3 min".
+function spell(ms) {
+  return ms < 60000 ? `${Math.floor(ms / 1000)} s` : `${Math.floor(ms / 60000)} min`;
 }
-
-function take(topic, payload, packet) {
-  const place = split(topic);
-  if (!place) return;
-  const card = cardOf(place.camera);
-  try {
-    card.camera.take(place, payload.toString(), packet.retain, performance.now());
-  } catch (fault) {
-    console.warn(topic, fault); // not of ours, though it is called so
-    return;
-  }
-  if (!document.hidden) card.show();
-}
-
-function summarise() {
-  const all = [...cards.values()];
-  const live = all.filter(card => card.camera.online).length;
-  byId("summary").textContent = `${all.length} cameras, ${live} live`;
-  if (!document.hidden) all.forEach(card => card.show());
-}
-
-function say(text, connected) {
-  byId("broker").textContent = text;
-  byId("broker").classList.toggle("lost", !connected);
-  byId("cameras").classList.toggle("adrift", !connected);
-}
-
-function connect(account = {}) {
-  const scheme = location.protocol === "https:" ? "wss" : "ws";
-  const client = mqtt.connect(`${scheme}://${location.host}/`, { reconnectPeriod: 1000, ...account });
-  client.on("connect", () => {
-    say("connected", true);
-    client.subscribe(prefix ? `${prefix}/#` : "#");
-  });
-  client.on("message", take);
-  client.on("close", () => say("waiting for the broker", false));
-  client.on("error", fault => {
-    if (!REFUSED.includes(fault.code)) return;
-    client.end(true);
-    say(account.username ? "refused" : "an account is needed", false);
-    byId("login").hidden = false;
-  });
-}
-
-byId("login").onsubmit = event => {
-  event.preventDefault();
-  const account = Object.fromEntries(new FormData(event.target));
-  event.target.hidden = true;
-  event.target.elements.password.value = "";
-  connect(account);
-};
-
-async function begin() {
-  byId("patterns").innerHTML = await (await fetch("look_defs.svg")).text();
-  connect();
-  setInterval(summarise, REDRAW);
-}
-
-begin();

@@ -1,0 +1,93 @@
+"use strict";
+
+// The page's connection to the broker that serves it. Of the page's address: ?prefix=TOPIC, also
+// several, by default all that the broker lets this account read.
+
+const REFUSED = { 4: "the account or its password is wrong", 134: "the account or its password is wrong",
+                  5: "this account may not look", 135: "this account may not look" };
+const STATES = ["va/available", "va/scene", "va/track/+", "onvif-ej/#"]; // of all cameras
+const SEEN = ["onvif-mj/#", "va/still"];                                // of those in view
+const DEEPEST = 4;                                                      // levels of a camera's name
+const GROUPS = new URLSearchParams(location.search).getAll("prefix").filter(Boolean);
+
+class BrokerSource {
+  constructor(wall) {
+    this.wall = wall;
+    this.client = null;
+    this.heard = null;      // ms since 1970
+    this.inView = new Set();
+    wall.onview = (name, isSeen) => this.watch(name, isSeen);
+    byId("login").onsubmit = event => {
+      event.preventDefault();
+      const { username, password, stay } = Object.fromEntries(new FormData(event.target));
+      event.target.elements.password.value = "";
+      preferences.write({ account: stay ? { username, password } : undefined });
+      this.connect({ username, password });
+    };
+    this.connect(preferences.read().account);
+  }
+
+  connect(account = {}) {
+    byId("login").hidden = true;
+    this.wall.setSource("connecting", true);
+    const scheme = location.protocol === "https:" ? "wss" : "ws";
+    const client = mqtt.connect(`${scheme}://${location.host}/`, {
+      keepalive: 5, connectTimeout: 5000, reconnectPeriod: 1000, resubscribe: false, ...account,
+    });
+    this.client = client;
+    client.on("connect", () => this.begin());
+    client.on("packetreceive", () => { this.heard = Date.now(); });
+    client.on("message", (topic, payload, packet) => this.take(topic, payload, packet.retain));
+    client.on("close", () => { if (client === this.client) this.lose(); });
+    client.on("error", fault => { if (REFUSED[fault.code]) this.refuse(account, REFUSED[fault.code]); });
+  }
+
+  begin() {
+    this.wall.setSource("connected", false);
+    // All levels that a camera's name may have, since a filter that takes everything takes the frames.
+    const places = (GROUPS.length ? GROUPS.map(group => `${group}/`) : [""]).flatMap(group =>
+      Array.from({ length: DEEPEST + 1 }, (_, depth) => group + "+/".repeat(depth))).filter(Boolean);
+    const topics = places.flatMap(place => STATES.map(state => place + state));
+    this.client.subscribe(topics, { qos: 1 }, (fault, granted) => {
+      if (!fault && granted?.every(({ qos }) => qos > 2))
+        this.wall.setSource("this account may read nothing here", false);
+    });
+    for (const name of this.inView) this.subscribe(name);
+  }
+
+  watch(name, isSeen) {
+    if (this.inView.has(name) === isSeen) return;
+    if (isSeen) this.inView.add(name); else this.inView.delete(name);
+    if (!this.client.connected) return;
+    if (isSeen) this.subscribe(name);
+    else this.client.unsubscribe(SEEN.map(part => `${name}/${part}`));
+  }
+
+  subscribe(name) {
+    this.client.subscribe(SEEN.map(part => `${name}/${part}`), { qos: 0 });
+  }
+
+  take(topic, payload, retained) {
+    if (!topic.endsWith("/va/still")) return this.wall.take(topic, payload.toString(), retained);
+    const url = payload.length ? URL.createObjectURL(new Blob([payload], { type: "image/jpeg" })) : null;
+    this.wall.take(topic, url, retained);
+  }
+
+  lose() {
+    this.wall.setSource("no answer from the broker", true, this.heard ?? Date.now());
+  }
+
+  // Nobody is asked twice for what an account cannot do: it is given once more.
+  refuse(account, why) {
+    const client = this.client;
+    this.client = null;
+    client.end(true);
+    preferences.write({ account: undefined });
+    this.wall.setSource(account.username ? "refused" : "an account is needed", true);
+    byId("refused").textContent = account.username ? `The broker says: ${why}.` : "";
+    byId("login").hidden = false;
+    byId("login").elements[account.username ? "password" : "username"].focus();
+  }
+}
+
+new BrokerSource(new Wall());

@@ -1,0 +1,106 @@
+"use strict";
+
+// The page follows the files that va_picture keeps beside it: NAME.js, the whole, and NAME.new.js, what
+// came since. They are scripts that call takeMessages(), because beside a page that was opened as a
+// file a script can be loaded again, and nothing else.
+
+const PAUSE = 50;         // ms between two looks
+const PATIENCE = 3000;    // ms, after which what is written is old
+
+class FileSource {
+  constructor(wall) {
+    this.wall = wall;
+    this.base = location.pathname.replace(/\.html$/, "");
+    this.run = null;      // of the program that writes
+    this.last = 0;        // number of the newest message taken
+    this.written = null;
+    this.changedAt = null; // by this page's clock
+    this.isOld = null;    // not known
+    this.opened = false;
+    this.got = null;
+    window.takeMessages = got => { this.got = got; };
+    this.follow();
+  }
+
+  async follow() {
+    try {
+      await this.look();
+    } catch (fault) {
+      this.wall.setSource(String(fault.message), true);
+    }
+    setTimeout(() => this.follow(), document.hidden ? 1000 : PAUSE);
+  }
+
+  async look() {
+    const news = await this.load(".new.js");
+    if (!news) {
+      this.isOld = null;
+      return this.wall.setSource("nothing is written yet", true);
+    }
+    this.judge(news.written);
+    if (news.run !== this.run || news.after > this.last) {
+      const whole = await this.load(".js");
+      if (!whole) return;
+      if (whole.run !== this.run) this.begin(whole.run);
+      await this.takeAll(whole);
+    }
+    if (news.run === this.run) await this.takeAll(news);
+  }
+
+  begin(run) {
+    if (this.run !== null) this.wall.forget();
+    this.run = run;
+    this.last = 0;
+  }
+
+  async takeAll({ written, messages }) {
+    const now = performance.now();
+    const fresh = messages.filter(({ n }) => n > this.last); // one that is a state too has one number
+    const folder = location.pathname.replace(/[^/]*$/, "");
+    for (const { at, topic, retained, payload, file, n } of fresh) {
+      const url = file && `${folder}${file}?${this.run}-${n}`;
+      if (url) await this.decode(url);
+      this.wall.take(topic, url ?? payload, retained, now - (written - at));
+      this.last = n;
+    }
+    // There is one camera: it is what one came for.
+    const [only] = this.wall.order;
+    if (only && !this.opened && !location.hash) this.wall.open(only.camera.name);
+    this.opened ||= Boolean(only);
+  }
+
+  // So that a still is there when the boxes are that belong to it.
+  async decode(url) {
+    const image = new Image();
+    image.src = url;
+    await image.decode().catch(() => {});
+  }
+
+  // The first one may have lain there for long, and its clock may be another one than this.
+  judge(written) {
+    const now = performance.now();
+    if (this.written !== null && written !== this.written) this.changedAt = now;
+    this.written = written;
+    const isOld = this.changedAt === null ? Math.abs(Date.now() - written) > PATIENCE
+      : now - this.changedAt > PATIENCE;
+    if (isOld === this.isOld) return;
+    this.isOld = isOld;
+    this.wall.setSource(isOld ? "nothing new is written" : "up to date", isOld, written);
+  }
+
+  // What the script gave to takeMessages(), or null.
+  load(ending) {
+    return new Promise(resolve => {
+      const script = document.createElement("script");
+      script.onload = script.onerror = () => {
+        script.remove();
+        resolve(this.got);
+        this.got = null;
+      };
+      script.src = `${this.base}${ending}?${performance.now()}`;
+      document.head.append(script);
+    });
+  }
+}
+
+new FileSource(new Wall());
