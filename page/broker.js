@@ -3,8 +3,7 @@
 // The page's connection to the broker that serves it. Of the page's address: ?prefix=TOPIC, also
 // several, by default all that the broker lets this account read.
 
-const REFUSED = { 4: "the account or its password is wrong", 134: "the account or its password is wrong",
-                  5: "this account may not look", 135: "this account may not look" };
+const REFUSED = [4, 5, 134, 135]; // reasons of brokers, which do not tell them apart
 const STATES = ["va/available", "va/scene", "va/track/+", "onvif-ej/#"]; // of all cameras
 const SEEN = ["onvif-mj/#", "va/still"];                                // of those in view
 const DEEPEST = 4;                                                      // levels of a camera's name
@@ -24,6 +23,7 @@ class BrokerSource {
       preferences.write({ account: stay ? { username, password } : undefined });
       this.connect({ username, password });
     };
+    if (GROUPS.length) byId("empty").textContent += ` Only ${GROUPS.join(", ")} is asked for.`;
     this.connect(preferences.read().account);
   }
 
@@ -39,7 +39,7 @@ class BrokerSource {
     client.on("packetreceive", () => { this.heard = Date.now(); });
     client.on("message", (topic, payload, packet) => this.take(topic, payload, packet.retain));
     client.on("close", () => { if (client === this.client) this.lose(); });
-    client.on("error", fault => { if (REFUSED[fault.code]) this.refuse(account, REFUSED[fault.code]); });
+    client.on("error", fault => { if (REFUSED.includes(fault.code)) this.refuse(account); });
   }
 
   begin() {
@@ -77,14 +77,15 @@ class BrokerSource {
     this.wall.setSource("no answer from the broker", true, this.heard ?? Date.now());
   }
 
-  // Nobody is asked twice for what an account cannot do: it is given once more.
-  refuse(account, why) {
+  // A stored account that is refused is not tried for ever: it is asked for once more.
+  refuse(account) {
     const client = this.client;
     this.client = null;
     client.end(true);
     preferences.write({ account: undefined });
     this.wall.setSource(account.username ? "refused" : "an account is needed", true);
-    byId("refused").textContent = account.username ? `The broker says: ${why}.` : "";
+    byId("refused").textContent = account.username
+      ? "The broker refuses this: the account or its password is wrong, or it may not look." : "";
     byId("login").hidden = false;
     byId("login").elements[account.username ? "password" : "username"].focus();
   }

@@ -8,6 +8,7 @@ const TRAIL_FOR = 2000;    // ms
 const STILL_FRESH = 15000; // ms
 const OBJECTS_KEPT = 100;  // of a frame; the others are counted
 const SHAPES_KEPT = 100;
+const STREAMS_KEPT = 4;
 const EVENTS_KEPT = 100;
 const KINDS_KEPT = 20;     // of what cannot be read
 const FULL_SCALE = 10000;  // of the places in a scene
@@ -93,6 +94,7 @@ function participantText(data) {
 class Camera {
   constructor(name) {
     this.name = name;
+    this.isCurrent = true;      // messages arrive; else nothing is known of it now
     this.online = null;         // not known
     this.since = null;          // ms since 1970: when that changed, or the last message before it did
     this.why = "";
@@ -149,9 +151,9 @@ class Camera {
     const height = numberOf(-2 / scale["@y"], 1, 1e5);
     const all = listOf(frame.Object);
     const objects = all.slice(0, OBJECTS_KEPT).map(object => objectOf(object, width, height));
+    if (this.frames.size >= STREAMS_KEPT && !this.frames.has(stream)) throw new Error("too many streams");
     if (!this.scene) this.frame = { width, height };
-    this.frames.set(textOf(stream), { objects, more: all.length - objects.length, at: now });
-    if (this.frames.size > 4) throw new Error("too many streams");
+    this.frames.set(stream, { objects, more: all.length - objects.length, at: now });
     this.seenAt = now;
     this.heard = Math.max(this.heard, time);
     this.takeTrails(objects, now);
@@ -282,13 +284,13 @@ class Camera {
   }
 
   isLit(rule, now) {
-    return this.online !== false &&
+    return this.isCurrent && this.online !== false &&
       (this.inside.has(rule) || now - (this.crossed.get(rule) ?? -Infinity) < SHOWN_FOR);
   }
 
   // What alarms just now.
   alarmsNow(now) {
-    if (this.online === false) return [];
+    if (!this.isCurrent || this.online === false) return [];
     const rules = [...this.inside, ...this.crossed.keys()].filter(rule => this.isLit(rule, now));
     return [...(this.tampered ? ["tampering"] : []), ...[...new Set(rules)].map(ruleName)];
   }

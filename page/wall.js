@@ -22,6 +22,7 @@ class Card {
   constructor(wall, name) {
     this.wall = wall;
     this.camera = new Camera(name);
+    this.camera.isCurrent = wall.connected;
     this.due = Infinity; // when it looks different by itself
     this.inView = false;
     this.article = document.createElement("article");
@@ -104,6 +105,7 @@ class Wall {
     this.lostAt = isLost ? this.lostAt ?? lostAt : null;
     byId("source").textContent = text;
     document.body.classList.toggle("lost", isLost);
+    for (const { camera } of this.order) camera.isCurrent = !isLost;
     this.redraw();
   }
 
@@ -270,22 +272,23 @@ class Wall {
 
   summarise(now) {
     const cameras = this.order.map(card => card.camera);
-    const counted = { live: 0, alarms: 0, offline: 0 };
+    const counted = { live: 0, alarms: 0, offline: 0, unreadable: 0 };
     let asked = 0;
     for (const camera of this.connected ? cameras : []) {
       const isAsked = this.alarmsFirst && camera.attention() > 0;
       asked += isAsked;
       counted.live += camera.online === true;
       counted.offline += camera.online === false;
+      counted.unreadable += camera.unreadable.size > 0;
       counted.alarms += camera.alarmsNow(now).length > 0 || isAsked && camera.alarms > 0;
     }
     const alarms = counted.alarms && `${counted.alarms} ${counted.alarms === 1 ? "alarm" : "alarms"}`;
-    const offline = counted.offline && `${counted.offline} offline`;
-    const cases = [alarms, offline].filter(Boolean).join(", ");
-    const all = `${cameras.length} ${cameras.length === 1 ? "camera" : "cameras"}`;
-    setText(byId("summary"), this.connected
-      ? [all, `${counted.live} live`, cases].filter(Boolean).join(", ") : all);
-    const title = this.connected ? cases || all : "unknown";
+    const others = ["offline", "unreadable"].map(name => counted[name] && `${counted[name]} ${name}`);
+    const cases = [alarms, ...others].filter(Boolean).join(", ");
+    const all = cameras.length && `${cameras.length} ${cameras.length === 1 ? "camera" : "cameras"}`;
+    const live = all && this.connected && `${counted.live} live`;
+    setText(byId("summary"), [all, live, cases].filter(Boolean).join(", "));
+    const title = this.connected ? cases || all || "no camera" : "unknown";
     if (document.title !== `${title} – va`) document.title = `${title} – va`;
     byId("acknowledge").hidden = asked === 0;
     byId("empty").hidden = cameras.length > 0 || !byId("login").hidden;
