@@ -184,21 +184,27 @@ class Camera {
     const time = timeOf(value.UtcTime);
     if (!retained) this.heard = Math.max(this.heard, time);
     const event = { time, retained, name: ruleName(rule), rule, data: value.Data, now };
-    return this[`take${detector}`]?.(event) ?? null;
+    switch (detector) {
+    case "LineDetector": return this.takeCrossing(event);
+    case "CountAggregation": return this.takeCount(event);
+    case "FieldDetector": return this.takeArea(event);
+    case "GlobalSceneChange": return this.takeTampering(event);
+    }
+    return null;
   }
 
-  takeLineDetector({ time, retained, name, rule, data, now }) {
+  takeCrossing({ time, retained, name, rule, data, now }) {
     const text = `${name} crossed${participantText(data)}`;
     this.crossed.set(rule, now);
     return this.alarm(time, text, retained);
   }
 
-  takeCountAggregation({ rule, data }) {
+  takeCount({ rule, data }) {
     this.counts.set(rule, numberOf(data.Count, 0, 2 ** 53));
     ++this.version;
   }
 
-  takeFieldDetector({ time, retained, name, rule, data }) {
+  takeArea({ time, retained, name, rule, data }) {
     const text = `${name} entered${participantText(data)}`;
     const was = this.inside.has(rule);
     if (flagOf(data.IsInside)) {
@@ -209,7 +215,7 @@ class Camera {
     if (!retained && was) this.tell(time, `${name} left`);
   }
 
-  takeGlobalSceneChange({ time, retained, data }) {
+  takeTampering({ time, retained, data }) {
     const was = this.tampered;
     this.tampered = flagOf(data.State);
     if (this.tampered) return this.alarm(time, "tampering began", retained || was);
