@@ -37,7 +37,7 @@ class BrokerSource {
     this.client = client;
     client.on("connect", () => this.begin());
     client.on("packetreceive", () => { this.heard = Date.now(); });
-    client.on("message", (topic, payload, packet) => this.take(topic, payload, packet.retain));
+    client.on("message", (topic, payload, { retain }) => this.take(topic, payload, { retained: retain }));
     client.on("close", () => { if (client === this.client) this.lose(); });
     client.on("error", fault => { if (REFUSED.includes(fault.code)) this.refuse(account); });
   }
@@ -67,10 +67,10 @@ class BrokerSource {
     this.client.subscribe(SEEN.map(part => `${name}/${part}`), { qos: 0 });
   }
 
-  take(topic, payload, retained) {
-    if (!topic.endsWith("/va/still")) return this.wall.take(topic, payload.toString(), retained);
+  take(topic, payload, how) {
+    if (!topic.endsWith("/va/still")) return this.wall.take(topic, payload.toString(), how);
     const url = payload.length ? URL.createObjectURL(new Blob([payload], { type: "image/jpeg" })) : null;
-    this.wall.take(topic, url, retained);
+    this.wall.take(topic, url, how);
   }
 
   lose() {

@@ -9,6 +9,7 @@ const STILL_FRESH = 15000; // ms
 const OBJECTS_KEPT = 100;  // of a frame; the others are counted
 const SHAPES_KEPT = 100;
 const STREAMS_KEPT = 4;
+const RULES_KEPT = 32;
 const EVENTS_KEPT = 100;
 const KINDS_KEPT = 20;     // of what cannot be read
 const FULL_SCALE = 10000;  // of the places in a scene
@@ -119,13 +120,16 @@ class Camera {
   }
 
   // A message: its value or JSON text, null or "" for one that takes a state back. One that is
-  // retained is a state, not an event. Returns the alarm that it raises, for people, or null.
-  take({ room, path }, message, retained, now) {
+  // retained is a state, not an event; an event that is past is listed, and alarms nobody. Returns
+  // the alarm that it raises, for people, or null.
+  take({ room, path }, message, { retained, isPast = false }, now) {
     const kind = room === "va" ? `va/${path[0]}` : path.slice(-4).join("/");
     try {
       const value = typeof message === "string" && message ? JSON.parse(message) : message || null;
       const alarm = this.dispatch(room, path, value, retained, now) ?? null;
       this.unreadable.delete(kind);
+      if (alarm === null || isPast) return null;
+      ++this.alarms;
       return alarm;
     } catch (fault) {
       if (this.unreadable.size < KINDS_KEPT) this.unreadable.add(kind);
@@ -151,7 +155,8 @@ class Camera {
     const height = numberOf(-2 / scale["@y"], 1, 1e5);
     const all = listOf(frame.Object);
     const objects = all.slice(0, OBJECTS_KEPT).map(object => objectOf(object, width, height));
-    if (this.frames.size >= STREAMS_KEPT && !this.frames.has(stream)) throw new Error("too many streams");
+    if (this.frames.size >= STREAMS_KEPT && !this.frames.has(stream))
+      throw new Error("too many streams");
     if (!this.scene) this.frame = { width, height };
     this.frames.set(stream, { objects, more: all.length - objects.length, at: now });
     this.seenAt = now;
@@ -193,14 +198,18 @@ class Camera {
     return null;
   }
 
+  keep(map, rule, value) {
+    if (map.has(rule) || map.size < RULES_KEPT) map.set(rule, value);
+  }
+
   takeCrossing({ time, retained, name, rule, data, now }) {
     const text = `${name} crossed${participantText(data)}`;
-    this.crossed.set(rule, now);
+    this.keep(this.crossed, rule, now);
     return this.alarm(time, text, retained);
   }
 
   takeCount({ rule, data }) {
-    this.counts.set(rule, numberOf(data.Count, 0, 2 ** 53));
+    this.keep(this.counts, rule, numberOf(data.Count, 0, 2 ** 53));
     ++this.version;
   }
 
@@ -208,7 +217,7 @@ class Camera {
     const text = `${name} entered${participantText(data)}`;
     const was = this.inside.has(rule);
     if (flagOf(data.IsInside)) {
-      this.inside.add(rule);
+      if (this.inside.size < RULES_KEPT) this.inside.add(rule);
       return this.alarm(time, text, retained || was);
     }
     this.inside.delete(rule);
@@ -223,9 +232,7 @@ class Camera {
   }
 
   alarm(time, text, isKnown) {
-    if (isKnown || !this.tell(time, text)) return null;
-    ++this.alarms;
-    return text;
+    return !isKnown && this.tell(time, text) ? text : null;
   }
 
   takeTrack(track, retained) {

@@ -55,12 +55,13 @@ class FileSource {
 
   async takeAll({ written, messages }) {
     const now = performance.now();
+    const isPast = this.last === 0;
     const fresh = messages.filter(({ n }) => n > this.last); // one that is a state too has one number
     const folder = location.pathname.replace(/[^/]*$/, "");
     for (const { at, topic, retained, payload, file, n } of fresh) {
       const url = file && `${folder}${file}?${this.run}-${n}`;
       if (url) await this.decode(url);
-      this.wall.take(topic, url ?? payload, retained, now - (written - at));
+      this.wall.take(topic, url ?? payload, { retained, isPast }, now - (written - at));
       this.last = n;
     }
     // There is one camera: it is what one came for.

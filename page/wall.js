@@ -5,6 +5,7 @@
 // what only cameras in view need.
 
 const LEAST_WIDTH = 300;       // pixels, of a card
+const CAMERAS_KEPT = 5000;
 const TICK = 250;              // ms
 const SILENCE = 3000;          // ms until it is worth a word
 const byName = new Intl.Collator(undefined, { numeric: true }).compare;
@@ -62,6 +63,7 @@ class Wall {
     this.cards = new Map();
     this.order = [];      // the cards as they are shown
     this.dirty = new Set();
+    this.isLaidOut = true;
     this.scheduled = false;
     this.common = null;   // what all names begin with
     this.connected = false;
@@ -80,19 +82,19 @@ class Wall {
     setInterval(() => this.tick(), TICK);
   }
 
-  // A message: its value or JSON text, or of a still the address of a JPEG. `at` is when it was, by
+  // A message as Camera.take() has it, or of a still the address of a JPEG. `at` is when it was, by
   // performance.now().
-  take(topic, message, retained, at = performance.now()) {
+  take(topic, message, how, at = performance.now()) {
     const place = splitTopic(topic);
-    if (!place) return;
+    if (!place || !this.cards.has(place.camera) && this.cards.size >= CAMERAS_KEPT) return;
     const card = this.cardOf(place.camera);
     const { camera } = card;
     const before = camera.attention();
     if (place.room === "va" && place.path[0] === "still") {
       if (camera.still?.url.startsWith("blob:")) URL.revokeObjectURL(camera.still.url);
-      camera.takeStill(message, retained ? -Infinity : at); // nobody knows how old a retained one is
+      camera.takeStill(message, how.retained ? -Infinity : at); // nobody knows how old a retained one is
     } else {
-      const alarm = camera.take(place, message, retained, at);
+      const alarm = camera.take(place, message, how, at);
       if (alarm) this.alerts.raise(this.shortName(camera.name), alarm);
     }
     if (camera.attention() !== before) this.place(card);
@@ -124,7 +126,7 @@ class Wall {
       this.shorten(name);
       this.place(card);
       this.viewer.observe(card.article);
-      this.layOut();
+      this.isLaidOut = false;
       if (location.hash) this.followAddress();
     }
     return this.cards.get(name);
@@ -185,6 +187,7 @@ class Wall {
   // As many columns as let all cameras be seen as large as possible without scrolling, or, where they
   // would be too small, as many as fit.
   layOut() {
+    this.isLaidOut = true;
     const cameras = byId("cameras");
     const count = this.cards.size;
     const width = cameras.clientWidth;
@@ -227,6 +230,7 @@ class Wall {
   // Cards out of view are drawn when they come into it.
   draw() {
     const now = performance.now();
+    if (!this.isLaidOut) this.layOut();
     for (const card of this.dirty) {
       if (card.inView) card.show(now);
       if (this.single.camera === card.camera) this.single.show(now, this.stateOf(card.camera, now));

@@ -43,8 +43,8 @@ class Lab {
     this.take("va/available", { State: "online", Since: utc(0) }, { retained: true });
   }
 
-  take(topic, message, { retained = false, now = 0 } = {}) {
-    return this.camera.take(splitTopic(`site/camera3/${topic}`), message, retained, now);
+  take(topic, message, { now = 0, ...how } = {}) {
+    return this.camera.take(splitTopic(`site/camera3/${topic}`), message, how, now);
   }
 
   texts() { return this.camera.events.map(({ text }) => text); }
@@ -128,6 +128,8 @@ test("events: by their time, each once, the newest hundred", () => {
   assert.equal(lab.camera.alarms, 3);
   for (let second = 10; second < 200; ++second) lab.take(LINE, event(second, {}));
   same([lab.camera.events.length, lab.camera.events.at(-1).time], [100, 1e12 + 100000]);
+  assert.equal(lab.take(LINE, event(201, {}), { isPast: true }), null);
+  same([lab.texts()[0], lab.camera.alarms], ["line 0 crossed", 193]);
   const place = second => ({ UtcTime: utc(second) });
   lab.take("va/track/7", { State: "Ended", ObjectId: 7, Class: "Moving", First: place(200),
                            Last: place(204), Seconds: 4 });
