@@ -33,7 +33,7 @@ void DaemonFiles::store(const std::string &lines) const
 
 Daemon::Daemon(const DaemonFiles &its_files, std::vector<std::string> arguments,
                const std::string &output)
-    : Program(VA_UNDER_TEST, its_files.path(), std::move(arguments), output), files(its_files)
+    : Program(VA_HERE, its_files.path(), std::move(arguments), output), files(its_files)
 {
 }
 
