@@ -65,42 +65,6 @@ targets=(va va_dump va_picture make_firmware)
 printed=()
 drawn=()
 
-write_store() {
-    cat >"$1" <<'END'
-# The camera's settings: key=value, everything after the first = is the value.
-# `va_dump --reconfig` applies edits of object detection and tamper alarm; the rest is read at start.
-Properties.ImageSource.Sensor=imx122
-Properties.Image.ProfileMode=2 MEGA
-
-EventDetection.VumeruOD=yes
-EventDetection.FaceDetection=yes
-EventDetection.CameraTampering=yes
-ImageSource.I0.Sensor.DIS=yes
-
-# A line down the middle of the picture and an area at its right: objects that cross or enter them
-# raise an alarm (stream vmf). Places are ten-thousandths of width and height.
-CrossLine.C0.StartX=5000
-CrossLine.C0.StartY=0
-CrossLine.C0.EndX=5000
-CrossLine.C0.EndY=9999
-ObjectDetection.O0.Left=8000
-ObjectDetection.O0.Right=9999
-ObjectDetection.O0.Top=0
-ObjectDetection.O0.Bottom=9999
-ObjectDetection.O0.Type=1
-
-# Static objects of any size from two cells on.
-VideoAnalytics.OD.SOParam.MinSizeX=2
-VideoAnalytics.OD.SOParam.MinSizeY=2
-
-# Uncomment, and nothing is detected in the left half.
-#VMDWindow.NonDetect.V0.Left=0
-#VMDWindow.NonDetect.V0.Right=5000
-#VMDWindow.NonDetect.V0.Top=0
-#VMDWindow.NonDetect.V0.Bottom=9999
-END
-}
-
 # `va` makes the directory too, but only after its PID file would have gone there.
 make_run_dir() {
     if [[ -e $1 && ! -O $1 ]]; then
@@ -147,7 +111,7 @@ fi
 configure "$preset" "${options[@]}"
 build "$preset" "${targets[@]}"
 "$bin/make_firmware"
-[[ -f $store ]] || write_store "$store"
+[[ -f $store ]] || cp platform/sim/demo.conf "$store"
 run_dir=$(cached "$preset" VA_RUN_DIR)
 make_run_dir "$run_dir"
 feed=$run_dir/feed
