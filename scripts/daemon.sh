@@ -1,20 +1,22 @@
 # shellcheck shell=bash
-# Sourced after setup.sh by scripts that watch a real daemon: a build whose daemon keeps all it makes
-# below the folder it is started in, beside any other; a folder that goes with the script.
+# Sourced after setup.sh by scripts that watch a real daemon: the one that keeps all it makes below the
+# folder it is started in, beside any other; a folder that goes with the script.
 
-daemon_build=${root:?}/build/daemon
-daemon_bin=$daemon_build/bin
+preset=${VA_PRESET:-host}
+bin=${root:?}/build/$preset/bin
+# shellcheck disable=SC2034 # of scripts that run a client
+dump=("$bin/va_dump" --directory run)
 
 build_daemon() {
-    configure host -B "$daemon_build" -DVA_TESTS=OFF -DVA_RUN_DIR=run -DVA_FIRMWARE_DIR=firmware
-    cmake --build "$daemon_build"
+    configure "$preset"
+    build "$preset" va_here va_dump make_firmware
 }
 
 # start_daemon: in the working directory, with the files `store` and `scene`; sets `daemon`.
 start_daemon() {
-    "$daemon_bin/make_firmware" firmware
+    "$bin/make_firmware" firmware
     mkdir -p run
-    NVRAM_FILE=store VA_SIM_SCENE=scene "$daemon_bin/va" >va.out 2>&1 &
+    NVRAM_FILE=store VA_SIM_SCENE=scene "$bin/va_here" >va.out 2>&1 &
     daemon=$!
     wait_until 20 daemon_is_ready || die "va does not start, see $PWD/va.out"
 }

@@ -13,7 +13,7 @@ source "$root/scripts/daemon.sh"
 connect() {
     while ((clients < $1)); do
         clients=$((clients + 1))
-        "$daemon_bin/va_dump" od >"client.$clients" 2>/dev/null &
+        "${dump[@]}" od >"client.$clients" 2>/dev/null &
     done
     wait_until 30 all_have_records || die "clients without records, see $folder"
 }

@@ -83,7 +83,7 @@ judge() {
 # watch NAME: a client of the objects in the background, judged in the file NAME; sets `client`.
 watch() {
     rm -f "$1"
-    "$daemon_bin/va_dump" od > >(judge >"$1.part" && mv "$1.part" "$1") 2>"$1.err" &
+    "${dump[@]}" od > >(judge >"$1.part" && mv "$1.part" "$1") 2>"$1.err" &
     client=$!
 }
 
@@ -116,15 +116,15 @@ stall() {
 
 come_and_go() {
     while crowd_stays; do
-        "$daemon_bin/va_dump" -n 50 od 2>/dev/null | judge >>visits
-        "$daemon_bin/va_dump" -n 20 >/dev/null 2>&1
+        "${dump[@]}" -n 50 od 2>/dev/null | judge >>visits
+        "${dump[@]}" -n 20 >/dev/null 2>&1
     done
 }
 
 # Stopped until a frame has found no room in its socket.
 die_within_a_frame() {
     while crowd_stays; do
-        "$daemon_bin/va_dump" od >/dev/null 2>victim.err &
+        "${dump[@]}" od >/dev/null 2>victim.err &
         client=$!
         wait_until 20 is_connected victim.err
         kill -STOP "$client"
@@ -233,12 +233,12 @@ report_daemon() {
 }
 
 has_two_objects() {
-    "$daemon_bin/va_dump" -n 1 od 2>/dev/null | grep --quiet ' od  *80 '
+    "${dump[@]}" -n 1 od 2>/dev/null | grep --quiet ' od  *80 '
 }
 
 check_that_settings_count() {
     write_store 0 VideoAnalytics.OD.DOParam.MaxObjNum=1 # and one that is static
-    "$daemon_bin/va_dump" --reconfig >/dev/null || fault "settings are not read any more"
+    "${dump[@]}" --reconfig >/dev/null || fault "settings are not read any more"
     wait_until 20 has_two_objects || fault "settings have no effect any more"
 }
 

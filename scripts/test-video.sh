@@ -8,9 +8,6 @@ source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
 # shellcheck source=scripts/daemon.sh
 source "$root/scripts/daemon.sh"
 
-preset=${VA_PRESET:-host}
-daemon_build=$root/build/video-$preset
-daemon_bin=$daemon_build/bin
 photographs=python3-skimage # a package that has one of a face
 (($#)) || set -- 1
 
@@ -18,8 +15,8 @@ photographs=python3-skimage # a package that has one of a face
 judge() {
     local name=$1 verdict
     shift
-    "$daemon_bin/make_clip" "$name.avi" "$@" >"$name.truth"
-    "$daemon_bin/va_video" --fast "$name.avi" - >"$name.lines" 2>"$name.log" || die "$(cat "$name.log")"
+    "$bin/make_clip" "$name.avi" "$@" >"$name.truth"
+    "$bin/va_video" --fast "$name.avi" - >"$name.lines" 2>"$name.log" || die "$(cat "$name.log")"
     verdict=$(python3 "$root/video/truth/judge.py" "$name.truth" "$name.lines") || die "$name: $verdict"
     say "$name: $verdict"
 }
@@ -32,22 +29,22 @@ get_face() {
 
 # With a line down the middle each crossing raises an alarm.
 judge_alarms() {
-    local name=$1 crossings alarms dump
+    local name=$1 crossings alarms client
     printf '%s\n' Properties.ImageSource.Sensor=imx122 'Properties.Image.ProfileMode=2 MEGA' \
         EventDetection.VumeruOD=yes CrossLine.C0.{Start,End}X=5000 CrossLine.C0.StartY=0 \
         CrossLine.C0.EndY=9999 >store
     echo "feed eyes" >scene
     start_daemon
-    "$daemon_bin/va_dump" --directory run vmf >alarms 2>dump.log &
-    dump=$!
+    "${dump[@]}" vmf >alarms 2>dump.log &
+    client=$!
     wait_until 20 grep --quiet connected dump.log || die "va_dump does not connect"
-    "$daemon_bin/va_video" "$name.avi" eyes 2>"$name.log" || die "$(cat "$name.log")"
+    "$bin/va_video" "$name.avi" eyes 2>"$name.log" || die "$(cat "$name.log")"
     crossings=$(grep --count ^cross "$name.truth")
     # shellcheck disable=SC2016 # counted again each time
     wait_until 5 eval '(($(wc -l <alarms) >= crossings))' || true
     stop_daemon
-    kill -TERM "$dump"
-    wait "$dump" || true # 3: no record was received
+    kill -TERM "$client"
+    wait "$client" || true # 3: no record was received
     alarms=$(wc -l <alarms)
     ((alarms == crossings)) || die "$name: $alarms alarms of $crossings crossings
 $(cat alarms "$name.truth")"
@@ -56,9 +53,8 @@ $(cat alarms "$name.truth")"
 
 require "${video_packages[@]}" python3
 say "packages are installed after $SECONDS s"
-configure "$preset" -B "$daemon_build" -DVA_VIDEO=ON -DVA_TESTS=OFF -DVA_RUN_DIR=run \
-    -DVA_FIRMWARE_DIR=firmware
-cmake --build "$daemon_build" --target va va_dump va_video make_clip make_firmware
+configure "$preset" -DVA_VIDEO=ON
+build "$preset" va_here va_dump va_video make_clip make_firmware
 enter_folder
 get_face
 for seed; do

@@ -173,7 +173,7 @@ class Lab:
         return broker
 
     def start_daemon(self):
-        daemon = Program(self, "daemon", self.bin / "va",
+        daemon = Program(self, "daemon", self.bin / "va_here",
                          env=os.environ | {"NVRAM_FILE": "store", "VA_SIM_SCENE": "scene"})
         wait_for(Path(self.folder, "run/ctrl").is_fifo, "the daemon's FIFO")
         return daemon
@@ -200,5 +200,5 @@ class Lab:
             prefix = cameras/cam1
             discovery = homeassistant""")
         return Program(self, f"publisher{len(self.programs)}", self.bin / "va_mqtt", "--settings",
-                       settings, *arguments,
+                       settings, "--directory", "run", *arguments,
                        env=os.environ | environment)
