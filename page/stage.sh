@@ -1,15 +1,22 @@
 #!/usr/bin/env bash
 # usage: page/stage.sh DIRECTORY
-# Puts the page into a directory that a web server, such as Mosquitto itself, shows. Needs npm.
+# Puts the page, which is index.html and the files that it names, into a directory that a web server, such
+# as Mosquitto itself, shows. Needs npm.
 set -euo pipefail
 page=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 [[ $# == 1 && $1 != -* ]] || {
     echo "usage: page/stage.sh DIRECTORY" >&2
     exit 2
 }
-[[ -f $page/node_modules/mqtt/dist/mqtt.min.js ]] ||
-    npm --prefix "$page" ci --omit=dev --no-audit --no-fund
+library=$page/node_modules/mqtt/dist/mqtt.min.js
+[[ -f $library ]] || npm --prefix "$page" ci --omit=dev --no-audit --no-fund
 mkdir -p "$1"
-cp "$page"/{index.html,page.css,wall.js,camera.js,drawing.js} \
-    "$page"/../tools/va_picture/{look.css,look_defs.svg} "$1"
-cp "$page/node_modules/mqtt/dist/mqtt.min.js" "$1/mqtt.js"
+cp "$page/index.html" "$1"
+grep --only-matching --perl-regexp '(?:src|href)="\K[^":]+(?=")' "$page/index.html" |
+    while read -r file; do
+        if [[ $file == mqtt.js ]]; then
+            cp "$library" "$1/$file"
+        else
+            cp "$page/$file" "$1"
+        fi
+    done
