@@ -2,11 +2,12 @@
 # usage: scripts/run.sh [option...] [argument of va...]
 # Builds and runs `va` on the software stand-in with the demonstration scene, and va_dump beside it.
 # Ctrl-C ends both.
-#   -s             also keep a picture of the scene up to date, for a browser
-#   -m SOURCE      real video in place of the scene, behind the picture and by way of va_video: a file,
-#                  a device such as /dev/video0, a URL (rtsp, http). Prints events, not records. The end
-#                  of a file ends all
+#   -s             also a page with the picture of the scene, for a browser
+#   -m SOURCE      real video in place of the scene, behind the boxes of that page and by way of va_video:
+#                  a file, a device such as /dev/video0, a URL (rtsp, http). Prints events, not records.
+#                  The end of a file ends all
 #   -l             with -m: repeat a file
+#   -r FILE        no `va`: the page and the events of what `va_dump -w FILE` recorded, at its pace
 #   -v             show all that `va` prints when it starts
 #   --run-dir DIR  its sockets, PID file and control FIFO in DIR; kept for later runs of this build
 #   -h, --help     this text
@@ -21,6 +22,7 @@ va_arguments=()
 options=()
 draws=false
 source=
+capture=
 loop=()
 verbose=false
 passing_on=
@@ -32,17 +34,15 @@ while (($#)); do
         (($# > 1)) || usage_error
         shift
         draws=true
-        source=$1
-        if [[ $source != *://* ]]; then
-            [[ -e $source ]] || die "there is no $source"
-            source=$(realpath -- "$source")
-        fi
+        source=$(video_source "$1")
+        ;;
+    -r)
+        (($# > 1)) || usage_error
+        shift
+        [[ -f $1 ]] || die "there is no file $1"
+        capture=$(realpath -- "$1")
         ;;
     -v) verbose=true ;;
-    -h | --help)
-        usage
-        exit
-        ;;
     --run-dir)
         (($# > 1)) || usage_error
         shift
@@ -57,7 +57,7 @@ cd "$root"
 preset=${VA_PRESET:-host}
 bin=build/$preset/bin
 store=$root/build/$preset/demo/nvram.conf
-picture=$root/build/$preset/demo/picture.svg
+picture=$root/build/$preset/demo/picture.html
 still=$root/build/$preset/demo/still.jpg
 eyes_log=$root/build/$preset/demo/video.log
 scene=$root/platform/sim/demo.scene
@@ -108,17 +108,12 @@ if [[ $source ]]; then
     printed=(--events)
     drawn=(--still "$still")
 fi
+if [[ $capture ]]; then
+    targets=(va_dump va_picture)
+    [[ -z $source && ${#va_arguments[@]} == 0 ]] || usage_error
+fi
 configure "$preset" "${options[@]}"
 build "$preset" "${targets[@]}"
-"$bin/make_firmware"
-[[ -f $store ]] || cp platform/sim/demo.conf "$store"
-run_dir=$(cached "$preset" VA_RUN_DIR)
-make_run_dir "$run_dir"
-feed=$run_dir/feed
-if [[ $source ]]; then
-    scene=$root/build/$preset/demo/video.scene
-    echo "feed $feed" >"$scene"
-fi
 
 # Job control gives each process a group of its own, so that Ctrl-C reaches only this script,
 # which then ends both in order.
@@ -151,11 +146,35 @@ end_of() {
 
 trap stop INT TERM HUP
 
+if [[ $capture ]]; then
+    mkdir -p "${picture%/*}"
+    say "picture      $picture, for a browser"
+    say "end          Ctrl-C, or the end of $capture"
+    "$bin/va_picture" --read "$capture" "$picture" &
+    children+=($!)
+    "$bin/va_dump" --read "$capture" --pace 1 --events &
+    children+=($!)
+    end_of "${children[0]}" || true
+    status=0
+    end_of "${children[1]}" || status=$?
+    exit "$status"
+fi
+
+"$bin/make_firmware"
+[[ -f $store ]] || cp platform/sim/demo.conf "$store"
+run_dir=$(cached "$preset" VA_RUN_DIR)
+make_run_dir "$run_dir"
+feed=$run_dir/feed
+if [[ $source ]]; then
+    scene=$root/build/$preset/demo/video.scene
+    echo "feed $feed" >"$scene"
+fi
+
 say "settings     $store"
 say "apply edits  $root/$bin/va_dump --reconfig"
 say "results      sockets od, vmf, fd, ta in $run_dir"
 [[ $run_dir == /tmp/va_info ]] || say "examples     export VA_RUN_DIR=$run_dir"
-! "$draws" || say "picture      $picture.html, for a browser"
+! "$draws" || say "picture      $picture, for a browser"
 say "end          Ctrl-C"
 
 "$bin/va_dump" "${printed[@]}" &

@@ -12,12 +12,14 @@ usage_error() {
 }
 
 script=$(realpath "$0")
-case ${1-} in
--h | --help)
-    usage
-    exit
-    ;;
-esac
+for argument; do
+    case $argument in
+    -h | --help)
+        usage
+        exit
+        ;;
+    esac
+done
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 jobs=$(nproc)
@@ -75,6 +77,16 @@ require() {
     say "installing ${missing[*]}"
     apt_install "${missing[@]}" ||
         die "could not install; run as root: apt-get update && apt-get install ${missing[*]}"
+}
+
+# video_source ARGUMENT: a URL as it stands, of a file or device the whole path.
+video_source() {
+    if [[ $1 == *://* ]]; then
+        echo "$1"
+    else
+        [[ -e $1 ]] || die "there is no $1"
+        realpath -- "$1"
+    fi
 }
 
 require_for_preset() {
