@@ -1,37 +1,56 @@
 #!/usr/bin/env bash
-# usage: scripts/wall.sh [-n CAMERAS] [-p PORT]
-# The wall, on this machine alone: cameras with a scene each, which publish what they see to a Mosquitto
-# of this script's own, and the page that shows them, on PORT (default 9080). Ctrl-C ends all.
-#   -n  how many cameras, 1 to 99, default 1
-#   -p  the page's port; the next one is the broker's
+# usage: scripts/wall.sh [option...]
+# Builds and runs cameras, each with a scene of its own or real video, on this machine alone: they publish
+# what they see to a Mosquitto of this script's own, which also serves the page that shows them all.
+# Ctrl-C ends everything.
+#   -n CAMERAS  how many cameras, 1 to 99; default: as many as there are videos, at least 1
+#   -p PORT     of the page, default 9080; the next one is the broker's
+#   -m VIDEO    real video, by way of va_video, and a still behind its boxes each second: a file, which is
+#               repeated, a device such as /dev/video0, a URL (rtsp, http). May be given several times:
+#               the first cameras see these, the others scenes
+#   -d DIR      the cameras' and the broker's files, default build/PRESET/wall
+#   -h, --help  this text
+# VA_PRESET=asan, for instance, runs that build.
 set -euo pipefail
 # shellcheck source=scripts/setup.sh
 source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
+cd "$OLDPWD" # which the paths among the arguments are relative to
 
-cameras=1
+cameras=
 port=9080
-while getopts n:p: option; do
+folder=
+videos=()
+while getopts n:p:m:d: option; do
     case $option in
     n) cameras=$OPTARG ;;
     p) port=$OPTARG ;;
+    d) folder=$(realpath --canonicalize-missing -- "$OPTARG") ;;
+    m) videos+=("$(video_source "$OPTARG")") ;;
     *) usage_error ;;
     esac
 done
 shift $((OPTIND - 1))
+: "${cameras:=$((${#videos[@]} > 1 ? ${#videos[@]} : 1))}"
 [[ $# == 0 && $cameras =~ ^[1-9][0-9]?$ && $port =~ ^[1-9][0-9]{3,4}$ && $port -lt 65535 ]] ||
     usage_error
+((${#videos[@]} <= cameras)) || die "there are more videos than cameras"
+cd "$root"
 broker_port=$((port + 1))
 preset=${VA_PRESET:-host}
-# A daemon whose run directory is below the folder it is started in: as many as there are folders.
-build=$root/build/mqtt-$preset
-bin=$build/bin
-folder=$build/wall
+bin=$root/build/$preset/bin
+: "${folder:=$root/build/$preset/wall}"
+options=(-DVA_MQTT=ON)
+targets=(va_here va_mqtt make_firmware)
 
 require "${mqtt_packages[@]}" mosquitto
+if ((${#videos[@]})); then
+    require "${video_packages[@]}"
+    options+=(-DVA_VIDEO=ON)
+    targets+=(va_video)
+fi
 command -v npm >/dev/null || die "npm is needed for the page: install Node.js with npm"
-configure "$preset" -B "$build" -DVA_MQTT=ON -DVA_TESTS=OFF -DVA_RUN_DIR=run \
-    -DVA_FIRMWARE_DIR=firmware
-cmake --build "$build" --target va va_mqtt make_firmware
+configure "$preset" "${options[@]}"
+build "$preset" "${targets[@]}"
 page/stage.sh "$folder/page"
 
 write_broker() {
@@ -105,16 +124,31 @@ start() {
     echo "$!" >"$name.pid"
 }
 
+# start_video SOURCE: the eyes of a camera with the demonstration's settings.
+start_video() {
+    local loop=()
+    [[ ! -f $1 ]] || loop=(--loop)
+    cp "$root/platform/sim/demo.conf" store
+    echo "feed feed" >scene
+    stills=(--still run/still.jpg --still-interval 1)
+    start va_video "$bin/va_video" "${loop[@]}" --still run/still.jpg "$1" feed
+}
+
 # start_camera NUMBER
 start_camera() {
+    local video=${videos[$1 - 1]-} stills=()
     mkdir -p "$folder/camera$1/run"
     cd "$folder/camera$1"
-    write_store "$1" >store
-    write_scene "$1" >scene
+    if [[ $video ]]; then
+        start_video "$video"
+    else
+        write_store "$1" >store
+        write_scene "$1" >scene
+    fi
     "$bin/make_firmware" firmware >/dev/null
-    NVRAM_FILE=store VA_SIM_SCENE=scene start va "$bin/va"
-    start va_mqtt "$bin/va_mqtt" --host 127.0.0.1 --port "$broker_port" \
-        --prefix "cameras/camera$1" --rate 10
+    NVRAM_FILE=store VA_SIM_SCENE=scene start va "$bin/va_here"
+    start va_mqtt "$bin/va_mqtt" --directory run --host 127.0.0.1 --port "$broker_port" \
+        --prefix "cameras/camera$1" --rate 10 "${stills[@]}"
 }
 
 trap stop EXIT
