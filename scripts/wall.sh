@@ -106,6 +106,8 @@ write_scene() {
 }
 
 children=()
+essential=() # none of these may end
+declare -A logs
 
 # shellcheck disable=SC2317
 stop() {
@@ -121,6 +123,7 @@ start() {
     shift
     "$@" >"$name.log" 2>&1 &
     children+=("$!")
+    logs[$!]=$PWD/$name.log
     echo "$!" >"$name.pid"
 }
 
@@ -132,6 +135,7 @@ start_video() {
     echo "feed feed" >scene
     stills=(--still run/still.jpg --still-interval 1)
     start va_video "$bin/va_video" "${loop[@]}" --still run/still.jpg "$1" feed
+    essential+=("$!")
 }
 
 # start_camera NUMBER
@@ -156,7 +160,7 @@ trap 'exit 0' INT TERM HUP
 cd "$folder"
 write_broker >mosquitto.conf
 start mosquitto mosquitto -c mosquitto.conf
-mosquitto=${children[0]}
+essential+=("$!")
 for ((number = 1; number <= cameras; ++number)); do
     start_camera "$number"
 done
@@ -164,6 +168,7 @@ say "page    http://127.0.0.1:$port/"
 say "broker  127.0.0.1:$broker_port, topics below cameras/"
 say "files   ${folder#"$root/"}"
 say "end     Ctrl-C"
-# A broker that ends, such as at a port that another has, ends all.
-wait "$mosquitto" || true
-die "the broker has ended: $(tail --lines=1 "$folder/mosquitto.log")"
+# Such as a broker at a port that another has, or eyes for which there is no video.
+wait -n -p ended "${essential[@]}" || true
+log=${logs[$ended]}
+die "$(basename "$log" .log) has ended: $(tail --lines=1 "$log")"
