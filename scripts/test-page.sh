@@ -14,7 +14,8 @@ source "$root/scripts/browser.sh"
 pictures=$root/build/$preset/pictures
 
 require_browser
-node --test tests/page/*_test.js
+shopt -s extglob
+node --test tests/page/!(page)_test.@(js|mjs)
 enter_folder
 mkdir -p "$pictures"
 start_wall 3
