@@ -3,6 +3,7 @@
 #include "util/text.h"
 
 #include <algorithm>
+#include <set>
 #include <utility>
 
 namespace va
@@ -327,6 +328,10 @@ void EventMaker::take_number(std::uint32_t number, Elapsed at)
 std::vector<Detection> EventMaker::take_detections(const Record &record)
 {
     std::vector<Detection> detections = detections_in(record);
+    std::set<std::pair<Detection::Kind, std::uint32_t>> known; // one by each number, as in active_
+    std::erase_if(detections, [&](const Detection &seen) {
+        return !known.emplace(seen.kind, seen.number).second;
+    });
     for (const Detection &seen : detections)
         show({record.stream, static_cast<std::uint32_t>(seen.kind), seen.number},
              {.kind = Kind::ObjectAppeared,

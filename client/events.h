@@ -141,7 +141,7 @@ private:
     };
 
     void take_number(std::uint32_t number, Elapsed at);
-    std::vector<Detection> take_detections(const Record &record); // those in it
+    std::vector<Detection> take_detections(const Record &record); // each once
     void take_alarms(const Record &record);
     void show(const Key &key, const Event &beginning);
     void report(Active &active, Elapsed now);
