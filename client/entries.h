@@ -49,5 +49,7 @@ bool is_tamper_alarm(const Record &record);
 // To which side a line is crossed when it alarms, seen from its start to its end.
 enum class Crossing { Unknown, ToLeft, ToRight, Both };
 Crossing crossing_of(std::int32_t direction);
+// The direction of a setting by which a line alarms so; nothing where it is not known.
+std::optional<std::int32_t> direction_of(Crossing crossing);
 
 } // namespace va

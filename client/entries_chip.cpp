@@ -27,4 +27,9 @@ Crossing crossing_of(std::int32_t)
     return Crossing::Unknown;
 }
 
+std::optional<std::int32_t> direction_of(Crossing)
+{
+    return std::nullopt;
+}
+
 } // namespace va

@@ -103,4 +103,19 @@ Crossing crossing_of(std::int32_t direction)
     }
 }
 
+std::optional<std::int32_t> direction_of(Crossing crossing)
+{
+    switch (crossing) {
+    case Crossing::ToRight:
+        return SIM_TO_RIGHT;
+    case Crossing::ToLeft:
+        return SIM_TO_LEFT;
+    case Crossing::Both:
+        return 0; // as is any that is neither of the two
+    case Crossing::Unknown:
+        break;
+    }
+    return std::nullopt;
+}
+
 } // namespace va

@@ -118,8 +118,12 @@ void add(Scene &scene, const DaemonStatus &status, Kind kind, const char *sectio
         Shape shape{kind, *number, points_of(kind, settings)};
         if (kind == Kind::FaceWatch && is_detection_window(settings.text("WindowType")))
             shape.kind = Kind::FaceDetection;
-        if (kind == Kind::Line)
-            shape.crossing = crossing_of(settings.number("Direction"));
+        if (kind == Kind::Line) {
+            shape.setting = settings.number("Direction");
+            shape.crossing = crossing_of(shape.setting);
+        } else if (kind == Kind::Area) {
+            shape.setting = settings.number("Type");
+        }
         shape.used = std::string_view(section) == "setting.";
         if (!shape.points.empty())
             scene.shapes.push_back(std::move(shape));

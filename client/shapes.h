@@ -56,6 +56,7 @@ struct Shape {
     std::vector<Point> points;          // a line's two ends, or the corners of a rectangle
     bool used = true;                   // false: beyond the number that the daemon takes
     Crossing crossing = Crossing::Both; // of a line
+    std::int32_t setting = -1;          // of a line its Direction, of an area its Type; -1: none
     bool operator==(const Shape &) const = default;
 };
 

@@ -115,26 +115,37 @@ Broker::Broker(const Settings &settings, const Message &last_will)
 
 Broker::~Broker() = default;
 
-void Broker::send_event(Message message)
+void Broker::event(const std::string &topic, const std::string &payload, bool retained)
 {
     const std::scoped_lock locked(lock_);
-    outbox_.add(std::move(message));
+    outbox_.add({topic, payload, retained});
     send_waiting();
 }
 
-void Broker::set_state(const std::string &topic, const std::string &payload)
+void Broker::state(const std::string &topic, const std::string &payload)
 {
     const std::scoped_lock locked(lock_);
     outbox_.set_state(topic, payload);
     send_waiting();
 }
 
-void Broker::send_frame(const std::string &topic, const std::string &payload)
+void Broker::frame(const std::string &topic, const std::string &payload,
+                   std::optional<std::uint32_t>)
 {
     const std::scoped_lock locked(lock_);
     const bool sent = report_.connected && frames_.size() < max_frames_in_flight &&
                       send_now({topic, payload}, 0, frames_);
     ++(sent ? report_.frames_sent : report_.frames_dropped);
+}
+
+// Not before a message that takes the last one back.
+void Broker::send_still(const std::string &topic, const std::string &jpeg)
+{
+    const std::scoped_lock locked(lock_);
+    if (!report_.connected || !outbox_.is_empty())
+        return;
+    outbox_.forget(topic);
+    send_now({topic, jpeg, true}, 0, frames_);
 }
 
 Broker::Report Broker::report() const

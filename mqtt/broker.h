@@ -2,6 +2,7 @@
 
 #include "mqtt/outbox.h"
 #include "mqtt/settings.h"
+#include "tools/common/message_maker.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -25,21 +26,24 @@ namespace va::mqtt
 // while it is away as many of the newest are kept as the settings say. Of states, which the broker
 // retains, it gets the newest: whenever one is set, and all of them after each connect, before the
 // events that are left. Frames are sent at once or not at all.
-class Broker
+class Broker : public MessageTarget
 {
 public:
     // `last_will` is what the broker publishes when the connection breaks. Throws
     // std::runtime_error when a file of the settings cannot be used.
     static std::shared_ptr<Broker> open(const Settings &settings, const Message &last_will);
-    Broker(const Broker &) = delete;
-    Broker &operator=(const Broker &) = delete;
-    ~Broker();
+    ~Broker() override;
 
     // Any thread; none of them waits.
 
-    void send_event(Message message); // a retained one changes a state
-    void set_state(const std::string &topic, const std::string &payload); // "": it has none
-    void send_frame(const std::string &topic, const std::string &payload);
+    void event(const std::string &topic, const std::string &payload, bool retained) override;
+    void state(const std::string &topic, const std::string &payload) override;
+    void frame(const std::string &topic, const std::string &payload,
+               std::optional<std::uint32_t> picture) override;
+
+    // Retained, but sent at once or not at all like a frame, and not counted. Whoever sets a state
+    // of this topic takes it back.
+    void send_still(const std::string &topic, const std::string &jpeg);
 
     struct Report {
         std::uint64_t frames_sent = 0;

@@ -58,6 +58,7 @@ std::string payload_of(const Entity &entity, const Settings &settings, const Top
         {"unique_id", node + '_' + entity.id},
         {"state_topic", entity.state_topic},
         {"availability_topic", topics.available()},
+        {"availability_template", "{{ value_json.State }}"},
         {"device", {{"identifiers", Json::array({node})}, {"name", settings.names.prefix}}}};
     json.update(entity.more);
     return text_of(json);

@@ -26,6 +26,7 @@ public:
     // Waits unless it is the state already; behind events of its topic, which would overwrite it.
     void set_state(const std::string &topic, const std::string &payload);
     void resend_states();
+    void forget(const std::string &topic) { states_.erase(topic); } // its state, while none waits
 
     bool is_empty() const { return size() == 0; }
     std::size_t size() const { return pending_ + events_.size(); }

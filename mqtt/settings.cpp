@@ -1,5 +1,6 @@
 #include "mqtt/settings.h"
 
+#include "tools/common/still_file.h"
 #include "util/file.h"
 
 #include <algorithm>
@@ -10,7 +11,6 @@
 #include <vector>
 
 #include <mosquitto.h>
-#include <unistd.h>
 
 namespace va::mqtt
 {
@@ -35,13 +35,6 @@ constexpr char files[] = "All of them:";
 
 constexpr int default_port = 1883;
 constexpr int default_tls_port = 8883;
-
-std::string host_name()
-{
-    char name[256] = "";
-    gethostname(name, sizeof name - 1);
-    return name;
-}
 
 auto text_into(std::string &target)
 {
@@ -108,6 +101,12 @@ OptionTable options_of(Settings &settings, Source &source)
          number_into(settings.qos, 0, 2, "quality of service")},
         {topics, 0, "keep", "NUMBER", "events while the broker is away, default 1000",
          [&](const char *text) { settings.keep = parse_count(text, "number of events"); }},
+        {topics, 0, "still", "FILE", "a JPEG of the video, as va_video keeps it up to date",
+         text_into(settings.still)},
+        {topics, 0, "still-interval", "SECONDS", "at least, between two stills, default 5",
+         number_into(settings.still_interval, 1, 3600, "number of seconds up to 3600")},
+        {topics, 0, "still-size", "BYTES", "of the largest still, default 262144",
+         number_into(settings.still_size, 1, StillFile::LARGEST, "number of bytes up to 4000000")},
         {topics, 0, "discovery", "TOPIC", "for Home Assistant, which wants homeassistant",
          text_into(settings.discovery)},
     };

@@ -30,6 +30,10 @@ struct Settings {
     int qos = 1;             // of events
     double rate = 5;         // frames a second and stream; 0: none
     std::size_t keep = 1000; // events, while the broker is away
+
+    std::string still;           // file of a JPEG; empty: none
+    int still_interval = 5;      // seconds from one to the next, at least
+    int still_size = 256 * 1024; // bytes of the largest
 };
 
 // Fills `settings` and `source` and checks them. Returns false when help or version was asked for

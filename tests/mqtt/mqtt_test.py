@@ -11,22 +11,25 @@ from datetime import datetime, timedelta
 from pathlib import Path
 
 import jsonschema
-from lab import AREA, MASK, PERIOD, ROOT, STORE, Lab, Subscriber, wait_for
+from lab import AREA, MASK, PERIOD, ROOT, STORE, Lab, Program, Subscriber, wait_for
 
 RULE = "&VideoSource0/Analytics0/"
 EVENTS = "cameras/cam1/onvif-ej/"
 AREA_TOPIC = EVENTS + "RuleEngine/FieldDetector/ObjectsInside/" + RULE + "ObjectDetection.O0"
 LINE_TOPIC = EVENTS + "RuleEngine/LineDetector/Crossed/" + RULE + "CrossLine.C0"
+COUNTER_TOPIC = EVENTS + "RuleEngine/CountAggregation/Counter/" + RULE + "CrossLine.C0"
 TAMPER_TOPIC = EVENTS + "VideoSource/GlobalSceneChange/AnalyticsService/&VideoSource0"
 AVAILABLE = "cameras/cam1/va/available"
 SCENE = "cameras/cam1/va/scene"
+STILL = "cameras/cam1/va/still"
 
 # What begins a topic; which schema, whether it is retained.
 KINDS = (("cameras/cam1/onvif-mj/VideoAnalytics/Profile0/", "frame", False),
-         (LINE_TOPIC[:-1], "line", False), (AREA_TOPIC[:-1], "area", True), (TAMPER_TOPIC, "tamper", True),
+         (LINE_TOPIC[:-1], "line", False), (COUNTER_TOPIC[:-1], "counter", True),
+         (AREA_TOPIC[:-1], "area", True), (TAMPER_TOPIC, "tamper", True),
          ("cameras/cam1/va/track/", "track", False), (SCENE, "scene", True),
          ("cameras/cam1/va/lost", "lost", False), ("homeassistant/", "discovery", True),
-         (AVAILABLE, "available", True))
+         (STILL, "still", True), (AVAILABLE, "available", True))
 
 
 def kind_of(message):
@@ -35,6 +38,10 @@ def kind_of(message):
 
 def payload(message):
     return json.loads(message["payload"] or "{}")
+
+
+def state(message):
+    return payload(message).get("State")
 
 
 def is_inside(message):
@@ -56,7 +63,7 @@ class MqttTest(unittest.TestCase):
         schema = json.loads((ROOT / "mqtt/topics.schema.json").read_text())
         for message in messages:
             _, name, retained = kind_of(message)
-            if message["payload"] and name != "available":
+            if message["payload"]:
                 jsonschema.validate(payload(message), schema | {"$ref": f"#/$defs/{name}"})
             self.assertEqual(message["qos"], 0 if name == "frame" else 1)
             self.assertLessEqual(message["retain"], retained)
@@ -71,9 +78,9 @@ class MqttTest(unittest.TestCase):
         viewer = Subscriber(self.lab, "viewer", "cameras/#")
         home = Subscriber(self.lab, "homeassistant", "homeassistant/#")
         publisher = self.lab.start_publisher()
-        viewer.wait(AVAILABLE, lambda m: m["payload"] == "offline")
+        viewer.wait(AVAILABLE, lambda m: payload(m).get("Why") == "waiting for the daemon")
         daemon = self.lab.start_daemon()
-        viewer.wait(AVAILABLE, lambda m: m["payload"] == "online")
+        viewer.wait(AVAILABLE, lambda m: state(m) == "online")
 
         # Who it was is found by results at most 150 ms apart, which a busy machine may not have.
         for topic, place in ((LINE_TOPIC, {"Crossing": "to left"}), (AREA_TOPIC, {})):
@@ -96,7 +103,8 @@ class MqttTest(unittest.TestCase):
         self.assertTrue(-1 < x < 1, x)
         self.assertAlmostEqual(y, 0.5)  # a quarter of the frame from its top
 
-        self.assertEqual(set(self.retained_topics()), {AREA_TOPIC, TAMPER_TOPIC, SCENE, AVAILABLE})
+        self.assertEqual(set(self.retained_topics()),
+                         {AREA_TOPIC, COUNTER_TOPIC, TAMPER_TOPIC, SCENE, AVAILABLE})
         wait_for(lambda: is_inside({"payload": self.retained_topics()[AREA_TOPIC]}), "inside")
         home.wait("/tamper/config")  # the last one by name
         entities = [m for m in home.messages() if m["payload"]]
@@ -110,6 +118,9 @@ class MqttTest(unittest.TestCase):
         wait_for(lambda: len(viewer.messages(LINE_TOPIC)) >= before + 2, "two more crossings")
         counts = [payload(m)["Data"]["Count"] for m in viewer.messages(LINE_TOPIC)]
         self.assertEqual(counts, list(range(1, len(counts) + 1)))
+        told = [m for m in viewer.messages() if "CrossLine.C0" in m["topic"] and m["payload"]]
+        self.assertEqual([payload(m)["Data"]["Count"] for m in told[:6]], [0, 1, 1, 2, 2, 3])
+        self.assertEqual([m["topic"] for m in told[:3]], [COUNTER_TOPIC, LINE_TOPIC, COUNTER_TOPIC])
         self.assertEqual(len(viewer.messages(SCENE)), 1)
         self.lab.reconfigure(store)
         viewer.wait(SCENE, lambda m: "C1" in m["payload"] and "non-detection" in m["payload"]
@@ -117,12 +128,13 @@ class MqttTest(unittest.TestCase):
         viewer.wait(LINE_TOPIC[:-1] + "1")
         for entity in ("area_0", "line_0"):
             home.wait(entity, lambda m: not m["payload"] and not m["retain"])
-        wait_for(lambda: set(self.retained_topics()) == {TAMPER_TOPIC, SCENE, AVAILABLE}, "no area")
+        wait_for(lambda: set(self.retained_topics()) == {COUNTER_TOPIC[:-1] + "1", TAMPER_TOPIC, SCENE,
+                                                         AVAILABLE}, "no area")
         self.check_against_schema(viewer.messages() + home.messages())
 
-        self.assertEqual(viewer.messages(AVAILABLE)[-1]["payload"], "online")
+        self.assertEqual(state(viewer.messages(AVAILABLE)[-1]), "online")
         daemon.kill()
-        wait_for(lambda: viewer.messages(AVAILABLE)[-1]["payload"] == "offline", "offline")
+        wait_for(lambda: payload(viewer.messages(AVAILABLE)[-1]).get("Why") == "the daemon has gone", "gone")
         # The next daemon's frames have another size, which is not known while it writes no status.
         status = Path(self.lab.folder, "run/status")
         status.unlink(missing_ok=True)
@@ -148,22 +160,63 @@ class MqttTest(unittest.TestCase):
         self.lab.start_daemon()
         viewer = Subscriber(self.lab, "viewer", "cameras/#")
         publisher = self.lab.start_publisher()
-        viewer.wait(AVAILABLE, lambda m: m["payload"] == "online")
+        viewer.wait(AVAILABLE, lambda m: state(m) == "online")
         publisher.kill()
-        wait_for(lambda: viewer.messages(AVAILABLE)[-1]["payload"] == "offline", "will")
+        wait_for(lambda: state(viewer.messages(AVAILABLE)[-1]) == "offline", "will")
+        will = payload(viewer.messages(AVAILABLE)[-1])
+        self.assertEqual((will["Why"], "Since" in will), ("the connection was lost", False))
         supervisor = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         supervisor.bind(self.lab.folder + "/notify")
         publisher = self.lab.start_publisher(NOTIFY_SOCKET=self.lab.folder + "/notify",
                                              WATCHDOG_USEC="60000000")
-        wait_for(lambda: viewer.messages(AVAILABLE)[-1]["payload"] == "online", "online again")
+        wait_for(lambda: state(viewer.messages(AVAILABLE)[-1]) == "online", "online again")
         publisher.wait_for("cannot write its status")
         self.assertEqual(publisher.end(), 0)
         told = supervisor.recv(9999, socket.MSG_DONTWAIT)
         self.assertRegex(told, rb"^READY=1\nSTATUS=broker: .*\nWATCHDOG=1\n$")
         while not told.startswith(b"STOPPING=1\n"):
             previous, told = told, supervisor.recv(9999, socket.MSG_DONTWAIT)
-        self.assertRegex(previous, b"STATUS=broker: connected.*; the daemon is here, but cannot write its status\\n")
-        wait_for(lambda: viewer.messages(AVAILABLE)[-1]["payload"] == "offline", "good-bye")
+        self.assertRegex(previous, b"STATUS=broker: connected.*; the daemon cannot write its status\\n")
+        wait_for(lambda: state(viewer.messages(AVAILABLE)[-1]) == "offline", "good-bye")
+        self.assertEqual(payload(viewer.messages(AVAILABLE)[-1])["Why"], "va_mqtt has ended")
+        self.check_against_schema(viewer.messages())
+
+    def test_stills(self):
+        def put(content):
+            Path(self.lab.folder, "new.jpg").write_bytes(b"\xff\xd8" + content + b"\xff\xd9")
+            Path(self.lab.folder, "new.jpg").rename(Path(self.lab.folder, "still.jpg"))
+
+        def subscribe(*more):
+            return Program(self.lab, f"stills{len(self.lab.programs)}", "mosquitto_sub",
+                           *self.lab.tls("viewer"), "-F", "%q %r %x", "-t", STILL, *more)
+
+        def retained():
+            late = subscribe("-W", "1")
+            late.child.wait(30)
+            return re.findall(r"^\d 1 (\w+)$", late.text(), re.MULTILINE)
+
+        self.lab.run("mosquitto_pub", *self.lab.tls("cam1"), "-r", "-t", STILL, "-m", "earlier")
+        put(b"lay there")
+        viewer = subscribe()
+        publisher = self.lab.start_publisher("--still", "still.jpg", "--still-interval", "1",
+                                             "--still-size", "100")
+        viewer.wait_for(r"\d 0 \n")  # that of an earlier run is taken back
+        publisher.wait_for("broker: connected")
+        put(b"one")
+        viewer.wait_for("0 0 ffd86f6e65ffd9\n")
+        put(bytes(97))
+        publisher.wait_for("still.jpg: larger than 100 bytes")
+        self.assertEqual(retained(), ["ffd86f6e65ffd9"])
+        self.broker.kill()
+        publisher.wait_for("waiting for localhost:")
+        self.lab.start_broker()
+        wait_for(lambda: len(re.findall("broker: connected", publisher.text())) == 2, "connected again")
+        put(bytes(96))
+        wait_for(lambda: retained() == ["ffd8" + 96 * "00" + "ffd9"], "the next still")
+        self.assertNotIn(b"lay there".hex(), viewer.text())
+        self.assertEqual(publisher.end(), 0)
+        self.assertEqual(retained(), [])
+        self.assertEqual(publisher.text().count("larger"), 1)
 
     def test_no_event_is_lost_when_the_broker_goes(self):
         self.lab.start_daemon()
@@ -247,6 +300,7 @@ class MqttTest(unittest.TestCase):
             (["--settings", "strange.conf"], 2, "strange.conf:2: there is no setting ports"),
             (["--prefix", "a/#"], 2, "no prefix"),
             (["--rate", "x"], 2, "no number of frames"),
+            (["--still-size", "4000001"], 2, "no number of bytes"),
         )
         for arguments, status, text in table:
             with self.subTest(arguments):

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
+#include <unistd.h>
+
 namespace va
 {
 
@@ -125,13 +127,28 @@ Json shape_of(const Shape &shape)
     Json json = {{"Kind", shape_name(shape.kind)}, {"Number", shape.number}};
     if (is_line || shape.kind == Shape::Kind::Area)
         json["Rule"] = key_of(shape);
-    if (is_line)
+    if (is_line) {
         json["Crossing"] = crossing_name(shape.crossing);
+        json["Direction"] = shape.setting;
+    } else if (shape.kind == Shape::Kind::Area) {
+        json["Type"] = shape.setting;
+    }
     json["Used"] = shape.used;
     json["Points"] = list_of(shape.points, [](const Point &point) {
         return Json::array({point.x, point.y});
     });
     return json;
+}
+
+// By the words of "Crossing".
+Json known_directions()
+{
+    Json directions = Json::object();
+    for (const Crossing crossing : {Crossing::ToLeft, Crossing::ToRight, Crossing::Both}) {
+        if (const auto direction = direction_of(crossing))
+            directions[crossing_name(crossing)] = *direction;
+    }
+    return directions;
 }
 
 Json participant_of(const Participant &participant)
@@ -228,6 +245,13 @@ std::string text_of(const Json &json)
     return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
+std::string host_name()
+{
+    char name[256] = "";
+    gethostname(name, sizeof name - 1);
+    return name;
+}
+
 Topics::Topics(const CameraNames &names)
     : prefix_(names.prefix),
       profile_(level(names.profile)),
@@ -246,21 +270,40 @@ std::string Topics::frames(Stream stream) const
     return prefix_ + "/onvif-mj/VideoAnalytics/" + profile_ + '/' + std::string(name_of(stream));
 }
 
+std::string Topics::rule_topic(const char *name, const AlarmRule &rule) const
+{
+    return prefix_ + "/onvif-ej/RuleEngine/" + name + '/' + configuration_ + '/' + name_of(rule);
+}
+
 std::string Topics::line(const AlarmRule &rule) const
 {
-    return prefix_ + "/onvif-ej/RuleEngine/LineDetector/Crossed/" + configuration_ + '/' +
-           name_of(rule);
+    return rule_topic("LineDetector/Crossed", rule);
+}
+
+std::string Topics::counter(const AlarmRule &rule) const
+{
+    return rule_topic("CountAggregation/Counter", rule);
 }
 
 std::string Topics::area(const AlarmRule &rule) const
 {
-    return prefix_ + "/onvif-ej/RuleEngine/FieldDetector/ObjectsInside/" + configuration_ + '/' +
-           name_of(rule);
+    return rule_topic("FieldDetector/ObjectsInside", rule);
 }
 
 std::string Topics::tamper() const
 {
     return prefix_ + "/onvif-ej/VideoSource/GlobalSceneChange/AnalyticsService/" + source_;
+}
+
+std::string available_message(const Availability &availability)
+{
+    Json json = {{"State", availability.online ? "online" : "offline"}};
+    if (availability.since)
+        json["Since"] = utc_text(*availability.since);
+    if (!availability.why.empty())
+        json["Why"] = availability.why;
+    json["Version"] = VA_VERSION;
+    return text_of(json);
 }
 
 std::string frame_message(std::span<const Detection> detections, SystemTime time, Size frame,
@@ -278,6 +321,12 @@ std::string line_message(const Event &event, SystemTime time, const CameraNames 
     Json data = data_of(event.participants);
     data["Count"] = event.count;
     return event_text(time, rule_source(event.rule, names), data);
+}
+
+std::string counter_message(const AlarmRule &line, std::uint64_t count, SystemTime time,
+                            const CameraNames &names)
+{
+    return event_text(time, rule_source(line, names), {{"Count", count}});
 }
 
 std::string area_message(const AlarmRule &rule, bool inside, SystemTime time,
@@ -312,7 +361,9 @@ std::string track_message(const Event &event, SystemTime first, SystemTime last)
 std::string scene_message(const Scene &scene)
 {
     const Json size = {{"Width", scene.frame.width}, {"Height", scene.frame.height}};
-    return text_of({{"Frame", size}, {"Shapes", list_of(scene.shapes, shape_of)}});
+    return text_of({{"Frame", size},
+                    {"Shapes", list_of(scene.shapes, shape_of)},
+                    {"Directions", known_directions()}});
 }
 
 std::string losses_message(const Losses &losses, SystemTime time)

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <nlohmann/json_fwd.hpp>
+#include <optional>
 #include <span>
 #include <string>
 
@@ -16,6 +17,9 @@ using Json = nlohmann::ordered_json;
 
 // On one line; bytes that are no UTF-8 are replaced.
 std::string text_of(const Json &json);
+
+// What the camera is called unless it is told.
+std::string host_name();
 
 // Names of a camera and its parts.
 struct CameraNames {
@@ -31,6 +35,7 @@ public:
     explicit Topics(const CameraNames &names);
 
     std::string available() const { return prefix_ + "/va/available"; }
+    std::string still() const { return prefix_ + "/va/still"; }
     std::string scene() const { return prefix_ + "/va/scene"; }
     std::string lost() const { return prefix_ + "/va/lost"; }
     std::string track(std::uint32_t number) const;
@@ -38,15 +43,26 @@ public:
 
     // Events by the names that ONVIF gives them.
     std::string line(const AlarmRule &rule) const;
+    std::string counter(const AlarmRule &rule) const; // of a line
     std::string area(const AlarmRule &rule) const;
     std::string tamper() const;
 
 private:
+    std::string rule_topic(const char *name, const AlarmRule &rule) const;
+
     std::string prefix_;
     std::string profile_;
     std::string source_;
     std::string configuration_; // with the source in front
 };
+
+// Whether a camera is there, or why not.
+struct Availability {
+    bool online = false;
+    std::optional<SystemTime> since = {}; // when `online` changed, where that is known
+    std::string why = {};                 // for people; empty: there is nothing to say
+};
+std::string available_message(const Availability &availability);
 
 // The detections of a result. Its transformation maps pixels to ONVIF's frame, which is 2 wide and
 // 2 high around the origin, y upwards.
@@ -54,6 +70,9 @@ std::string frame_message(std::span<const Detection> detections, SystemTime time
                           const CameraNames &names);
 
 std::string line_message(const Event &event, SystemTime time, const CameraNames &names);
+// How often a line was crossed so far, the last time at `time`.
+std::string counter_message(const AlarmRule &line, std::uint64_t count, SystemTime time,
+                            const CameraNames &names);
 // `inside` is the area's state; `participants` are those who are or, when nobody is, were.
 std::string area_message(const AlarmRule &rule, bool inside, SystemTime time,
                          const CameraNames &names, std::span<const Participant> participants = {});
@@ -62,7 +81,7 @@ std::string tamper_message(bool tampered, SystemTime time, const CameraNames &na
 // An object that appeared or left; `first` and `last` are when it was first and last seen.
 std::string track_message(const Event &event, SystemTime first, SystemTime last);
 
-// The frame's size and what is marked in it.
+// The frame's size, what is marked in it, and the directions that a line's setting can have.
 std::string scene_message(const Scene &scene);
 
 // What was lost since the program was started.
