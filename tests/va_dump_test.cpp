@@ -1,5 +1,6 @@
 #include "client/capture.h"
 #include "ipc/network/socket.h"
+#include "records/records.h"
 #include "tests/support/client_data.h"
 #include "tests/support/daemon.h"
 #include "tests/support/store_file.h"
@@ -7,8 +8,6 @@
 #include "tools/common/printing.h"
 #include "tools/va_dump/filters.h"
 #include "tools/va_dump/status_printing.h"
-#include "tools/va_picture/picture_printer.h"
-#include "util/file.h"
 
 #include <algorithm>
 #include <csignal>
@@ -29,61 +28,7 @@ namespace
 
 using namespace va;
 using namespace va::dump;
-using namespace va::picture;
 using time_point = std::chrono::system_clock::time_point;
-
-TEST(PictureTest, ShowsSettingsObjectsAndForASecondAlarms)
-{
-    const std::string modules = "va.sensor=imx122 1920x1080 30/s\nmodule.od.state=runs\n"
-                                "module.fd.state=runs\n";
-    const DaemonStatus status = status_of(
-        modules + lines("filter.0.", {"name=CrossLine.C1", "event=1", "bit=0"}) +
-        lines("setting.CrossLine.C1.", {"StartX=5000", "StartY=0", "EndX=5000", "EndY=5000"}) +
-        window("setting.ObjectDetection.O1.", 0, 10, 0, 10) +
-        window("left_out.ObjectDetection.O2.", 0, 10, 0, 10) +
-        window("setting.FaceDetection.F9.", 0, 10, 0, 10));
-    const TempDir dir;
-    PicturePrinter printer(dir.file("picture"), PicturePrinter::From::Daemon);
-    const auto see = [&](const char *stream, const std::string &payload, Elapsed at) {
-        printer.record({*find_stream(stream), {}, at, bytes_of(payload)});
-    };
-    const auto shows = [&](const std::string &text) {
-        return read_file(dir.file("picture")).find(text) != std::string::npos;
-    };
-    using std::chrono::milliseconds;
-    const auto connect = [&](const char *stream, bool connected, Elapsed at) {
-        printer.connection({*find_stream(stream), {time_point(at), at}, connected, "text"});
-        printer.tick({{}, at + milliseconds(50)});
-    };
-    EXPECT_TRUE(shows("class='gone'") && shows(">waiting for the daemon<"));
-    connect("od", true, {});
-    printer.status({}, status);
-    EXPECT_TRUE(!shows("class='gone'") && shows(">live<"));
-    see("od", words({7, 3, 940, 540, 192, 108, 1036, 594, 0, 0}), milliseconds(60));
-    see("od", words({7, 3, 960, 540, 192, 108, 1056, 594, 0, 0}), milliseconds(100));
-    see("ta", words({1, 0, 0, 0}), milliseconds(100));
-    printer.tick({{}, milliseconds(150)});
-    EXPECT_TRUE(shows("class='trail'") && shows(">TAMPER<"));
-    see("od", words({8, 19, 0, 0, 1, 1, 0, 0, 0, 0}), milliseconds(200));
-    see("vmf", words({0, 1, 0, 0}), milliseconds(200));
-    printer.tick({{}, milliseconds(400)});
-    for (const char *text :
-         {">static 8<", ">line 1: CrossLine.C1, crossed 1x ALARM<", ">area 1: ObjectDetection.O1<",
-          ">area 2: ObjectDetection.O2 (not used)<", ">face watch 9: FaceDetection.F9<",
-          "od 3 vmf 1", "  line CrossLine.C1 crossed, 1 so far<"})
-        EXPECT_TRUE(shows(text)) << text;
-    EXPECT_FALSE(shows(">moving 7<")) << "of an earlier result";
-    EXPECT_FALSE(shows("non-detection window")) << "in the legend, but not configured";
-    printer.status({{}, milliseconds(2000)}, status_of(modules));
-    printer.tick({{}, milliseconds(2100)});
-    EXPECT_FALSE(shows(">static 8<") || shows(">line 1") || shows(">TAMPER<"));
-    connect("od", false, milliseconds(2200));
-    EXPECT_TRUE(shows("class='gone'") &&
-                shows(">daemon gone since " + time_of_day(time_point(milliseconds(2200)))));
-    EXPECT_NE(std::string::npos, read_file(dir.file("picture.js")).find("class='gone'"));
-    ASSERT_EQ(0, mkfifo(dir.file("pipe").c_str(), 0600));
-    EXPECT_EQ(-1, replace_file(dir.file("pipe"), ""));
-}
 
 TEST(DumpTest, WaitsReconnectsAndStopsAfterTheCount)
 {

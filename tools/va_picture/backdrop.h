@@ -1,70 +1,59 @@
 #pragma once
 
-#include "client/entries.h"
-#include "client/record.h"
+#include "tools/common/still_file.h"
+#include "tools/va_picture/message_file.h"
 
 #include <cstdint>
 #include <deque>
 #include <optional>
 #include <string>
-#include <vector>
-
-#include <sys/stat.h>
 
 namespace va::picture
 {
 
-// What a result tells of.
-struct Seen {
-    static constexpr Elapsed never{-3'600'000'000};
-
-    std::vector<Detection> detections;
-    Elapsed at = never;
-    std::optional<std::uint32_t> picture = {}; // in which it was seen, where that is known
-};
-
-// The still behind the boxes: a JPEG that whoever looks at the video puts anew into the place of a
-// file. It says in a comment at its beginning, "picture NUMBER", of which picture it is; it is
-// shown with the objects of that one, and so as late as they are.
-class Backdrop
+// Hands stills of the video on to the file, and the frames that it is given together with the
+// stills of their pictures, so that the objects neither run ahead nor lag behind: first the still,
+// then its frame. A still waits for its frame at most 150 ms. While stills do not come, or do not
+// say of which picture they are, frames are handed on at once; so is all else.
+class Backdrop : public MessageTarget
 {
 public:
-    // What lies there already is not shown.
-    explicit Backdrop(std::string path);
+    // `topic` is that of the stills in `path`. The file must outlive it.
+    Backdrop(std::string path, std::string topic, MessageFile &file);
 
-    // A result of object detection.
-    void take(const Seen &objects);
+    void event(const std::string &topic, const std::string &payload, bool retained) override;
+    void state(const std::string &topic, const std::string &payload) override;
+    void frame(const std::string &topic, const std::string &payload,
+               std::optional<std::uint32_t> picture) override;
 
-    // Looks for a new still; true when there is another to show, or none any more.
-    bool look(Elapsed now);
+    // Looks for a new still, and hands on what is due.
+    void look(Elapsed now);
 
     // When to look next.
-    Elapsed due() const;
-
-    // The JPEG to be shown, empty: none.
-    const std::string &still() const { return shown_.jpeg; }
-
-    // What was seen in it; `newest` where that is not known, and without a still.
-    const Seen &objects(const Seen &newest) const;
+    Elapsed due() const { return stills_.due(); }
 
 private:
-    struct Still {
-        std::string jpeg;
-        std::optional<std::uint32_t> picture;
-        Elapsed at{};
+    struct Frame {
+        std::string topic;
+        std::string payload;
+        std::uint32_t picture;
+    };
+    struct Waiting {
+        Still still;
+        Elapsed at;
     };
 
-    void read_file(Elapsed now);
-    bool may_be_shown(const Still &still, Elapsed now) const;
+    bool may_be_shown(const Waiting &waiting, Elapsed now) const;
+    void show(const Still &still);
+    void hand_on_frame();
 
-    std::string path_;
-    struct stat file_ = {}; // the last one looked at
-    bool said_ = false;     // what is wrong with it
-    Elapsed looked_{};
-    std::deque<Still> waiting_; // for their objects
-    Still shown_;
-    std::deque<Seen> results_; // the newest last
-    Seen nothing_;
+    StillFile stills_;
+    std::string topic_;
+    MessageFile &file_;
+    bool holds_frames_ = false;           // as the newest still says of which picture it is
+    std::deque<Waiting> waiting_;         // for their frames
+    std::deque<Frame> frames_;            // for their stills
+    std::optional<std::uint32_t> newest_; // picture of the newest frame
 };
 
 } // namespace va::picture
