@@ -66,8 +66,9 @@ by_init_script() {
     old=$(process)
     install /new.deb /picture.deb
     is_another "$old" || fail "not restarted"
-    timeout 60 va_picture -n 1 picture.svg
-    grep --quiet '</svg>' picture.svg
+    timeout 60 va_picture -n 1 picture.html
+    grep --quiet '</html>' picture.html
+    grep --quiet onvif-mj picture.js
     expect 0 $init status
     kill -STOP "$(process)"
     expect 151 $init status
