@@ -38,7 +38,8 @@ cp "$root/platform/sim/demo.conf" store
 start_daemon
 "$bin/va_picture" --directory run picture.html 2>picture.log &
 wait_until 20 has_page || die "$(<picture.log)"
-shoot "file://$PWD/picture.html" picture 1200 800 "dialog[open] .lit"
+# Lit after the sixth event is the line, with both objects in sight.
+shoot "file://$PWD/picture.html" picture 1200 560 "dialog[open] li:nth-child(6)" "dialog[open] .lit"
 stop_daemon
 
 start_wall 9
