@@ -37,6 +37,7 @@ class Card {
     this.state.id = `state-${++Card.made}`;
     this.button.setAttribute("aria-describedby", this.state.id);
     this.acknowledge = made("button", "acknowledge", head);
+    this.acknowledge.hidden = true;
     this.acknowledge.onclick = () => wall.acknowledge(this.camera);
     this.picture = new Picture(this.article, () => wall.mark(this));
     this.picture.svg.setAttribute("aria-hidden", "true");
