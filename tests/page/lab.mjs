@@ -1,0 +1,137 @@
+// What looks at the page: a browser, a broker of its own that serves it, and cameras that no daemon is
+// behind. Of the page's own packages.
+import { execFileSync, spawn } from "node:child_process";
+import { mkdtempSync, readdirSync, rmSync, writeFileSync } from "node:fs";
+import { createRequire } from "node:module";
+import { createServer } from "node:net";
+import { tmpdir, userInfo } from "node:os";
+
+const require = createRequire(new URL("../../page/package.json", import.meta.url));
+const { default: puppeteer } = await import(require.resolve("puppeteer-core"));
+const mqtt = require("mqtt");
+export const axe = require.resolve("axe-core");
+
+export const EVENT = "onvif-ej/RuleEngine/";
+export const LINE = `${EVENT}LineDetector/Crossed/&V/A/CrossLine.C0`;
+export const COUNTER = `${EVENT}CountAggregation/Counter/&V/A/CrossLine.C0`;
+export const AREA = `${EVENT}FieldDetector/ObjectsInside/&V/A/ObjectDetection.O0`;
+export const TAMPER = "onvif-ej/VideoSource/GlobalSceneChange/AnalyticsService/&V";
+export const FRAME = "onvif-mj/VideoAnalytics/P/od";
+
+export const utc = time => new Date(time).toISOString();
+export const event = (Data, time = Date.now()) => ({ UtcTime: utc(time), Source: {}, Data });
+export const online = () => ({ State: "online", Since: utc(Date.now()), Version: "1" });
+export const SCENE = {
+  Frame: { Width: 1920, Height: 1080 }, Directions: { "to left": 2, "to right": 1, "both": 0 },
+  Shapes: [{ Kind: "line", Number: 0, Rule: "CrossLine.C0", Crossing: "both", Direction: -1, Used: true,
+             Points: [[4000, 0], [5000, 9999]] },
+           { Kind: "area", Number: 0, Rule: "ObjectDetection.O0", Type: 1, Used: true,
+             Points: [[6000, 5000], [6000, 9000], [9000, 9000], [9000, 5000]] }],
+};
+
+// So many people who walk to and fro, at `time` in ms.
+export function frame(count = 3, time = Date.now()) {
+  const walker = (_, i) => {
+    const x = Math.round(1920 * (.1 + .8 * Math.abs((time / 8000 + i / count) % 2 - 1)));
+    const y = 200 + i * 197 % 700;
+    const box = { "@left": x - 40, "@top": y - 90, "@right": x + 40, "@bottom": y + 90 };
+    return { "@ObjectId": i, Appearance: {
+      Class: { Type: "Moving" },
+      Shape: { BoundingBox: box, CenterOfGravity: { "@x": x, "@y": y } },
+    } };
+  };
+  return { Frame: [{ "@UtcTime": utc(time), "@Source": "V", Object: Array.from({ length: count }, walker),
+    Transformation: { Translate: { "@x": -1, "@y": 1 }, Scale: { "@x": 2 / 1920, "@y": -2 / 1080 } } }] };
+}
+
+// Is true within 20 s, or an error that says of what it was not.
+export async function until(condition) {
+  for (const end = Date.now() + 20000; Date.now() < end;) {
+    if (await condition()) return;
+    await new Promise(resolve => setTimeout(resolve, 50));
+  }
+  throw new Error(`not within 20 s: ${condition}`);
+}
+
+async function freePort() {
+  const server = createServer();
+  await new Promise(resolve => server.listen(0, "127.0.0.1", resolve));
+  const { port } = server.address();
+  await new Promise(resolve => server.close(resolve));
+  return port;
+}
+
+// A Mosquitto that serves the page in the folder `www`.
+export class Broker {
+  constructor(www) {
+    this.www = www;
+    this.folder = mkdtempSync(`${tmpdir()}/broker-`);
+    this.clients = [];
+  }
+
+  // Only with the account {name: password}, if there is one.
+  async start(account) {
+    this.port ??= await freePort();
+    this.pagePort ??= await freePort();
+    this.url = `http://127.0.0.1:${this.pagePort}/`;
+    const passwords = `${this.folder}/passwords`;
+    writeFileSync(passwords, "", { mode: 0o600 });
+    for (const [name, password] of Object.entries(account ?? {}))
+      execFileSync("mosquitto_passwd", ["-b", passwords, name, password]);
+    writeFileSync(`${this.folder}/conf`, [
+      "per_listener_settings true", `user ${userInfo().username}`, "log_type subscribe",
+      "log_type unsubscribe", "max_queued_messages 100000", "set_tcp_nodelay true",
+      `listener ${this.port} 127.0.0.1`, "allow_anonymous true",
+      `listener ${this.pagePort} 127.0.0.1`, "protocol websockets", `http_dir ${this.www}`,
+      ...(account ? ["allow_anonymous false", `password_file ${passwords}`] : ["allow_anonymous true"]),
+    ].join("\n"));
+    this.process = spawn("mosquitto", ["-c", `${this.folder}/conf`], { stdio: ["ignore", "ignore", "pipe"] });
+    this.log = "";
+    this.process.stderr.on("data", text => { this.log += text; });
+    this.ended = new Promise(resolve => this.process.on("exit", resolve));
+    await until(() => fetch(this.url).then(({ ok }) => ok, () => false));
+  }
+
+  async kill() {
+    this.process.kill("SIGKILL");
+    await this.ended;
+  }
+
+  async stop() {
+    for (const client of this.clients) client.end(true);
+    await this.kill();
+    rmSync(this.folder, { recursive: true });
+  }
+
+  // The cameras whose frames are subscribed, as the broker says.
+  subscribed() {
+    const cameras = new Set();
+    for (const [, qos, camera] of this.log.matchAll(/^\d+: \S+ (?:([012]) )?(.*)\/onvif-mj\/#$/gm))
+      if (qos) cameras.add(camera); else cameras.delete(camera);
+    return [...cameras].sort();
+  }
+
+  // A client that publishes what cameras would.
+  async camera(options = {}) {
+    const client = await mqtt.connectAsync(`mqtt://127.0.0.1:${this.port}`, options);
+    this.clients.push(client);
+    client.on("error", () => {});
+    client.tell = (topic, message, retain = false) => client.publishAsync(
+      topic, typeof message === "string" || Buffer.isBuffer(message) ? message : JSON.stringify(message),
+      { retain, qos: 1 });
+    return client;
+  }
+}
+
+export async function launch() {
+  const profile = mkdtempSync(`${tmpdir()}/page-`);
+  const browser = await puppeteer.launch({
+    executablePath: "/usr/bin/chromium", userDataDir: profile,
+    args: ["--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
+           "--disable-background-networking", "--disable-component-update", "--disable-sync"],
+  });
+  return { browser, end: async () => {
+    await browser.close();
+    rmSync(profile, { recursive: true });
+  } };
+}
