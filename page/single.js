@@ -51,11 +51,12 @@ class Single {
     byId("single-events").hidden = isOn;
   }
 
-  show(now, { text, className }) {
+  show(now, { text, className, badges }) {
     const { camera } = this;
     this.dialog.className = `${className}${this.editor.isOpen ? " editing" : ""}`;
     setText(byId("single-state"), text);
-    byId("single-acknowledge").hidden = camera.attention() === 0;
+    setText(byId("single-badges"), badges);
+    byId("single-acknowledge").hidden = !this.wall.asksFor(camera);
     byId("single-edit").disabled = !camera.scene;
     this.picture.draw(camera, now, true);
     if (this.told !== camera.told) this.listEvents();

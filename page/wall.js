@@ -50,7 +50,7 @@ class Card {
     setText(this.state, text);
     this.state.title = text;
     setText(this.badges, badges);
-    const asks = wall.alarmsFirst && camera.attention() > 0;
+    const asks = wall.asksFor(camera);
     this.acknowledge.hidden = !asks;
     if (asks) setText(this.acknowledge, camera.alarms ? `Acknowledge ${camera.alarms}` : "Acknowledge");
     this.picture.draw(camera, now, camera.hasFreshStill(now));
@@ -178,6 +178,11 @@ class Wall {
     this.redraw();
   }
 
+  // Whether somebody has to acknowledge what happened.
+  asksFor(camera) {
+    return this.alarmsFirst && camera.attention() > 0;
+  }
+
   acknowledge(camera) {
     camera.acknowledge();
     const card = this.cards.get(camera.name);
@@ -280,7 +285,7 @@ class Wall {
     const counted = { live: 0, alarms: 0, offline: 0, unreadable: 0 };
     let asked = 0;
     for (const camera of this.connected ? cameras : []) {
-      const isAsked = this.alarmsFirst && camera.attention() > 0;
+      const isAsked = this.asksFor(camera);
       asked += isAsked;
       counted.live += camera.online === true;
       counted.offline += camera.online === false;

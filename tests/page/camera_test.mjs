@@ -103,7 +103,7 @@ test("alarms: raised by events, not by states; ended by their end and when nothi
 
   assert.equal(lab.take(LINE, event(5, {
     Objects: [{ ObjectId: 7, Class: "Moving", Crossing: "to left" }], Count: 9 }), { now: 500 }),
-    "line 0 crossed by moving 7 to left");
+    "line 0 crossed by moving 7 to the left");
   same([camera.isLit("CrossLine.C0", 1499), camera.isLit("CrossLine.C0", 1501)], [true, false]);
   lab.take(TAMPER, event(6, { State: true }));
   same(camera.alarmsNow(1000), ["tampering", "line 0"]);
@@ -118,7 +118,7 @@ test("alarms: raised by events, not by states; ended by their end and when nothi
   lab.take(TAMPER, event(9, { State: false }));
   same(camera.alarmsNow(1000), ["line 0"]);
   same(lab.texts(), ["tampering ended", "online", "offline: the daemon has gone", "tampering began",
-                     "line 0 crossed by moving 7 to left", "area 0 entered by moving 7", "area 0 left"]);
+                     "line 0 crossed by moving 7 to the left", "area 0 entered by moving 7", "area 0 left"]);
 });
 
 test("events: by their time, each once, the newest hundred", () => {
