@@ -194,7 +194,7 @@ inLab("a single camera: opened and closed in each way, its picture as wide as fi
     await tell(`${camera}/${LINE}`, event(data, Date.UTC(2020, 1, 1, 12, 0, second)));
   await tell(`${camera}/${COUNTER}`, event({ Count: 41 }), true);
   await page.until(() => document.querySelectorAll("#single-events li").length === 3);
-  assert.match((await page.texts("#single-events li"))[0], /09line 0 crossed by moving 7 to left$/);
+  assert.match((await page.texts("#single-events li"))[0], /09line 0 crossed by moving 7 to the left$/);
   await page.shows("#single-picture .label", "line 0: 41");
   await page.shows("#single-announcer, #announcer", "line 0 crossed");
   await page.audit("single");
