@@ -3,12 +3,13 @@
 // A single camera over the wall: its picture as large as fits, its events, its editor.
 
 class Single {
-  // `wall` has open(name) and close() by the page's address, and acknowledge(camera).
+  // `wall` has open(name) and close() by the page's address, acknowledge(camera), and drawSingle().
   constructor(wall) {
     this.wall = wall;
     this.camera = null;
     this.dialog = byId("single");
-    this.picture = new Picture(byId("single-picture"), () => this.wall.redraw());
+    // At once, so that it is in the frame in which the dialog opens.
+    this.picture = new Picture(byId("single-picture"), () => this.wall.drawSingle());
     this.picture.svg.setAttribute("role", "img");
     const handles = this.picture.element.appendChild(document.createElementNS(SVG, "svg"));
     handles.classList.add("editor");

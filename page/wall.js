@@ -19,6 +19,11 @@ function clock(time) {
   });
 }
 
+// What the address names, or "": also when somebody mistyped it.
+function askedByAddress() {
+  try { return decodeURI(location.hash.slice(1)); } catch { return ""; }
+}
+
 class Card {
   constructor(wall, name) {
     this.wall = wall;
@@ -239,9 +244,14 @@ class Wall {
     if (!this.isLaidOut) this.layOut();
     for (const card of this.dirty) {
       if (card.inView) card.show(now);
-      if (this.single.camera === card.camera) this.single.show(now, this.stateOf(card.camera, now));
+      if (this.single.camera === card.camera) this.drawSingle(now);
     }
     this.dirty.clear();
+  }
+
+  drawSingle(now = performance.now()) {
+    const { camera } = this.single;
+    if (camera) this.single.show(now, this.stateOf(camera, now));
   }
 
   // Of a camera as it is now: {text, className, badges}.
@@ -317,7 +327,7 @@ class Wall {
   }
 
   followAddress() {
-    const asked = decodeURI(location.hash.slice(1));
+    const asked = askedByAddress();
     const card = asked && (this.cards.get(asked) ?? this.order.find(({ camera }) =>
       this.shortName(camera.name) === asked || camera.name.endsWith(`/${asked}`)));
     const before = this.single.camera && this.cards.get(this.single.camera.name);
