@@ -4,6 +4,7 @@
 // `view` is what it is drawn into: width and height in pixels, and widthOf(text) of a label.
 
 const LABEL = { height: 16, margin: 4, baseline: 12 }; // pixels
+const NEAR = 3 * (LABEL.height + 2); // pixels, within which a label is seen to belong to its box
 const ARROW = { length: 20, half: 9 };
 const EDGE = 2;
 const SHAPE_CLASSES = {
@@ -26,7 +27,7 @@ class Labels {
     const { width } = this.view;
     const label = { width: this.view.widthOf(text) + 2 * LABEL.margin, height: LABEL.height };
     label.x = Math.min(Math.max(corner.x, EDGE), Math.max(width - label.width - EDGE, EDGE));
-    label.y = this.free(label, corner.y, [...this.taken, ...this.boxes]) ??
+    label.y = this.free(label, corner.y, [...this.taken, ...this.boxes], NEAR) ??
       this.free(label, corner.y, this.taken) ?? this.within(corner.y);
     this.taken.push(label);
     this.elements.push(
@@ -38,10 +39,10 @@ class Labels {
     return Math.max(Math.min(y, this.view.height - LABEL.height - EDGE), EDGE);
   }
 
-  free(label, wanted, others) {
+  free(label, wanted, others, farthest = this.view.height) {
     const beside = others.filter(({ x, width }) => label.x < x + width && x < label.x + label.width);
     const first = this.within(wanted);
-    for (let away = 0; away < this.view.height; away += LABEL.height + EDGE) {
+    for (let away = 0; away <= farthest; away += LABEL.height + EDGE) {
       const y = [first - away, first + away].find(y => y === this.within(y) &&
         beside.every(other => y >= other.y + other.height || other.y >= y + LABEL.height));
       if (y !== undefined) return y;

@@ -6,6 +6,7 @@
 
 const LEAST_WIDTH = 300;       // pixels, of a card
 const CAMERAS_KEPT = 5000;
+const AROUND = 48;             // pixels, what a card has above and below its picture, with the gap
 const TICK = 250;              // ms
 const SILENCE = 3000;          // ms until it is worth a word
 const byName = new Intl.Collator(undefined, { numeric: true }).compare;
@@ -201,10 +202,11 @@ class Wall {
     this.isLaidOut = true;
     const cameras = byId("cameras");
     const count = this.cards.size;
+    byId("empty").hidden ||= count > 0; // takes room
     const width = cameras.clientWidth;
     const height = window.innerHeight - cameras.getBoundingClientRect().top - window.scrollY;
     const fitting = columns => Math.min(width / columns,
-      (height / Math.ceil(count / columns) - 42) * 16 / 9); // of a card, with its head
+      (height / Math.ceil(count / columns) - AROUND) * 16 / 9);
     let best = 1;
     for (let columns = 2; columns <= Math.min(count, 12); ++columns)
       if (fitting(columns) > fitting(best)) best = columns;
