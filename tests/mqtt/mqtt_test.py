@@ -217,6 +217,11 @@ class MqttTest(unittest.TestCase):
         self.assertEqual(publisher.end(), 0)
         self.assertEqual(retained(), [])
         self.assertEqual(publisher.text().count("larger"), 1)
+        self.lab.start_publisher("--still", "still.jpg", "--still-interval", "3600").wait_for("connected")
+        put(b"two")
+        wait_for(lambda: retained() == ["ffd874776fffd9"], "one more")
+        put(b"three")  # too soon
+        self.assertEqual(retained(), ["ffd874776fffd9"])
 
     def test_no_event_is_lost_when_the_broker_goes(self):
         self.lab.start_daemon()
