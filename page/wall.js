@@ -16,7 +16,7 @@ function clock(time) {
   const shown = new Date(time);
   const isToday = shown.toDateString() === new Date().toDateString();
   return shown.toLocaleString([], {
-    ...(isToday ? {} : { dateStyle: "short" }), timeStyle: "medium", hourCycle: "h23",
+    ...(isToday ? {} : { dateStyle: "medium" }), timeStyle: "medium", hourCycle: "h23",
   });
 }
 
