@@ -221,7 +221,8 @@ class MqttTest(unittest.TestCase):
         put(b"two")
         wait_for(lambda: retained() == ["ffd874776fffd9"], "one more")
         put(b"three")  # too soon
-        self.assertEqual(retained(), ["ffd874776fffd9"])
+        for _ in range(2):
+            self.assertEqual(retained(), ["ffd874776fffd9"])
 
     def test_no_event_is_lost_when_the_broker_goes(self):
         self.lab.start_daemon()
