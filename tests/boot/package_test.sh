@@ -68,7 +68,7 @@ by_init_script() {
     is_another "$old" || fail "not restarted"
     timeout 60 va_picture -n 1 picture.html
     grep --quiet '</html>' picture.html
-    grep --quiet onvif-mj picture.js
+    grep --quiet va/available picture.js
     expect 0 $init status
     kill -STOP "$(process)"
     expect 151 $init status
