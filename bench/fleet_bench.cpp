@@ -163,7 +163,8 @@ struct Reader {
             delays.push_back(clock_us() - made);
         } else if (topic.find("/LineDetector/") != std::string_view::npos) {
             ++crossings;
-        } else if (topic.ends_with("/va/available") && payload == "online" && ++here == count) {
+        } else if (topic.ends_with("/va/available") &&
+                   payload.find(R"("State":"online")") != payload.npos && ++here == count) {
             std::puts("here");
         }
     }
