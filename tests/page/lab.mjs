@@ -1,7 +1,8 @@
 // What looks at the page: a browser, a broker of its own that serves it, and cameras that no daemon is
 // behind. Of the page's own packages.
+import assert from "node:assert/strict";
 import { execFileSync, spawn } from "node:child_process";
-import { mkdtempSync, readdirSync, rmSync, writeFileSync } from "node:fs";
+import { mkdtempSync, readFileSync, renameSync, rmSync, writeFileSync } from "node:fs";
 import { createRequire } from "node:module";
 import { createServer } from "node:net";
 import { tmpdir, userInfo } from "node:os";
@@ -9,7 +10,7 @@ import { tmpdir, userInfo } from "node:os";
 const require = createRequire(new URL("../../page/package.json", import.meta.url));
 const { default: puppeteer } = await import(require.resolve("puppeteer-core"));
 const mqtt = require("mqtt");
-export const axe = require.resolve("axe-core");
+const axe = require.resolve("axe-core");
 
 export const EVENT = "onvif-ej/RuleEngine/";
 export const LINE = `${EVENT}LineDetector/Crossed/&V/A/CrossLine.C0`;
@@ -111,14 +112,22 @@ export class Broker {
     return [...cameras].sort();
   }
 
-  // A client that publishes what cameras would.
+  // A client that publishes what cameras would: number 3 is cameras/camera3.
   async camera(options = {}) {
     const client = await mqtt.connectAsync(`mqtt://127.0.0.1:${this.port}`, options);
     this.clients.push(client);
     client.on("error", () => {});
-    client.tell = (topic, message, retain = false) => client.publishAsync(
-      topic, typeof message === "string" || Buffer.isBuffer(message) ? message : JSON.stringify(message),
+    client.tell = (camera, part, message, retain = true) => client.publishAsync(
+      `${Number.isInteger(camera) ? `cameras/camera${camera}` : camera}/${part}`,
+      typeof message === "string" || Buffer.isBuffer(message) ? message : JSON.stringify(message),
       { retain, qos: 1 });
+    client.raise = (camera, part, data, time) => client.tell(camera, part, event(data, time), false);
+    client.introduce = async (count, prefix = "cameras/camera") => {
+      for (let i = 1; i <= count; ++i) {
+        await client.tell(`${prefix}${i}`, "va/scene", SCENE);
+        await client.tell(`${prefix}${i}`, "va/available", online());
+      }
+    };
     return client;
   }
 }
@@ -134,4 +143,101 @@ export async function launch() {
     await browser.close();
     rmSync(profile, { recursive: true });
   } };
+}
+
+export const WIDE = { width: 1366, height: 768 };
+export const PHONE = { width: 390, height: 844 };
+
+// A page of a browser that has kept nothing. What waits does so for 20 s.
+export class Page {
+  static async open(browser, address, pictures) {
+    const context = await browser.createBrowserContext();
+    const page = Object.assign(new Page(), { context, pictures, faults: [], tab: await context.newPage() });
+    page.tab.on("pageerror", fault => page.faults.push(fault.stack));
+    page.tab.on("console", said => { // that a broker is away is no fault of the page
+      if (said.type() === "error" && !said.text().startsWith("WebSocket connection"))
+        page.faults.push(said.text());
+    });
+    await page.tab.setViewport(WIDE);
+    await page.tab.goto(address);
+    return page;
+  }
+
+  async close() {
+    await this.context.close();
+    assert.deepEqual(this.faults, []);
+  }
+
+  until(what, ...more) {
+    return this.tab.waitForFunction(what, { timeout: 20000, polling: 50 }, ...more);
+  }
+
+  // Of all that match and are visible, one has this text.
+  shows(selector, text = "") {
+    return this.until((selector, text) => [...document.querySelectorAll(selector)].some(element =>
+      element.checkVisibility() && element.textContent.includes(text)), selector, text);
+  }
+
+  gone(selector) {
+    return this.until(selector => ![...document.querySelectorAll(selector)].some(element =>
+      element.checkVisibility()), selector);
+  }
+
+  reads(selector, texts) {
+    return this.until((selector, texts) => texts === String([...document.querySelectorAll(selector)]
+      .map(({ textContent }) => textContent)), selector, String(texts));
+  }
+
+  press(key) { return this.tab.keyboard.press(key); }
+
+  // Nothing is wrong, as far as a program sees, for who sees little or nothing. With screenshots.
+  async audit(name) {
+    for (const [size, viewport] of Object.entries({ phone: PHONE, wide: WIDE })) {
+      await this.tab.setViewport(viewport);
+      await this.tab.screenshot({ path: `${this.pictures}/${name}-${size}.png` });
+      if (!await this.tab.evaluate(() => "axe" in window)) await this.tab.addScriptTag({ path: axe });
+      const { violations } = await this.tab.evaluate(() => axe.run());
+      const found = violations.map(({ id, nodes }) => [id, ...nodes.map(({ html }) => html)]);
+      assert.deepEqual(found, [], `${name} ${size}`);
+    }
+  }
+}
+
+// A page as va_picture writes it, and the files beside it.
+export class Files {
+  constructor() {
+    this.folder = mkdtempSync(`${tmpdir()}/page-`);
+    this.url = `file://${this.folder}/scene.html`;
+    const read = name => readFileSync(new URL(`../../page/${name}`, import.meta.url), "utf8");
+    this.write("scene.html", read("index.html")
+      .replace(/<link rel="stylesheet" href="([^"]+)">/, (_, name) => `<style>${read(name)}</style>`)
+      .replace('<script src="mqtt.js"></script>', "").replace("broker.js", "file.js")
+      .replace(/<script src="([^"]+)">/g, (_, name) => `<script>${read(name)}`));
+  }
+
+  write(name, content) { // whole, as the page may look at any time
+    writeFileSync(`${this.folder}/new`, content);
+    renameSync(`${this.folder}/new`, `${this.folder}/${name}`);
+  }
+
+  // The messages [topic, payload or {file}, retained]: the first `after` as the whole, the others as
+  // news, again and again.
+  publish(messages, after, run = 1) {
+    const numbered = messages.map(([topic, payload, retained], i) => ({ n: i + 1, at: Date.now(), retained,
+      topic: `host/${topic}`, ...payload.file ? payload : { payload } }));
+    const write = (name, messages, after) => this.write(name,
+      `takeMessages(${JSON.stringify({ run, written: Date.now(), after, messages })});\n`);
+    this.pause();
+    write("scene.js", numbered.slice(0, after), 0);
+    const news = () => write("scene.new.js", numbered.slice(after), after);
+    news();
+    this.timer = setInterval(news, 500);
+  }
+
+  pause() { clearInterval(this.timer); }
+
+  stop() {
+    this.pause();
+    rmSync(this.folder, { recursive: true });
+  }
 }
