@@ -1,5 +1,5 @@
-// What looks at the page: a browser, a broker of its own that serves it, and cameras that no daemon is
-// behind. Of the page's own packages.
+// What looks at the page: a browser, a broker of its own that serves it, and cameras that no daemon
+// is behind. Of the page's own packages.
 import assert from "node:assert/strict";
 import { execFileSync, spawn } from "node:child_process";
 import { mkdtempSync, readFileSync, renameSync, rmSync, writeFileSync } from "node:fs";
@@ -24,10 +24,12 @@ export const event = (Data, time = Date.now()) => ({ UtcTime: utc(time), Source:
 export const online = () => ({ State: "online", Since: utc(Date.now()), Version: "1" });
 export const SCENE = {
   Frame: { Width: 1920, Height: 1080 }, Directions: { "to left": 2, "to right": 1, "both": 0 },
-  Shapes: [{ Kind: "line", Number: 0, Rule: "CrossLine.C0", Crossing: "both", Direction: -1, Used: true,
-             Points: [[4000, 0], [5000, 9999]] },
-           { Kind: "area", Number: 0, Rule: "ObjectDetection.O0", Type: 1, Used: true,
-             Points: [[6000, 5000], [6000, 9000], [9000, 9000], [9000, 5000]] }],
+  Shapes: [
+    { Kind: "line", Number: 0, Rule: "CrossLine.C0", Crossing: "both", Direction: -1, Used: true,
+      Points: [[4000, 0], [5000, 9999]] },
+    { Kind: "area", Number: 0, Rule: "ObjectDetection.O0", Type: 1, Used: true,
+      Points: [[6000, 5000], [6000, 9000], [9000, 9000], [9000, 5000]] },
+  ],
 };
 
 // So many people who walk to and fro, at `time` in ms.
@@ -41,8 +43,10 @@ export function frame(count = 3, time = Date.now()) {
       Shape: { BoundingBox: box, CenterOfGravity: { "@x": x, "@y": y } },
     } };
   };
-  return { Frame: [{ "@UtcTime": utc(time), "@Source": "V", Object: Array.from({ length: count }, walker),
-    Transformation: { Translate: { "@x": -1, "@y": 1 }, Scale: { "@x": 2 / 1920, "@y": -2 / 1080 } } }] };
+  return { Frame: [{
+    "@UtcTime": utc(time), "@Source": "V", Object: Array.from({ length: count }, walker),
+    Transformation: { Scale: { "@x": 2 / 1920, "@y": -2 / 1080 } },
+  }] };
 }
 
 // Is true within 20 s, or an error that says of what it was not.
@@ -84,9 +88,10 @@ export class Broker {
       "log_type unsubscribe", "max_queued_messages 100000", "set_tcp_nodelay true",
       `listener ${this.port} 127.0.0.1`, "allow_anonymous true",
       `listener ${this.pagePort} 127.0.0.1`, "protocol websockets", `http_dir ${this.www}`,
-      ...(account ? ["allow_anonymous false", `password_file ${passwords}`] : ["allow_anonymous true"]),
+      `allow_anonymous ${!account}`, account ? `password_file ${passwords}` : "",
     ].join("\n"));
-    this.process = spawn("mosquitto", ["-c", `${this.folder}/conf`], { stdio: ["ignore", "ignore", "pipe"] });
+    this.process = spawn("mosquitto", ["-c", `${this.folder}/conf`],
+                         { stdio: ["ignore", "ignore", "pipe"] });
     this.log = "";
     this.process.stderr.on("data", text => { this.log += text; });
     this.ended = new Promise(resolve => this.process.on("exit", resolve));
@@ -121,7 +126,8 @@ export class Broker {
       `${Number.isInteger(camera) ? `cameras/camera${camera}` : camera}/${part}`,
       typeof message === "string" || Buffer.isBuffer(message) ? message : JSON.stringify(message),
       { retain, qos: 1 });
-    client.raise = (camera, part, data, time) => client.tell(camera, part, event(data, time), false);
+    client.raise = (camera, part, data, time) =>
+      client.tell(camera, part, event(data, time), false);
     client.introduce = async (count, prefix = "cameras/camera") => {
       for (let i = 1; i <= count; ++i) {
         await client.tell(`${prefix}${i}`, "va/scene", SCENE);
@@ -152,7 +158,8 @@ export const PHONE = { width: 390, height: 844 };
 export class Page {
   static async open(browser, address, pictures) {
     const context = await browser.createBrowserContext();
-    const page = Object.assign(new Page(), { context, pictures, faults: [], tab: await context.newPage() });
+    const page = Object.assign(new Page(), { context, pictures, faults: [] });
+    page.tab = await context.newPage();
     page.tab.on("pageerror", fault => page.faults.push(fault.stack));
     page.tab.on("console", said => { // that a broker is away is no fault of the page
       if (said.type() === "error" && !said.text().startsWith("WebSocket connection"))
@@ -195,7 +202,8 @@ export class Page {
     for (const [size, viewport] of Object.entries({ phone: PHONE, wide: WIDE })) {
       await this.tab.setViewport(viewport);
       await this.tab.screenshot({ path: `${this.pictures}/${name}-${size}.png` });
-      if (!await this.tab.evaluate(() => "axe" in window)) await this.tab.addScriptTag({ path: axe });
+      if (!await this.tab.evaluate(() => "axe" in window))
+        await this.tab.addScriptTag({ path: axe });
       const { violations } = await this.tab.evaluate(() => axe.run());
       const found = violations.map(({ id, nodes }) => [id, ...nodes.map(({ html }) => html)]);
       assert.deepEqual(found, [], `${name} ${size}`);
@@ -210,7 +218,7 @@ export class Files {
     this.url = `file://${this.folder}/scene.html`;
     const read = name => readFileSync(new URL(`../../page/${name}`, import.meta.url), "utf8");
     this.write("scene.html", read("index.html")
-      .replace(/<link rel="stylesheet" href="([^"]+)">/, (_, name) => `<style>${read(name)}</style>`)
+      .replace(/<link rel="stylesheet" href="(.+)">/, (_, name) => `<style>${read(name)}</style>`)
       .replace('<script src="mqtt.js"></script>', "").replace("broker.js", "file.js")
       .replace(/<script src="([^"]+)">/g, (_, name) => `<script>${read(name)}`));
   }
@@ -220,11 +228,12 @@ export class Files {
     renameSync(`${this.folder}/new`, `${this.folder}/${name}`);
   }
 
-  // The messages [topic, payload or {file}, retained]: the first `after` as the whole, the others as
-  // news, again and again.
+  // The messages [topic, payload or {file}, retained]: the first `after` as the whole, the others
+  // as news, again and again.
   publish(messages, after, run = 1) {
-    const numbered = messages.map(([topic, payload, retained], i) => ({ n: i + 1, at: Date.now(), retained,
-      topic: `host/${topic}`, ...payload.file ? payload : { payload } }));
+    const numbered = messages.map(([topic, payload, retained], i) => ({
+      n: i + 1, at: Date.now(), topic: `host/${topic}`, retained,
+      ...payload.file ? payload : { payload } }));
     const write = (name, messages, after) => this.write(name,
       `takeMessages(${JSON.stringify({ run, written: Date.now(), after, messages })});\n`);
     this.pause();
