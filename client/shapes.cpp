@@ -1,9 +1,9 @@
 #include "client/shapes.h"
 
 #include "records/records.h"
+#include "util/text.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstdlib>
 #include <string_view>
 
@@ -40,15 +40,6 @@ const char *key_beginning(Kind kind)
 Kind kind_of(AlarmRule::Source source)
 {
     return source == AlarmRule::Source::Line ? Kind::Line : Kind::Area;
-}
-
-std::optional<int> number_in(std::string_view text)
-{
-    int number = 0;
-    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc() || stop != text.data() + text.size())
-        return std::nullopt;
-    return number;
 }
 
 // The settings of one window, line or area.
@@ -111,7 +102,7 @@ void add(Scene &scene, const DaemonStatus &status, Kind kind, const char *sectio
 {
     const std::string beginning = key_beginning(kind);
     for (const std::string &name : status.names_below(section + beginning)) {
-        const auto number = number_in(name);
+        const auto number = number_in<int>(name);
         if (!number)
             continue;
         const Settings settings(status, section, beginning + name);
@@ -160,7 +151,7 @@ std::optional<AlarmRule> rule_named(std::string_view name, int event, int bit)
         const std::string_view beginning = key_beginning(kind_of(source));
         if (!name.starts_with(beginning))
             continue;
-        if (const auto number = number_in(name.substr(beginning.size())))
+        if (const auto number = number_in<int>(name.substr(beginning.size())))
             return AlarmRule{source, event, bit, number};
     }
     return std::nullopt;
@@ -173,8 +164,8 @@ void add_rules(Scene &scene, const DaemonStatus &status)
 {
     for (const std::string &filter : status.names_below("filter.")) {
         const std::string key = "filter." + filter;
-        const auto event = number_in(status.value(key + ".event"));
-        const auto bit = number_in(status.value(key + ".bit"));
+        const auto event = number_in<int>(status.value(key + ".event"));
+        const auto bit = number_in<int>(status.value(key + ".bit"));
         if (!event || *event < 0 || *event >= event_codes || !bit || *bit < 0 || *bit >= mask_bits)
             continue; // of another version
         if (const auto rule = rule_named(status.value(key + ".name"), *event, *bit))
@@ -188,8 +179,9 @@ std::optional<Size> frame_in(std::string_view sensor)
     sensor = sensor.substr(0, sensor.rfind(' '));
     sensor.remove_prefix(std::min(sensor.size(), sensor.rfind(' ') + 1));
     const std::size_t cross = std::min(sensor.find('x'), sensor.size());
-    const int width = number_in(sensor.substr(0, cross)).value_or(0);
-    const int height = number_in(sensor.substr(std::min(cross + 1, sensor.size()))).value_or(0);
+    const int width = number_in<int>(sensor.substr(0, cross)).value_or(0);
+    const int height =
+        number_in<int>(sensor.substr(std::min(cross + 1, sensor.size()))).value_or(0);
     if (width <= 0 || height <= 0)
         return std::nullopt;
     return Size{width, height};

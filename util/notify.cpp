@@ -1,8 +1,9 @@
 #include "util/notify.h"
 
+#include "util/text.h"
+
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -24,12 +25,9 @@ std::optional<Number> take_number(const char *name)
     const char *const text = std::getenv(name);
     if (!text)
         return {};
-    Number number = 0;
-    const std::string_view all = text;
-    const auto [stop, error] = std::from_chars(all.begin(), all.end(), number);
-    const bool whole = error == std::errc() && stop == all.end();
+    const auto number = va::number_in<Number>(text);
     unsetenv(name);
-    return whole ? std::optional(number) : std::nullopt;
+    return number;
 }
 
 std::chrono::microseconds take_interval()

@@ -2,17 +2,17 @@
 
 #include "util/fd.h"
 #include "util/guarded.h"
+#include "util/text.h"
 #include "util/util.h"
 #include "va/log.h"
 #include "va/paths.h"
 #include "va/process.h"
 
+#include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <csignal>
 #include <cstdlib>
 #include <string_view>
-#include <system_error>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -83,10 +83,7 @@ pid_t parse_process(std::string_view text)
 {
     if (text.ends_with('\n'))
         text.remove_suffix(1);
-    pid_t process = no_process;
-    const char *const end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, process);
-    return error == std::errc() && stop == end && process > 0 ? process : no_process;
+    return std::max(va::number_in<pid_t>(text).value_or(no_process), no_process);
 }
 
 Recorded recorded()

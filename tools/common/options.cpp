@@ -1,10 +1,9 @@
 #include "tools/common/options.h"
 
 #include "tools/common/printing.h"
+#include "util/text.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <charconv>
 #include <cstring>
 
 #include <getopt.h>
@@ -73,14 +72,6 @@ std::string help_text(const OptionTable &table, const Manual &manual)
     return text + manual.after;
 }
 
-template <class Number>
-bool parse_whole(const char *text, Number &number)
-{
-    const char *end = text + std::strlen(text);
-    const auto [stop, error] = std::from_chars(text, end, number);
-    return error == std::errc() && stop == end;
-}
-
 [[noreturn]] void refuse_number(const char *text, const char *what)
 {
     throw WrongUse(std::string(text) + " is no " + what);
@@ -115,18 +106,18 @@ bool parse_command_line(std::span<char *> arguments, OptionTable table, const Ma
 
 std::uint64_t parse_count(const char *text, const char *what)
 {
-    std::uint64_t number = 0;
-    if (!parse_whole(text, number) || number == 0)
+    const auto number = number_in<std::uint64_t>(text);
+    if (!number || *number == 0)
         refuse_number(text, what);
-    return number;
+    return *number;
 }
 
 double parse_decimal(const char *text, double smallest, double largest, const char *what)
 {
-    double number = 0;
-    if (!parse_whole(text, number) || !(number >= smallest && number <= largest))
+    const auto number = number_in<double>(text);
+    if (!number || !(*number >= smallest && *number <= largest))
         refuse_number(text, what);
-    return number;
+    return *number;
 }
 
 } // namespace va

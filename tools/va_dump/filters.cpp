@@ -1,9 +1,9 @@
 #include "tools/va_dump/filters.h"
 
 #include "tools/common/options.h"
+#include "util/text.h"
 
 #include <algorithm>
-#include <charconv>
 
 namespace va::dump
 {
@@ -25,20 +25,11 @@ Detection::Kind parse_kind(std::string_view text)
     throw WrongUse("no kind is called " + std::string(text) + ", but moving, static, face");
 }
 
-std::optional<std::uint32_t> number_in(std::string_view text)
-{
-    std::uint32_t number = 0;
-    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc() || stop != text.data() + text.size())
-        return std::nullopt;
-    return number;
-}
-
 // A number, or a name that begins as those of lines or areas do.
 std::string parse_rule(std::string_view text, std::string_view beginning)
 {
     const bool is_name = text.starts_with(beginning);
-    const auto number = number_in(is_name ? text.substr(beginning.size()) : text);
+    const auto number = number_in<std::uint32_t>(is_name ? text.substr(beginning.size()) : text);
     if (!number)
         throw WrongUse(std::string(text) + " is neither a number nor a name such as " +
                        std::string(beginning) + '0');
@@ -64,7 +55,7 @@ void Filters::add(std::string_view text)
         areas_.insert(parse_rule(value, "ObjectDetection.O"));
     } else if (name == "id") {
         require_layout();
-        const auto id = number_in(value);
+        const auto id = number_in<std::uint32_t>(value);
         if (!id)
             throw WrongUse("no number: " + std::string(value));
         ids_.insert(*id);
