@@ -11,7 +11,6 @@
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace va
@@ -70,12 +69,6 @@ DaemonStatus nobody_listens(const std::string &directory)
         return {Answer::Deaf,
                 "it takes no requests: it starts or ends, or has lost " + directory + "/ctrl"};
     return {Answer::Gone, "nobody listens at " + directory + "/ctrl"};
-}
-
-bool is_fifo(const Fd &file)
-{
-    struct stat status;
-    return fstat(file.get(), &status) == 0 && S_ISFIFO(status.st_mode);
 }
 
 bool is_empty(const Fd &fifo)
@@ -138,7 +131,7 @@ void StatusQuery::Request::open_control()
         answer = nobody_listens(directory);
     else if (!control)
         answer = {Answer::Refused, fifo + ": " + error_text(errno)};
-    else if (!is_fifo(control))
+    else if (!is_fifo(control.get()))
         answer = {Answer::Refused, fifo + " is no FIFO"};
     else
         send();

@@ -1,9 +1,9 @@
 #include "client/stream_client.h"
 
 #include "client/frame_reader.h"
-#include "ipc/network/unix_address.h"
 #include "util/fd.h"
 #include "util/text.h"
+#include "util/unix_address.h"
 
 #include <array>
 #include <cerrno>
@@ -44,20 +44,6 @@ std::string refusal(int error, const std::string &path)
     }
 }
 
-// Non-blocking, because connecting to a daemon that does not accept waits once its backlog is full.
-// Empty, with errno set, on failure.
-Fd connect_to(const std::string &path)
-{
-    const auto address = unix_address(path);
-    if (!address)
-        return Fd();
-    Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    if (fd &&
-        connect(fd.get(), reinterpret_cast<const sockaddr *>(&*address), sizeof *address) == -1)
-        fd.reset();
-    return fd;
-}
-
 } // namespace
 
 struct StreamClient::Connection {
@@ -87,7 +73,7 @@ void StreamClient::connect()
             say_connected();
         return;
     }
-    Fd fd = connect_to(path_);
+    Fd fd = connect_unix(path_);
     if (fd) {
         connection_.reset(new Connection{std::move(fd), Clock::now()});
         if (!turned_away_)

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 // Descriptors, and pointers to what has an end of its own, as values. Private to this tree: the
@@ -61,6 +62,12 @@ using Owner = std::unique_ptr<T, Ender<end>>;
 inline Fd above_zero(Fd fd)
 {
     return fd.get() == 0 ? Fd(fcntl(fd.get(), F_DUPFD_CLOEXEC, 1)) : std::move(fd);
+}
+
+inline bool is_fifo(int fd)
+{
+    struct stat status;
+    return fstat(fd, &status) == 0 && S_ISFIFO(status.st_mode);
 }
 
 inline bool set_non_blocking(int fd)

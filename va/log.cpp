@@ -1,8 +1,8 @@
 #include "va/log.h"
 
-#include "ipc/network/unix_address.h"
 #include "util/fd.h"
 #include "util/guarded.h"
+#include "util/unix_address.h"
 
 #include <algorithm>
 #include <atomic>

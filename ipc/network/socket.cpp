@@ -1,14 +1,13 @@
 #include "ipc/network/socket.h"
 
-#include "ipc/network/unix_address.h"
 #include "util/fd.h"
+#include "util/unix_address.h"
 
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <optional>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>

@@ -3,6 +3,7 @@
 #include "platform/sim/text.h"
 #include "util/fd.h"
 #include "util/text.h"
+#include "util/unix_address.h"
 
 #include <array>
 #include <cerrno>
@@ -18,9 +19,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 namespace va::sim
@@ -78,17 +77,10 @@ std::string state_of(int error)
     }
 }
 
-bool is_fifo(const Fd &fd)
-{
-    struct stat status {
-    };
-    return fstat(fd.get(), &status) == 0 && S_ISFIFO(status.st_mode);
-}
-
 Fd open_fifo(const std::string &path)
 {
     Fd fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    if (fd && !is_fifo(fd)) {
+    if (fd && !is_fifo(fd.get())) {
         fd.reset();
         errno = wrong_kind;
     }
@@ -99,20 +91,6 @@ Fd make_fifo(const std::string &path)
 {
     constexpr mode_t owner_only = 0600;
     return mkfifo(path.c_str(), owner_only) == 0 ? open_fifo(path) : Fd();
-}
-
-Fd connect_to(const std::string &path)
-{
-    sockaddr_un address{AF_UNIX, {}};
-    if (path.size() >= sizeof address.sun_path) {
-        errno = ENAMETOOLONG;
-        return {};
-    }
-    path.copy(address.sun_path, path.size());
-    Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    if (fd && connect(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == -1)
-        fd.reset();
-    return fd;
 }
 
 } // namespace
@@ -161,7 +139,7 @@ void FeedInput::open()
         opened = make_fifo(path_);
     is_fifo_ = static_cast<bool>(opened);
     if (!opened && errno == ENXIO) // as for a socket
-        opened = connect_to(path_);
+        opened = connect_unix(path_);
     if (!opened)
         report(state_of(errno));
     fd_ = std::move(opened);
