@@ -4,7 +4,6 @@
 #include "util/text.h"
 
 #include <algorithm>
-#include <cctype>
 #include <nlohmann/json.hpp>
 #include <string_view>
 
@@ -14,24 +13,10 @@ namespace va::dump
 namespace
 {
 
-std::size_t count_digits(std::string_view text)
-{
-    const auto *const end = std::ranges::find_if_not(
-        text, [](unsigned char letter) { return std::isdigit(letter) != 0; });
-    return static_cast<std::size_t>(end - text.begin());
-}
-
-// Whether a value is a number as JSON writes it.
+// Whether a value is a number as JSON writes it without an exponent.
 bool is_number(std::string_view value)
 {
-    if (value.starts_with('-'))
-        value.remove_prefix(1);
-    const std::size_t whole = count_digits(value);
-    if (whole == 0 || (whole > 1 && value.front() == '0'))
-        return false;
-    value.remove_prefix(whole);
-    return value.empty() || (value.front() == '.' && value.size() > 1 &&
-                             count_digits(value.substr(1)) == value.size() - 1);
+    return value.find_first_not_of("-.0123456789") == value.npos && Json::accept(value);
 }
 
 class Lines
@@ -155,13 +140,6 @@ Json value_json(const std::string &value)
     return is_number(value) ? Json::parse(value) : Json(value);
 }
 
-// Where the values of a metric stand.
-enum class Of {
-    Daemon,  // KEY
-    Modules, // module.MODULE.KEY
-    Streams, // stream.STREAM.KEY
-};
-
 enum class Value {
     Number,
     Runs,         // 1 when it says so
@@ -172,35 +150,32 @@ struct Metric {
     const char *name;
     const char *type;
     const char *help;
-    const char *key;
-    Of of;
+    std::string_view key; // "*": a value for each name that stands there
     Value value = Value::Number;
 };
 
 constexpr Metric metrics[] = {
-    {"va_analytics_up", "gauge", "1 while results can come.", "analytics.state", Of::Daemon,
-     Value::Runs},
-    {"va_uptime_seconds", "gauge", "Since the daemon's start.", "va.uptime", Of::Daemon},
-    {"va_last_pass_age_seconds", "gauge", "Since the last round of reads.", "analytics.last_pass",
-     Of::Daemon},
-    {"va_module_up", "gauge", "1 while the module runs.", "state", Of::Modules, Value::Runs},
-    {"va_module_last_result_age_seconds", "gauge", "Since the module's last result.", "last_result",
-     Of::Modules},
-    {"va_stream_clients", "gauge", "Connections.", "clients", Of::Streams},
-    {"va_stream_records_total", "counter", "Records that there were.", "records", Of::Streams},
-    {"va_stream_bytes_total", "counter", "Their payload.", "bytes", Of::Streams},
-    {"va_stream_refused_total", "counter", "Records that a client had no room for.", "refused",
-     Of::Streams},
+    {"va_analytics_up", "gauge", "1 while results can come.", "analytics.state", Value::Runs},
+    {"va_uptime_seconds", "gauge", "Since the daemon's start.", "va.uptime"},
+    {"va_last_pass_age_seconds", "gauge", "Since the last round of reads.", "analytics.last_pass"},
+    {"va_module_up", "gauge", "1 while the module runs.", "module.*.state", Value::Runs},
+    {"va_module_last_result_age_seconds", "gauge", "Since the module's last result.",
+     "module.*.last_result"},
+    {"va_stream_clients", "gauge", "Connections.", "stream.*.clients"},
+    {"va_stream_records_total", "counter", "Records that there were.", "stream.*.records"},
+    {"va_stream_bytes_total", "counter", "Their payload.", "stream.*.bytes"},
+    {"va_stream_refused_total", "counter", "Records that a client had no room for.",
+     "stream.*.refused"},
     {"va_stream_longest_seconds", "gauge", "Longest way of a record to a client's socket.",
-     "longest_us", Of::Streams, Value::Microseconds},
+     "stream.*.longest_us", Value::Microseconds},
     {"va_stream_failed_accepts_total", "counter", "Connections that had to be tried again.",
-     "failed_accepts", Of::Streams},
+     "stream.*.failed_accepts"},
     {"va_lost_lines_total", "counter", "Lines of standard output that nobody took.",
-     "va.lost_lines", Of::Daemon},
-    {"va_control_unknown_total", "counter", "Control lines that are no command.", "control.unknown",
-     Of::Daemon},
+     "va.lost_lines"},
+    {"va_control_unknown_total", "counter", "Control lines that are no command.",
+     "control.unknown"},
     {"va_settings_reloads_total", "counter", "How often settings were read again.",
-     "settings.reloads", Of::Daemon},
+     "settings.reloads"},
 };
 
 std::string label(const std::string &name, std::string_view value)
@@ -241,26 +216,19 @@ std::string sample(const DaemonStatus &status, const Metric &metric, const std::
     return metric.name + labels + ' ' + number(metric.value, value) + '\n';
 }
 
-std::string samples(const DaemonStatus &status, const Metric &metric, const std::string &kind)
-{
-    std::string text;
-    const std::string below = kind + '.';
-    for (const std::string &name : status.names_below(below))
-        text +=
-            sample(status, metric, below + name + '.' + metric.key, '{' + label(kind, name) + '}');
-    return text;
-}
-
 std::string samples(const DaemonStatus &status, const Metric &metric)
 {
-    switch (metric.of) {
-    case Of::Modules:
-        return samples(status, metric, "module");
-    case Of::Streams:
-        return samples(status, metric, "stream");
-    default:
-        return sample(status, metric, metric.key, "");
-    }
+    const std::string key(metric.key);
+    const std::size_t star = key.find('*');
+    if (star == key.npos)
+        return sample(status, metric, key, "");
+    std::string text;
+    const std::string below = key.substr(0, star);
+    const std::string kind = key.substr(0, key.find('.'));
+    for (const std::string &name : status.names_below(below))
+        text += sample(status, metric, below + name + key.substr(star + 1),
+                       '{' + label(kind, name) + '}');
+    return text;
 }
 
 std::string info(const DaemonStatus &status)
