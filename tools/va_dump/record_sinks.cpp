@@ -25,7 +25,7 @@ std::string word_text(const StreamInfo &info, std::size_t index, std::uint32_t w
                       const WordStyle &style)
 {
     if (!style.labels || info.fields.empty())
-        return style.base == Base::Hexadecimal ? formatted("%08x", word) : std::to_string(word);
+        return style.hexadecimal ? formatted("%08x", word) : std::to_string(word);
     const Field &field = info.fields[index % info.entry_words];
     const auto value = static_cast<std::int32_t>(word);
     std::string text = field.is_signed ? std::to_string(value) : std::to_string(word);
@@ -65,13 +65,6 @@ Json entry_json(const Words &words, std::size_t begin, std::span<const Field> fi
     return entry;
 }
 
-double seconds(Elapsed time)
-{
-    return std::chrono::duration<double>(time).count();
-}
-
-} // namespace
-
 std::string payload_text(const Record &record, const WordStyle &style)
 {
     const StreamInfo info = info_of(record.stream);
@@ -82,13 +75,6 @@ std::string payload_text(const Record &record, const WordStyle &style)
         text += word_text(info, i, words[i], style);
     }
     return text + hexadecimal(words.odd_bytes(), " ");
-}
-
-void TextSink::record(const Record &record)
-{
-    write_line(clock_text(record.time) +
-               formatted(" %-3s %5zu  ", name_of(record.stream).data(), record.payload.size()) +
-               payload_text(record, style_));
 }
 
 Json record_json(const Record &record, bool labels)
@@ -108,6 +94,20 @@ Json record_json(const Record &record, bool labels)
     if (!words.odd_bytes().empty())
         json["rest"] = hexadecimal(words.odd_bytes(), "");
     return json;
+}
+
+double seconds(Elapsed time)
+{
+    return std::chrono::duration<double>(time).count();
+}
+
+} // namespace
+
+void TextSink::record(const Record &record)
+{
+    write_line(clock_text(record.time) +
+               formatted(" %-3s %5zu  ", name_of(record.stream).data(), record.payload.size()) +
+               payload_text(record, style_));
 }
 
 void JsonSink::record(const Record &record)
@@ -176,8 +176,8 @@ void FiguresSink::report(const Moment &now)
     }
 }
 
-EventSink::EventSink(Style style, Filters filters, std::uint64_t count, bool live)
-    : style_(style),
+EventSink::EventSink(bool json, Filters filters, std::uint64_t count, bool live)
+    : json_(json),
       filters_(std::move(filters)),
       count_(count),
       events_([this](const Event &event) { print(event); })
@@ -228,8 +228,8 @@ void EventSink::print(const Event &event)
     if (written_ == count_ || !filters_.want(event))
         return;
     ++written_;
-    write_line(style_ == Style::Json ? text_of(event_json(event, now_.time))
-                                     : clock_text(now_.time) + "  " + event_text(event));
+    write_line(json_ ? text_of(event_json(event, now_.time))
+                     : clock_text(now_.time) + "  " + event_text(event));
 }
 
 } // namespace va::dump

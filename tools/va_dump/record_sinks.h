@@ -11,19 +11,14 @@
 namespace va::dump
 {
 
-enum class Base { Decimal, Hexadecimal };
-
 // How the words of a payload are written.
 struct WordStyle {
-    Base base = Base::Decimal;
+    bool hexadecimal = false;
     bool labels = false; // each word's name, in decimal, where it is known
 };
 
-// The words of a payload, " | " between its entries. Bytes at the end that fill no word follow as
-// two hexadecimal digits each.
-std::string payload_text(const Record &record, const WordStyle &style);
-
-// One line for each record: local time, stream, payload length, payload.
+// One line for each record: local time, stream, payload length, and the words of the payload, " | "
+// between its entries. Bytes at the end that fill no word follow as two hexadecimal digits each.
 class TextSink : public RecordSink
 {
 public:
@@ -34,11 +29,9 @@ private:
     WordStyle style_;
 };
 
+// One JSON object for each record, each change of a connection and each verdict. A record has
 // "time", "stream", "length" and the payload: "entries" with the names of their words, where they
 // are wanted and known, else "words"; "rest" are odd bytes in hexadecimal.
-Json record_json(const Record &record, bool labels);
-
-// One JSON object for each record, each change of a connection and each verdict.
 class JsonSink : public RecordSink
 {
 public:
@@ -86,10 +79,8 @@ private:
 class EventSink : public RecordSink
 {
 public:
-    enum class Style { Text, Json };
-
     // `live`: from a daemon, which names lines and areas.
-    EventSink(Style style, Filters filters, std::uint64_t count, bool live);
+    EventSink(bool json, Filters filters, std::uint64_t count, bool live);
     void record(const Record &record) override;
     std::optional<std::uint64_t> written() const override { return written_; }
     void connection(const Connection &connection) override;
@@ -102,7 +93,7 @@ public:
 private:
     void print(const Event &event);
 
-    Style style_;
+    bool json_;
     Filters filters_;
     std::uint64_t count_;
     std::uint64_t written_ = 0;
