@@ -1,5 +1,6 @@
 #include "tools/va_dump/record_sinks.h"
 
+#include "tools/common/messages.h"
 #include "tools/common/printing.h"
 #include "util/text.h"
 
@@ -22,7 +23,7 @@ std::string_view separator(std::size_t word, std::size_t entry_words)
 }
 
 std::string word_text(const StreamInfo &info, std::size_t index, std::uint32_t word,
-                      const WordStyle &style)
+                      const Options &style)
 {
     if (!style.labels || info.fields.empty())
         return style.hexadecimal ? formatted("%08x", word) : std::to_string(word);
@@ -65,7 +66,7 @@ Json entry_json(const Words &words, std::size_t begin, std::span<const Field> fi
     return entry;
 }
 
-std::string payload_text(const Record &record, const WordStyle &style)
+std::string payload_text(const Record &record, const Options &style)
 {
     const StreamInfo info = info_of(record.stream);
     const Words words(record.payload);
@@ -96,140 +97,205 @@ Json record_json(const Record &record, bool labels)
     return json;
 }
 
+class TextSink : public RecordSink
+{
+public:
+    explicit TextSink(const Options &style) : style_(style) {}
+
+    void record(const Record &record) override
+    {
+        const std::string_view name = name_of(record.stream);
+        write_line(clock_text(record.time) +
+                   formatted(" %-3s %5zu  ", name.data(), record.payload.size()) +
+                   payload_text(record, style_));
+    }
+
+private:
+    const Options &style_;
+};
+
+class JsonSink : public RecordSink
+{
+public:
+    explicit JsonSink(bool labels) : labels_(labels) {}
+
+    void record(const Record &record) override
+    {
+        write_line(text_of(record_json(record, labels_)));
+    }
+
+    void connection(const Connection &connection) override
+    {
+        write_line(text_of({{"time", iso_text(connection.moment.time)},
+                            {"stream", name_of(connection.stream)},
+                            {"connected", connection.connected},
+                            {"status", connection.status}}));
+    }
+
+    void verdict(const Moment &now, const Verdict &verdict) override
+    {
+        write_line(text_of({{"time", iso_text(now.time)},
+                            {"verdict", verdict.text},
+                            {"exit_status", static_cast<int>(verdict.status)}}));
+    }
+
+private:
+    bool labels_;
+};
+
 double seconds(Elapsed time)
 {
     return std::chrono::duration<double>(time).count();
 }
 
-} // namespace
-
-void TextSink::record(const Record &record)
+class FiguresSink : public RecordSink
 {
-    write_line(clock_text(record.time) +
-               formatted(" %-3s %5zu  ", name_of(record.stream).data(), record.payload.size()) +
-               payload_text(record, style_));
-}
+public:
+    FiguresSink(std::vector<Stream> streams, Elapsed period)
+        : streams_(std::move(streams)), period_(period), due_(period)
+    {
+    }
 
-void JsonSink::record(const Record &record)
-{
-    write_line(text_of(record_json(record, labels_)));
-}
+    void record(const Record &record) override
+    {
+        Figures &figures = figures_[index_of(record.stream)];
+        if (figures.records > 0)
+            figures.longest_pause = std::max(figures.longest_pause, record.at - figures.last);
+        figures.last = record.at;
+        figures.bytes += record.payload.size();
+        ++figures.records;
+    }
 
-void JsonSink::connection(const Connection &connection)
-{
-    write_line(text_of({{"time", iso_text(connection.moment.time)},
-                        {"stream", name_of(connection.stream)},
-                        {"connected", connection.connected},
-                        {"status", connection.status}}));
-}
+    void connection(const Connection &connection) override
+    {
+        Figures &figures = figures_[index_of(connection.stream)];
+        if (figures.connected && !connection.connected)
+            ++figures.disconnects;
+        figures.connected = connection.connected;
+    }
 
-void JsonSink::verdict(const Moment &now, const Verdict &verdict)
-{
-    write_line(text_of({{"time", iso_text(now.time)},
-                        {"verdict", verdict.text},
-                        {"exit_status", static_cast<int>(verdict.status)}}));
-}
+    void tick(const Moment &now) override
+    {
+        if (now.at < due_)
+            return;
+        report(now);
+        due_ = now.at - now.at % period_ + period_;
+    }
 
-FiguresSink::FiguresSink(std::vector<Stream> streams, Elapsed period)
-    : streams_(std::move(streams)), period_(period), due_(period)
-{
-}
+    Elapsed due() const override { return due_; }
 
-void FiguresSink::record(const Record &record)
-{
-    Figures &figures = figures_[index_of(record.stream)];
-    if (figures.records > 0)
-        figures.longest_pause = std::max(figures.longest_pause, record.at - figures.last);
-    figures.last = record.at;
-    figures.bytes += record.payload.size();
-    ++figures.records;
-}
+    void report(const Moment &now) override
+    {
+        write_line("stream    records         bytes   records/s  longest pause s  disconnects");
+        for (const Stream stream : streams_)
+            print(stream, figures_[index_of(stream)], now.at);
+    }
 
-void FiguresSink::connection(const Connection &connection)
-{
-    Figures &figures = figures_[index_of(connection.stream)];
-    if (figures.connected && !connection.connected)
-        ++figures.disconnects;
-    figures.connected = connection.connected;
-}
+    void finish(const Moment &now) override { report(now); }
 
-void FiguresSink::tick(const Moment &now)
-{
-    if (now.at < due_)
-        return;
-    report(now);
-    due_ = now.at - now.at % period_ + period_;
-}
+private:
+    struct Figures {
+        std::uint64_t records = 0;
+        std::uint64_t bytes = 0;
+        std::uint64_t disconnects = 0;
+        bool connected = false;
+        Elapsed last{};
+        Elapsed longest_pause{};
+    };
 
-void FiguresSink::report(const Moment &now)
-{
-    write_line("stream    records         bytes   records/s  longest pause s  disconnects");
-    for (const Stream stream : streams_) {
-        const Figures &figures = figures_[index_of(stream)];
-        const Elapsed running = figures.records > 0 ? now.at - figures.last : Elapsed();
+    static void print(Stream stream, const Figures &figures, Elapsed now)
+    {
+        const Elapsed running = figures.records > 0 ? now - figures.last : Elapsed();
         const double rate =
-            now.at > Elapsed() ? static_cast<double>(figures.records) / seconds(now.at) : 0.0;
+            now > Elapsed() ? static_cast<double>(figures.records) / seconds(now) : 0.0;
         write_line(formatted("%-6s %10" PRIu64 " %13" PRIu64 " %11.2f %16.3f %12" PRIu64,
                              name_of(stream).data(), figures.records, figures.bytes, rate,
                              seconds(std::max(figures.longest_pause, running)),
                              figures.disconnects));
     }
-}
 
-EventSink::EventSink(bool json, Filters filters, std::uint64_t count, bool live)
-    : json_(json),
-      filters_(std::move(filters)),
-      count_(count),
-      events_([this](const Event &event) { print(event); })
-{
-    if (live)
-        events_.expect_scene();
-}
+    std::vector<Stream> streams_;
+    Elapsed period_;
+    Elapsed due_;
+    Figures figures_[STREAM_COUNT];
+};
 
-void EventSink::record(const Record &record)
+class EventSink : public RecordSink
 {
-    now_ = {record.time, record.at};
-    events_.take(record);
-}
+public:
+    explicit EventSink(const Options &options) : options_(options)
+    {
+        if (options.source.capture.empty()) // a daemon names lines and areas
+            events_.expect_scene();
+    }
 
-void EventSink::connection(const Connection &connection)
-{
-    now_ = connection.moment;
-    events_.set_connected(connection.stream, connection.connected, connection.moment.at);
-}
+    void record(const Record &record) override
+    {
+        now_ = {record.time, record.at};
+        events_.take(record);
+    }
 
-void EventSink::status(const Moment &now, const DaemonStatus &status)
-{
-    now_ = now;
-    events_.set_scene(scene_of(status));
-    events_.pass(now.at);
-}
+    std::optional<std::uint64_t> written() const override { return written_; }
 
-void EventSink::verdict(const Moment &now, const Verdict &verdict)
-{
-    now_ = now;
-    events_.set_verdict(verdict, now.at);
-}
+    void connection(const Connection &connection) override
+    {
+        now_ = connection.moment;
+        events_.set_connected(connection.stream, connection.connected, now_.at);
+    }
 
-void EventSink::tick(const Moment &now)
-{
-    now_ = now;
-    events_.pass(now.at);
-}
+    bool wants_status() const override { return true; }
 
-void EventSink::finish(const Moment &now)
-{
-    tick(now);
-    events_.finish(now.at);
-}
+    void status(const Moment &now, const DaemonStatus &status) override
+    {
+        events_.set_scene(scene_of(status));
+        tick(now);
+    }
 
-void EventSink::print(const Event &event)
+    void verdict(const Moment &now, const Verdict &verdict) override
+    {
+        now_ = now;
+        events_.set_verdict(verdict, now.at);
+    }
+
+    void tick(const Moment &now) override
+    {
+        now_ = now;
+        events_.pass(now.at);
+    }
+
+    void finish(const Moment &now) override
+    {
+        tick(now);
+        events_.finish(now.at);
+    }
+
+private:
+    void print(const Event &event)
+    {
+        if (written_ == options_.source.count || !options_.filters.want(event))
+            return;
+        ++written_;
+        write_line(options_.json ? text_of(event_json(event, now_.time))
+                                 : clock_text(now_.time) + "  " + event_text(event));
+    }
+
+    const Options &options_;
+    std::uint64_t written_ = 0;
+    Moment now_{}; // known last
+    EventMaker events_{[this](const Event &event) { print(event); }};
+};
+
+} // namespace
+
+std::unique_ptr<RecordSink> make_sink(const Options &options)
 {
-    if (written_ == count_ || !filters_.want(event))
-        return;
-    ++written_;
-    write_line(json_ ? text_of(event_json(event, now_.time))
-                     : clock_text(now_.time) + "  " + event_text(event));
+    if (options.events)
+        return std::make_unique<EventSink>(options);
+    if (options.figures)
+        return std::make_unique<FiguresSink>(options.source.streams, options.period);
+    if (options.json)
+        return std::make_unique<JsonSink>(options.labels);
+    return std::make_unique<TextSink>(options);
 }
 
 } // namespace va::dump

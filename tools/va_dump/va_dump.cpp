@@ -39,19 +39,6 @@ private:
     Filters &filters_;
 };
 
-std::unique_ptr<RecordSink> make_sink(const Options &options)
-{
-    if (options.events)
-        return std::make_unique<EventSink>(options.json, options.filters, options.source.count,
-                                           options.source.capture.empty());
-    if (options.figures)
-        return std::make_unique<FiguresSink>(options.source.streams, options.period);
-    if (options.json)
-        return std::make_unique<JsonSink>(options.labels);
-    return std::make_unique<TextSink>(
-        WordStyle{.hexadecimal = options.hexadecimal, .labels = options.labels});
-}
-
 // Events are filtered, not what they are made of.
 bool are_records_filtered(const Options &options)
 {
