@@ -1,5 +1,6 @@
 #include "ipc/network/socket.h"
 #include "platform/sim/feed.h"
+#include "platform/sim/feed_lines.h"
 #include "tests/support/capture.h"
 #include "tests/support/daemon.h"
 #include "tests/support/store_file.h"
@@ -91,20 +92,20 @@ TEST(FeedSourceTest, KeepsTheNewestAndWhetherTheNumbersJumped)
     const TempDir directory;
     const string path = directory.file("feed");
     ASSERT_EQ(0, mkfifo(path.c_str(), 0600));
-    Feed feed(path, {9, 9}, [] { ++wakes; });
-    feed.start();
-    EXPECT_EQ(never, feed.due().objects);
+    const auto feed = make_feed(path, {9, 9}, [] { ++wakes; });
+    feed->start();
+    EXPECT_EQ(never, feed->due().objects);
     std::ofstream fifo(path);
     for (int picture = 0; picture < 40; ++picture)
         fifo << "object 1 3 0 0 1 1\npicture " << picture << "\n" << std::flush;
     ASSERT_TRUE(wait_until([] { return wakes == 40; }));
-    EXPECT_GT(never, feed.due().objects);
+    EXPECT_GT(never, feed->due().objects);
     for (std::uint32_t picture = 8; picture < 40; ++picture) {
-        const auto seen = feed.take_objects();
+        const auto seen = feed->take_objects();
         ASSERT_TRUE(seen && seen->objects.at(0).picture == picture);
         EXPECT_EQ(picture == 8, seen->jump); // in the first one, which is dropped
     }
-    EXPECT_FALSE(feed.take_objects() || feed.take_faces() || feed.take_alarm());
+    EXPECT_FALSE(feed->take_objects() || feed->take_faces() || feed->take_alarm());
 }
 
 // A daemon whose scene is read from "feed", with a line down the middle and an area at the right.

@@ -71,7 +71,7 @@ std::unique_ptr<Source> source_of(Scene scene)
 {
     if (scene.feed.empty())
         return std::make_unique<Playback>(std::move(scene));
-    return std::make_unique<Feed>(std::move(scene.feed), scene.frame, wake_reads);
+    return make_feed(std::move(scene.feed), scene.frame, wake_reads);
 }
 
 // False when the file cannot be read, or not all of it is understood.
