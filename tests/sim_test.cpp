@@ -155,22 +155,22 @@ TEST_F(SimTest, ScenesArePlayedFromWhereTheyBegin)
     for (const auto &[begin, centre, alarms] : cases) {
         SCOPED_TRACE(begin);
         scene.begin = begin;
-        Playback playback(scene);
-        playback.start();
-        const DueTimes due = playback.due();
+        const auto playback = make_playback(scene);
+        playback->start();
+        const DueTimes due = playback->due();
         const Moment now = std::chrono::steady_clock::now();
         EXPECT_EQ(centre.has_value(), due.objects <= now && due.faces <= now);
         EXPECT_EQ(alarms.empty(), due.alarm > now);
-        const auto seen = playback.take_objects();
+        const auto seen = playback->take_objects();
         ASSERT_TRUE(seen && seen->jump && seen->objects.size() == centre.has_value());
         for (const SimObjectEntry &object : seen->objects)
             EXPECT_TRUE(object.centre_x == centre->x && object.y == centre->y - 20);
-        EXPECT_EQ(centre.has_value(), playback.take_faces().value().size() == 1);
+        EXPECT_EQ(centre.has_value(), playback->take_faces().value().size() == 1);
         Numbers taken;
-        while (const auto alarm = playback.take_alarm())
+        while (const auto alarm = playback->take_alarm())
             taken.push_back(alarm->at(0));
         EXPECT_EQ(alarms, taken);
-        EXPECT_FALSE(playback.take_objects()); // not before it is due
+        EXPECT_FALSE(playback->take_objects()); // not before it is due
     }
 }
 

@@ -70,7 +70,7 @@ Shared &shared()
 std::unique_ptr<Source> source_of(Scene scene)
 {
     if (scene.feed.empty())
-        return std::make_unique<Playback>(std::move(scene));
+        return make_playback(std::move(scene));
     return make_feed(std::move(scene.feed), scene.frame, wake_reads);
 }
 

@@ -2,6 +2,7 @@
 
 #include "platform/sim/text.h"
 
+#include <algorithm>
 #include <fstream>
 #include <istream>
 #include <utility>
@@ -118,6 +119,117 @@ auto entries_at(const std::vector<Script> &scripts, std::int64_t time)
     return entries;
 }
 
+class Playback : public Source
+{
+public:
+    explicit Playback(Scene scene) : scene_(std::move(scene)) {}
+
+    void start() override
+    {
+        const Moment now = std::chrono::steady_clock::now();
+        start_ = now - std::chrono::milliseconds(scene_.begin);
+        alarms_due_.clear();
+        for (const ScriptedAlarm &alarm : scene_.alarms) {
+            const Moment first = start_ + std::chrono::milliseconds(alarm.first);
+            const Moment before = now - Moment::duration(1); // what is due just now still counts
+            alarms_due_.push_back(first < now ? due_after(before, alarm, first) : first);
+        }
+        objects_ = cursor_at_begin(scene_.od_interval);
+        faces_ = cursor_at_begin(faces_interval_ms);
+    }
+
+    std::optional<SeenObjects> take_objects() override
+    {
+        const auto tick = take_tick(objects_);
+        if (!tick)
+            return {};
+        return SeenObjects{entries_at(scene_.objects, tick->time), tick->new_round};
+    }
+
+    std::optional<std::vector<SimFaceEntry>> take_faces() override
+    {
+        const auto tick = take_tick(faces_);
+        if (!tick)
+            return {};
+        return entries_at(scene_.faces, tick->time);
+    }
+
+    std::optional<AlarmWords> take_alarm() override
+    {
+        const Moment now = std::chrono::steady_clock::now();
+        for (std::size_t i = 0; i < alarms_due_.size(); ++i) {
+            Moment &due = alarms_due_[i];
+            if (now < due)
+                continue;
+            due = due_after(now, scene_.alarms[i], due);
+            return scene_.alarms[i].words;
+        }
+        return {};
+    }
+
+    DueTimes due() const override
+    {
+        return {next_shown(objects_, scene_.objects), next_shown(faces_, scene_.faces),
+                alarms_due_.empty() ? never : *std::ranges::min_element(alarms_due_)};
+    }
+
+private:
+    // How far a kind of observations has got.
+    struct Cursor {
+        std::int64_t interval = 1;
+        std::int64_t next = 0;
+        std::int64_t round = -1;
+    };
+
+    struct Tick {
+        std::int64_t time; // within the period
+        bool new_round;    // the first one taken since the scene began or repeated
+    };
+
+    template <class Script>
+    Moment next_shown(const Cursor &cursor, const std::vector<Script> &scripts) const
+    {
+        const std::int64_t time = cursor.next * cursor.interval;
+        const std::int64_t of_period = scene_.period ? time % scene_.period : time;
+        const bool shown = std::ranges::any_of(
+            scripts, [=](const Script &script) { return script.shown.holds(of_period); });
+        return shown ? start_ + std::chrono::milliseconds(time) : never;
+    }
+
+    // When an alarm that falls due at `due`, not after `now`, does so again.
+    Moment due_after(Moment now, const ScriptedAlarm &alarm, Moment due) const
+    {
+        const std::chrono::milliseconds step(alarm.every ? alarm.every : scene_.period);
+        return step.count() ? due + ((now - due) / step + 1) * step : never;
+    }
+
+    Cursor cursor_at_begin(std::int64_t interval) const
+    {
+        return {interval, (scene_.begin + interval - 1) / interval};
+    }
+
+    std::optional<Tick> take_tick(Cursor &cursor) const
+    {
+        const std::int64_t newest = (std::chrono::steady_clock::now() - start_) /
+                                    std::chrono::milliseconds(cursor.interval);
+        if (newest < cursor.next)
+            return {};
+        const std::int64_t number = std::max(cursor.next, newest - kept_ms / cursor.interval);
+        cursor.next = number + 1;
+        const std::int64_t time = number * cursor.interval;
+        const std::int64_t round = scene_.period ? time / scene_.period : 0;
+        const bool new_round = round != cursor.round;
+        cursor.round = round;
+        return Tick{time - round * scene_.period, new_round};
+    }
+
+    Scene scene_;
+    Moment start_;
+    std::vector<Moment> alarms_due_; // of each alarm of the scene
+    Cursor objects_;
+    Cursor faces_;
+};
+
 } // namespace
 
 std::optional<Scene> read_scene(const std::string &path, bool &clean)
@@ -131,91 +243,9 @@ std::optional<Scene> read_scene(const std::string &path, bool &clean)
     return {};
 }
 
-Playback::Playback(Scene scene) : scene_(std::move(scene)) {}
-
-void Playback::start()
+std::unique_ptr<Source> make_playback(Scene scene)
 {
-    const Moment now = std::chrono::steady_clock::now();
-    start_ = now - std::chrono::milliseconds(scene_.begin);
-    alarms_due_.clear();
-    for (const ScriptedAlarm &alarm : scene_.alarms) {
-        const Moment first = start_ + std::chrono::milliseconds(alarm.first);
-        const Moment before = now - Moment::duration(1); // what is due just now still counts
-        alarms_due_.push_back(first < now ? due_after(before, alarm, first) : first);
-    }
-    objects_ = cursor_at_begin(scene_.od_interval);
-    faces_ = cursor_at_begin(faces_interval_ms);
-}
-
-std::optional<SeenObjects> Playback::take_objects()
-{
-    const auto tick = take_tick(objects_);
-    if (!tick)
-        return {};
-    return SeenObjects{entries_at(scene_.objects, tick->time), tick->new_round};
-}
-
-std::optional<std::vector<SimFaceEntry>> Playback::take_faces()
-{
-    const auto tick = take_tick(faces_);
-    if (!tick)
-        return {};
-    return entries_at(scene_.faces, tick->time);
-}
-
-std::optional<AlarmWords> Playback::take_alarm()
-{
-    const Moment now = std::chrono::steady_clock::now();
-    for (std::size_t i = 0; i < alarms_due_.size(); ++i) {
-        Moment &due = alarms_due_[i];
-        if (now < due)
-            continue;
-        due = due_after(now, scene_.alarms[i], due);
-        return scene_.alarms[i].words;
-    }
-    return {};
-}
-
-DueTimes Playback::due() const
-{
-    return {next_shown(objects_, scene_.objects), next_shown(faces_, scene_.faces),
-            alarms_due_.empty() ? never : *std::ranges::min_element(alarms_due_)};
-}
-
-template <class Script>
-Moment Playback::next_shown(const Cursor &cursor, const std::vector<Script> &scripts) const
-{
-    const std::int64_t time = cursor.next * cursor.interval;
-    const std::int64_t of_period = scene_.period ? time % scene_.period : time;
-    const bool shown = std::ranges::any_of(
-        scripts, [=](const Script &script) { return script.shown.holds(of_period); });
-    return shown ? start_ + std::chrono::milliseconds(time) : never;
-}
-
-Moment Playback::due_after(Moment now, const ScriptedAlarm &alarm, Moment due) const
-{
-    const std::chrono::milliseconds step(alarm.every ? alarm.every : scene_.period);
-    return step.count() ? due + ((now - due) / step + 1) * step : never;
-}
-
-Playback::Cursor Playback::cursor_at_begin(std::int64_t interval) const
-{
-    return {interval, (scene_.begin + interval - 1) / interval};
-}
-
-std::optional<Playback::Tick> Playback::take_tick(Cursor &cursor) const
-{
-    const std::int64_t newest =
-        (std::chrono::steady_clock::now() - start_) / std::chrono::milliseconds(cursor.interval);
-    if (newest < cursor.next)
-        return {};
-    const std::int64_t number = std::max(cursor.next, newest - kept_ms / cursor.interval);
-    cursor.next = number + 1;
-    const std::int64_t time = number * cursor.interval;
-    const std::int64_t round = scene_.period ? time / scene_.period : 0;
-    const bool new_round = round != cursor.round;
-    cursor.round = round;
-    return Tick{time - round * scene_.period, new_round};
+    return std::make_unique<Playback>(std::move(scene));
 }
 
 } // namespace va::sim

@@ -2,8 +2,8 @@
 
 #include "platform/sim/observations.h"
 
-#include <algorithm>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -68,48 +68,8 @@ std::optional<Scene> read_scene(const std::string &path, bool &clean);
 
 // Plays a scene, from where it begins whenever it is started. Of the objects and of the faces that
 // fell due while nobody read them, the newest is kept, and with it those of the 100 ms before; an
-// alarm that fell due several times is one alarm.
-class Playback : public Source
-{
-public:
-    explicit Playback(Scene scene);
-
-    void start() override;
-
-    std::optional<SeenObjects> take_objects() override;
-    std::optional<std::vector<SimFaceEntry>> take_faces() override;
-    std::optional<AlarmWords> take_alarm() override;
-
-    // `never` while the scene shows nothing at the next time.
-    DueTimes due() const override;
-
-private:
-    // How far a kind of observations has got.
-    struct Cursor {
-        std::int64_t interval = 1;
-        std::int64_t next = 0;
-        std::int64_t round = -1;
-    };
-
-    struct Tick {
-        std::int64_t time; // within the period
-        bool new_round;    // the first one taken since the scene began or repeated
-    };
-
-    // When an alarm that falls due at `due`, not after `now`, does so again.
-    Moment due_after(Moment now, const ScriptedAlarm &alarm, Moment due) const;
-
-    Cursor cursor_at_begin(std::int64_t interval) const;
-    std::optional<Tick> take_tick(Cursor &cursor) const;
-
-    template <class Script>
-    Moment next_shown(const Cursor &cursor, const std::vector<Script> &scripts) const;
-
-    Scene scene_;
-    Moment start_;
-    std::vector<Moment> alarms_due_; // of each alarm of the scene
-    Cursor objects_;
-    Cursor faces_;
-};
+// alarm that fell due several times is one alarm. None is due while the scene shows nothing at the
+// next time.
+std::unique_ptr<Source> make_playback(Scene scene);
 
 } // namespace va::sim
