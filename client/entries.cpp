@@ -10,15 +10,8 @@ namespace va
 
 const char *kind_word(Detection::Kind kind)
 {
-    switch (kind) {
-    case Detection::Kind::Moving:
-        return "moving";
-    case Detection::Kind::Static:
-        return "static";
-    case Detection::Kind::Face:
-        return "face";
-    }
-    return "";
+    constexpr const char *words[] = {"moving", "static", "face"};
+    return words[static_cast<std::size_t>(kind)];
 }
 
 std::vector<Alarm> alarms_in(const Record &record)

@@ -23,13 +23,9 @@ static_assert(std::size(face_fields) * word_size == sizeof(SimFaceEntry));
 
 Detection detection_of(const SimObjectEntry &object)
 {
-    return {object.kind == SimObjectKind::Stationary ? Detection::Kind::Static
-                                                     : Detection::Kind::Moving,
-            object.id,
-            object.x,
-            object.y,
-            object.width,
-            object.height};
+    using enum Detection::Kind;
+    const auto kind = object.kind == SimObjectKind::Stationary ? Static : Moving;
+    return {kind, object.id, object.x, object.y, object.width, object.height};
 }
 
 Detection detection_of(const SimFaceEntry &face)

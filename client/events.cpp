@@ -419,14 +419,7 @@ bool EventMaker::is_known(Active &active, Elapsed now) const
 
 AlarmRule EventMaker::rule_of(Alarm alarm) const
 {
-    if (scene_) {
-        const auto known = std::ranges::find_if(scene_->rules, [=](const AlarmRule &rule) {
-            return rule.event == alarm.event && rule.bit == alarm.bit;
-        });
-        if (known != scene_->rules.end())
-            return *known;
-    }
-    return unknown_rule(alarm);
+    return rule_among(scene_ ? scene_->rules : std::vector<AlarmRule>(), alarm);
 }
 
 template <class Ends>

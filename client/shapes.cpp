@@ -19,22 +19,13 @@ using Kind = Shape::Kind;
 
 const char *key_beginning(Kind kind)
 {
-    switch (kind) {
-    case Kind::NonDetection:
-        return "VMDWindow.NonDetect.V";
-    case Kind::DetectionWindow:
-        return "VMDWindow.Detect.V";
-    case Kind::NoAlarm:
-        return "VideoAnalytics.OD.VmfParam.NdArea";
-    case Kind::Line:
-        return "CrossLine.C";
-    case Kind::Area:
-        return "ObjectDetection.O";
-    case Kind::FaceWatch:
-    case Kind::FaceDetection:
-        return "FaceDetection.F";
-    }
-    return "";
+    constexpr const char *beginnings[] = {
+        // by kind
+        "VMDWindow.NonDetect.V", "VMDWindow.Detect.V", "VideoAnalytics.OD.VmfParam.NdArea",
+        "CrossLine.C",           "ObjectDetection.O",  "FaceDetection.F",
+        "FaceDetection.F",
+    };
+    return beginnings[static_cast<std::size_t>(kind)];
 }
 
 Kind kind_of(AlarmRule::Source source)
@@ -189,13 +180,16 @@ std::optional<Size> frame_in(std::string_view sensor)
 
 } // namespace
 
-AlarmRule unknown_rule(Alarm alarm)
+AlarmRule rule_among(const std::vector<AlarmRule> &known, Alarm alarm)
 {
     constexpr int line_code = 1; // event code of lines; the others are of areas
-    return {alarm.event == line_code ? AlarmRule::Source::Line : AlarmRule::Source::Area,
-            alarm.event,
-            alarm.bit,
-            {}};
+    const auto found = std::ranges::find_if(known, [=](const AlarmRule &rule) {
+        return rule.event == alarm.event && rule.bit == alarm.bit;
+    });
+    if (found != known.end())
+        return *found;
+    using enum AlarmRule::Source;
+    return {alarm.event == line_code ? Line : Area, alarm.event, alarm.bit, {}};
 }
 
 std::string name_of(const AlarmRule &rule)

@@ -22,8 +22,8 @@ struct AlarmRule {
     std::optional<int> number; // in the settings' keys, where they are known
 };
 
-// The one of an alarm of which the settings are not known.
-AlarmRule unknown_rule(Alarm alarm);
+// The one of an alarm; when it is not among those that are known, without a number.
+AlarmRule rule_among(const std::vector<AlarmRule> &known, Alarm alarm);
 
 // "CrossLine.C0", or "event 1 bit 0" where the settings are not known.
 std::string name_of(const AlarmRule &rule);

@@ -84,8 +84,9 @@ std::optional<Payload> Filters::select(const Record &record)
         return record.payload;
     switch (record.stream) {
     case Stream::Vmf:
-        if (std::ranges::any_of(alarms_in(record),
-                                [this](Alarm alarm) { return want_alarm(alarm); }))
+        if (std::ranges::any_of(alarms_in(record), [this](Alarm alarm) {
+                return want_rule(rule_among(rules_, alarm));
+            }))
             return record.payload;
         break;
     case Stream::Od:
@@ -156,14 +157,6 @@ bool Filters::want_rule(const AlarmRule &rule) const
     const Values &values = rule.source == AlarmRule::Source::Line ? lines_ : areas_;
     return values.contains(std::to_string(rule.number.value_or(rule.bit))) ||
            values.contains(name_of(rule));
-}
-
-bool Filters::want_alarm(Alarm alarm) const
-{
-    const auto known = std::ranges::find_if(rules_, [=](const AlarmRule &rule) {
-        return rule.event == alarm.event && rule.bit == alarm.bit;
-    });
-    return want_rule(known != rules_.end() ? *known : unknown_rule(alarm));
 }
 
 } // namespace va::dump

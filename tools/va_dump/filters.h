@@ -43,7 +43,6 @@ private:
     bool are_about_objects() const { return !kinds_.empty() || !ids_.empty(); }
     bool want_object(Detection::Kind kind, std::uint32_t number) const;
     bool want_rule(const AlarmRule &rule) const;
-    bool want_alarm(Alarm alarm) const;
     bool want_alarm_of(const Event &event) const;
     std::optional<std::span<const std::uint8_t>> select_entries(const Record &record);
 
