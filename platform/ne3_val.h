@@ -147,8 +147,8 @@ static_assert(sizeof(void *) != 4 ||
 inline constexpr std::size_t NE3_VAL_FD_FACE_SIZE = 28; // bytes of a face entry
 
 struct ne3_val_fd_result {
-    const void
-        *faces; // entries of NE3_VAL_FD_FACE_SIZE bytes, the library's until the next get_data
+    // Entries of NE3_VAL_FD_FACE_SIZE bytes, the library's until the next get_data.
+    const void *faces;
     std::uint32_t library[3];
     std::int32_t faceNum;
     std::uint32_t library2;
@@ -288,8 +288,8 @@ static_assert(sizeof(ne3_val_od_area_table) == 7 * sizeof(ne3_val_area_mem));
 inline constexpr std::size_t NE3_VAL_OD_OBJECT_SIZE = 40; // bytes of an object entry
 
 struct ne3_val_od_result {
-    const void
-        *objects; // entries of NE3_VAL_OD_OBJECT_SIZE bytes, the library's until the next get_data
+    // Entries of NE3_VAL_OD_OBJECT_SIZE bytes, the library's until the next get_data.
+    const void *objects;
     std::uint32_t library[2];
     std::uint32_t vmfAlarms; // bit n: filter n raised an alarm
     std::int32_t objectNum;

@@ -34,8 +34,7 @@ std::uint16_t cells_down(std::int32_t pixels, const OdFrame &frame)
     return static_cast<std::uint16_t>(scale(pixels, frame.grid_height(), frame.height));
 }
 
-template <class Point>
-ne3_val_od_point to_pixels(const Point &point, const OdFrame &frame)
+ne3_val_od_point to_pixels(const ConfPoint &point, const OdFrame &frame)
 {
     constexpr std::int32_t full_scale = 10000;
     return {static_cast<std::int32_t>(scale(point.x, frame.width, full_scale)),

@@ -77,10 +77,10 @@ std::unique_ptr<Source> source_of(Scene scene)
 // False when the file cannot be read, or not all of it is understood.
 bool follow_scene(Memory &memory, const std::string &path)
 {
-    bool clean = false;
-    std::optional<Scene> scene = read_scene(path, clean);
+    std::optional<Scene> scene = read_scene(path);
     if (!scene)
         return false;
+    const bool clean = scene->clean;
     for (const PlannedCall &call : scene->calls)
         memory.calls.plan(call);
     memory.frame = scene->frame;
@@ -99,18 +99,18 @@ void Calls::note(const char *function)
     names_.push_back(function);
 }
 
-CallPlan Calls::count(std::string_view function)
+PlannedCall Calls::count(const char *function)
 {
-    CallPlan plan;
+    PlannedCall all{function, 0};
     for (PlannedCall &call : planned_) {
         if (call.function != function || --call.nth != 0)
             continue;
-        if (call.plan.error != 0)
-            plan.error = call.plan.error;
-        plan.hang += call.plan.hang;
+        if (call.error != 0)
+            all.error = call.error;
+        all.hang += call.hang;
     }
     std::erase_if(planned_, [](const PlannedCall &call) { return call.nth <= 0; });
-    return plan;
+    return all;
 }
 
 LockedChip::LockedChip()
@@ -138,7 +138,7 @@ bool LockedChip::wait(Module &module, Moment end)
 
 int LockedChip::begin(const char *function)
 {
-    const CallPlan plan = memory_.calls.count(function);
+    const PlannedCall plan = memory_.calls.count(function);
     if (plan.hang > plan.hang.zero()) {
         lock_.unlock();
         std::this_thread::sleep_for(plan.hang);
@@ -188,7 +188,7 @@ bool sim_play_scene(const std::string &path)
 
 void sim_fail(const std::string &function, int nth, int error)
 {
-    LockedChip()->calls.plan({function, nth, {error, {}}});
+    LockedChip()->calls.plan({function, nth, error});
 }
 
 std::vector<std::string> sim_calls()

@@ -12,7 +12,6 @@
 #include <new>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 // What the stand-in remembers, and the frame of every library call: the memory is locked in it, but
@@ -32,7 +31,7 @@ public:
     void plan(const PlannedCall &call) { planned_.push_back(call); }
 
     // Counts a call of `function`; returns what is planned for this one.
-    CallPlan count(std::string_view function);
+    PlannedCall count(const char *function);
 
 private:
     std::deque<const char *> names_;

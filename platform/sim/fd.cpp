@@ -7,8 +7,6 @@ using namespace va::sim;
 namespace
 {
 
-constexpr std::uint16_t area_count = 2;
-
 static_assert(sizeof(SimFaceEntry) == NE3_VAL_FD_FACE_SIZE);
 
 Result<ne3_val_fd_result> result_of(std::vector<unsigned char> faces, int count)
@@ -108,13 +106,7 @@ int ne3_val_fd_set_ctrl(const ne3_val_fd_ctrl *ctrl)
 
 int ne3_val_fd_get_area_data_mem(std::uint16_t *count, ne3_val_fd_area_data **areas)
 {
-    return library_call(__func__, [=](Memory &chip) {
-        if (!chip.fd.is_open())
-            return refuse(EPERM);
-        *count = area_count;
-        *areas = &chip.fd.areas->table;
-        return 0;
-    });
+    return library_call(__func__, [=](Memory &chip) { return chip.fd.get_areas(count, areas); });
 }
 
 int ne3_val_fd_get_data(int prm, ne3_val_fd_result *result)

@@ -183,6 +183,17 @@ public:
         return 0;
     }
 
+    // Hands out where its blocks are.
+    template <class Table>
+    int get_areas(std::uint16_t *count, Table **table)
+    {
+        if (!is_open())
+            return refuse(EPERM);
+        *count = sizeof(Table) / sizeof(ne3_val_area_mem);
+        *table = &areas->table;
+        return 0;
+    }
+
     Record defaults{};
     std::optional<Accepted> accepted; // since the module was opened last
     std::unique_ptr<Areas> areas;     // likewise

@@ -11,8 +11,6 @@ using va::formatted;
 namespace
 {
 
-constexpr std::uint16_t area_count = sizeof(ne3_val_od_area_table) / sizeof(ne3_val_area_mem);
-
 static_assert(sizeof(SimObjectEntry) == NE3_VAL_OD_OBJECT_SIZE);
 
 Result<ne3_val_od_result> result_of(std::vector<unsigned char> objects, int count,
@@ -161,13 +159,7 @@ int ne3_val_od_set_ctrl(const ne3_val_od_ctrl *ctrl)
 
 int ne3_val_od_get_area_data_mem(std::uint16_t *count, ne3_val_od_area_table **areas)
 {
-    return library_call(__func__, [=](Memory &chip) {
-        if (!chip.od.is_open())
-            return refuse(EPERM);
-        *count = area_count;
-        *areas = &chip.od.areas->table;
-        return 0;
-    });
+    return library_call(__func__, [=](Memory &chip) { return chip.od.get_areas(count, areas); });
 }
 
 int ne3_val_od_get_data(int prm, ne3_val_od_result *result)

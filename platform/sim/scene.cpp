@@ -39,11 +39,11 @@ constexpr Statement<Scene> settings[] = {
     {"feed N", [](Scene &scene, const Values &v) { scene.feed = v.word; }},
     {"fail F D W",
      [](Scene &scene, const Values &v) {
-         scene.calls.push_back({v.word, v[0], {v[1], {}}});
+         scene.calls.push_back({v.word, v[0], v[1]});
      }},
     {"hang F D D",
      [](Scene &scene, const Values &v) {
-         scene.calls.push_back({v.word, v[0], {0, std::chrono::milliseconds(v[1])}});
+         scene.calls.push_back({v.word, v[0], 0, std::chrono::milliseconds(v[1])});
      }},
 };
 
@@ -58,14 +58,12 @@ constexpr Statement<Scene> observations[] = {
      }},
 };
 
-// Returns whether every line counts.
-bool read_lines(std::istream &file, const std::string &path, Scene &scene)
+void read_lines(std::istream &file, const std::string &path, Scene &scene)
 {
-    bool clean = true;
     std::vector<std::pair<int, std::string>> observed; // lines and their numbers
     const auto report = [&](int number, const char *what, const std::string &line) {
         say("%s:%d: %s: %s", path.c_str(), number, what, line.c_str());
-        clean = false;
+        scene.clean = false;
     };
     std::string line;
     for (int number = 1; std::getline(file, line); ++number) {
@@ -80,7 +78,6 @@ bool read_lines(std::istream &file, const std::string &path, Scene &scene)
         for (const auto &[number, text] : observed)
             report(number, "ignored: the scene has a feed", text);
     }
-    return clean;
 }
 
 constexpr std::int64_t kept_ms = 100;
@@ -232,11 +229,11 @@ private:
 
 } // namespace
 
-std::optional<Scene> read_scene(const std::string &path, bool &clean)
+std::optional<Scene> read_scene(const std::string &path)
 {
     std::ifstream file(path);
     Scene scene;
-    clean = read_lines(file, path, scene);
+    read_lines(file, path, scene);
     if (file.eof())
         return scene;
     say("%s: cannot be read", path.c_str());

@@ -39,15 +39,11 @@ struct ScriptedFace {
 };
 
 // What is to happen in a call.
-struct CallPlan {
-    int error = 0;                     // it fails with this, without effect; 0: it does not
-    std::chrono::milliseconds hang{0}; // it hangs this long before
-};
-
 struct PlannedCall {
     std::string function;
-    int nth; // of the calls from now on, from 1
-    CallPlan plan;
+    int nth;                           // of the calls from now on, from 1
+    int error = 0;                     // it fails with this, without effect; 0: it does not
+    std::chrono::milliseconds hang{0}; // it hangs this long before
 };
 
 struct Scene {
@@ -60,11 +56,12 @@ struct Scene {
     std::vector<ScriptedObject> objects;
     std::vector<ScriptedFace> faces;
     std::vector<PlannedCall> calls;
+    bool clean = true; // every line counts
 };
 
-// Reads a scene file; nothing when it cannot be read. `clean` is set to whether every line counts;
-// those that do not are reported on standard error.
-std::optional<Scene> read_scene(const std::string &path, bool &clean);
+// Reads a scene file; nothing when it cannot be read. Lines that do not count are reported on
+// standard error.
+std::optional<Scene> read_scene(const std::string &path);
 
 // Plays a scene, from where it begins whenever it is started. Of the objects and of the faces that
 // fell due while nobody read them, the newest is kept, and with it those of the 100 ms before; an
