@@ -240,11 +240,6 @@ EventMaker::EventMaker(Sink sink, EventTimeouts timeouts)
 {
 }
 
-void EventMaker::set_scene(std::optional<Scene> scene)
-{
-    scene_ = std::move(scene);
-}
-
 void EventMaker::take(const Record &record)
 {
     pass(record.at);

@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 // Makes events out of records: what began and what ended, in the place of what is. Without a clock
@@ -110,7 +111,7 @@ public:
 
     // What the bits of the alarm masks mean and where lines and areas are; what has begun keeps the
     // meaning it had. Nothing: not known, as at the beginning and after each start of a daemon.
-    void set_scene(std::optional<Scene> scene);
+    void set_scene(std::optional<Scene> scene) { scene_ = std::move(scene); }
 
     // Each daemon that connects will be asked for its scene: alarms wait for it up to a second.
     void expect_scene() { expects_scene_ = true; }

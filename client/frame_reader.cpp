@@ -5,13 +5,6 @@
 namespace va
 {
 
-namespace
-{
-
-constexpr std::size_t length_size = sizeof(std::uint32_t);
-
-} // namespace
-
 void FrameReader::append(std::span<const std::uint8_t> bytes)
 {
     buffer_.erase(buffer_.begin(), buffer_.begin() + static_cast<std::ptrdiff_t>(taken_));
@@ -39,16 +32,6 @@ std::uint32_t FrameReader::announced() const
     if (untaken().size() >= length_size)
         std::memcpy(&length, untaken().data(), length_size);
     return length;
-}
-
-bool FrameReader::at_boundary() const
-{
-    return untaken().empty();
-}
-
-std::span<const std::uint8_t> FrameReader::untaken() const
-{
-    return std::span(buffer_).subspan(taken_);
 }
 
 } // namespace va

@@ -39,10 +39,12 @@ public:
     std::uint32_t announced() const;
 
     // True between frames: an end of file now has cut nothing off.
-    bool at_boundary() const;
+    bool at_boundary() const { return untaken().empty(); }
 
 private:
-    std::span<const std::uint8_t> untaken() const;
+    static constexpr std::size_t length_size = sizeof(std::uint32_t);
+
+    std::span<const std::uint8_t> untaken() const { return std::span(buffer_).subspan(taken_); }
 
     std::vector<std::uint8_t> buffer_;
     std::size_t taken_ = 0; // bytes at the front that next() has handed out

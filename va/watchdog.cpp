@@ -53,11 +53,6 @@ bool Watchdog::start()
             add_timer_event(timer_ms(notifier_.interval()), EVENT_ENABLED, on_time, this));
 }
 
-void Watchdog::notify_stopping()
-{
-    notifier_.send("STOPPING=1\nSTATUS=Stops.");
-}
-
 void Watchdog::notify_not_started()
 {
     const VaHealth::Reason why = health_.record().boot_failure;

@@ -24,7 +24,7 @@ public:
     // short.
     bool start();
 
-    void notify_stopping();
+    void notify_stopping() { notifier_.send("STOPPING=1\nSTATUS=Stops."); }
     void notify_not_started();
 
 private:

@@ -73,11 +73,6 @@ bool Filters::have_names() const
     return std::ranges::any_of(lines_, is_name) || std::ranges::any_of(areas_, is_name);
 }
 
-void Filters::set_scene(const std::optional<Scene> &scene)
-{
-    rules_ = scene ? scene->rules : std::vector<AlarmRule>();
-}
-
 std::optional<Payload> Filters::select(const Record &record)
 {
     if (empty())

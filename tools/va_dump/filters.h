@@ -27,7 +27,10 @@ public:
 
     // What the bits of the alarm masks mean. As long as that is not known a number is that of a bit
     // of the lines' mask, or of any mask of areas, and no name fits.
-    void set_scene(const std::optional<Scene> &scene);
+    void set_scene(const std::optional<Scene> &scene)
+    {
+        rules_ = scene ? scene->rules : std::vector<AlarmRule>();
+    }
 
     // What is wanted of a record: of objects and faces the entries; an alarm record as it is, when
     // a line or area of it is. Nothing of a stream that no filter is about. Valid until the next

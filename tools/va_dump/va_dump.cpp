@@ -63,15 +63,11 @@ Selection make_selection(Options &options)
     return [&](const Record &record) { return options.filters.select(record); };
 }
 
-DaemonStatus ask(const Options &options)
-{
-    return options.reload ? reload_settings(options.source.directory)
-                          : ask_daemon_status(options.source.directory);
-}
-
 int print_status(const Options &options)
 {
-    const DaemonStatus status = ask(options);
+    const std::string &directory = options.source.directory;
+    const DaemonStatus status =
+        options.reload ? reload_settings(directory) : ask_daemon_status(directory);
     const Verdict verdict = judge(status);
     if (options.json)
         write_line(status_json(status, verdict));
