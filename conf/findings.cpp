@@ -31,7 +31,7 @@ void ConfReport::change(Change change)
     try {
         change(*findings_);
     } catch (const std::bad_alloc &) {
-        findings_->complete_ = false;
+        findings_->is_complete = false;
     }
 }
 
@@ -39,7 +39,7 @@ void ConfReport::read(const char *key, const char *value, const char *default_te
                       const char *remark)
 {
     change([=](ConfFindings &findings) {
-        ConfFindings::Setting &setting = findings.settings_[key];
+        ConfFindings::Setting &setting = findings.settings[key];
         setting.value.assign(value).append(remark);
         setting.is_default = std::string_view(value) == default_text;
         setting.rejected.clear();
@@ -49,7 +49,7 @@ void ConfReport::read(const char *key, const char *value, const char *default_te
 void ConfReport::reject(const char *beginning, const char *why)
 {
     change([=](ConfFindings &findings) {
-        auto &settings = findings.settings_;
+        auto &settings = findings.settings;
         auto setting = settings.lower_bound(beginning);
         while (setting != settings.end() && setting->first.starts_with(beginning)) {
             auto &[value, is_default, rejected, unusable] = setting->second;
@@ -64,20 +64,20 @@ void ConfReport::reject(const char *beginning, const char *why)
 void ConfReport::use(const char *key, const char *why_not)
 {
     change([=](ConfFindings &findings) {
-        const auto setting = findings.settings_.find(key);
-        if (setting != findings.settings_.end())
+        const auto setting = findings.settings.find(key);
+        if (setting != findings.settings.end())
             setting->second.unusable = why_not ? why_not : "";
     });
 }
 
 void ConfReport::filter(int number, const char *name, std::int32_t event, int bit)
 {
-    change([=](ConfFindings &findings) { findings.filters_[number] = {name, event, bit}; });
+    change([=](ConfFindings &findings) { findings.filters[number] = {name, event, bit}; });
 }
 
 void ConfReport::filter_count(int count)
 {
     change([=](ConfFindings &findings) {
-        findings.filters_.erase(findings.filters_.lower_bound(count), findings.filters_.end());
+        findings.filters.erase(findings.filters.lower_bound(count), findings.filters.end());
     });
 }

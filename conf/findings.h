@@ -6,9 +6,7 @@
 
 // What the readers found in the store: the settings in use, and those that were rejected, with the
 // reason. For a program that shows them; what takes effect is in the records.
-class ConfFindings
-{
-public:
+struct ConfFindings {
     struct Setting {
         std::string value; // the store's, or the default
         bool is_default;
@@ -26,10 +24,9 @@ public:
     };
 
     // By key, as last read. A window, a line or an area that is not defined has none.
-    const std::map<std::string, Setting> &settings() const { return settings_; }
-    // By number, as last read.
-    const std::map<int, Filter> &filters() const { return filters_; }
-    bool is_complete() const { return complete_; } // memory was never short
+    std::map<std::string, Setting> settings;
+    std::map<int, Filter> filters; // by number, as last read
+    bool is_complete = true;       // memory was never short
 
     // As long as it lives, the readers that the calling thread calls report to `findings`. One at a
     // time on a thread; the caller keeps other threads away from the findings.
@@ -41,13 +38,6 @@ public:
         Collector(const Collector &) = delete;
         Collector &operator=(const Collector &) = delete;
     };
-
-private:
-    friend class ConfReport;
-
-    std::map<std::string, Setting> settings_;
-    std::map<int, Filter> filters_;
-    bool complete_ = true;
 };
 
 // Where a reader reports: the findings that the calling thread collected when it was made. Without

@@ -397,14 +397,14 @@ TEST(Filters, AreLinesThenAreasWithNoDetectionAreasAndAChain)
 std::string reported(const ConfFindings &findings)
 {
     std::string all;
-    for (const auto &[key, setting] : findings.settings()) {
+    for (const auto &[key, setting] : findings.settings) {
         const auto &[value, is_default, rejected, unusable] = setting;
         if (key.ends_with("Type") && rejected.empty())
             all += key + "=" + value + " ";
         if (!setting.in_use())
             all += key + (rejected.empty() ? "" : "-") + (unusable.empty() ? "" : "!") + " ";
     }
-    for (const auto &[number, filter] : findings.filters())
+    for (const auto &[number, filter] : findings.filters)
         all += filter.name + "/" + std::to_string(10 * filter.event + filter.bit) + " ";
     return all;
 }
@@ -456,7 +456,7 @@ TEST(Findings, ReportWhatDoesNotTakeEffect)
         judge();
         EXPECT_EQ(reported(findings), wanted) << settings;
     }
-    const auto &sensitivity = findings.settings().at("VMDWindow.Sensitivity").value;
+    const auto &sensitivity = findings.settings.at("VMDWindow.Sensitivity").value;
     EXPECT_EQ(sensitivity, "x (no number: counts as 0)");
     store.write("VMDWindow.Sensitivity=256\n");
     read_record(conf_getODDoParamSetConf);

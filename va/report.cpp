@@ -24,7 +24,7 @@ std::string lines_of(const ConfFindings &findings)
 {
     std::string used;
     std::string left_out;
-    for (const auto &[key, setting] : findings.settings()) {
+    for (const auto &[key, setting] : findings.settings) {
         const std::string item = key + ": " + printable(setting.value);
         if (setting.in_use())
             used += "setting." + item + '\n';
@@ -32,7 +32,7 @@ std::string lines_of(const ConfFindings &findings)
             left_out += "left_out." + item + " (" + setting.reason() + ")\n";
     }
     std::string filters;
-    for (const auto &[number, filter] : findings.filters())
+    for (const auto &[number, filter] : findings.filters)
         filters += formatted("filter.%d.name: %s\nfilter.%d.event: %d\nfilter.%d.bit: %d\n", number,
                              filter.name.c_str(), number, filter.event, number, filter.bit);
     return filters + used + left_out;
@@ -43,7 +43,7 @@ std::string lines_of(const ConfFindings &findings)
 void SettingsReport::publish()
 {
     std::string lines;
-    bool is_complete = findings.is_complete();
+    bool is_complete = findings.is_complete;
     try {
         lines = lines_of(findings);
     } catch (const std::bad_alloc &) {

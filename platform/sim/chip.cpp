@@ -5,9 +5,9 @@
 #include "util/guarded.h"
 
 #include <condition_variable>
-#include <cstddef>
 #include <cstdlib>
 #include <initializer_list>
+#include <iterator>
 #include <thread>
 #include <utility>
 
@@ -81,8 +81,7 @@ bool follow_scene(Memory &memory, const std::string &path)
     if (!scene)
         return false;
     const bool clean = scene->clean;
-    for (const PlannedCall &call : scene->calls)
-        memory.calls.plan(call);
+    std::ranges::copy(scene->calls, std::back_inserter(memory.calls.planned));
     memory.frame = scene->frame;
     memory.source = source_of(*std::move(scene));
     if (memory.library_is_open())
@@ -94,22 +93,22 @@ bool follow_scene(Memory &memory, const std::string &path)
 
 void Calls::note(const char *function)
 {
-    if (names_.size() == SIM_CALLS_KEPT)
-        names_.pop_front();
-    names_.push_back(function);
+    if (names.size() == SIM_CALLS_KEPT)
+        names.pop_front();
+    names.push_back(function);
 }
 
 PlannedCall Calls::count(const char *function)
 {
     PlannedCall all{function, 0};
-    for (PlannedCall &call : planned_) {
+    for (PlannedCall &call : planned) {
         if (call.function != function || --call.nth != 0)
             continue;
         if (call.error != 0)
             all.error = call.error;
         all.hang += call.hang;
     }
-    std::erase_if(planned_, [](const PlannedCall &call) { return call.nth <= 0; });
+    std::erase_if(planned, [](const PlannedCall &call) { return call.nth <= 0; });
     return all;
 }
 
@@ -188,12 +187,13 @@ bool sim_play_scene(const std::string &path)
 
 void sim_fail(const std::string &function, int nth, int error)
 {
-    LockedChip()->calls.plan({function, nth, error});
+    LockedChip()->calls.planned.push_back({function, nth, error});
 }
 
 std::vector<std::string> sim_calls()
 {
-    return LockedChip()->calls.names();
+    const LockedChip chip;
+    return {chip->calls.names.begin(), chip->calls.names.end()};
 }
 
 SimState sim_state()

@@ -21,21 +21,15 @@ namespace va::sim
 {
 
 // The calls made so far, and what is planned for calls to come.
-class Calls
-{
-public:
+struct Calls {
     // `function` has static storage.
     void note(const char *function);
-    std::vector<std::string> names() const { return {names_.begin(), names_.end()}; }
-
-    void plan(const PlannedCall &call) { planned_.push_back(call); }
 
     // Counts a call of `function`; returns what is planned for this one.
     PlannedCall count(const char *function);
 
-private:
-    std::deque<const char *> names_;
-    std::vector<PlannedCall> planned_;
+    std::deque<const char *> names;
+    std::vector<PlannedCall> planned;
 };
 
 enum class LoaderState { Closed, Initialised, DeviceOpen, Mapped, Transferred, Running };
