@@ -51,7 +51,7 @@ Moment now()
 class Camera
 {
 public:
-    Camera(int port, int number) : publisher_(settings_of(port, number), default_source())
+    Camera(int port, int number) : publisher_(settings_of(port, number), Source())
     {
         const std::string connected = "connected";
         for (const Stream stream : STREAMS)

@@ -226,7 +226,7 @@ void check_settings(const Settings &settings)
 bool read_settings(std::span<char *> arguments, Settings &settings, Source &source)
 {
     settings.names.prefix = host_name();
-    source = default_source();
+    source = Source();
     const OptionTable table = options_of(settings, source);
     OptionTable options = table;
     options.push_back({files, 0, "settings", "FILE", "a file of settings, which options override",

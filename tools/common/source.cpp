@@ -1,6 +1,5 @@
 #include "tools/common/source.h"
 
-#include "client/run_dir.h"
 #include "util/text.h"
 
 #include <algorithm>
@@ -32,14 +31,6 @@ std::chrono::milliseconds parse_time(const char *text)
     const double seconds = parse_decimal(text, shortest, longest, "number of seconds");
     return std::chrono::duration_cast<std::chrono::milliseconds>(
         std::chrono::duration<double>(seconds));
-}
-
-Source default_source()
-{
-    Source source;
-    source.directory = VAIPC_RUN_DIR;
-    source.streams.assign(STREAMS.begin(), STREAMS.end());
-    return source;
 }
 
 OptionTable source_options(Source &source)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "client/run_dir.h"
 #include "client/streams.h"
 #include "tools/common/options.h"
 
@@ -13,18 +14,16 @@
 namespace va
 {
 
-// Where a program's records come from, and for how long.
+// Where a program's records come from, and for how long: all streams of the daemon that was built
+// with this program, unless it is set otherwise.
 struct Source {
-    std::string directory;       // of the sockets
-    std::string capture;         // to be read instead of the sockets, unless empty
-    std::vector<Stream> streams; // each once, in the order of STREAMS
+    std::string directory = VAIPC_RUN_DIR; // of the sockets
+    std::string capture;                   // to be read instead of the sockets, unless empty
+    std::vector<Stream> streams{STREAMS.begin(), STREAMS.end()};     // each once, in this order
     std::uint64_t count = std::numeric_limits<std::uint64_t>::max(); // of records
     std::optional<std::chrono::milliseconds> time_limit;
     double pace = 0; // of a capture: relative to its own; 0: all at once
 };
-
-// All streams, of the daemon that was built with this program.
-Source default_source();
 
 // The options that set it, which its values now are the defaults of. They are `source`'s, which
 // must outlive them.

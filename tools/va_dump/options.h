@@ -12,7 +12,7 @@ namespace va::dump
 {
 
 struct Options {
-    Source source = default_source();
+    Source source;
     bool status = false;  // of the daemon, in place of its records
     bool metrics = false; // likewise
     bool reload = false;  // of the daemon's settings

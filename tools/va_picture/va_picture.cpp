@@ -99,7 +99,7 @@ const char *page_of(std::span<char *const> files)
 
 int run(std::span<char *> arguments)
 {
-    Source source = default_source();
+    Source source;
     source.pace = 1;
     std::string still;
     OptionTable options = {{"What is shown:", 0, "still", "FILE",
