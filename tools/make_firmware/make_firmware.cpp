@@ -1,21 +1,18 @@
 #include "platform/firmware.h"
 #include "platform/sim/sim.h"
+#include "util/file.h"
 #include "util/util.h"
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
+#include <numeric>
 #include <string>
-#include <vector>
 
 // Sample co-processor files for the stand-in: the headers are real, the images a byte pattern.
 
 namespace
 {
-
-using Bytes = std::vector<char>;
 
 // Smaller than the areas of the stand-in, and not at their starts.
 constexpr std::uint32_t vector_size = 512;
@@ -27,50 +24,42 @@ static_assert(vector_size <= SIM_VECTOR_SIZE && program_offset + program_size <=
               work_offset + work_size <= SIM_WORK_SIZE);
 
 template <class Header>
-Bytes header_bytes(const Header &header)
+std::string text_of(const Header &header)
 {
-    Bytes bytes(sizeof header);
-    std::memcpy(bytes.data(), &header, sizeof header);
-    return bytes;
+    return {reinterpret_cast<const char *>(&header), sizeof header};
 }
 
 // Each image counts up from a byte of its own, so that a look at the memory tells them apart.
-void append_image(Bytes &file, std::uint32_t size, unsigned first)
+std::string image(std::uint32_t size, char first)
 {
-    for (std::uint32_t i = 0; i < size; ++i)
-        file.push_back(static_cast<char>((first + i) & 0xff));
+    std::string bytes(size, '\0');
+    std::iota(bytes.begin(), bytes.end(), first);
+    return bytes;
 }
 
-Bytes firmware_image()
+std::string firmware_image()
 {
     FirmwareHeader header{};
     long2str(header.vectorSize, vector_size);
     long2str(header.programAddress, SIM_PROGRAM_ADDRESS + program_offset);
     long2str(header.programSize, program_size);
-    Bytes file = header_bytes(header);
-    append_image(file, vector_size, 'V');
-    append_image(file, program_size, 'P');
-    return file;
+    return text_of(header) + image(vector_size, 'V') + image(program_size, 'P');
 }
 
-Bytes work_data()
+std::string work_data()
 {
     WorkDataHeader header{};
     long2str(header.workAddress, SIM_WORK_ADDRESS + work_offset);
     long2str(header.workSize, work_size);
-    Bytes file = header_bytes(header);
-    append_image(file, work_size, 'W');
-    return file;
+    return text_of(header) + image(work_size, 'W');
 }
 
-bool write_file(const std::filesystem::path &path, const Bytes &content)
+bool write_file(const std::filesystem::path &path, const std::string &content)
 {
-    std::ofstream file(path, std::ios::binary);
-    file.write(content.data(), static_cast<std::streamsize>(content.size()));
-    file.close();
-    if (!file)
+    const bool written = va::replace_file(path, content) == 0;
+    if (!written)
         std::perror(path.c_str());
-    return static_cast<bool>(file);
+    return written;
 }
 
 } // namespace
