@@ -41,11 +41,6 @@ std::uint8_t *map_zeroed(std::uint32_t size)
     return pages == MAP_FAILED ? nullptr : static_cast<std::uint8_t *>(pages) + next_shift();
 }
 
-std::uint8_t *allocate_zeroed(std::uint32_t size)
-{
-    return size < mapped_size ? new (std::nothrow) std::uint8_t[size]() : map_zeroed(size);
-}
-
 void free_zeroed(std::uint8_t *data, std::uint32_t size)
 {
     if (size < mapped_size)
@@ -74,7 +69,8 @@ sck_bytes bytes_of(const std::uint32_t &value)
 
 int sck_buf_init(sck_buf_t *buffer, std::uint32_t size)
 {
-    std::uint8_t *const data = allocate_zeroed(size);
+    std::uint8_t *const data =
+        size < mapped_size ? new (std::nothrow) std::uint8_t[size]() : map_zeroed(size);
     if (!data)
         return -1;
     *buffer = {data, size, 0, 0, 0};

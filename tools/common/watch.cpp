@@ -123,7 +123,7 @@ public:
             heard_ = now.at;
             due_ = now.at;
         }
-        if (!query_ && now.at >= due_ && is_asked(now, complete)) {
+        if (!query_ && now.at >= due_ && (wanted_ || !complete || is_silent(now))) {
             was_silent_ = is_silent(now);
             query_.emplace(directory_);
         }
@@ -142,10 +142,6 @@ public:
 
 private:
     bool is_silent(const Moment &now) const { return connected_ && now.at - heard_ >= silence; }
-    bool is_asked(const Moment &now, bool complete) const
-    {
-        return wanted_ || !complete || is_silent(now);
-    }
 
     void take(const Moment &now, const DaemonStatus &status)
     {
