@@ -10,8 +10,15 @@ namespace va
 
 const char *kind_word(Detection::Kind kind)
 {
-    constexpr const char *words[] = {"moving", "static", "face"};
-    return words[static_cast<std::size_t>(kind)];
+    switch (kind) {
+    case Detection::Kind::Moving:
+        return "moving";
+    case Detection::Kind::Static:
+        return "static";
+    case Detection::Kind::Face:
+        return "face";
+    }
+    return "";
 }
 
 std::vector<Alarm> alarms_in(const Record &record)

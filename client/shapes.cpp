@@ -19,13 +19,22 @@ using Kind = Shape::Kind;
 
 const char *key_beginning(Kind kind)
 {
-    constexpr const char *beginnings[] = {
-        // by kind
-        "VMDWindow.NonDetect.V", "VMDWindow.Detect.V", "VideoAnalytics.OD.VmfParam.NdArea",
-        "CrossLine.C",           "ObjectDetection.O",  "FaceDetection.F",
-        "FaceDetection.F",
-    };
-    return beginnings[static_cast<std::size_t>(kind)];
+    switch (kind) {
+    case Kind::NonDetection:
+        return "VMDWindow.NonDetect.V";
+    case Kind::DetectionWindow:
+        return "VMDWindow.Detect.V";
+    case Kind::NoAlarm:
+        return "VideoAnalytics.OD.VmfParam.NdArea";
+    case Kind::Line:
+        return "CrossLine.C";
+    case Kind::Area:
+        return "ObjectDetection.O";
+    case Kind::FaceWatch:
+    case Kind::FaceDetection:
+        return "FaceDetection.F";
+    }
+    return "";
 }
 
 Kind kind_of(AlarmRule::Source source)

@@ -7,8 +7,6 @@
 #include <cerrno>
 #include <climits>
 #include <ctime>
-#include <iomanip>
-#include <sstream>
 #include <system_error>
 
 #include <poll.h>
@@ -34,16 +32,15 @@ bool wait_until_writable(int descriptor)
 
 using Convert = std::tm *(const std::time_t *, std::tm *); // localtime_r() or gmtime_r()
 
-// `format` is std::put_time()'s.
+// `format` is std::strftime()'s.
 std::string calendar_text(SystemTime time, const char *format, Convert *convert)
 {
     const std::time_t seconds = std::chrono::system_clock::to_time_t(
         std::chrono::floor<std::chrono::seconds>(time)); // a time before 1970 too
     std::tm calendar{};
     convert(&seconds, &calendar);
-    std::ostringstream text;
-    text << std::put_time(&calendar, format);
-    return text.str();
+    char text[64];
+    return {text, std::strftime(text, sizeof text, format, &calendar)};
 }
 
 std::string milliseconds_text(SystemTime time)
