@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstdlib>
 #include <ctime>
+#include <string_view>
 #include <system_error>
 
 #include <poll.h>
@@ -30,17 +32,14 @@ bool wait_until_writable(int descriptor)
     return true;
 }
 
-using Convert = std::tm *(const std::time_t *, std::tm *); // localtime_r() or gmtime_r()
-
-// `format` is std::strftime()'s.
-std::string calendar_text(SystemTime time, const char *format, Convert *convert)
+// `convert` is localtime_r() or gmtime_r().
+std::tm calendar_time(SystemTime time, std::tm *(*convert)(const std::time_t *, std::tm *))
 {
     const std::time_t seconds = std::chrono::system_clock::to_time_t(
         std::chrono::floor<std::chrono::seconds>(time)); // a time before 1970 too
     std::tm calendar{};
     convert(&seconds, &calendar);
-    char text[64];
-    return {text, std::strftime(text, sizeof text, format, &calendar)};
+    return calendar;
 }
 
 std::string milliseconds_text(SystemTime time)
@@ -48,6 +47,19 @@ std::string milliseconds_text(SystemTime time)
     const auto part = time - std::chrono::floor<std::chrono::seconds>(time);
     const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(part).count();
     return formatted(".%03d", static_cast<int>(ms));
+}
+
+std::string day_text(const std::tm &calendar)
+{
+    return formatted("%02d:%02d:%02d", calendar.tm_hour, calendar.tm_min, calendar.tm_sec);
+}
+
+std::string date_time_text(const std::tm &calendar, SystemTime time)
+{
+    constexpr int first_year = 1900; // of std::tm, whose months begin with 0
+    return formatted("%04d-%02d-%02dT", first_year + calendar.tm_year, 1 + calendar.tm_mon,
+                     calendar.tm_mday) +
+           day_text(calendar) + milliseconds_text(time);
 }
 
 } // namespace
@@ -88,7 +100,7 @@ void say(const std::string &text)
 
 std::string time_of_day(SystemTime time)
 {
-    return calendar_text(time, "%T", localtime_r);
+    return day_text(calendar_time(time, localtime_r));
 }
 
 std::string clock_text(SystemTime time)
@@ -98,14 +110,15 @@ std::string clock_text(SystemTime time)
 
 std::string iso_text(SystemTime time)
 {
-    std::string zone = calendar_text(time, "%z", localtime_r); // without a colon
-    zone.insert(zone.size() - 2, 1, ':');
-    return calendar_text(time, "%FT%T", localtime_r) + milliseconds_text(time) + zone;
+    const std::tm local = calendar_time(time, localtime_r);
+    const long minutes = std::abs(local.tm_gmtoff) / 60;
+    return date_time_text(local, time) +
+           formatted("%c%02ld:%02ld", local.tm_gmtoff < 0 ? '-' : '+', minutes / 60, minutes % 60);
 }
 
 std::string utc_text(SystemTime time)
 {
-    return calendar_text(time, "%FT%T", gmtime_r) + milliseconds_text(time) + 'Z';
+    return date_time_text(calendar_time(time, gmtime_r), time) + 'Z';
 }
 
 } // namespace va
