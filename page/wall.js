@@ -240,12 +240,12 @@ class Wall {
     for (const card of this.order) this.mark(card);
   }
 
-  // Cards out of view are drawn when they come into it.
+  // Cards out of view are drawn when they come into it, those below an open camera when it closes.
   draw() {
     const now = performance.now();
     if (!this.isLaidOut) this.layOut();
     for (const card of this.dirty) {
-      if (card.inView) card.show(now);
+      if (card.inView && !this.single.camera) card.show(now);
       if (this.single.camera === card.camera) this.drawSingle(now);
     }
     this.dirty.clear();
@@ -337,9 +337,13 @@ class Wall {
     if (card) this.single.open(card.camera, this.shortName(card.camera.name));
     else this.single.close();
     if (before && before !== card) this.onview(before.camera.name, before.inView);
-    if (!card) return before?.button.focus({ preventScroll: true });
-    this.onview(card.camera.name, true);
-    this.mark(card);
+    if (card) {
+      this.onview(card.camera.name, true);
+      this.mark(card);
+    } else if (before) {
+      this.redraw();
+      before.button.focus({ preventScroll: true });
+    }
   }
 }
 

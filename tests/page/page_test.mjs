@@ -311,7 +311,10 @@ inLab("a still: in the single camera, and a fresh one in the tile", async ({ pag
   await page.shows(".open");
   await page.tab.click(".open");
   await isShown("dialog");
-  assert.ok(await page.tab.$eval("article .still", still => still.hidden), "nobody knows of when it is");
+  await page.press("Escape");
+  await cameras.tell(1, FRAME, frame(1), false);
+  await page.shows("article .moving");
+  assert.ok(await page.tab.$eval("article .still", still => still.hidden), "its age is not known");
   await publish();
   await isShown("article");
   await cameras.tell(1, "va/still", "");
