@@ -144,7 +144,7 @@ TEST(MessageFileTest, HasWhatAPageNeedsAndLosesNothing)
 struct Camera {
     const TempDir dir{};
     MessageFile file{dir.file("scene.html"), 1};
-    MessageMaker maker{{.prefix = "camera"}, default_source(), 20, file};
+    MessageMaker maker{{.prefix = "camera"}, Source(), 20, file};
 
     static Moment moment(int ms) { return {SystemTime(milliseconds(ms)), milliseconds(ms)}; }
 
