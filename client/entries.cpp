@@ -34,9 +34,4 @@ std::vector<Alarm> alarms_in(const Record &record)
     return alarms;
 }
 
-bool is_tamper_alarm(const Record &record)
-{
-    return record.stream == Stream::Ta && TAMPER_RECORDS_ARE_ALARMS;
-}
-
 } // namespace va

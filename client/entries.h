@@ -44,7 +44,6 @@ std::vector<Alarm> alarms_in(const Record &record);
 
 // Whether every record of "ta" is an alarm.
 extern const bool TAMPER_RECORDS_ARE_ALARMS;
-bool is_tamper_alarm(const Record &record);
 
 // To which side a line is crossed when it alarms, seen from its start to its end.
 enum class Crossing { Unknown, ToLeft, ToRight, Both };

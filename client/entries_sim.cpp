@@ -1,6 +1,7 @@
 #include "client/entries.h"
 #include "records/records.h"
 
+#include <algorithm>
 #include <cstring>
 #include <iterator>
 
@@ -20,6 +21,13 @@ static_assert(std::size(object_fields) * word_size == sizeof(SimObjectEntry));
 constexpr Field face_fields[] = {{"id"},           {"x", true}, {"y", true}, {"width", true},
                                  {"height", true}, {"score"},   {"angle"}};
 static_assert(std::size(face_fields) * word_size == sizeof(SimFaceEntry));
+
+// A line of any other direction alarms both ways, too.
+constexpr struct CrossingCode {
+    Crossing crossing;
+    std::int32_t direction;
+} crossings[] = {
+    {Crossing::ToRight, SIM_TO_RIGHT}, {Crossing::ToLeft, SIM_TO_LEFT}, {Crossing::Both, 0}};
 
 Detection detection_of(const SimObjectEntry &object)
 {
@@ -89,29 +97,14 @@ std::optional<std::uint32_t> picture_number(const Record &record)
 
 Crossing crossing_of(std::int32_t direction)
 {
-    switch (direction) {
-    case SIM_TO_RIGHT:
-        return Crossing::ToRight;
-    case SIM_TO_LEFT:
-        return Crossing::ToLeft;
-    default:
-        return Crossing::Both;
-    }
+    const auto *found = std::ranges::find(crossings, direction, &CrossingCode::direction);
+    return found == std::end(crossings) ? Crossing::Both : found->crossing;
 }
 
 std::optional<std::int32_t> direction_of(Crossing crossing)
 {
-    switch (crossing) {
-    case Crossing::ToRight:
-        return SIM_TO_RIGHT;
-    case Crossing::ToLeft:
-        return SIM_TO_LEFT;
-    case Crossing::Both:
-        return 0; // as is any that is neither of the two
-    case Crossing::Unknown:
-        break;
-    }
-    return std::nullopt;
+    const auto *found = std::ranges::find(crossings, crossing, &CrossingCode::crossing);
+    return found == std::end(crossings) ? std::nullopt : std::optional(found->direction);
 }
 
 } // namespace va

@@ -256,7 +256,7 @@ void EventMaker::take(const Record &record)
         take_alarms(record);
         break;
     case Stream::Ta:
-        if (is_tamper_alarm(record))
+        if (TAMPER_RECORDS_ARE_ALARMS)
             show({record.stream, 0, 0},
                  {.kind = Kind::TamperBegan, .at = record.at, .first = record.at});
         break;

@@ -221,14 +221,6 @@ const Shape *Scene::shape_of(const AlarmRule &rule) const
     return found == shapes.end() ? nullptr : &*found;
 }
 
-const AlarmRule *Scene::rule_of(const Shape &shape) const
-{
-    const auto found = std::ranges::find_if(rules, [&](const AlarmRule &rule) {
-        return shape.used && shape.kind == kind_of(rule.source) && shape.number == rule.number;
-    });
-    return found == rules.end() ? nullptr : &*found;
-}
-
 std::optional<Scene> scene_of(const DaemonStatus &status)
 {
     const auto frame = frame_in(status.value("va.sensor"));

@@ -74,8 +74,6 @@ struct Scene {
 
     // The shape of a rule; null when it is not known.
     const Shape *shape_of(const AlarmRule &rule) const;
-    // The rule of a line or an area in use; null of any other shape.
-    const AlarmRule *rule_of(const Shape &shape) const;
 };
 
 // Nothing when the daemon has not answered, or not said its frame. Of modules that are off there is

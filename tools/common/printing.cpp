@@ -98,11 +98,6 @@ void say(const std::string &text)
     write_all(STDERR_FILENO, program_invocation_short_name + (": " + text + '\n'));
 }
 
-std::string time_of_day(SystemTime time)
-{
-    return day_text(calendar_time(time, localtime_r));
-}
-
 std::string clock_text(SystemTime time)
 {
     return time_of_day(time) + milliseconds_text(time);

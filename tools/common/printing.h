@@ -26,8 +26,7 @@ void write_line(const std::string &line);
 // A line on standard error, with the program's name in front; nothing when that is not read.
 void say(const std::string &text);
 
-// "14:02:03" and "14:02:03.123", local time.
-std::string time_of_day(SystemTime time);
+// "14:02:03.123", local time.
 std::string clock_text(SystemTime time);
 
 // "2026-03-01T14:02:03.123+01:00" and "2026-03-01T13:02:03.123Z".
