@@ -100,7 +100,7 @@ void say(const std::string &text)
 
 std::string clock_text(SystemTime time)
 {
-    return time_of_day(time) + milliseconds_text(time);
+    return day_text(calendar_time(time, localtime_r)) + milliseconds_text(time);
 }
 
 std::string iso_text(SystemTime time)
