@@ -272,10 +272,11 @@ TEST(DumpTest, ShowsWhatIsInForce)
     Program events(VA_DUMP, files.path(), {"-e", "-d", "run", "line=CrossLine.C0", "line=1"}, "e");
     const Daemon daemon(files, {"-o"});
     const std::string crossed = " crossed by moving 7 to the left, ";
-    EXPECT_TRUE(events.wait_for_output("line CrossLine.C0" + crossed + "1 so far\n"));
+    // Who it was is not known where results are late.
+    EXPECT_TRUE(events.wait_for_output("line CrossLine.C0" + crossed));
     files.store("VMDWindow.Sensitivity=26\n" + line("CrossLine.C1.") +
                 window("VMDWindow.NonDetect.V0.", 0, 0, 0, 9999));
-    EXPECT_TRUE(events.wait_for_output("line CrossLine.C0" + crossed + "2 so far\n"));
+    EXPECT_TRUE(events.wait_for_output(", 2 so far\n"));
     Program reload(VA_DUMP, files.path(), {"-d", "run", "--reconfig"}, "reload");
     EXPECT_TRUE(reload.wait_for_exit(IS_WELL));
     EXPECT_NE(std::string::npos, reload.output().find("\n  CrossLine.C1.EndY = 9999\n"));
