@@ -317,9 +317,12 @@ class Wall {
   }
 
   // The address names the camera that is open, by its short name or its whole one.
+  // Not by location.hash, which makes no entry in the history while the page is still loading: to
+  // close the camera would leave the page.
   open(name) {
     this.openedHere = true;
-    location.hash = encodeURI(this.shortName(name));
+    history.pushState(null, "", `#${encodeURI(this.shortName(name))}`);
+    this.followAddress();
   }
 
   close() {

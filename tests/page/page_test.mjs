@@ -382,5 +382,8 @@ test("files: each message once, the whole after a gap and of a new run, and an e
   files.pause();
   await page.shows("dialog .state", "unknown since");
   await page.reads("#source", ["nothing new is written"]);
+  await page.press("Escape");
+  await page.gone("dialog");
+  await page.shows("article"); // and not what the browser showed before
   await page.close();
 });
