@@ -10,7 +10,7 @@ const PATIENCE = 3000;    // ms, after which what is written is old
 class FileSource {
   constructor(wall) {
     this.wall = wall;
-    this.base = location.pathname.replace(/\.html$/, "");
+    this.base = location.pathname.replace(/\.html$/, "").replace(/\/$/, "/index");
     this.run = null;      // of the program that writes
     this.last = 0;        // number of the newest message taken
     this.written = null;
@@ -33,11 +33,10 @@ class FileSource {
 
   async look() {
     const news = await this.load(".new.js");
-    if (!news) {
-      this.isOld = null;
-      return this.wall.setSource("nothing is written yet", true);
-    }
-    this.judge(news.written);
+    if (!news && this.written === null) return this.wall.setSource("nothing is written yet", true);
+    // Now and then a browser reads no more of a file than there was of the one before it.
+    this.judge(news ? news.written : this.written);
+    if (!news) return;
     if (news.run !== this.run || news.after > this.last) {
       const whole = await this.load(".js");
       if (!whole) return;
