@@ -22,10 +22,14 @@ class Alerts {
     this.waiting = [];
     this.timer = null;
     this.audio = null;
+    this.isBeepDue = false;
     for (const name of ["sound", "notify"]) {
       byId(name).onclick = () => this.toggle(name);
       this.set(name, Boolean(preferences.read()[name]));
     }
+    // What was allowed may be so no more.
+    if (this.notify && globalThis.Notification?.permission !== "granted") this.set("notify", false);
+    byId("full").hidden = !document.fullscreenEnabled; // on some phones
     byId("full").onclick = () =>
       document.fullscreenElement ? document.exitFullscreen() : document.documentElement.requestFullscreen();
     document.onfullscreenchange = () =>
@@ -47,8 +51,19 @@ class Alerts {
 
   async mayNotify() {
     const answer = "Notification" in window ? await Notification.requestPermission() : "denied";
+    byId("notify").textContent = answer === "granted" ? "Notifications" : "Notifications not allowed";
     if (answer !== "granted") this.say("This browser does not allow notifications for this page.");
     return answer === "granted";
+  }
+
+  // Some phones allow them, and then show none.
+  show(text) {
+    try {
+      new Notification("Alarm", { body: text, tag: "va" });
+    } catch {
+      this.set("notify", false);
+      byId("notify").textContent = "Notifications not possible";
+    }
   }
 
   raise(name, text) {
@@ -62,7 +77,7 @@ class Alerts {
     const text = all.slice(0, NAMED_AT_MOST).join("; ") + (more > 0 ? `; and ${more} more` : "");
     this.say(text);
     if (this.sound) this.beep();
-    if (this.notify) new Notification("Alarm", { body: text, tag: "va" });
+    if (this.notify) this.show(text);
     this.timer = setTimeout(() => {
       this.timer = null;
       if (this.waiting.length) this.announce();
@@ -74,9 +89,14 @@ class Alerts {
     byId(byId("single").open ? "single-announcer" : "announcer").textContent = text;
   }
 
-  beep() {
+  // A browser keeps sound back until somebody clicks: then it is one, however many were due.
+  async beep() {
     this.audio ??= new AudioContext();
-    this.audio.resume();
+    const resumed = this.audio.resume();
+    if (this.isBeepDue) return;
+    this.isBeepDue = true;
+    await resumed;
+    this.isBeepDue = false;
     const tone = new OscillatorNode(this.audio, { frequency: 880 });
     const volume = new GainNode(this.audio, { gain: .15 });
     const begin = this.audio.currentTime;
