@@ -7,7 +7,8 @@ const REFUSED = [4, 5, 134, 135]; // reasons of brokers, which do not tell them 
 const STATES = ["va/available", "va/scene", "va/track/+", "onvif-ej/#"]; // of all cameras
 const SEEN = ["onvif-mj/#", "va/still"];                                // of those in view
 const DEEPEST = 4;                                                      // levels of a camera's name
-const GROUPS = new URLSearchParams(location.search).getAll("prefix").filter(Boolean);
+const GROUPS = new URLSearchParams(location.search).getAll("prefix")
+  .map(group => group.replace(/\/+$/, "")).filter(Boolean);
 
 class BrokerSource {
   constructor(wall) {
