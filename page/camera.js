@@ -245,7 +245,7 @@ class Camera {
   }
 
   takeAvailable(value, retained) {
-    const online = { online: true, offline: false }[value?.State];
+    const online = { __proto__: null, online: true, offline: false }[value?.State];
     if (value && online === undefined) throw new Error(`${value.State} is no state`);
     // A last will does not know when it was.
     const since = value?.Since === undefined ? this.heard : timeOf(value.Since);

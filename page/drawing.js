@@ -7,11 +7,13 @@ const LABEL = { height: 16, margin: 4, baseline: 12 }; // pixels
 const NEAR = 3 * (LABEL.height + 2); // pixels, within which a label is seen to belong to its box
 const ARROW = { length: 20, half: 9 };
 const EDGE = 2;
+// By words of messages, which may be any: without a prototype none has a meaning by accident.
+const SIDES = { __proto__: null, "to right": [1], "to left": [-1], "both": [1, -1] }; // 1: right
 const SHAPE_CLASSES = {
-  "non-detection": "nondet", "detection": "det", "no-detection": "noalarm", "line": "line",
+  __proto__: null, "non-detection": "nondet", "detection": "det", "no-detection": "noalarm", "line": "line",
   "area": "area", "face watch": "fwatch", "face detection": "fdet",
 };
-const OBJECT_CLASSES = { moving: "moving", static: "static", face: "face" };
+const OBJECT_CLASSES = { __proto__: null, moving: "moving", static: "static", face: "face" };
 
 // Places labels so that none covers another, nor one of the boxes, as long as there is room.
 class Labels {
@@ -71,7 +73,7 @@ function arrow([start, end], side, style) {
 function outline({ kind, crossing }, places, style) {
   const d = "M" + places.map(({ x, y }) => `${x.toFixed(1)} ${y.toFixed(1)}`).join("L");
   if (kind !== "line") return [["path", { class: `shape ${style}`, d: `${d}Z` }]];
-  const sides = { "to right": [1], "to left": [-1], "both": [1, -1] }[crossing] ?? [];
+  const sides = SIDES[crossing] ?? [];
   return [["path", { class: `shape ${style}`, d }],
           ...sides.map(side => arrow(places, side, style))];
 }

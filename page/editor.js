@@ -262,7 +262,7 @@ class EditorPicture {
     const foot = [0, 1].map(axis => start[axis] + along[axis] * length / 4);
     const corner = (ahead, aside) => [foot[0] + ahead * along[0] - aside * along[1],
                                       foot[1] + ahead * along[1] + aside * along[0]];
-    const sides = { "to right": [1], "to left": [-1], "both": [1, -1] }[Crossing] ?? [];
+    const sides = SIDES[Crossing] ?? [];
     return sides.map(side =>
       `M${corner(9, 0)}L${corner(0, 20 * side)}L${corner(-9, 0)}Z`).join("");
   }

@@ -241,14 +241,15 @@ class Wall {
   }
 
   // Cards out of view are drawn when they come into it, those below an open camera when it closes.
+  // One that cannot be drawn stops no other.
   draw() {
     const now = performance.now();
     if (!this.isLaidOut) this.layOut();
     for (const card of this.dirty) {
+      this.dirty.delete(card);
       if (card.inView && !this.single.camera) card.show(now);
       if (this.single.camera === card.camera) this.drawSingle(now);
     }
-    this.dirty.clear();
   }
 
   drawSingle(now = performance.now()) {

@@ -150,7 +150,7 @@ test("what cannot be read is said, changes nothing, and is over with the next th
       { Frame: { Width: 0, Height: 5 }, Shapes: [] }, { Frame: SIZE, Shapes: [{ ...area, Points: [[0, 0], [1e9, 0]] }] }]],
     [FRAME, frame(object(1)), ["{}", { Frame: [] }, frame({}), frame(object("x")), frame(object(1, NaN))]],
     [AREA, inside(1, true), [event(1), { Data: { IsInside: true } }, inside(1, "yes")]],
-    ["va/available", { State: "online", Since: utc(1) }, ["online", { State: "on" }, { State: "online", Since: "x" }]],
+    ["va/available", { State: "online", Since: utc(1) }, ["online", { State: "constructor" }, { State: "online", Since: "x" }]],
     [COUNTER, event(1, { Count: 1 }), [event(1, { Count: -1 }), event(1, {})]],
   ];
   for (const [topic, good, bads] of table) {
@@ -183,7 +183,7 @@ test("a scene is drawn to scale, with arrows to where a crossing alarms", () => 
   // From the top to the bottom the right of the way is the left of the picture.
   const down = [[5000, 0], [5000, 10000]];
   const tips = crossing => paths(elements(draw(line(crossing, ...down)))).slice(2).map(d => /L(\S+) /.exec(d)[1]);
-  same(["to right", "to left", "both", "unknown"].map(tips), [["80.0"], ["120.0"], ["80.0", "120.0"], []]);
+  same(["to right", "to left", "both", "constructor"].map(tips), [["80.0"], ["120.0"], ["80.0", "120.0"], []]);
 
   const lab = draw(line("both", [5000, 9000], [6000, 1000]), { ...area, Used: false });
   lab.take(COUNTER, event(1, { Count: 12 }), { retained: true });
