@@ -69,7 +69,9 @@ class BrokerSource {
   }
 
   take(topic, payload, how) {
-    if (!topic.endsWith("/va/still")) return this.wall.take(topic, payload.toString(), how);
+    const place = splitTopic(topic); // the wall keeps a still's address, and gives it back
+    if (place?.room !== "va" || place.path[0] !== "still")
+      return this.wall.take(topic, payload.toString(), how);
     const url = payload.length ? URL.createObjectURL(new Blob([payload], { type: "image/jpeg" })) : null;
     this.wall.take(topic, url, how);
   }

@@ -9,6 +9,7 @@ const STILL_FRESH = 15000; // ms
 const OBJECTS_KEPT = 100;  // of a frame; the others are counted
 const SHAPES_KEPT = 100;
 const STREAMS_KEPT = 4;
+const TRAILS_KEPT = 500;
 const RULES_KEPT = 32;
 const EVENTS_KEPT = 100;
 const KINDS_KEPT = 20;     // of what cannot be read
@@ -123,7 +124,7 @@ class Camera {
   // retained is a state, not an event; an event that is past is listed, and alarms nobody. Returns
   // the alarm that it raises, for people, or null.
   take({ room, path }, message, { retained, isPast = false }, now) {
-    const kind = room === "va" ? `va/${path[0]}` : path.slice(-4).join("/");
+    const kind = (room === "va" ? `va/${path[0]}` : path.slice(-4).join("/")).slice(0, 80);
     try {
       const value = typeof message === "string" && message ? JSON.parse(message) : message || null;
       const alarm = this.dispatch(room, path, value, retained, now) ?? null;
@@ -169,7 +170,8 @@ class Camera {
       const key = `${kind} ${number}`;
       const trail = this.trails.get(key) ?? [];
       if (kind === "moving" && trail.at(-1)?.at !== now) trail.push({ ...centre, at: now });
-      if (trail.length) this.trails.set(key, trail);
+      if (trail.length && (this.trails.has(key) || this.trails.size < TRAILS_KEPT))
+        this.trails.set(key, trail);
     }
     for (const [key, trail] of this.trails) {
       while (trail.length && now - trail[0].at > TRAIL_FOR) trail.shift();
