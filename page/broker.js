@@ -44,6 +44,7 @@ class BrokerSource {
   }
 
   begin() {
+    this.wall.forgetStates();
     this.wall.setSource("connected", false);
     // All levels that a camera's name may have, since a filter that takes everything takes the frames.
     const places = (GROUPS.length ? GROUPS.map(group => `${group}/`) : [""]).flatMap(group =>

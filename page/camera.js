@@ -185,6 +185,7 @@ class Camera {
     if (!value) { // it is no longer in force
       this.inside.delete(rule);
       if (detector === "CountAggregation") this.counts.delete(rule);
+      if (detector === "GlobalSceneChange") this.tampered = false;
       ++this.version;
       return null;
     }
@@ -252,8 +253,10 @@ class Camera {
     // A last will does not know when it was.
     const since = value?.Since === undefined ? this.heard : timeOf(value.Since);
     const why = value?.Why === undefined ? "" : textOf(value.Why);
+    // What is online again behind a connection that broke has been so for longer than that.
+    const text = online ? "online" : `offline${why && `: ${why}`}`;
     if (this.online !== null && online !== this.online && !retained)
-      this.tell(since ?? Date.now(), online ? "online" : `offline${why && `: ${why}`}`);
+      this.tell(since > this.since ? since : Date.now(), text);
     if (online !== this.online) this.offlineSeen = false;
     Object.assign(this, { online: online ?? null, since, why });
   }
@@ -266,6 +269,14 @@ class Camera {
     }
     this.scene = value;
     this.shapes = shapes;
+    ++this.version;
+  }
+
+  // For who was away meanwhile: a state that has been taken back since does not come again.
+  forgetStates() {
+    this.inside.clear();
+    this.counts.clear();
+    this.tampered = false;
     ++this.version;
   }
 

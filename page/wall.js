@@ -118,6 +118,11 @@ class Wall {
     this.redraw();
   }
 
+  // Before all states come again.
+  forgetStates() {
+    for (const { camera } of this.order) camera.forgetStates();
+  }
+
   forget() {
     for (const { article } of this.order) article.remove();
     this.cards.clear();

@@ -141,6 +141,8 @@ test("a last will has no time: that of the last message stands for it", () => {
   lab.take(LINE, event(42, {}));
   lab.take("va/available", { State: "offline", Why: "the connection was lost" });
   assert.equal(lab.camera.since, 1e12 + 42000);
+  lab.take("va/available", { State: "online", Since: utc(0) }); // as it was before
+  same(lab.texts().slice(0, 2), ["online", "offline: the connection was lost"]);
 });
 
 test("what cannot be read is said, changes nothing, and is over with the next that can", () => {

@@ -194,9 +194,9 @@ inLab("a broker that hangs or is gone: nothing is known, until it is back", asyn
   const colour = () =>
     page.tab.$eval("body > header", one => getComputedStyle(one).backgroundColor);
   const before = await colour();
-  for (const [take, give] of [
-    [() => broker.process.kill("SIGSTOP"), () => broker.process.kill("SIGCONT")],
-    [() => broker.kill(), () => broker.start()]]) {
+  for (const [take, give, alarms] of [
+    [() => broker.process.kill("SIGSTOP"), () => broker.process.kill("SIGCONT"), 1],
+    [() => broker.kill(), () => broker.start(), 0]]) { // which has kept nothing
     await take();
     await page.shows("article.unknown .state", "unknown since");
     await page.gone(".lit, .alarmed, article.live");
@@ -206,6 +206,7 @@ inLab("a broker that hangs or is gone: nothing is known, until it is back", asyn
     await give();
     await page.shows("#source", "connected");
     assert.equal(await colour(), before);
+    await page.until(count => document.querySelectorAll(".alarmed").length === count, alarms);
   }
 });
 
