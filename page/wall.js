@@ -60,7 +60,6 @@ class Card {
     this.acknowledge.hidden = !asks;
     if (asks) setText(this.acknowledge, camera.alarms ? `Acknowledge ${camera.alarms}` : "Acknowledge");
     this.picture.draw(camera, now, camera.hasFreshStill(now));
-    this.due = camera.nextChange(now);
   }
 }
 Card.made = 0;
@@ -252,9 +251,19 @@ class Wall {
     if (!this.isLaidOut) this.layOut();
     for (const card of this.dirty) {
       this.dirty.delete(card);
-      if (card.inView && !this.single.camera) card.show(now);
-      if (this.single.camera === card.camera) this.drawSingle(now);
+      if (this.isShown(card)) this.show(card, now);
     }
+  }
+
+  // The camera that is open, in view or not; else all in view.
+  isShown(card) {
+    const open = this.single.camera;
+    return open ? open === card.camera : card.inView;
+  }
+
+  show(card, now) {
+    if (this.single.camera) this.drawSingle(now); else card.show(now);
+    card.due = card.camera.nextChange(now);
   }
 
   drawSingle(now = performance.now()) {
@@ -289,7 +298,7 @@ class Wall {
   tick() {
     const now = performance.now();
     for (const card of this.order) {
-      const isSilent = card.inView && now - card.camera.seenAt > SILENCE;
+      const isSilent = this.isShown(card) && now - card.camera.seenAt > SILENCE;
       if (card.due <= now || isSilent && this.stateOf(card.camera, now).text !== card.state.textContent) {
         card.due = Infinity;
         this.mark(card);
