@@ -20,6 +20,10 @@ class FileSource {
     this.got = null;
     window.takeMessages = got => { this.got = got; };
     this.follow();
+    // A web server that does not answer says nothing, either.
+    setInterval(() => {
+      if (this.isOld === false && !document.hidden) this.judge(this.written);
+    }, PATIENCE / 3);
   }
 
   async follow() {
@@ -58,9 +62,10 @@ class FileSource {
     const fresh = messages.filter(({ n }) => n > this.last); // one that is a state too has one number
     const folder = location.pathname.replace(/[^/]*$/, "");
     for (const { at, topic, retained, payload, file, n } of fresh) {
-      const url = file && `${folder}${file}?${this.run}-${n}`;
+      const url = file && `${folder}${encodeURIComponent(file)}?${this.run}-${n}`;
       if (url) await this.decode(url);
-      this.wall.take(topic, url ?? payload, { retained, isPast }, now - (written - at));
+      const how = { retained: retained && !url, isPast }; // of a still it is known of when it is
+      this.wall.take(topic, url ?? payload, how, now - (written - at));
       this.last = n;
     }
     // There is one camera: it is what one came for.
