@@ -142,7 +142,7 @@ void Broker::frame(const std::string &topic, const std::string &payload,
 void Broker::send_still(const std::string &topic, const std::string &jpeg)
 {
     const std::scoped_lock locked(lock_);
-    if (!report_.connected || !outbox_.is_empty())
+    if (!report_.connected || !outbox_.is_empty() || frames_.size() >= max_frames_in_flight)
         return;
     outbox_.forget(topic);
     send_now({topic, jpeg, true}, 0, frames_);
