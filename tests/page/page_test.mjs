@@ -134,6 +134,7 @@ inLab("a single camera is opened and closed in each way", async ({ broker, page,
 inLab("a single camera: events by time, counts, as wide as fits", async lab => {
   const { broker, page, cameras } = lab;
   await cameras.introduce(3);
+  await page.shows(card(3, " .state"), "live");
   await page.tab.goto(`${broker.url}#camera3`);
   await page.shows("dialog h2", "camera3");
   const names = { Objects: [{ ObjectId: 7, Class: "Moving", Crossing: "to left" }] };
@@ -145,6 +146,7 @@ inLab("a single camera: events by time, counts, as wide as fits", async lab => {
   await page.shows("#single-events li", "line 0 crossed by moving 7 to the left");
   await page.shows("#single-picture .label", "line 0: 41");
   await page.shows("#single-announcer", "line 0 crossed");
+  await page.gone("#single-picture .lit"); // though nothing else comes
   await page.audit("single");
   for (const size of [PHONE, WIDE]) {
     await page.tab.setViewport(size);
