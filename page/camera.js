@@ -33,9 +33,9 @@ function numberOf(value, least, most) {
   return value;
 }
 
-function textOf(value) {
+function textOf(value, longest = 60) {
   if (typeof value !== "string") throw new Error(`${value} is no text`);
-  return value.slice(0, 60);
+  return value.slice(0, longest);
 }
 
 function listOf(value) {
@@ -252,7 +252,7 @@ class Camera {
     if (value && online === undefined) throw new Error(`${value.State} is no state`);
     // A last will does not know when it was.
     const since = value?.Since === undefined ? this.heard : timeOf(value.Since);
-    const why = value?.Why === undefined ? "" : textOf(value.Why);
+    const why = value?.Why === undefined ? "" : textOf(value.Why, 200);
     // What is online again behind a connection that broke has been so for longer than that.
     const text = online ? "online" : `offline${why && `: ${why}`}`;
     if (this.online !== null && online !== this.online && !retained)
