@@ -59,7 +59,12 @@ class BrokerSource {
 
   watch(name, isSeen) {
     if (this.inView.has(name) === isSeen) return;
-    if (isSeen) this.inView.add(name); else this.inView.delete(name);
+    if (isSeen) {
+      this.inView.add(name);
+    } else {
+      this.inView.delete(name);
+      this.wall.take(`${name}/va/still`, null, { retained: true }); // comes again, and takes room
+    }
     if (!this.client.connected) return;
     if (isSeen) this.subscribe(name);
     else this.client.unsubscribe(SEEN.map(part => `${name}/${part}`));

@@ -90,6 +90,7 @@ class Picture {
 
   showStill(url) {
     this.still.hidden = !url;
-    if (url && this.still.getAttribute("src") !== url) this.still.src = url;
+    if (!url) this.still.removeAttribute("src");
+    else if (this.still.getAttribute("src") !== url) this.still.src = url;
   }
 }

@@ -226,6 +226,7 @@ class Wall {
       if (!card || card.article !== target || card.inView === isIntersecting) continue;
       card.inView = isIntersecting;
       this.onview(card.camera.name, isIntersecting || this.single.camera === card.camera);
+      if (!isIntersecting) card.picture.showStill(null);
       this.mark(card);
     }
   }
