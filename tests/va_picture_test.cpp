@@ -341,7 +341,11 @@ TEST(StillTest, IsShownWithItsFrame)
     backdrop.look(milliseconds(2221));
     EXPECT_EQ("12A34B7null", shown()) << "no still came for two seconds";
     see(8);
-    EXPECT_EQ("12A34B7null8", shown());
+    put_still(path, "C", "picture 8");
+    backdrop.look(milliseconds(2300));
+    see(95);
+    see(5);
+    EXPECT_EQ("12A34B7null8C95", shown()) << "what sees the video has begun anew";
 }
 
 TEST(PictureTest, ShowsADaemonAndACapture)

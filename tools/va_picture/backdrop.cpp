@@ -43,6 +43,10 @@ void Backdrop::state(const std::string &topic, const std::string &payload)
 void Backdrop::frame(const std::string &topic, const std::string &payload,
                      std::optional<std::uint32_t> picture)
 {
+    if (picture && newest_ && is_before(*picture, *newest_)) {
+        while (!frames_.empty()) // whose stills do not come: the pictures are numbered anew
+            hand_on_frame();
+    }
     if (picture)
         newest_ = picture;
     if (!picture || !holds_frames_) {
