@@ -13,7 +13,9 @@ const preferences = {
     try { return JSON.parse(localStorage.getItem(STORED)) ?? {}; } catch { return {}; }
   },
   write(change) {
-    try { localStorage.setItem(STORED, JSON.stringify({ ...this.read(), ...change })); } catch { /* not kept */ }
+    try {
+      localStorage.setItem(STORED, JSON.stringify({ ...this.read(), ...change }));
+    } catch { /* not kept */ }
   },
 };
 
@@ -30,8 +32,8 @@ class Alerts {
     // What was allowed may be so no more.
     if (this.notify && globalThis.Notification?.permission !== "granted") this.set("notify", false);
     byId("full").hidden = !document.fullscreenEnabled; // on some phones
-    byId("full").onclick = () =>
-      document.fullscreenElement ? document.exitFullscreen() : document.documentElement.requestFullscreen();
+    byId("full").onclick = () => document.fullscreenElement
+      ? document.exitFullscreen() : document.documentElement.requestFullscreen();
     document.onfullscreenchange = () =>
       byId("full").setAttribute("aria-pressed", String(Boolean(document.fullscreenElement)));
   }
@@ -51,9 +53,10 @@ class Alerts {
 
   async mayNotify() {
     const answer = "Notification" in window ? await Notification.requestPermission() : "denied";
-    byId("notify").textContent = answer === "granted" ? "Notifications" : "Notifications not allowed";
-    if (answer !== "granted") this.say("This browser does not allow notifications for this page.");
-    return answer === "granted";
+    const isAllowed = answer === "granted";
+    byId("notify").textContent = isAllowed ? "Notifications" : "Notifications not allowed";
+    if (!isAllowed) this.say("This browser does not allow notifications for this page.");
+    return isAllowed;
   }
 
   // Some phones allow them, and then show none.
@@ -68,7 +71,7 @@ class Alerts {
 
   raise(name, text) {
     this.waiting.push(`${name}: ${text}`);
-    this.timer ??= setTimeout(() => this.announce(), this.waiting.length > 1 ? ANNOUNCED_EVERY : 0);
+    this.timer ??= setTimeout(() => this.announce(), 0);
   }
 
   announce() {

@@ -90,7 +90,8 @@ function participantText(data) {
   const names = listOf(data.Objects ?? []).slice(0, 5)
     .map(({ Class, ObjectId }) => `${textOf(Class).toLowerCase()} ${numberOf(ObjectId, 0, 2 ** 32)}`);
   const side = data.Objects?.[0]?.Crossing;
-  return (names.length ? ` by ${names.join(", ")}` : "") + (side ? ` ${textOf(side).replace(/^to /, "to the ")}` : "");
+  return (names.length ? ` by ${names.join(", ")}` : "") +
+    (side ? ` ${textOf(side).replace(/^to /, "to the ")}` : "");
 }
 
 class Camera {

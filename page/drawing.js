@@ -63,8 +63,8 @@ function arrow([start, end], side, style) {
   const along = { x: (end.x - start.x) / length, y: (end.y - start.y) / length };
   const foot = { x: start.x + along.x * length * .42, y: start.y + along.y * length * .42 };
   const tip = { x: foot.x - along.y * side * ARROW.length, y: foot.y + along.x * side * ARROW.length };
-  const corner = sign =>
-    `${(foot.x + sign * along.x * ARROW.half).toFixed(1)} ${(foot.y + sign * along.y * ARROW.half).toFixed(1)}`;
+  const corner = sign => ["x", "y"].map(axis =>
+    (foot[axis] + sign * along[axis] * ARROW.half).toFixed(1)).join(" ");
   return ["path", {
     class: `plate ${style}`, d: `M${corner(1)}L${tip.x.toFixed(1)} ${tip.y.toFixed(1)}L${corner(-1)}Z`,
   }];

@@ -278,8 +278,10 @@ class Wall {
       const since = this.lostAt === null ? "" : ` since ${clock(this.lostAt)}`;
       return { text: `unknown${since}`, className: "unknown", badges: "" };
     }
-    if (camera.unreadable.size > 0)
-      return { text: `unreadable: ${[...camera.unreadable].join(", ")}`, className: "unreadable", badges: "" };
+    if (camera.unreadable.size > 0) {
+      const kinds = [...camera.unreadable].join(", ");
+      return { text: `unreadable: ${kinds}`, className: "unreadable", badges: "" };
+    }
     if (camera.online === null) return { text: "nothing known", className: "unknown", badges: "" };
     if (!camera.online) {
       const since = camera.since === null ? "" : ` since ${clock(camera.since)}`;
@@ -300,7 +302,8 @@ class Wall {
     const now = performance.now();
     for (const card of this.order) {
       const isSilent = this.isShown(card) && now - card.camera.seenAt > SILENCE;
-      if (card.due <= now || isSilent && this.stateOf(card.camera, now).text !== card.state.textContent) {
+      const text = isSilent && this.stateOf(card.camera, now).text;
+      if (card.due <= now || isSilent && text !== card.state.textContent) {
         card.due = Infinity;
         this.mark(card);
       }
