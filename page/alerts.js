@@ -94,11 +94,10 @@ class Alerts {
 
   // A browser keeps sound back until somebody clicks: then it is one, however many were due.
   async beep() {
-    this.audio ??= new AudioContext();
-    const resumed = this.audio.resume();
     if (this.isBeepDue) return;
     this.isBeepDue = true;
-    await resumed;
+    this.audio ??= new AudioContext();
+    await this.audio.resume();
     this.isBeepDue = false;
     const tone = new OscillatorNode(this.audio, { frequency: 880 });
     const volume = new GainNode(this.audio, { gain: .15 });

@@ -6,6 +6,7 @@
 const REFUSED = [4, 5, 134, 135]; // reasons of brokers, which do not tell them apart
 const STATES = ["va/available", "va/scene", "va/track/+", "onvif-ej/#"]; // of all cameras
 const SEEN = ["onvif-mj/#", "va/still"];                                // of those in view
+const LONGEST = 1e6;                                                    // bytes of a message
 const DEEPEST = 4;                                                      // levels of a camera's name
 const GROUPS = new URLSearchParams(location.search).getAll("prefix")
   .map(group => group.replace(/\/+$/, "")).filter(Boolean);
@@ -77,7 +78,7 @@ class BrokerSource {
   take(topic, payload, how) {
     const place = splitTopic(topic); // the wall keeps a still's address, and gives it back
     if (place?.room !== "va" || place.path[0] !== "still")
-      return this.wall.take(topic, payload.toString(), how);
+      return this.wall.take(topic, payload.length > LONGEST ? "too long" : payload.toString(), how);
     const url = payload.length ? URL.createObjectURL(new Blob([payload], { type: "image/jpeg" })) : null;
     this.wall.take(topic, url, how);
   }

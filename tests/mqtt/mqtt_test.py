@@ -283,14 +283,14 @@ class MqttTest(unittest.TestCase):
     def test_a_camera_writes_in_its_own_place_alone(self):
         viewer = Subscriber(self.lab, "viewer", "#")
         publish = ["mosquitto_pub", *self.lab.tls("cam1"), "-q", "1", "-m", "text", "-t"]
-        wait_for(lambda: self.lab.run(*publish, "cameras/cam1/x") or viewer.messages(), "a message")
-        for topic in ("cameras/cam2/x", "cameras/x", "x",
+        wait_for(lambda: self.lab.run(*publish, "cameras/cam1/va/x") or viewer.messages(), "a message")
+        for topic in ("cameras/cam2/va/x", "cameras/cam1/other/va/x", "x",
                       "homeassistant/event/va_cameras_cam2/x/config"):
             self.lab.run(*publish, topic)
-        self.lab.run(*publish, "cameras/cam1/y")
-        viewer.wait("cameras/cam1/y")
+        self.lab.run(*publish, "cameras/cam1/va/y")
+        viewer.wait("cameras/cam1/va/y")
         self.assertEqual({m["topic"] for m in viewer.messages()},
-                         {"cameras/cam1/x", "cameras/cam1/y"})
+                         {"cameras/cam1/va/x", "cameras/cam1/va/y"})
 
     def test_what_cannot_be_used_is_refused(self):
         self.lab.write("wrong.password", "wrong\n")
