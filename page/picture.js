@@ -16,6 +16,13 @@ function setText(element, text) {
   if (element.textContent !== text) element.textContent = text;
 }
 
+// Who has the focus on what is hidden goes on at `next`.
+function setHidden(element, isHidden, next) {
+  const hadFocus = isHidden && element === document.activeElement;
+  element.hidden = isHidden;
+  if (hadFocus) next.focus({ preventScroll: true });
+}
+
 const measure = document.createElement("canvas").getContext("2d");
 measure.font = "bold 12px sans-serif"; // as .label has it
 const widths = new Map(); // of labels, most of which are shown again and again

@@ -20,7 +20,9 @@ class Single {
     byId("single-edit").onclick = () => this.edit(!this.editor.isOpen);
     this.dialog.oncancel = event => {
       event.preventDefault(); // the address closes it
-      if (this.editor.isOpen) this.edit(false); else this.wall.close();
+      if (!this.editor.isOpen) return this.wall.close();
+      this.edit(false);
+      byId("single-edit").focus();
     };
   }
 
@@ -57,7 +59,7 @@ class Single {
     this.dialog.className = `${className}${this.editor.isOpen ? " editing" : ""}`;
     setText(byId("single-state"), text);
     setText(byId("single-badges"), badges);
-    byId("single-acknowledge").hidden = !this.wall.asksFor(camera);
+    setHidden(byId("single-acknowledge"), !this.wall.asksFor(camera), byId("single-close"));
     byId("single-edit").disabled = !camera.scene;
     this.picture.draw(camera, now, true);
     if (this.told !== camera.told) this.listEvents();

@@ -41,9 +41,13 @@ class Card {
     this.badges = made("span", "badges", head);
     this.state = made("span", "state", head);
     this.state.id = `state-${++Card.made}`;
-    this.button.setAttribute("aria-describedby", this.state.id);
+    this.button.parentElement.id = `name-${Card.made}`;
+    this.alarms = made("span", "unseen", head); // which others see in the picture
+    this.alarms.id = `alarms-${Card.made}`;
+    this.button.setAttribute("aria-describedby", `${this.alarms.id} ${this.state.id}`);
     this.acknowledge = made("button", "acknowledge", head);
     this.acknowledge.hidden = true;
+    this.acknowledge.setAttribute("aria-describedby", `name-${Card.made}`);
     this.acknowledge.onclick = () => wall.acknowledge(this.camera);
     this.picture = new Picture(this.article, () => wall.mark(this));
     this.picture.svg.setAttribute("aria-hidden", "true");
@@ -56,8 +60,9 @@ class Card {
     setText(this.state, text);
     this.state.title = text;
     setText(this.badges, badges);
+    setText(this.alarms, camera.alarmsNow(now).map(alarm => `alarm: ${alarm}`).join(", "));
     const asks = wall.asksFor(camera);
-    this.acknowledge.hidden = !asks;
+    setHidden(this.acknowledge, !asks, this.button);
     if (asks) setText(this.acknowledge, camera.alarms ? `Acknowledge ${camera.alarms}` : "Acknowledge");
     this.picture.draw(camera, now, camera.hasFreshStill(now));
   }
@@ -331,7 +336,7 @@ class Wall {
     setText(byId("summary"), [all, live, cases].filter(Boolean).join(", "));
     const title = this.connected ? cases || all || "no camera" : "unknown";
     if (document.title !== `${title} – va`) document.title = `${title} – va`;
-    byId("acknowledge").hidden = asked === 0;
+    setHidden(byId("acknowledge"), asked === 0, byId("first"));
     byId("empty").hidden = cameras.length > 0 || !byId("login").hidden;
   }
 

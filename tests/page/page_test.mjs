@@ -246,7 +246,7 @@ inLab("an account: asked for, refused with a word, kept when told to", async ({ 
 
 inLab("groups: those of the address alone", async ({ broker, page, cameras }) => {
   for (const group of ["east", "north", "south"]) await cameras.introduce(1, `${group}/camera`);
-  for (const [query, names] of [["prefix=north", ["camera1"]],
+  for (const [query, names] of [["prefix=north/", ["camera1"]],
     ["prefix=north&prefix=south", ["north/camera1", "south/camera1"]]]) {
     await page.tab.goto(`${broker.url}?${query}`);
     await page.shows("#summary", `${names.length} camera`);
@@ -274,8 +274,10 @@ inLab("alarms first until acknowledged; a sound when told to", async ({ page, ca
   await page.audit("first");
   await page.tab.click(card(4, " .acknowledge"));
   await order("3124");
+  await page.until(() => document.activeElement.title === "cameras/camera4");
   await cameras.raise(2, TAMPER, { State: true });
   await order("2314");
+  await page.shows(card(2, " .unseen"), "alarm: tampering");
   await page.tab.click("#acknowledge");
   await order("1234");
   await page.tab.click("#sound");
