@@ -363,7 +363,8 @@ class EditorPanel {
       ? "Left and right are seen from a line's start (round) to its end (square)."
       : "A line's direction is a code of the chip. A line goes from its round to its square end.");
     this.unchanged = this.add("p", this.panel,
-      "Nothing is changed. Drag a line, an area or its handles, or move them with the arrow keys.");
+      "This is what the camera has. Drag a line, an area or its handles, or move them with the " +
+      "arrow keys.");
     this.addResult();
   }
 
@@ -508,6 +509,15 @@ class Editor {
     this.before = EditedShape.allOf(Shapes);
     this.panel.open(this.directions);
     this.reset();
+  }
+
+  // The camera has taken over what was edited, as `scene` says, or has other settings, which do not
+  // matter here.
+  follow({ Shapes }) {
+    const now = EditedShape.allOf(Shapes);
+    if (settingsOf(now, this.shapes, this.directions).length > 0) return;
+    this.before = now;
+    this.changed();
   }
 
   close() {

@@ -46,7 +46,7 @@ class Single {
 
   edit(isOn) {
     if (isOn && !this.camera.scene) return;
-    if (isOn) this.editor.open(this.camera.scene);
+    if (isOn) this.editor.open(this.edited = this.camera.scene);
     else if (this.editor.isOpen) this.editor.close();
     this.dialog.classList.toggle("editing", isOn);
     byId("single-edit").setAttribute("aria-pressed", String(isOn));
@@ -61,6 +61,8 @@ class Single {
     setText(byId("single-badges"), badges);
     setHidden(byId("single-acknowledge"), !this.wall.asksFor(camera), byId("single-close"));
     byId("single-edit").disabled = !camera.scene;
+    if (this.editor.isOpen && camera.scene && camera.scene !== this.edited)
+      this.editor.follow(this.edited = camera.scene);
     this.picture.draw(camera, now, true);
     if (this.told !== camera.told) this.listEvents();
   }
