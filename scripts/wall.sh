@@ -5,9 +5,9 @@
 # Ctrl-C ends everything.
 #   -n CAMERAS  how many cameras, 1 to 99; default: as many as there are videos, at least 1
 #   -p PORT     of the page, default 9080; the next one is the broker's
-#   -m VIDEO    real video, by way of va_video, and a still behind its boxes each second: a file, which is
-#               repeated, a device such as /dev/video0, a URL (rtsp, http). May be given several times:
-#               the first cameras see these, the others scenes
+#   -m VIDEO    real video, by way of va_video, and a still behind its boxes each second, ahead of which
+#               the boxes run: a file, which is repeated, a device such as /dev/video0, a URL (rtsp, http).
+#               May be given several times: the first cameras see these, the others scenes
 #   -d DIR      the cameras' and the broker's files, default build/PRESET/wall
 #   -h, --help  this text
 # VA_PRESET=asan, for instance, runs that build.
@@ -40,7 +40,7 @@ preset=${VA_PRESET:-host}
 bin=$root/build/$preset/bin
 : "${folder:=$root/build/$preset/wall}"
 options=(-DVA_MQTT=ON)
-targets=(va_here va_mqtt make_firmware)
+targets=(va_here va_dump va_mqtt make_firmware)
 
 require "${mqtt_packages[@]}" mosquitto
 if ((${#videos[@]})); then
@@ -166,7 +166,8 @@ for ((number = 1; number <= cameras; ++number)); do
 done
 say "page    http://127.0.0.1:$port/"
 say "broker  127.0.0.1:$broker_port, topics below cameras/"
-say "files   ${folder#"$root/"}"
+say "files   ${folder#"$root/"}, made anew at each start"
+say "edit    store of a camera there, then, in its folder, $bin/va_dump --directory run --reconfig"
 say "end     Ctrl-C"
 # Such as a broker at a port that another has, or eyes for which there is no video.
 wait -n -p ended "${essential[@]}" || true
