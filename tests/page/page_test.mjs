@@ -280,6 +280,7 @@ inLab("alarms first until acknowledged; a sound when told to", async ({ page, ca
   await page.shows(card(2, " .unseen"), "alarm: tampering");
   await page.tab.click("#acknowledge");
   await order("1234");
+  await page.shows("#announcer", "camera2: tampering began"); // three seconds later at most
   await page.tab.click("#sound");
   assert.equal(await sounds(), 1); // to be heard once
   await cameras.raise(4, LINE, {});
