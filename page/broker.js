@@ -66,7 +66,7 @@ class BrokerSource {
       this.inView.delete(name);
       this.wall.take(`${name}/va/still`, null, { retained: true }); // comes again, and takes room
     }
-    if (!this.client.connected) return;
+    if (!this.client?.connected) return; // none while an account is asked for
     if (isSeen) this.subscribe(name);
     else this.client.unsubscribe(SEEN.map(part => `${name}/${part}`));
   }
