@@ -119,6 +119,8 @@ test("alarms: raised by events, not by states; ended by their end and when nothi
   same(camera.alarmsNow(1000), ["line 0"]);
   same(lab.texts(), ["tampering ended", "online", "offline: the daemon has gone", "tampering began",
                      "line 0 crossed by moving 7 to the left", "area 0 entered by moving 7", "area 0 left"]);
+  lab.take("va/available", { State: "offline" }, { retained: true }); // nobody acknowledged that
+  assert.equal(camera.attention(), 1);
 });
 
 test("events: by their time, each once, the newest hundred", () => {
@@ -194,18 +196,24 @@ test("a scene is drawn to scale, with arrows to where a crossing alarms", () => 
   same([first[2], second[2]], ["line 0: 12 ALARM", "area 0 (not used)"]);
   assert.ok(first[1].y > 70, "at the line's lower end");
   same(elements(lab).filter(([, { class: style }]) => style === "shape lit").length, 1);
+  lab.take(COUNTER, "", { retained: true }); // taken back
+  assert.equal(labels(elements(lab))[0][2], "line 0 ALARM");
+  lab.take("va/scene", "", { retained: true });
+  same(labels(elements(lab)), []);
 });
 
 test("objects are drawn where they are, labels where nothing else is", () => {
   const lab = new Lab();
-  lab.take(FRAME, frame(object(7), object(8, 110)));
-  const elements = drawObjects(lab.camera, view, 0, []);
+  lab.take(FRAME, frame(object(7), object(8, 110), object(9, 600)));
+  const taken = [{ x: 120, y: 0, width: 20, height: 18 }];
+  const elements = drawObjects(lab.camera, view, 0, taken);
   const boxes = elements.filter(([name, { class: style }]) => name === "rect" && style === "shape moving");
-  same(boxes.map(([, { x, y, width, height }]) => [x, y, width, height]), [[20, 20, 10, 20], [22, 20, 10, 20]]);
+  same(boxes.map(([, { x, y, width, height }]) => [x, y, width, height]),
+       [20, 22, 120].map(x => [x, 20, 10, 20]));
   const plates = elements.filter(([, { class: style }]) => style === "plate moving").map(([, plate]) => plate);
   for (const plate of plates)
-    for (const other of [...plates, ...boxes.map(([, box]) => box)].filter(other => other !== plate))
+    for (const other of [...taken, ...plates, ...boxes.map(([, box]) => box)].filter(other => other !== plate))
       assert.ok(plate.x >= other.x + other.width || other.x >= plate.x + plate.width ||
                 plate.y >= other.y + other.height || other.y >= plate.y + plate.height);
-  same(labels(elements).map(([, , text]) => text), ["moving 7", "moving 8"]);
+  same(labels(elements).map(([, , text]) => text), ["moving 7", "moving 8", "moving 9"]);
 });

@@ -94,6 +94,7 @@ inLab("what cannot be read blinds one card, after a reload too", async ({ page, 
     await page.shows(".unreadable .state", "unreadable: va/scene");
     await cameras.tell("good2", FRAME, frame(2), false);
     await page.shows("[data-camera=good2] .shape.moving");
+    await page.shows("[data-camera=good2] .state", "nothing for");
     assert.equal(await page.tab.$$eval("h2 img", all => all.length), 0);
     await page.tab.reload();
   }
@@ -139,10 +140,13 @@ inLab("a single camera: events by time, counts, as wide as fits", async lab => {
   await page.shows("dialog h2", "camera3");
   const names = { Objects: [{ ObjectId: 7, Class: "Moving", Crossing: "to left" }] };
   for (const [second, data] of [[5, {}], [9, names], [7, {}]])
-    await cameras.raise(3, LINE, data, NOON + 1000 * second);
+    for (const camera of [2, 3])
+      await cameras.raise(camera, LINE, data, NOON + 1000 * (second + camera - 3));
   await cameras.tell(3, COUNTER, event({ Count: 41 }));
-  await page.until(() => [...document.querySelectorAll("#single-events time")]
-    .map(({ textContent }) => textContent.slice(-1)).join("") === "975");
+  const lists = seconds => page.until(seconds =>
+    [...document.querySelectorAll("#single-events time")]
+      .map(({ textContent }) => textContent.slice(-1)).join("") === seconds, seconds);
+  await lists("975");
   await page.shows("#single-events li", "line 0 crossed by moving 7 to the left");
   await page.shows("#single-picture .label", "line 0: 41");
   await page.shows("#single-announcer", "line 0 crossed");
@@ -161,9 +165,18 @@ inLab("a single camera: events by time, counts, as wide as fits", async lab => {
   await page.tab.click("#single-edit");
   await page.shows("#single-panel button", "Add line");
   await page.audit("editor");
+  const box = await (await page.tab.$("#single-picture .editor")).boundingBox();
+  for (const [act, x] of [["move", .75], ["down"], ["move", .7], ["move", .65], ["up"]])
+    await page.tab.mouse[act](...x ? [box.x + x * box.width, box.y + .7 * box.height] : []);
+  await page.until(() => /O0.Left=(49|50)\d\d\n.*O0.Right=(79|80)\d\d$/.test(
+    document.querySelector("#single-panel textarea").value));
+  await page.tab.click("#single-panel ::-p-text(Reset)");
+  await page.shows("#single-panel p", "Nothing is changed");
   await page.press("Escape");
   await page.gone("#single-panel");
   await page.shows("dialog h2", "camera3");
+  await page.tab.evaluate(() => { location.hash = "camera2"; });
+  await lists("864");
 });
 
 inLab("offline: since when and why, by a last will too, no alarm", async lab => {
@@ -207,12 +220,13 @@ inLab("a broker that hangs or is gone: nothing is known, until it is back", asyn
     await page.audit("lost");
     await give();
     await page.shows("#source", "connected");
+    await until(() => broker.subscribed().length === 2);
     assert.equal(await colour(), before);
     await page.until(count => document.querySelectorAll(".alarmed").length === count, alarms);
   }
 });
 
-inLab("an account: asked for, refused with a word, kept when told to", async ({ broker, page }) => {
+inLab("an account: asked for, refused with a word, kept when told to", async ({ broker, page, cameras }) => {
   const isAsked = () => page.shows("#source", "an account is needed");
   const logIn = async password => {
     await page.tab.$eval("#login", form => form.elements.username.value = "");
@@ -224,7 +238,12 @@ inLab("an account: asked for, refused with a word, kept when told to", async ({ 
     await broker.kill();
     await broker.start(account);
   };
+  await cameras.introduce(60);
+  await page.shows("#summary", "60 cameras");
   await restart({ viewer: "secret" });
+  await isAsked();
+  await page.tab.evaluate(() => { location.hash = "camera60"; });
+  await page.shows("dialog h2", "camera60");
   await page.tab.reload();
   await isAsked();
   await logIn("wrong");
@@ -298,9 +317,14 @@ inLab("frames are asked for of cameras in view alone", async ({ broker, page, ca
     return seen.length < 40 && String(broker.subscribed()) === String([...seen, ...more].sort());
   });
   await asked();
-  await page.tab.evaluate(() => scrollTo(0, document.body.scrollHeight));
+  const scrollToEnd = () => page.tab.evaluate(() => scrollTo(0, document.body.scrollHeight));
+  await scrollToEnd();
   await asked();
   await page.tab.evaluate(() => { location.hash = "camera1"; });
+  await asked("cameras/camera1");
+  await page.tab.evaluate(() => scrollTo(0, 0));
+  await asked();
+  await scrollToEnd();
   await asked("cameras/camera1");
   await page.press("Escape");
   await asked();
@@ -323,8 +347,14 @@ inLab("a still: in the single camera, and a fresh one in the tile", async ({ pag
   assert.ok(await page.tab.$eval("article .still", still => still.hidden), "its age is not known");
   await publish();
   await isShown("article");
+  await page.tab.evaluate(() => { // what is not revoked is kept for ever
+    window.revoked = 0;
+    const { revokeObjectURL } = URL;
+    URL.revokeObjectURL = url => { ++window.revoked; revokeObjectURL(url); };
+  });
   await cameras.tell(1, "va/still", "");
   await page.gone(".still");
+  assert.equal(await page.tab.evaluate(() => window.revoked), 1);
 });
 
 inLab("by keyboard: all is reached, nothing behind an open camera", async ({ page, cameras }) => {
@@ -391,5 +421,9 @@ test("files: each message once, the whole after a gap and of a new run, and an e
   await page.press("Escape");
   await page.gone("dialog");
   await page.shows("article"); // and not what the browser showed before
+  await page.tab.reload();
+  const first = await page.until(() =>
+    document.querySelector("#source").textContent.replace("connecting", ""));
+  assert.equal(await first.jsonValue(), "nothing new is written");
   await page.close();
 });
