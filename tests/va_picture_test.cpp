@@ -144,7 +144,7 @@ TEST(MessageFileTest, HasWhatAPageNeedsAndLosesNothing)
 struct Camera {
     const TempDir dir{};
     MessageFile file{dir.file("scene.html"), 1};
-    MessageMaker maker{{.prefix = "camera"}, Source(), 20, file};
+    MessageMaker maker{{.prefix = "camera", .profile = "a/#+b"}, Source(), 20, file};
 
     static Moment moment(int ms) { return {SystemTime(milliseconds(ms)), milliseconds(ms)}; }
 
@@ -191,8 +191,8 @@ TEST(MessageMakerTest, TellsSinceWhenTheCameraIsThereAndWhyNot)
     EXPECT_EQ("online.100Zthe daemon cannot write its status", available());
     camera.maker.verdict(camera.moment(300), {IS_WELL, ""});
     EXPECT_EQ("online.100Z", available());
-    camera.maker.verdict(camera.moment(400), {NO_ANSWER, "it hangs"});
-    EXPECT_EQ("offline.400Zit hangs", available());
+    camera.maker.verdict(camera.moment(400), {NO_ANSWER, "it hangs\xff"}); // no UTF-8
+    EXPECT_EQ("offline.400Zit hangs\xef\xbf\xbd", available());
     camera.connect(false, 500);
     EXPECT_EQ("offline.400Zthe daemon has gone", available());
     camera.maker.end();
@@ -210,6 +210,7 @@ TEST(MessageMakerTest, HasAStateForWhatIsInForceAlone)
     camera.connect(true, 0);
     camera.answer(MODULES + LINE + AREA, 10);
     EXPECT_EQ(0, count()["Data"]["Count"]);
+    EXPECT_EQ(false, state_in(camera.whole(), "GlobalSceneChange")["Data"]["State"]);
     EXPECT_EQ("CrossLine.C1", count()["Source"]["Rule"]);
     EXPECT_EQ(false, state_in(camera.whole(), "ObjectsInside")["Data"]["IsInside"]);
     alarm(100);
@@ -246,18 +247,24 @@ TEST(MessageMakerTest, ARecordOfOneObjectManyTimesCostsItsEntries)
         camera.see("od", entries, 20 + 100 * i);
         camera.see("vmf", words({0, i == 5 ? 1U : 0U, 0, 0}), 25 + 100 * i);
     }
+    camera.see("od", words({7, 3, 940, 540, 10, 10, 0, 0, 8, 0}), 740); // too soon for a frame
+    camera.maker.tick(camera.moment(790));
     const Json whole = camera.whole();
+    const std::vector<Json> frames =
+        messages_in(whole, "camera/onvif-mj/VideoAnalytics/ab/od", false);
+    ASSERT_FALSE(frames.empty());
     EXPECT_EQ(1U, messages_in(whole, "track/7", false).size());
     EXPECT_EQ(1U,
               messages_in(whole, "LineDetector", false)[0]["payload"]["Data"]["Objects"].size());
-    EXPECT_EQ(1638U, messages_in(whole, "/od", false)[0]["payload"]["Frame"][0]["Object"].size());
+    EXPECT_EQ(1638U, frames.front()["payload"]["Frame"][0]["Object"].size());
+    EXPECT_EQ(1U, frames.back()["payload"]["Frame"][0]["Object"].size());
     EXPECT_LT(std::filesystem::file_size(camera.dir.file("scene.js")), 2'000'000U);
 }
 
 void put_still(const std::string &path, const std::string &content, const char *picture = "")
 {
     std::ofstream(path + ".new", std::ios::binary)
-        << "\xff\xd8" << (*picture ? "\xff\xfe" + std::string("\0\x0b", 2) : "") << picture
+        << "\xff\xd8" << (*picture ? "\xff\xfe" + std::string("\0\x14", 2) : "") << picture
         << content << "\xff\xd9";
     std::filesystem::rename(path + ".new", path);
 }
@@ -287,9 +294,11 @@ TEST(StillTest, IsTakenSeldomBoundedAndNotForLong)
             put_still(path, std::string(17, 'x'));
             EXPECT_EQ("-", look(2100 + 100 * i));
         }
+        std::ofstream(path) << "\xff\xd8half";
+        EXPECT_EQ("-", look(2400));
     });
-    EXPECT_NE(std::string::npos, said.find("larger than 20 bytes\n")) << said;
-    EXPECT_EQ(1, std::ranges::count(said, '\n')) << said;
+    EXPECT_TRUE(said.find("larger than 20 bytes\n") < said.find("no whole JPEG\n")) << said;
+    EXPECT_EQ(2, std::ranges::count(said, '\n')) << said;
     EXPECT_EQ("-", look(6100));
     EXPECT_EQ("gone", look(6200));
     EXPECT_EQ("-", look(9000));
@@ -309,7 +318,7 @@ TEST(StillTest, IsShownWithItsFrame)
         const Json given = given_by(dir.file("scene.js"));
         for (const Json &each : given["messages"]) {
             const std::string text = each.contains("file")
-                                         ? read_file(dir.file(each["file"])).substr(15, 1)
+                                         ? read_file(dir.file(each["file"])).substr(24, 1)
                                          : each["payload"].dump();
             if (order.find(text) == std::string::npos)
                 order += text;
@@ -317,11 +326,11 @@ TEST(StillTest, IsShownWithItsFrame)
         return order;
     };
     const auto see = [&](std::uint32_t picture) {
-        backdrop.frame("od", std::to_string(picture), picture);
+        backdrop.frame("od", std::to_string(picture), picture - 4); // they wrap around
     };
     see(1);
     EXPECT_EQ("1", shown()) << "no still came yet";
-    put_still(path, "A", "picture 3");
+    put_still(path, "A", "picture 4294967295");
     backdrop.look(milliseconds(100));
     see(2);
     EXPECT_EQ("1", shown()) << "a still waits for its frame, and frames for their stills";
@@ -329,7 +338,7 @@ TEST(StillTest, IsShownWithItsFrame)
     see(4);
     backdrop.look(milliseconds(120));
     EXPECT_EQ("12A3", shown());
-    put_still(path, "B", "picture 6");
+    put_still(path, "B", "picture 0000000002");
     backdrop.look(milliseconds(200));
     backdrop.look(milliseconds(349));
     EXPECT_EQ("12A3", shown());
@@ -341,11 +350,17 @@ TEST(StillTest, IsShownWithItsFrame)
     backdrop.look(milliseconds(2221));
     EXPECT_EQ("12A34B7null", shown()) << "no still came for two seconds";
     see(8);
-    put_still(path, "C", "picture 8");
+    put_still(path, "C", "picture 0000000004");
     backdrop.look(milliseconds(2300));
     see(95);
-    see(5);
+    see(6);
     EXPECT_EQ("12A34B7null8C95", shown()) << "what sees the video has begun anew";
+    for (std::uint32_t picture = 10; picture < 50; ++picture)
+        see(picture);
+    EXPECT_EQ("12A34B7null8C956", shown()) << "forty frames wait, no more";
+    for (int i = 0; i < 20; ++i)
+        file.still("still", "D");
+    EXPECT_FALSE(std::filesystem::exists(dir.file("scene.8.jpg"))) << "files for ever";
 }
 
 TEST(PictureTest, ShowsADaemonAndACapture)
