@@ -165,6 +165,7 @@ class MqttTest(unittest.TestCase):
         wait_for(lambda: state(viewer.messages(AVAILABLE)[-1]) == "offline", "will")
         will = payload(viewer.messages(AVAILABLE)[-1])
         self.assertEqual((will["Why"], "Since" in will), ("the connection was lost", False))
+        self.assertIn("offline", self.retained_topics()[AVAILABLE])
         supervisor = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         supervisor.bind(self.lab.folder + "/notify")
         publisher = self.lab.start_publisher(NOTIFY_SOCKET=self.lab.folder + "/notify",
@@ -195,7 +196,8 @@ class MqttTest(unittest.TestCase):
             late.child.wait(30)
             return re.findall(r"^\d 1 (\w+)$", late.text(), re.MULTILINE)
 
-        self.lab.run("mosquitto_pub", *self.lab.tls("cam1"), "-r", "-t", STILL, "-m", "earlier")
+        for topic in (STILL, COUNTER_TOPIC[:-1] + "2", AREA_TOPIC[:-1] + "2"):
+            self.lab.run("mosquitto_pub", *self.lab.tls("cam1"), "-r", "-t", topic, "-m", "earlier")
         put(b"lay there")
         viewer = subscribe()
         publisher = self.lab.start_publisher("--still", "still.jpg", "--still-interval", "1",
@@ -208,9 +210,14 @@ class MqttTest(unittest.TestCase):
         publisher.wait_for("still.jpg: larger than 100 bytes")
         self.assertEqual(retained(), ["ffd86f6e65ffd9"])
         self.broker.kill()
-        publisher.wait_for("waiting for localhost:")
+        self.lab.run("mosquitto_passwd", "-b", "passwords", "cam1", "other")
+        broker = self.lab.start_broker()
+        publisher.wait_for("waiting for localhost:.*not authorised")  # which ends it at its start alone
+        broker.kill()
+        self.lab.run("mosquitto_passwd", "-b", "passwords", "cam1", "cam1 secret")
         self.lab.start_broker()
         wait_for(lambda: len(re.findall("broker: connected", publisher.text())) == 2, "connected again")
+        self.assertEqual(set(self.retained_topics()) - {STILL}, {TAMPER_TOPIC, AVAILABLE})
         put(bytes(96))
         wait_for(lambda: retained() == ["ffd8" + 96 * "00" + "ffd9"], "the next still")
         self.assertNotIn(b"lay there".hex(), viewer.text())
@@ -256,20 +263,20 @@ class MqttTest(unittest.TestCase):
         wait_for(lambda: "keeper" in self.broker.text(), "subscription")
         viewer.end()
         self.broker.kill()
-        # Eight objects appear; two results are missing; tampering begins and lasts; they leave.
+        # Thirty objects appear; two results are missing; tampering begins and lasts; they leave.
         def objects(result):
-            return [word for i in range(1, 9) for word in (i, 3, 10, 5, 4, 4, 12, 7, result, 0)]
+            return [word for i in range(1, 31) for word in (i, 3, 10, 5, 4, 4, 12, 7, result, 0)]
         capture = self.lab.capture((0, "od", objects(1)), (100, "od", objects(4)),
                                    *((1000 * i, "ta", [1, 0, 0, 0]) for i in range(1, 9999)))
-        publisher = self.lab.start_publisher("--keep", "3", "-r", capture, "--pace", "99")
+        publisher = self.lab.start_publisher("--keep", "20", "-r", capture, "--pace", "99")
         publisher.wait_for("broker: waiting")  # for half a second at least: 49 of the capture
         self.lab.start_broker()
         viewer = Subscriber(self.lab, "viewer", "cameras/#", session="keeper")
         lost = payload(viewer.wait("va/lost"))
-        self.assertEqual([lost[name] for name in ("Frames", "Events", "Results")], [0, 14, 2])
+        self.assertEqual([lost[name] for name in ("Frames", "Events", "Results")], [0, 41, 2])
         messages = [m for m in viewer.messages() if not m["retain"]]
-        kept = [(m["topic"][-1], payload(m)["State"]) for m in messages if "track" in m["topic"]]
-        self.assertEqual(kept, [(number, "Ended") for number in "678"])
+        kept = [(payload(m)["ObjectId"], payload(m)["State"]) for m in messages if "track" in m["topic"]]
+        self.assertEqual(kept, [(number, "Ended") for number in range(11, 31)])
         self.assertEqual(kind_of(messages[0])[2], True)  # states first
         self.assertTrue(payload(viewer.messages(TAMPER_TOPIC)[-1])["Data"]["State"])
 
