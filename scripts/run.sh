@@ -109,6 +109,7 @@ if [[ $source ]]; then
     drawn=(--still "$still")
 fi
 if [[ $capture ]]; then
+    picture=${picture%/*}/capture.html # beside that of a daemon
     targets=(va_dump va_picture)
     [[ -z $source && ${#va_arguments[@]} == 0 ]] || usage_error
 fi
