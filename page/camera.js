@@ -113,6 +113,7 @@ class Camera {
     this.tampered = false;
     this.still = null;          // {url, at}
     this.seenAt = -Infinity;    // when the newest frame came
+    this.watchedAt = -Infinity; // since when its frames are asked for
     this.events = [];           // newest first: {time, text}
     this.told = 0;              // how many there were
     this.alarms = 0;            // since they were acknowledged
@@ -329,6 +330,11 @@ class Camera {
 
   hasFreshStill(now) {
     return this.still !== null && now - this.still.at < STILL_FRESH;
+  }
+
+  // For how long no frame came, although they were asked for, in ms; 0 when none ever did.
+  silence(now) {
+    return this.seenAt === -Infinity ? 0 : now - Math.max(this.seenAt, this.watchedAt);
   }
 
   // When it looks different although nothing arrives.

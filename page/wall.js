@@ -32,6 +32,7 @@ class Card {
     this.camera.isCurrent = wall.connected;
     this.due = Infinity; // when it looks different by itself
     this.inView = false;
+    this.isWatched = false; // in view, or open
     this.article = document.createElement("article");
     this.article.dataset.camera = name;
     const head = made("div", "head", this.article);
@@ -230,10 +231,16 @@ class Wall {
       const card = this.cards.get(target.dataset.camera);
       if (!card || card.article !== target || card.inView === isIntersecting) continue;
       card.inView = isIntersecting;
-      this.onview(card.camera.name, isIntersecting || this.single.camera === card.camera);
+      this.watch(card, isIntersecting || this.single.camera === card.camera);
       if (!isIntersecting) card.picture.showStill(null);
       this.mark(card);
     }
+  }
+
+  watch(card, isWatched) {
+    if (isWatched && !card.isWatched) card.camera.watchedAt = performance.now();
+    card.isWatched = isWatched;
+    this.onview(card.camera.name, isWatched);
   }
 
   mark(card) {
@@ -294,8 +301,8 @@ class Wall {
       return { text: `offline${since}${why}`, className: "offline", badges: "" };
     }
     const alarms = camera.alarmsNow(now);
-    const silence = now - camera.seenAt;
-    const words = [camera.why, silence > SILENCE && isFinite(silence) && `nothing for ${spell(silence)}`];
+    const silence = camera.silence(now);
+    const words = [camera.why, silence > SILENCE && `nothing for ${spell(silence)}`];
     return {
       text: words.filter(Boolean).join(", ") || "live",
       className: `live${alarms.length ? " alarmed" : ""}`,
@@ -306,7 +313,7 @@ class Wall {
   tick() {
     const now = performance.now();
     for (const card of this.order) {
-      const isSilent = this.isShown(card) && now - card.camera.seenAt > SILENCE;
+      const isSilent = this.isShown(card) && card.camera.silence(now) > SILENCE;
       const text = isSilent && this.stateOf(card.camera, now).text;
       if (card.due <= now || isSilent && text !== card.state.textContent) {
         card.due = Infinity;
@@ -361,14 +368,16 @@ class Wall {
       this.shortName(camera.name) === asked || camera.name.endsWith(`/${asked}`)));
     const before = this.single.camera && this.cards.get(this.single.camera.name);
     if (!asked) this.openedHere = false;
+    if (card && !before) this.scrolledTo = scrollY; // below an open camera the wall has no height
     if (card) this.single.open(card.camera, this.shortName(card.camera.name));
     else this.single.close();
-    if (before && before !== card) this.onview(before.camera.name, before.inView);
+    if (before && before !== card) this.watch(before, before.inView);
     if (card) {
-      this.onview(card.camera.name, true);
+      this.watch(card, true);
       this.mark(card);
     } else if (before) {
       this.redraw();
+      scrollTo(0, this.scrolledTo);
       before.button.focus({ preventScroll: true });
     }
   }
