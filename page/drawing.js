@@ -93,7 +93,7 @@ function labelCorner({ kind }, places) {
 }
 
 function shapeLabel(shape, isLit, count) {
-  return `${shape.kind} ${shape.number}` + (count === undefined ? "" : `: ${count}`) +
+  return `${shape.kind} ${shape.number}` + (count > 0 ? `: ${count}` : "") +
     (isLit ? " ALARM" : "") + (shape.used ? "" : " (not used)");
 }
 
