@@ -60,12 +60,7 @@ class BrokerSource {
 
   watch(name, isSeen) {
     if (this.inView.has(name) === isSeen) return;
-    if (isSeen) {
-      this.inView.add(name);
-    } else {
-      this.inView.delete(name);
-      this.wall.take(`${name}/va/still`, null, { retained: true }); // comes again, and takes room
-    }
+    if (isSeen) this.inView.add(name); else this.inView.delete(name);
     if (!this.client?.connected) return; // none while an account is asked for
     if (isSeen) this.subscribe(name);
     else this.client.unsubscribe(SEEN.map(part => `${name}/${part}`));

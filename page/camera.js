@@ -97,6 +97,7 @@ function participantText(data) {
 class Camera {
   constructor(name) {
     this.name = name;
+    this.wasKnown = false;      // whether it was online or offline
     this.isCurrent = true;      // messages arrive; else nothing is known of it now
     this.online = null;         // not known
     this.since = null;          // ms since 1970: when that changed, or the last message before it did
@@ -257,10 +258,10 @@ class Camera {
     const why = value?.Why === undefined ? "" : textOf(value.Why, 200);
     // What is online again behind a connection that broke has been so for longer than that.
     const text = online ? "online" : `offline${why && `: ${why}`}`;
-    if (this.online !== null && online !== this.online && !retained)
+    if (value && this.online !== null && online !== this.online && !retained)
       this.tell(since > this.since ? since : Date.now(), text);
     if (online !== this.online) this.offlineSeen = false;
-    Object.assign(this, { online: online ?? null, since, why });
+    Object.assign(this, { online: online ?? null, since, why, wasKnown: true });
   }
 
   takeScene(value) {
@@ -296,6 +297,11 @@ class Camera {
     ++this.told;
     this.events.length = Math.min(this.events.length, EVENTS_KEPT);
     return true;
+  }
+
+  // Its states were taken back: nobody speaks for it any more.
+  isRetired() {
+    return this.wasKnown && this.online === null && this.scene === null;
   }
 
   acknowledge() {

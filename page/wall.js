@@ -98,19 +98,37 @@ class Wall {
   // performance.now().
   take(topic, message, how, at = performance.now()) {
     const place = splitTopic(topic);
-    if (!place || !this.cards.has(place.camera) && this.cards.size >= CAMERAS_KEPT) return;
+    if (!place || !this.cards.has(place.camera) && (!message || this.cards.size >= CAMERAS_KEPT))
+      return;
     const card = this.cardOf(place.camera);
     const { camera } = card;
     const before = camera.attention();
     if (place.room === "va" && place.path[0] === "still") {
-      if (camera.still?.url.startsWith("blob:")) URL.revokeObjectURL(camera.still.url);
+      this.dropStill(camera);
       camera.takeStill(message, how.retained ? -Infinity : at); // nobody knows how old a retained one is
     } else {
       const alarm = camera.take(place, message, how, at);
       if (alarm) this.alerts.raise(this.shortName(camera.name), alarm);
     }
+    if (camera.isRetired()) return this.remove(card);
     if (camera.attention() !== before) this.place(card);
     this.mark(card);
+  }
+
+  remove(card) {
+    this.watch(card, false);
+    card.article.remove();
+    this.cards.delete(card.camera.name);
+    this.order.splice(this.order.indexOf(card), 1);
+    this.isLaidOut = false;
+    if (this.single.camera === card.camera) this.close();
+    else this.redraw();
+  }
+
+  // Its address takes room in the browser.
+  dropStill(camera) {
+    if (camera.still?.url.startsWith("blob:")) URL.revokeObjectURL(camera.still.url);
+    camera.takeStill(null);
   }
 
   // How whoever brings the messages does: `lostAt`, ms since 1970, is when it was heard last.
@@ -240,6 +258,7 @@ class Wall {
   watch(card, isWatched) {
     if (isWatched && !card.isWatched) card.camera.watchedAt = performance.now();
     card.isWatched = isWatched;
+    if (!isWatched) this.dropStill(card.camera); // comes again when it is asked for again
     this.onview(card.camera.name, isWatched);
   }
 
@@ -366,19 +385,20 @@ class Wall {
     const asked = askedByAddress();
     const card = asked && (this.cards.get(asked) ?? this.order.find(({ camera }) =>
       this.shortName(camera.name) === asked || camera.name.endsWith(`/${asked}`)));
-    const before = this.single.camera && this.cards.get(this.single.camera.name);
+    const open = this.single.camera;
+    const before = open && this.cards.get(open.name);
     if (!asked) this.openedHere = false;
-    if (card && !before) this.scrolledTo = scrollY; // below an open camera the wall has no height
+    if (card && !open) this.scrolledTo = scrollY; // below an open camera the wall has no height
     if (card) this.single.open(card.camera, this.shortName(card.camera.name));
     else this.single.close();
     if (before && before !== card) this.watch(before, before.inView);
     if (card) {
       this.watch(card, true);
       this.mark(card);
-    } else if (before) {
+    } else if (open) {
       this.redraw();
       scrollTo(0, this.scrolledTo);
-      before.button.focus({ preventScroll: true });
+      before?.button.focus({ preventScroll: true });
     }
   }
 }

@@ -77,6 +77,8 @@ inLab("the wall: short names in order, nine in a square, counted", async ({ page
   await cameras.tell(4, AREA, ""); // no longer in force
   await page.gone(".lit, .badges:not(:empty)");
   await page.until(() => document.title === "1 offline – va");
+  for (const path of ["va/available", COUNTER]) await cameras.tell(10, path, ""); // taken out
+  await page.shows("#summary", "9 cameras, 9 live");
 });
 
 inLab("what cannot be read blinds one card, after a reload too", async ({ page, cameras }) => {
