@@ -15,7 +15,7 @@ class BrokerSource {
   constructor(wall) {
     this.wall = wall;
     this.client = null;
-    this.heard = null;      // ms since 1970
+    this.lastPacketAt = null;      // ms since 1970
     this.inView = new Set();
     wall.onview = (name, isSeen) => this.watch(name, isSeen);
     byId("login").onsubmit = event => {
@@ -38,9 +38,9 @@ class BrokerSource {
     });
     this.client = client;
     client.on("connect", () => this.begin());
-    client.on("packetreceive", () => { this.heard = Date.now(); });
+    client.on("packetreceive", () => { this.lastPacketAt = Date.now(); });
     client.on("message", (topic, payload, { retain }) => this.take(topic, payload, { retained: retain }));
-    client.on("close", () => { if (client === this.client) this.lose(); });
+    client.on("close", () => { if (client === this.client) this.disconnected(); });
     client.on("error", fault => { if (REFUSED.includes(fault.code)) this.refuse(account); });
   }
 
@@ -78,8 +78,8 @@ class BrokerSource {
     this.wall.take(topic, url, how);
   }
 
-  lose() {
-    this.wall.setSource("no answer from the broker", true, this.heard ?? Date.now());
+  disconnected() {
+    this.wall.setSource("no answer from the broker", true, this.lastPacketAt ?? Date.now());
   }
 
   // A stored account that is refused is not tried for ever: it is asked for once more.
@@ -90,7 +90,7 @@ class BrokerSource {
     preferences.write({ account: undefined });
     this.wall.setSource(account.username ? "refused" : "an account is needed", true);
     byId("refused").textContent = account.username
-      ? "The broker refuses this: the account or its password is wrong, or it may not look." : "";
+      ? "The broker refuses this: the account or its password is wrong, or it may not read here." : "";
     byId("login").hidden = false;
     byId("login").elements[account.username ? "password" : "username"].focus();
   }

@@ -102,7 +102,7 @@ class Camera {
     this.online = null;         // not known
     this.since = null;          // ms since 1970: when that changed, or the last message before it did
     this.why = "";
-    this.heard = null;          // ms since 1970: the newest time in a message
+    this.newestTime = null;     // ms since 1970: the newest time in a message
     this.frame = { width: 16, height: 9 }; // in any unit
     this.scene = null;          // the message, which an editor takes
     this.shapes = [];
@@ -116,9 +116,9 @@ class Camera {
     this.seenAt = -Infinity;    // when the newest frame came
     this.watchedAt = -Infinity; // since when its frames are asked for
     this.events = [];           // newest first: {time, text}
-    this.told = 0;              // how many there were
+    this.eventCount = 0;        // how many there were
     this.alarms = 0;            // since they were acknowledged
-    this.offlineSeen = false;   // acknowledged
+    this.offlineAcknowledged = false;
     this.unreadable = new Set(); // kinds of message
     this.version = 0;           // of what is drawn below the objects
   }
@@ -164,7 +164,7 @@ class Camera {
     if (!this.scene) this.frame = { width, height };
     this.frames.set(stream, { objects, more: all.length - objects.length, at: now });
     this.seenAt = now;
-    this.heard = Math.max(this.heard, time);
+    this.newestTime = Math.max(this.newestTime, time);
     this.takeTrails(objects, now);
   }
 
@@ -193,7 +193,7 @@ class Camera {
       return null;
     }
     const time = timeOf(value.UtcTime);
-    if (!retained) this.heard = Math.max(this.heard, time);
+    if (!retained) this.newestTime = Math.max(this.newestTime, time);
     const event = { time, retained, name: ruleName(rule), rule, data: value.Data, now };
     switch (detector) {
     case "LineDetector": return this.takeCrossing(event);
@@ -227,18 +227,18 @@ class Camera {
       return this.alarm(time, text, retained || was);
     }
     this.inside.delete(rule);
-    if (!retained && was) this.tell(time, `${name} left`);
+    if (!retained && was) this.addEvent(time, `${name} left`);
   }
 
   takeTampering({ time, retained, data }) {
     const was = this.tampered;
     this.tampered = flagOf(data.State);
     if (this.tampered) return this.alarm(time, "tampering began", retained || was);
-    if (!retained && was) this.tell(time, "tampering ended");
+    if (!retained && was) this.addEvent(time, "tampering ended");
   }
 
   alarm(time, text, isKnown) {
-    return !isKnown && this.tell(time, text) ? text : null;
+    return !isKnown && this.addEvent(time, text) ? text : null;
   }
 
   takeTrack(track, retained) {
@@ -247,20 +247,20 @@ class Camera {
     const time = timeOf((isBegin ? track.First : track.Last).UtcTime);
     const text = isBegin ? "appeared" : `left after ${numberOf(track.Seconds, 0, 1e9).toFixed(1)} s`;
     if (!isBegin) this.trails.delete(name);
-    if (!retained) this.tell(time, `${name} ${text}`);
+    if (!retained) this.addEvent(time, `${name} ${text}`);
   }
 
   takeAvailable(value, retained) {
     const online = { __proto__: null, online: true, offline: false }[value?.State];
     if (value && online === undefined) throw new Error(`${value.State} is no state`);
     // A last will does not know when it was.
-    const since = value?.Since === undefined ? this.heard : timeOf(value.Since);
+    const since = value?.Since === undefined ? this.newestTime : timeOf(value.Since);
     const why = value?.Why === undefined ? "" : textOf(value.Why, 200);
     // What is online again behind a connection that broke has been so for longer than that.
     const text = online ? "online" : `offline${why && `: ${why}`}`;
     if (value && this.online !== null && online !== this.online && !retained)
-      this.tell(since > this.since ? since : Date.now(), text);
-    if (online !== this.online) this.offlineSeen = false;
+      this.addEvent(since > this.since ? since : Date.now(), text);
+    if (online !== this.online) this.offlineAcknowledged = false;
     Object.assign(this, { online: online ?? null, since, why, wasKnown: true });
   }
 
@@ -288,13 +288,13 @@ class Camera {
   }
 
   // By time; one that comes twice is one. Returns whether it is new.
-  tell(time, text) {
+  addEvent(time, text) {
     const place = this.events.findIndex(event => event.time <= time);
     const at = place < 0 ? this.events.length : place;
     for (let i = at; this.events[i]?.time === time; ++i)
       if (this.events[i].text === text) return false;
     this.events.splice(at, 0, { time, text });
-    ++this.told;
+    ++this.eventCount;
     this.events.length = Math.min(this.events.length, EVENTS_KEPT);
     return true;
   }
@@ -306,7 +306,7 @@ class Camera {
 
   acknowledge() {
     this.alarms = 0;
-    this.offlineSeen = this.online === false;
+    this.offlineAcknowledged = this.online === false;
   }
 
   // Of what the newest frames show: at most so many, and how many more there were.
@@ -331,7 +331,7 @@ class Camera {
 
   // For whoever puts alarms first: 2 for one that is not acknowledged, 1 for an offline camera.
   attention() {
-    return this.online === false ? Number(!this.offlineSeen) : this.alarms ? 2 : 0;
+    return this.online === false ? Number(!this.offlineAcknowledged) : this.alarms ? 2 : 0;
   }
 
   hasFreshStill(now) {

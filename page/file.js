@@ -4,8 +4,8 @@
 // came since. They are scripts that call takeMessages(), because beside a page that was opened as a
 // file a script can be loaded again, and nothing else.
 
-const PAUSE = 50;         // ms between two looks
-const PATIENCE = 3000;    // ms, after which what is written is old
+const POLL_INTERVAL = 50; // ms between two polls
+const TIMEOUT = 3000;     // ms, after which what is written is old
 
 class FileSource {
   constructor(wall) {
@@ -17,25 +17,25 @@ class FileSource {
     this.changedAt = null; // by this page's clock
     this.isOld = null;    // not known
     this.opened = false;
-    this.got = null;
-    window.takeMessages = got => { this.got = got; };
+    this.received = null;
+    window.takeMessages = content => { this.received = content; };
     this.follow();
     // A web server that does not answer says nothing, either.
     setInterval(() => {
       if (this.isOld === false && !document.hidden) this.judge(this.written);
-    }, PATIENCE / 3);
+    }, TIMEOUT / 3);
   }
 
   async follow() {
     try {
-      await this.look();
+      await this.poll();
     } catch (fault) {
       this.wall.setSource(String(fault.message), true);
     }
-    setTimeout(() => this.follow(), document.hidden ? 1000 : PAUSE);
+    setTimeout(() => this.follow(), document.hidden ? 1000 : POLL_INTERVAL);
   }
 
-  async look() {
+  async poll() {
     const news = await this.load(".new.js");
     if (!news && this.written === null) return this.wall.setSource("nothing is written yet", true);
     // Now and then a browser reads no more of a file than there was of the one before it.
@@ -86,8 +86,8 @@ class FileSource {
     const now = performance.now();
     if (this.written !== null && written !== this.written) this.changedAt = now;
     this.written = written;
-    const isOld = this.changedAt === null ? Math.abs(Date.now() - written) > PATIENCE
-      : now - this.changedAt > PATIENCE;
+    const isOld = this.changedAt === null ? Math.abs(Date.now() - written) > TIMEOUT
+      : now - this.changedAt > TIMEOUT;
     if (isOld === this.isOld) return;
     this.isOld = isOld;
     this.wall.setSource(isOld ? "nothing new is written" : "up to date", isOld, written);
@@ -99,8 +99,8 @@ class FileSource {
       const script = document.createElement("script");
       script.onload = script.onerror = () => {
         script.remove();
-        resolve(this.got);
-        this.got = null;
+        resolve(this.received);
+        this.received = null;
       };
       script.src = `${this.base}${ending}?${performance.now()}`;
       document.head.append(script);

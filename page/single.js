@@ -30,7 +30,7 @@ class Single {
     if (this.camera === camera) return;
     this.edit(false);
     this.camera = camera;
-    this.told = null;
+    this.listed = null;
     setText(byId("single-name"), shortName);
     byId("single-name").title = camera.name;
     this.picture.svg.setAttribute("aria-label", `What ${shortName} sees`);
@@ -59,19 +59,19 @@ class Single {
     this.dialog.className = `${className}${this.editor.isOpen ? " editing" : ""}`;
     setText(byId("single-state"), text);
     setText(byId("single-badges"), badges);
-    setHidden(byId("single-acknowledge"), !this.wall.asksFor(camera), byId("single-close"));
+    setHidden(byId("single-acknowledge"), !this.wall.needsAcknowledging(camera), byId("single-close"));
     byId("single-edit").disabled = !camera.scene;
     if (this.editor.isOpen && camera.scene && camera.scene !== this.edited)
       this.editor.follow(this.edited = camera.scene);
     this.picture.draw(camera, now, true);
-    if (this.told !== camera.told) this.listEvents();
+    if (this.listed !== camera.eventCount) this.listEvents();
   }
 
   listEvents() {
-    this.told = this.camera.told;
+    this.listed = this.camera.eventCount;
     this.list.replaceChildren(...this.camera.events.map(({ time, text }) => {
       const item = document.createElement("li");
-      setText(made("time", "", item), clock(time));
+      setText(made("time", "", item), timeText(time));
       item.append(text);
       return item;
     }));

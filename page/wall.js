@@ -1,8 +1,8 @@
 "use strict";
 
-// The wall: a card for each camera that was heard of. Whoever brings the messages, a broker or a file,
-// gives them to take(), says with setSource() how it does, and is asked through `onview` for
-// what only cameras in view need.
+// The wall: a card for each camera that publishes. The source of the messages, a broker or a file,
+// hands them to take(), reports its own state to setSource(), and is told through `onview` which
+// cameras are in view: those alone need frames and stills.
 
 const LEAST_WIDTH = 300;       // pixels, of a card
 const CAMERAS_KEPT = 5000;
@@ -12,7 +12,7 @@ const SILENCE = 3000;          // ms until it is worth a word
 const byName = new Intl.Collator(undefined, { numeric: true }).compare;
 
 // "12:03:10", with the day unless it was today.
-function clock(time) {
+function timeText(time) {
   const shown = new Date(time);
   const isToday = shown.toDateString() === new Date().toDateString();
   return shown.toLocaleString([], {
@@ -50,7 +50,7 @@ class Card {
     this.acknowledge.hidden = true;
     this.acknowledge.setAttribute("aria-describedby", `name-${Card.made}`);
     this.acknowledge.onclick = () => wall.acknowledge(this.camera);
-    this.picture = new Picture(this.article, () => wall.mark(this));
+    this.picture = new Picture(this.article, () => wall.markDirty(this));
     this.picture.svg.setAttribute("aria-hidden", "true");
   }
 
@@ -62,7 +62,7 @@ class Card {
     this.state.title = text;
     setText(this.badges, badges);
     setText(this.alarms, camera.alarmsNow(now).map(alarm => `alarm: ${alarm}`).join(", "));
-    const asks = wall.asksFor(camera);
+    const asks = wall.needsAcknowledging(camera);
     setHidden(this.acknowledge, !asks, this.button);
     if (asks) setText(this.acknowledge, camera.alarms ? `Acknowledge ${camera.alarms}` : "Acknowledge");
     this.picture.draw(camera, now, camera.hasFreshStill(now));
@@ -88,7 +88,7 @@ class Wall {
     byId("first").onclick = () => this.setFirst(!this.alarmsFirst);
     this.setFirst(this.alarmsFirst);
     byId("acknowledge").onclick = () => this.order.slice().forEach(card => this.acknowledge(card.camera));
-    this.viewer = new IntersectionObserver(entries => this.see(entries), { rootMargin: "100px" });
+    this.observer = new IntersectionObserver(entries => this.onIntersection(entries), { rootMargin: "100px" });
     window.addEventListener("hashchange", () => this.followAddress());
     window.addEventListener("resize", () => this.layOut());
     setInterval(() => this.tick(), TICK);
@@ -112,7 +112,7 @@ class Wall {
     }
     if (camera.isRetired()) return this.remove(card);
     if (camera.attention() !== before) this.place(card);
-    this.mark(card);
+    this.markDirty(card);
   }
 
   remove(card) {
@@ -131,7 +131,7 @@ class Wall {
     camera.takeStill(null);
   }
 
-  // How whoever brings the messages does: `lostAt`, ms since 1970, is when it was heard last.
+  // The state of the source, for people. `lostAt`, ms since 1970, is when it last answered.
   setSource(text, isLost, lostAt = Date.now()) {
     this.connected = !isLost;
     this.lostAt = isLost ? this.lostAt ?? lostAt : null;
@@ -160,7 +160,7 @@ class Wall {
       this.cards.set(name, card);
       this.shorten(name);
       this.place(card);
-      this.viewer.observe(card.article);
+      this.observer.observe(card.article);
       this.isLaidOut = false;
       if (location.hash) this.followAddress();
     }
@@ -212,8 +212,8 @@ class Wall {
     this.redraw();
   }
 
-  // Whether somebody has to acknowledge what happened.
-  asksFor(camera) {
+  // Whether an alarm or an outage waits for somebody.
+  needsAcknowledging(camera) {
     return this.alarmsFirst && camera.attention() > 0;
   }
 
@@ -221,7 +221,7 @@ class Wall {
     camera.acknowledge();
     const card = this.cards.get(camera.name);
     this.place(card);
-    this.mark(card);
+    this.markDirty(card);
   }
 
   // As many columns as let all cameras be seen as large as possible without scrolling, or, where they
@@ -244,14 +244,14 @@ class Wall {
     cameras.style.setProperty("--widest", fits ? `${Math.floor(fitting(best))}px` : "1fr");
   }
 
-  see(entries) {
+  onIntersection(entries) {
     for (const { target, isIntersecting } of entries) {
       const card = this.cards.get(target.dataset.camera);
       if (!card || card.article !== target || card.inView === isIntersecting) continue;
       card.inView = isIntersecting;
       this.watch(card, isIntersecting || this.single.camera === card.camera);
       if (!isIntersecting) card.picture.showStill(null);
-      this.mark(card);
+      this.markDirty(card);
     }
   }
 
@@ -262,7 +262,7 @@ class Wall {
     this.onview(card.camera.name, isWatched);
   }
 
-  mark(card) {
+  markDirty(card) {
     this.dirty.add(card);
     if (this.scheduled) return;
     this.scheduled = true;
@@ -273,7 +273,7 @@ class Wall {
   }
 
   redraw() {
-    for (const card of this.order) this.mark(card);
+    for (const card of this.order) this.markDirty(card);
   }
 
   // Cards out of view are drawn when they come into it, those below an open camera when it closes.
@@ -306,7 +306,7 @@ class Wall {
   // Of a camera as it is now: {text, className, badges}.
   stateOf(camera, now) {
     if (!this.connected) {
-      const since = this.lostAt === null ? "" : ` since ${clock(this.lostAt)}`;
+      const since = this.lostAt === null ? "" : ` since ${timeText(this.lostAt)}`;
       return { text: `unknown${since}`, className: "unknown", badges: "" };
     }
     if (camera.unreadable.size > 0) {
@@ -315,13 +315,13 @@ class Wall {
     }
     if (camera.online === null) return { text: "nothing known", className: "unknown", badges: "" };
     if (!camera.online) {
-      const since = camera.since === null ? "" : ` since ${clock(camera.since)}`;
+      const since = camera.since === null ? "" : ` since ${timeText(camera.since)}`;
       const why = camera.why && `: ${camera.why}`;
       return { text: `offline${since}${why}`, className: "offline", badges: "" };
     }
     const alarms = camera.alarmsNow(now);
     const silence = camera.silence(now);
-    const words = [camera.why, silence > SILENCE && `nothing for ${spell(silence)}`];
+    const words = [camera.why, silence > SILENCE && `nothing for ${durationText(silence)}`];
     return {
       text: words.filter(Boolean).join(", ") || "live",
       className: `live${alarms.length ? " alarmed" : ""}`,
@@ -336,7 +336,7 @@ class Wall {
       const text = isSilent && this.stateOf(card.camera, now).text;
       if (card.due <= now || isSilent && text !== card.state.textContent) {
         card.due = Infinity;
-        this.mark(card);
+        this.markDirty(card);
       }
     }
     this.summarise(now);
@@ -347,7 +347,7 @@ class Wall {
     const counted = { live: 0, alarms: 0, offline: 0, unreadable: 0 };
     let asked = 0;
     for (const camera of this.connected ? cameras : []) {
-      const isAsked = this.asksFor(camera);
+      const isAsked = this.needsAcknowledging(camera);
       asked += isAsked;
       counted.live += camera.online === true;
       counted.offline += camera.online === false;
@@ -394,7 +394,7 @@ class Wall {
     if (before && before !== card) this.watch(before, before.inView);
     if (card) {
       this.watch(card, true);
-      this.mark(card);
+      this.markDirty(card);
     } else if (open) {
       this.redraw();
       scrollTo(0, this.scrolledTo);
@@ -404,6 +404,6 @@ class Wall {
 }
 
 // "12 s", "3 min".
-function spell(ms) {
+function durationText(ms) {
   return ms < 60000 ? `${Math.floor(ms / 1000)} s` : `${Math.floor(ms / 60000)} min`;
 }
