@@ -1,6 +1,4 @@
-#include "client/capture.h"
 #include "ipc/network/socket.h"
-#include "records/records.h"
 #include "tests/support/client_data.h"
 #include "tests/support/daemon.h"
 #include "tests/support/store_file.h"
@@ -12,7 +10,6 @@
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
-#include <fstream>
 #include <regex>
 #include <string>
 #include <tuple>
@@ -28,7 +25,6 @@ namespace
 
 using namespace va;
 using namespace va::dump;
-using time_point = std::chrono::system_clock::time_point;
 
 TEST(DumpTest, WaitsReconnectsAndStopsAfterTheCount)
 {
@@ -40,46 +36,21 @@ TEST(DumpTest, WaitsReconnectsAndStopsAfterTheCount)
     ASSERT_EQ(0, unix_domain_socket_init(&fd, dir.file("ta").c_str(), 5));
     const Fd listener(fd);
     const std::string alarm = frame(words({1, 2, 3, 0x80000000}));
-    const std::pair<std::string, const char *> connections[] = {
-        {alarm + words({0x00100001}), "absurd record length 1048577\n"},
-        {alarm.substr(0, 9), "closed within a record\n"},
-        {alarm + alarm, ""}, // one is beyond the count
-    };
-    for (const auto &[sent, log] : connections) {
+    for (const std::string &sent :
+         {alarm + words({0x00100001}), alarm.substr(0, 9), alarm + alarm}) {
         ASSERT_TRUE(
             wait_until([&] { return unix_domain_socket_accept(listener.get(), &fd) == 1; }));
         EXPECT_EQ(static_cast<ssize_t>(sent.size()), write(fd, sent.data(), sent.size()));
         close(fd);
-        EXPECT_TRUE(dump.wait_for_log(log));
     }
     EXPECT_TRUE(dump.wait_for_exit());
-    EXPECT_TRUE(dump.wait_for_log("va_dump: ta: connected\n", 3));
     const std::string record = R"(\{.*"length":16,"words":\[1,2,3,2147483648\]\}\n)";
     const std::string connected = R"(\{.*"connected":true,"status":"connected"\}\n)";
-    const std::string lost = R"(\{.*"connected":false,"status":".*"\}\n)";
-    EXPECT_TRUE(std::regex_match(dump.output(), std::regex(lost + connected + record + lost +
-                                                           "(.*\n)*" + connected + record)))
+    const std::string lost = R"(\{.*"connected":false,"status":".*)";
+    EXPECT_TRUE(std::regex_match(
+        dump.output(), std::regex(lost + "\n" + connected + record + lost + " length 1048577.*\n" +
+                                  connected + lost + "within a record.*\n" + connected + record)))
         << dump.output();
-}
-
-// Two objects, a line's alarm, a tamper alarm with an odd byte whose clock was set back, and object
-// 7 alone two seconds later, in the result after the next.
-void write_capture(const std::string &path)
-{
-    const std::string seven = words({7, 3, 960, 540, 192, 108, 1056, 594, 0, 0});
-    const std::string nine = words({9, 19, 5, 6, 7, 8, 8, 10, 0, 0});
-    const std::tuple<const char *, int, std::string> records[] = {
-        {"od", 1000, seven + nine + words({77})},
-        {"vmf", 1500, words({0, 1, 0, 0})},
-        {"ta", 1200, words({1, 2, 3}) + "\xab"},
-        {"od", 3500, words({7, 3, 970, 540, 192, 108, 1066, 594, 2, 0})},
-    };
-    CaptureWriter writer(path);
-    for (const auto &[stream, ms, payload] : records)
-        writer.write({*find_stream(stream),
-                      time_point(std::chrono::milliseconds(ms)),
-                      {},
-                      bytes_of(payload)});
 }
 
 TEST(DumpTest, ShowsACaptureAsItIsAsked)
@@ -94,56 +65,52 @@ TEST(DumpTest, ShowsACaptureAsItIsAsked)
                              R"("result":0,"picture":0})";
     const std::string figures =
         "stream    records         bytes   records/s  longest pause s  disconnects\n";
+    const std::string all_of_od =
+        "od              2           124        0.80            2.500            0";
     const std::pair<std::vector<std::string>, std::string> rows[] = {
         {{"-x", "vmf", "ta"},
          "T vmf    16  00000000 00000001 00000000 00000000\n"
-         "T ta     13  00000001 00000002 00000003 ab\n"},
+         "T ta     13  00000001 00000002 00000003 ab"},
         {{"-l", "kind=static"},
          "T od     40  id=9 kind=Static x=5 y=6 width=7 height=8 centre_x=8 centre_y=10 result=0 "
-         "picture=0\n"},
-        {{"-j", "-n", "1", "-w", "small", "--size", "20", "line=0"},
-         R"({"time":"T","stream":"vmf","length":16,"words":[0,1,0,0]})"
-         "\n"},
+         "picture=0"},
+        {{"-j", "vmf", "ta"},
+         R"({"time":"T","stream":"vmf","length":16,"words":[0,1,0,0]}
+{"time":"T","stream":"ta","length":13,"words":[1,2,3],"rest":"ab"})"},
         {{"-j", "-l", "-W", "1", "od"},
          R"({"time":"T","stream":"od","length":84,"entries":[)" + seven + "," + nine +
-             "],\"words\":[77]}\n"},
-        {{"-n", "1", "kind=moving", "id=7", "id=9"},
-         "T od     40  7 3 960 540 192 108 1056 594 0 0\n"},
+             "],\"words\":[77]}"},
+        {{"-n", "1", "-w", "small", "--size", "20", "kind=moving", "id=7", "id=9"},
+         "T od     40  7 3 960 540 192 108 1056 594 0 0"},
         {{"-q", "--every", "1", "--pace", "1000", "od"},
          figures + "od              1            84        1.00            1.000            0\n" +
              figures +
              "od              1            84        0.50            2.000            0\n" +
-             figures +
-             "od              2           124        0.80            2.500            0\n"},
-        {{"-j", "ta"},
-         R"({"time":"T","stream":"ta","length":13,"words":[1,2,3],"rest":"ab"})"
-         "\n"},
+             figures + all_of_od},
         {{"-q", "-w", "whole"},
-         figures + "od              2           124        0.80            2.500            0\n"
-                   "vmf             1            16        0.40            2.000            0\n"
-                   "fd              0             0        0.00            0.000            0\n"
-                   "ta              1            13        0.40            2.000            0\n"},
+         figures + all_of_od +
+             "\nvmf             1            16        0.40            2.000            0\n"
+             "fd              0             0        0.00            0.000            0\n"
+             "ta              1            13        0.40            2.000            0"},
         {{"-e", "-n", "6"},
          "T  moving 7 appeared at 1056,594\n"
          "T  static 9 appeared at 8,10\n"
          "T  line (event 1 bit 0) crossed, 1 so far\n"
          "T  tamper alarm began\n"
          "T  moving 7 left, from 1056,594 to 1056,594\n"
-         "T  static 9 left, from 8,10 to 8,10\n"},
+         "T  static 9 left, from 8,10 to 8,10"},
         {{"-e", "-j", "-w", "turned", "--size", "150", "line=0"},
          R"({"time":"T","event":"line_crossed","name":"event 1 bit 0","event_code":1,"bit":0,)"
-         R"("objects":[],"count":1})"
-         "\n"
-         R"({"time":"T","event":"results_missed","results":1})"
-         "\n"},
+         R"("objects":[],"count":1}
+{"time":"T","event":"results_missed","results":1})"},
     };
-    for (const auto &[arguments, expected] : rows) {
-        std::vector<std::string> all = {"-r", "capture"};
-        all.insert(all.end(), arguments.begin(), arguments.end());
-        Program program(VA_DUMP, dir.path(), all);
+    for (auto [arguments, expected] : rows) {
+        arguments.insert(arguments.begin(), {"-r", "capture"});
+        Program program(VA_DUMP, dir.path(), arguments);
         EXPECT_TRUE(program.wait_for_exit());
         const std::regex time(R"((\d+-\d+-\d+T)?\d\d:\d\d:\d\d\.\d{3}([-+]\d\d:\d\d)?)");
-        EXPECT_EQ(expected, std::regex_replace(program.output(), time, "T")) << program.log();
+        EXPECT_EQ(expected + '\n', std::regex_replace(program.output(), time, "T"))
+            << program.log();
     }
     EXPECT_EQ(read_file(dir.file("capture")), read_file(dir.file("whole")));
     EXPECT_EQ(148, std::filesystem::file_size(dir.file("turned.1"))) << "the first two records";
@@ -151,18 +118,33 @@ TEST(DumpTest, ShowsACaptureAsItIsAsked)
     EXPECT_EQ(101, std::filesystem::file_size(dir.file("turned")));
 }
 
-// The events of a scene that is played once, each told once, with the names that the daemon has.
-TEST(DumpTest, TellsTheEventsOfTheScene)
+// The events of a scene that is played once, each told once, with the names that the daemon has;
+// and the settings that it has read again, however long that takes.
+TEST(DumpTest, TellsTheEventsOfTheSceneAndWhatIsInForce)
 {
     const DaemonFiles files;
-    files.write("scene", "od_interval 100\nevery 100 ta 1 0 0 0\n"
+    files.write("scene", "od_interval 100\nevery 100 ta 1 0 0 0\nhang ne3_val_od_set_ctrl 2 700\n"
                          "object 7 dynamic 192x108 from 100,540 to 1900,540 between 1000 2500\n"
                          "object 9 static 90x80 from 400,300 to 400,300 between 1200 1900\n");
-    files.store(lines("CrossLine.C2.", {"StartX=5000", "StartY=0", "EndX=5000", "EndY=9999"}) +
-                window("ObjectDetection.O1.", 7000, 9999, 0, 9999) +
+    const auto line = [](const char *key) {
+        return lines(key, {"StartX=5000", "StartY=0", "EndX=5000", "EndY=9999"});
+    };
+    files.store(line("CrossLine.C2.") + window("ObjectDetection.O1.", 7000, 9999, 0, 9999) +
                 lines("VideoAnalytics.OD.SOParam.", {"MinSizeX=2", "MinSizeY=2"}));
     Program dump(VA_DUMP, files.path(), {"-e", "-d", "run"}, "events");
     Daemon daemon(files, {"-o", "-t"});
+    const auto reload_and_stop = [&] {
+        Program off(VA_DUMP, files.path(), {"-d", "run", "fd"}, "off");
+        EXPECT_TRUE(off.wait_for_log("va_dump: fd: fd is off\n"));
+        files.store("VMDWindow.Sensitivity=26\n" + line("CrossLine.C1.") +
+                    window("VMDWindow.NonDetect.V0.", 0, 0, 0, 9999));
+        Program reload(VA_DUMP, files.path(), {"-d", "run", "--reconfig"}, "reload");
+        EXPECT_TRUE(reload.wait_for_exit(IS_WELL) && daemon.stop());
+        EXPECT_TRUE(std::regex_search(reload.output(),
+                                      std::regex("\n  CrossLine.C1.EndY = 9999\n(.*\n)*"
+                                                 "  VMDWindow.NonDetect.V0.Left = 0 \\(no")));
+        EXPECT_EQ(std::string::npos, reload.output().find("CrossLine.C2"));
+    };
     const std::string events[] = {
         "daemon is here",
         "moving 7 appeared at \\d+,540",
@@ -177,7 +159,8 @@ TEST(DumpTest, TellsTheEventsOfTheScene)
         "tamper alarm ended after \\d+.\\d s, cut off",
     };
     for (const std::string &event : events) {
-        EXPECT_TRUE(event != "daemon is gone" || daemon.stop());
+        if (event == "daemon is gone")
+            reload_and_stop();
         EXPECT_TRUE(wait_until([&] {
             return std::regex_search(dump.output(), std::regex("  " + event + "\n"));
         })) << event;
@@ -191,16 +174,16 @@ TEST(DumpTest, TellsTheEventsOfTheScene)
 // Lines 0 and 2 are the bits 0 and 3 of their mask, area 1 is bit 31 of event code 3.
 TEST(FiltersTest, LetThroughWhatIsWanted)
 {
-    const Scene scene{{1920, 1080},
-                      {},
-                      {{AlarmRule::Source::Line, 1, 0, 0},
-                       {AlarmRule::Source::Line, 1, 3, 2},
-                       {AlarmRule::Source::Area, 3, 31, 1}}};
+    const AlarmRule line{AlarmRule::Source::Line, 1, 3, 2};
+    const Scene scene{
+        {1920, 1080},
+        {},
+        {{AlarmRule::Source::Line, 1, 0, 0}, line, {AlarmRule::Source::Area, 3, 31, 1}}};
     const std::string line2 = words({0, 8, 0, 0});
     const std::string area1 = words({0, 0, 0, 0x80000000});
-    const std::string objects =
-        words({7, 3, 1, 1, 1, 1, 1, 1, 0, 0, 9, 19, 1, 1, 1, 1, 1, 1, 0, 0});
-    const std::string nine = objects.substr(OD_ENTRY_SIZE);
+    const std::string nine = words({9, 19, 1, 1, 1, 1, 1, 1, 0, 0});
+    const std::string objects = words({7, 3, 1, 1, 1, 1, 1, 1, 0, 0}) + nine;
+    using enum Stream;
     struct Row {
         std::vector<const char *> filters;
         Stream stream;
@@ -209,96 +192,55 @@ TEST(FiltersTest, LetThroughWhatIsWanted)
         bool known = true;    // the scene
     };
     const Row rows[] = {
-        {{"line=2"}, Stream::Vmf, line2, line2},
-        {{"line=CrossLine.C2"}, Stream::Vmf, line2, line2},
-        {{"line=0"}, Stream::Vmf, line2, ""},
-        {{"line=3"}, Stream::Vmf, line2, ""},
-        {{"area=2"}, Stream::Vmf, line2, ""},
-        {{"line=0", "line=2"}, Stream::Vmf, line2, line2},
-        {{"area=ObjectDetection.O1"}, Stream::Vmf, area1, area1},
-        {{"line=1"}, Stream::Vmf, area1, ""},
-        {{"line=3"}, Stream::Vmf, line2, line2, false},
-        {{"line=CrossLine.C2"}, Stream::Vmf, line2, "", false},
-        {{"area=31"}, Stream::Vmf, area1, area1, false},
-        {{"line=2"}, Stream::Vmf, words({0, 9, 0, 0}), words({0, 9, 0, 0})},
-        {{"id=7"}, Stream::Vmf, line2, ""},
-        {{"kind=static"}, Stream::Od, objects, nine},
-        {{"id=9", "line=0"}, Stream::Od, objects, nine},
-        {{"id=9", "kind=moving"}, Stream::Od, objects, ""},
-        {{"line=0"}, Stream::Od, objects, ""},
-        {{"id=9"}, Stream::Ta, objects, ""},
+        {{"line=0", "line=2"}, Vmf, line2, line2},
+        {{"line=CrossLine.C2"}, Vmf, line2, line2},
+        {{"line=0", "line=3", "area=2"}, Vmf, line2, ""},
+        {{"area=ObjectDetection.O1"}, Vmf, area1, area1},
+        {{"line=3"}, Vmf, line2, line2, false},
+        {{"line=CrossLine.C2"}, Vmf, line2, "", false},
+        {{"line=2"}, Vmf, words({0, 9, 0, 0}), words({0, 9, 0, 0})},
+        {{"id=7"}, Vmf, line2, ""},
+        {{"id=9", "line=0"}, Od, objects, nine},
+        {{"id=9", "kind=moving"}, Od, objects, ""},
+        {{"line=0"}, Od, objects, ""},
+        {{"id=9"}, Ta, objects, ""},
+    };
+    const auto filters_of = [](const std::vector<const char *> &texts) {
+        Filters filters;
+        for (const char *text : texts)
+            filters.add(text);
+        return filters;
     };
     for (const Row &row : rows) {
-        Filters filters;
-        for (const char *filter : row.filters)
-            filters.add(filter);
+        Filters filters = filters_of(row.filters);
         filters.set_scene(row.known ? std::optional(scene) : std::nullopt);
         const auto selected = filters.select({row.stream, {}, {}, bytes_of(row.payload)});
         EXPECT_EQ(row.selected, selected ? std::string(selected->begin(), selected->end()) : "")
             << row.filters[0];
     }
-    Event crossing{.kind = Event::Kind::LineCrossed, .at = {}, .rule = scene.rules[1]};
+    Event crossing{.kind = Event::Kind::LineCrossed, .at = {}, .rule = line};
     crossing.participants = {{Detection::Kind::Moving, 7, Crossing::ToLeft}};
     const std::pair<std::vector<const char *>, bool> events[] = {
-        {{"line=CrossLine.C2"}, true},
-        {{"line=3"}, false},
-        {{"area=2"}, false},
-        {{"id=7"}, true},
-        {{"id=8"}, false},
-        {{"line=2", "id=8"}, false},
-        {{"line=2", "id=7"}, true},
+        {{"line=3", "area=2"}, false}, {{"id=7"}, true},
+        {{"line=2", "id=8"}, false},   {{"line=CrossLine.C2", "id=7"}, true},
         {{"kind=static"}, false},
     };
     for (const auto &[texts, wanted] : events) {
-        Filters filters;
-        for (const char *text : texts)
-            filters.add(text);
+        const Filters filters = filters_of(texts);
         EXPECT_EQ(wanted, filters.want(crossing)) << texts[0];
         EXPECT_FALSE(filters.want({.kind = Event::Kind::TamperBegan, .at = {}}));
         EXPECT_TRUE(filters.want({.kind = Event::Kind::DaemonGone, .at = {}}));
     }
 }
 
-// A line that is taken from the store alarms, and has its name, until the daemon has read that.
-TEST(DumpTest, ShowsWhatIsInForce)
-{
-    const DaemonFiles files;
-    files.write("scene", "od_interval 100\nperiod 1500\nhang ne3_val_od_set_ctrl 2 700\n"
-                         "object 7 dynamic 192x108 from 100,540 to 1900,540 between 0 1400\n");
-    const auto line = [](const char *key) {
-        return lines(key, {"StartX=5000", "StartY=0", "EndX=5000", "EndY=9999"});
-    };
-    files.store(line("CrossLine.C0."));
-    Program events(VA_DUMP, files.path(), {"-e", "-d", "run", "line=CrossLine.C0", "line=1"}, "e");
-    const Daemon daemon(files, {"-o"});
-    const std::string crossed = " crossed by moving 7 to the left, ";
-    // Who it was is not known where results are late.
-    EXPECT_TRUE(events.wait_for_output("line CrossLine.C0" + crossed));
-    files.store("VMDWindow.Sensitivity=26\n" + line("CrossLine.C1.") +
-                window("VMDWindow.NonDetect.V0.", 0, 0, 0, 9999));
-    EXPECT_TRUE(events.wait_for_output(", 2 so far\n"));
-    Program reload(VA_DUMP, files.path(), {"-d", "run", "--reconfig"}, "reload");
-    EXPECT_TRUE(reload.wait_for_exit(IS_WELL));
-    EXPECT_NE(std::string::npos, reload.output().find("\n  CrossLine.C1.EndY = 9999\n"));
-    EXPECT_NE(std::string::npos, reload.output().find("\n  VMDWindow.NonDetect.V0.Left = 0 (no"));
-    EXPECT_EQ(std::string::npos, reload.output().find("CrossLine.C0"));
-    EXPECT_TRUE(events.wait_for_output("line CrossLine.C1" + crossed));
-
-    Program off(VA_DUMP, files.path(), {"-d", "run", "fd"}, "off");
-    EXPECT_TRUE(off.wait_for_log("va_dump: fd: fd is off\n"));
-    Program none(VA_DUMP, files.path(), {"-d", "missing", "--reconfig"}, "none");
-    EXPECT_TRUE(none.wait_for_exit(GONE));
-}
-
 TEST(DumpTest, TellsWhatIsWrong)
 {
-    const TempDir dir;
+    const DaemonFiles dir;
     write_capture(dir.file("capture"));
-    std::filesystem::copy_file(dir.file("capture"), dir.file("cut"));
-    std::filesystem::copy_file(dir.file("capture"), dir.file("cut_payload"));
-    std::filesystem::resize_file(dir.file("cut"), 180);
-    std::filesystem::resize_file(dir.file("cut_payload"), 200);
-    std::ofstream(dir.file("foreign")) << "key=value, and more of it\n";
+    const std::string capture = dir.read("capture");
+    dir.write("cut", capture.substr(0, 180));
+    dir.write("cut_payload", capture.substr(0, 200));
+    dir.write("foreign", "key=value, and more of it\n");
     const std::tuple<std::vector<std::string>, int, const char *> wrong[] = {
         {{"-n", "2x"}, 2, "2x is no number of records"},
         {{"-d"}, 2, "-d needs a value"},
@@ -311,7 +253,6 @@ TEST(DumpTest, TellsWhatIsWrong)
         {{"-r", "foreign"}, 1, "foreign: this is no capture"},
         {{"-r", "cut", "fd"}, 1, "va_dump: cut: ends within a record\n"},
         {{"-r", "cut_payload", "fd"}, 1, "va_dump: cut_payload: ends within a record\n"},
-        {{"-W", "0.01", "-d", ".", "fd"}, 3, "nobody listens"},
         {{"-W", "0.01", "-d", "missing", "fd"}, 3, "no such directory"},
     };
     for (const auto &[arguments, status, log] : wrong) {
@@ -334,11 +275,10 @@ TEST(DumpTest, TellsWhatIsWrong)
 
 TEST(DumpTest, PrintsTimesWithTheirZone)
 {
-    const time_point time(std::chrono::milliseconds(-1)); // before 1970, too
+    const SystemTime time(std::chrono::milliseconds(-1)); // before 1970, too
     const std::pair<const char *, const char *> zones[] = {
         {"west+05:30", "1969-12-31T18:29:59.999-05:30"},
-        {"east-01", "1970-01-01T00:59:59.999+01:00"},
-        {"UTC0", "1969-12-31T23:59:59.999+00:00"}};
+        {"east-01", "1970-01-01T00:59:59.999+01:00"}};
     for (const auto &[zone, expected] : zones) {
         setenv("TZ", zone, 1);
         tzset();
@@ -351,45 +291,37 @@ TEST(DumpTest, PrintsTimesWithTheirZone)
 
 TEST(DumpTest, MakesAnObjectOfAStatus)
 {
-    const DaemonStatus status{DaemonStatus::Answer::Answered,
-                              "",
-                              {{"va.version", "1.2.3"},
-                               {"stream.od.records", "7"},
-                               {"stream.od.client.1.process", "-1.50"},
-                               {"setting.A.B0.C", "01"},
-                               {"setting.A.B1.C", "x"},
-                               {"control.last_unknown", "\\\"\n"},
-                               {"module.od.state", "runs"},
-                               {"module.fd.state", "off"},
-                               {"left_out.A", "x"}}};
+    const DaemonStatus status = status_of("va.version=1.2.3\n"
+                                          "stream.od.records=7\n"
+                                          "stream.od.client.1.process=-1.50\n"
+                                          "setting.A.B0.C=01\nsetting.A.B1.C=x\n"
+                                          "control.last_unknown=\\\"\t\n"
+                                          "module.od.state=runs\nmodule.fd.state=off\n"
+                                          "left_out.A=x\n");
     EXPECT_EQ(R"({"verdict":"well","exit_status":0,"va":{"version":"1.2.3"},)"
               R"("stream":{"od":{"records":7,"client":{"1":{"process":-1.5}}}},)"
-              R"("setting":{"A.B0.C":"01","A.B1.C":"x"},"control":{"last_unknown":"\\\"\n"},)"
+              R"("setting":{"A.B0.C":"01","A.B1.C":"x"},"control":{"last_unknown":"\\\"\t"},)"
               R"("module":{"od":{"state":"runs"},"fd":{"state":"off"}},"left_out":{"A":"x"}})",
               status_json(status, {IS_WELL, "well"}));
-    const DaemonStatus hangs{DaemonStatus::Answer::Answered,
-                             "",
-                             {{"analytics.state", "hang"}, {"analytics.last_pass", "4.0"}}};
+    const DaemonStatus hangs = status_of("analytics.state=hang\nanalytics.last_pass=4.0\n");
     EXPECT_EQ(R"({"verdict":"the analytics of va hang, since 4.0 s","exit_status":5,)"
               R"("analytics":{"state":"hang","last_pass":4.0}})",
               status_json(hangs, judge(hangs)));
     EXPECT_NE(std::string::npos,
               metrics_of({DaemonStatus::Answer::Unwritten, "", {}}).find("\nva_up 1\n"));
     const std::string metrics = metrics_of(status);
-    for (const char *line : {"\nva_module_up{module=\"od\"} 1\n", "\nva_settings_left_out 1\n"})
-        EXPECT_NE(std::string::npos, metrics.find(line)) << line;
+    EXPECT_TRUE(metrics.ends_with("\nva_settings_left_out 1\n")) << metrics;
     EXPECT_EQ(std::string::npos, metrics.find("module=\"fd\"")) << "one that is off is not down";
 }
 
 TEST(DumpTest, TellsAQuietSceneFromADaemonThatIsNotWell)
 {
     const DaemonFiles files;
-    const auto expect = [&](const std::vector<std::string> &arguments, int status,
+    const auto expect = [&](std::vector<std::string> arguments, int status,
                             const std::string &text) {
-        std::vector<std::string> all = {"-d", "run"};
-        all.insert(all.end(), arguments.begin(), arguments.end());
-        Program dump(VA_DUMP, files.path(), all, "dump");
-        EXPECT_TRUE(dump.wait_for_exit(status)) << arguments.front();
+        arguments.insert(arguments.begin(), {"-d", "run"});
+        Program dump(VA_DUMP, files.path(), arguments, "dump");
+        EXPECT_TRUE(dump.wait_for_exit(status)) << text;
         const std::string printed = dump.output() + dump.log();
         EXPECT_NE(std::string::npos, printed.find(text)) << printed;
     };
@@ -398,12 +330,12 @@ TEST(DumpTest, TellsAQuietSceneFromADaemonThatIsNotWell)
     expect(ask, GONE, "va does not run: nobody listens at run/ctrl");
     expect({"-q", "-W", "0.2", "ta"}, NO_RECORDS,
            "ta              0             0        0.00            0.000            0\n");
-
     {
         Daemon quiet(files, {"-t"});
         EXPECT_TRUE(quiet.wait_for_log("sim: ta control"));
         expect(ask, IS_WELL, "\nta      runs");
         expect({"--metrics"}, IS_WELL, "\nva_stream_longest_seconds{stream=\"ta\"} 0e-6\n");
+        expect({"--metrics"}, IS_WELL, "\nva_module_up{module=\"ta\"} 1\n");
         expect(read, NO_RECORDS, "connected");
         std::filesystem::remove(files.file("run/status"));
         std::filesystem::create_directory(files.file("run/status"));
@@ -414,7 +346,7 @@ TEST(DumpTest, TellsAQuietSceneFromADaemonThatIsNotWell)
         expect(ask, NO_ANSWER, "va does not answer: no answer in time");
         expect(read, NO_ANSWER, "va_dump: va does not answer");
     } // killed
-    expect(ask, GONE, "");
+    expect({"--reconfig"}, GONE, "va does not run");
     files.write("run/pid", std::to_string(getpid()) + '\n');
     expect(ask, NO_ANSWER, "va does not answer: it takes no requests");
     for (const char *name : {"run/status", "run/pid"})
@@ -431,7 +363,6 @@ TEST(DumpTest, TellsAQuietSceneFromADaemonThatIsNotWell)
     Daemon blind(files, {"-t"}, "blind");
     EXPECT_TRUE(blind.wait_for_log("Analytics have ended"));
     const std::string reason = "runs without analytics: ta: ne3_val_ta_get_data failed, code 5\n";
-    expect({"--status", "-j"}, NO_ANALYTICS, "\"exit_status\":6");
     expect({"--metrics"}, NO_ANALYTICS, "\nva_module_up{module=\"ta\"} 0\n");
     expect(read, NO_ANALYTICS, "va_dump: va " + reason);
     expect({"-e", "-n", "2", "ta"}, NO_ANALYTICS, "  va " + reason); // the second event, unasked

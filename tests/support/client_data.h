@@ -1,11 +1,14 @@
 #pragma once
 
+#include "client/capture.h"
 #include "client/status.h"
 
+#include <chrono>
 #include <cstdint>
 #include <span>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 // What a client gets, made by hand.
@@ -23,6 +26,24 @@ inline std::string words(const std::vector<std::uint32_t> &words)
 inline std::string frame(const std::string &payload)
 {
     return words({static_cast<std::uint32_t>(payload.size())}) + payload;
+}
+
+// Two objects, a line's alarm, a tamper alarm with an odd byte whose clock was set back, and object
+// 7 alone two seconds later, in the result after the next.
+inline void write_capture(const std::string &path)
+{
+    using namespace std::chrono_literals;
+    const std::string seven = words({7, 3, 960, 540, 192, 108, 1056, 594, 0, 0});
+    const std::string nine = words({9, 19, 5, 6, 7, 8, 8, 10, 0, 0});
+    const std::tuple<const char *, std::chrono::milliseconds, std::string> records[] = {
+        {"od", 1000ms, seven + nine + words({77})},
+        {"vmf", 1500ms, words({0, 1, 0, 0})},
+        {"ta", 1200ms, words({1, 2, 3}) + "\xab"},
+        {"od", 3500ms, words({7, 3, 970, 540, 192, 108, 1066, 594, 2, 0})},
+    };
+    va::CaptureWriter writer(path);
+    for (const auto &[stream, at, payload] : records)
+        writer.write({*va::find_stream(stream), va::SystemTime(at), {}, bytes_of(payload)});
 }
 
 // A daemon's answer, of lines "KEY=VALUE" as settings have them.
