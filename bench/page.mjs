@@ -7,7 +7,8 @@ import { mkdtempSync, readFileSync, rmSync } from "node:fs";
 import { loadavg, tmpdir } from "node:os";
 import { setTimeout as sleep } from "node:timers/promises";
 import { fileURLToPath } from "node:url";
-import { AREA, Broker, COUNTER, event, frame, FRAME, launch, LINE } from "../tests/page/lab.mjs";
+import { Broker, launch } from "../tests/page/lab.mjs";
+import { AREA, COUNTER, event, frame, FRAME, inside, LINE } from "../tests/page/messages.mjs";
 
 const [cameras = 1000, minutes = 5] = process.argv.slice(2).map(Number);
 const RATE = 5;          // frames a second, of each
@@ -29,7 +30,7 @@ function pace(perSecond) {
 
 async function publishStates(client) {
   await client.introduce(cameras);
-  for (let i = 1; i <= cameras; ++i) await client.tell(i, AREA, event({ IsInside: i % 7 === 3 }));
+  for (let i = 1; i <= cameras; ++i) await client.tell(i, AREA, inside(i % 7 === 3));
 }
 
 function publishFrames(client) {
@@ -117,7 +118,7 @@ const www = mkdtempSync(`${tmpdir()}/bench-page-`);
 execFileSync(fileURLToPath(new URL("../page/stage.sh", import.meta.url)), [www]);
 const broker = new Broker(www);
 await broker.start();
-const { browser, end } = await launch();
+const browser = await launch();
 try {
   const client = await broker.camera();
   await publishStates(client);
@@ -138,7 +139,7 @@ try {
   console.log(await measureCrowd(page, client));
   clearInterval(frames);
 } finally {
-  await end();
+  await browser.close();
   await broker.stop();
   rmSync(www, { recursive: true });
 }

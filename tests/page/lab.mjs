@@ -6,48 +6,12 @@ import { mkdtempSync, readFileSync, renameSync, rmSync, writeFileSync } from "no
 import { createRequire } from "node:module";
 import { createServer } from "node:net";
 import { tmpdir, userInfo } from "node:os";
+import { AVAILABLE, LINE, online, SCENE } from "./messages.mjs";
 
 const require = createRequire(new URL("../../page/package.json", import.meta.url));
 const { default: puppeteer } = await import(require.resolve("puppeteer-core"));
 const mqtt = require("mqtt");
 const axe = require.resolve("axe-core");
-
-export const EVENT = "onvif-ej/RuleEngine/";
-export const LINE = `${EVENT}LineDetector/Crossed/&V/A/CrossLine.C0`;
-export const COUNTER = `${EVENT}CountAggregation/Counter/&V/A/CrossLine.C0`;
-export const AREA = `${EVENT}FieldDetector/ObjectsInside/&V/A/ObjectDetection.O0`;
-export const TAMPER = "onvif-ej/VideoSource/GlobalSceneChange/AnalyticsService/&V";
-export const FRAME = "onvif-mj/VideoAnalytics/P/od";
-
-export const utc = time => new Date(time).toISOString();
-export const event = (Data, time = Date.now()) => ({ UtcTime: utc(time), Source: {}, Data });
-export const online = () => ({ State: "online", Since: utc(Date.now()), Version: "1" });
-export const SCENE = {
-  Frame: { Width: 1920, Height: 1080 }, Directions: { "to left": 2, "to right": 1, "both": 0 },
-  Shapes: [
-    { Kind: "line", Number: 0, Rule: "CrossLine.C0", Crossing: "both", Direction: -1, Used: true,
-      Points: [[4000, 0], [5000, 9999]] },
-    { Kind: "area", Number: 0, Rule: "ObjectDetection.O0", Type: 1, Used: true,
-      Points: [[6000, 5000], [6000, 9000], [9000, 9000], [9000, 5000]] },
-  ],
-};
-
-// So many people who walk to and fro, at `time` in ms.
-export function frame(count = 3, time = Date.now()) {
-  const walker = (_, i) => {
-    const x = Math.round(1920 * (.1 + .8 * Math.abs((time / 8000 + i / count) % 2 - 1)));
-    const y = 200 + i * 197 % 700;
-    const box = { "@left": x - 40, "@top": y - 90, "@right": x + 40, "@bottom": y + 90 };
-    return { "@ObjectId": i, Appearance: {
-      Class: { Type: "Moving" },
-      Shape: { BoundingBox: box, CenterOfGravity: { "@x": x, "@y": y } },
-    } };
-  };
-  return { Frame: [{
-    "@UtcTime": utc(time), "@Source": "V", Object: Array.from({ length: count }, walker),
-    Transformation: { Scale: { "@x": 2 / 1920, "@y": -2 / 1080 } },
-  }] };
-}
 
 // Is true within 20 s, or an error that says of what it was not.
 export async function until(condition) {
@@ -74,15 +38,13 @@ export class Broker {
     this.clients = [];
   }
 
-  // Only with the account {name: password}, if there is one.
+  // Only with the account [name, password], if there is one.
   async start(account) {
     this.port ??= await freePort();
     this.pagePort ??= await freePort();
     this.url = `http://127.0.0.1:${this.pagePort}/`;
     const passwords = `${this.folder}/passwords`;
-    writeFileSync(passwords, "", { mode: 0o600 });
-    for (const [name, password] of Object.entries(account ?? {}))
-      execFileSync("mosquitto_passwd", ["-b", passwords, name, password]);
+    if (account) execFileSync("mosquitto_passwd", ["-c", "-b", passwords, ...account]);
     writeFileSync(`${this.folder}/conf`, [
       "per_listener_settings true", `user ${userInfo().username}`, "log_type subscribe",
       "log_type unsubscribe", "max_queued_messages 100000", "set_tcp_nodelay true",
@@ -122,34 +84,24 @@ export class Broker {
     const client = await mqtt.connectAsync(`mqtt://127.0.0.1:${this.port}`, options);
     this.clients.push(client);
     client.on("error", () => {});
-    client.tell = (camera, part, message, retain = true) => client.publishAsync(
+    client.tell = (camera, part, message) => client.publishAsync(
       `${Number.isInteger(camera) ? `cameras/camera${camera}` : camera}/${part}`,
       typeof message === "string" || Buffer.isBuffer(message) ? message : JSON.stringify(message),
-      { retain, qos: 1 });
-    client.raise = (camera, part, data, time) =>
-      client.tell(camera, part, event(data, time), false);
+      { retain: part !== LINE, qos: 1 });
     client.introduce = async (count, prefix = "cameras/camera") => {
-      for (let i = 1; i <= count; ++i) {
-        await client.tell(`${prefix}${i}`, "va/scene", SCENE);
-        await client.tell(`${prefix}${i}`, "va/available", online());
-      }
+      for (let i = 1; i <= count; ++i)
+        for (const [part, message] of [["va/scene", SCENE], [AVAILABLE, online()]])
+          await client.tell(`${prefix}${i}`, part, message);
     };
     return client;
   }
 }
 
-export async function launch() {
-  const profile = mkdtempSync(`${tmpdir()}/page-`);
-  const browser = await puppeteer.launch({
-    executablePath: "/usr/bin/chromium", userDataDir: profile,
-    args: ["--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
-           "--disable-background-networking", "--disable-component-update", "--disable-sync"],
-  });
-  return { browser, end: async () => {
-    await browser.close();
-    rmSync(profile, { recursive: true });
-  } };
-}
+export const launch = () => puppeteer.launch({
+  executablePath: "/usr/bin/chromium",
+  args: ["--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
+         "--disable-background-networking", "--disable-component-update", "--disable-sync"],
+});
 
 export const WIDE = { width: 1366, height: 768 };
 export const PHONE = { width: 390, height: 844 };
@@ -157,9 +109,9 @@ export const PHONE = { width: 390, height: 844 };
 // A page of a browser that has kept nothing. What waits does so for 20 s.
 export class Page {
   static async open(browser, address, pictures) {
-    const context = await browser.createBrowserContext();
-    const page = Object.assign(new Page(), { context, pictures, faults: [] });
-    page.tab = await context.newPage();
+    const page = Object.assign(new Page(), { pictures, faults: [] });
+    page.context = await browser.createBrowserContext();
+    page.tab = await page.context.newPage();
     page.tab.on("pageerror", fault => page.faults.push(fault.stack));
     page.tab.on("console", said => { // that a broker is away is no fault of the page
       if (said.type() === "error" && !said.text().startsWith("WebSocket connection"))
@@ -180,15 +132,13 @@ export class Page {
   }
 
   // Of all that match and are visible, one has this text.
-  shows(selector, text = "") {
-    return this.until((selector, text) => [...document.querySelectorAll(selector)].some(element =>
-      element.checkVisibility() && element.textContent.includes(text)), selector, text);
+  shows(selector, text = "", isShown = true) {
+    return this.until((selector, text, isShown) =>
+      isShown === [...document.querySelectorAll(selector)].some(element =>
+        element.checkVisibility() && element.textContent.includes(text)), selector, text, isShown);
   }
 
-  gone(selector) {
-    return this.until(selector => ![...document.querySelectorAll(selector)].some(element =>
-      element.checkVisibility()), selector);
-  }
+  gone(selector) { return this.shows(selector, "", false); }
 
   reads(selector, texts) {
     return this.until((selector, texts) => texts === String([...document.querySelectorAll(selector)]
@@ -196,6 +146,20 @@ export class Page {
   }
 
   press(key) { return this.tab.keyboard.press(key); }
+
+  // Opens the camera of this name, by the address.
+  go(hash) { return this.tab.evaluate(hash => { location.hash = hash; }, hash); }
+
+  // From now on calls() says how often the page has called this function of its `owner`.
+  watch(owner, name) {
+    return this.tab.evaluate(`{
+      const { ${name}: act } = ${owner};
+      (window.calls ??= {}).${name} = 0;
+      ${owner}.${name} = function (...all) { ++calls.${name}; return act.apply(this, all); };
+    }`);
+  }
+
+  calls(name) { return this.tab.evaluate(name => window.calls[name], name); }
 
   // Nothing is wrong, as far as a program sees, for who sees little or nothing. With screenshots.
   async audit(name) {
@@ -236,11 +200,11 @@ export class Files {
       ...payload.file ? payload : { payload } }));
     const write = (name, messages, after) => this.write(name,
       `takeMessages(${JSON.stringify({ run, written: Date.now(), after, messages })});\n`);
+    const writeNews = () => write("scene.new.js", numbered.slice(after), after);
     this.pause();
     write("scene.js", numbered.slice(0, after), 0);
-    const news = () => write("scene.new.js", numbered.slice(after), after);
-    news();
-    this.timer = setInterval(news, 500);
+    writeNews();
+    this.timer = setInterval(writeNews, 500);
   }
 
   pause() { clearInterval(this.timer); }
