@@ -4,8 +4,8 @@ import json
 import os
 import re
 import shutil
+import signal
 import socket
-import struct
 import subprocess
 import tempfile
 import time
@@ -52,12 +52,9 @@ def wait_for(condition, what):
     return result
 
 
-def free_ports(count):
-    sockets = [socket.create_server(("127.0.0.1", 0)) for _ in range(count)]
-    ports = [each.getsockname()[1] for each in sockets]
-    for each in sockets:
-        each.close()
-    return ports
+def free_port():
+    with socket.create_server(("127.0.0.1", 0)) as server:
+        return server.getsockname()[1]
 
 
 class Program:
@@ -76,13 +73,12 @@ class Program:
     def wait_for(self, pattern):
         return wait_for(lambda: re.search(pattern, self.text()), f"{pattern} in {self.path.name}")
 
-    def end(self):
-        self.child.terminate()
+    def end(self, number=signal.SIGTERM):
+        self.child.send_signal(number)
         return self.child.wait(PATIENCE)
 
     def kill(self):
-        self.child.kill()
-        self.child.wait(PATIENCE)
+        self.end(signal.SIGKILL)
 
 
 class Subscriber(Program):
@@ -92,13 +88,12 @@ class Subscriber(Program):
         super().__init__(lab, f"sub{len(lab.programs)}", "mosquitto_sub", "-q", "1", "-F", "%j",
                          *lab.tls(account), *keep, *topics)
 
-    def messages(self, part="", begin=0):
-        whole = self.text().split("\n")[:-1]  # the last one may not be
-        lines = [line for line in whole if line.startswith("{")]
-        return [m for m in map(json.loads, lines[begin:]) if part in m["topic"]]
+    def messages(self, part=""):
+        lines = re.findall(r"^\{.*\n", self.text(), re.MULTILINE)  # whole ones
+        return [m for m in map(json.loads, lines) if part in m["topic"]]
 
-    def wait(self, part, accept=lambda message: True):
-        return wait_for(lambda: next(filter(accept, self.messages(part)), None), part)
+    def wait(self, part, accept=lambda message: True, begin=0):
+        return wait_for(lambda: next(filter(accept, self.messages(part)[begin:]), None), part)
 
 
 class Lab:
@@ -106,14 +101,14 @@ class Lab:
         self.bin = Path(bin_folder).resolve()
         self.folder = tempfile.mkdtemp()
         self.programs = []
-        self.port, self.web_port = free_ports(2)
-        Path(self.folder, "run").mkdir()
-        Path(self.folder, "www").mkdir()
+        self.port = free_port()
+        for name in ("run", "www"):
+            Path(self.folder, name).mkdir()
         self.write("store", STORE + AREA)
         self.write("scene", SCENE)
         self._make_certificates()
         self._configure_broker()
-        self.make_firmware()
+        self.run(self.bin / "make_firmware", "firmware")
 
     def close(self):
         for program in self.programs:
@@ -125,24 +120,16 @@ class Lab:
         path.touch(mode)
         path.write_text(text)
         path.chmod(mode)
-        return str(path)
 
     def run(self, *command):
         subprocess.run(command, cwd=self.folder, check=True, capture_output=True)
 
-    def make_firmware(self):
-        self.run(self.bin / "make_firmware", "firmware")
-
     def _make_certificates(self):
-        for name in ("ca", "other"):
+        for name in ("broker", "other"):
             self.run("openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2",
-                     "-subj", f"/CN={name}", "-keyout", f"{name}.key", "-out", f"{name}.crt")
-        self.run("openssl", "req", "-newkey", "rsa:2048", "-nodes", "-subj", "/CN=broker",
-                 "-keyout", "broker.key", "-out", "broker.csr")
-        self.write("names", "subjectAltName=DNS:localhost")
-        self.run("openssl", "x509", "-req", "-in", "broker.csr", "-CA", "ca.crt",
-                 "-CAkey", "ca.key", "-CAcreateserial", "-days", "2", "-extfile", "names",
-                 "-out", "broker.crt")
+                     "-subj", f"/CN={name}", "-addext", "subjectAltName=DNS:localhost",
+                     "-keyout", f"{name}.key", "-out", f"{name}.crt")
+        shutil.copy(f"{self.folder}/broker.crt", f"{self.folder}/ca.crt")  # signed by itself
 
     def _configure_broker(self):
         """As packaged, but for places, ports, the user, and that all is saved at once."""
@@ -152,11 +139,9 @@ class Lab:
             self.run("mosquitto_passwd", "-b", "passwords", account, f"{account} secret")
         shutil.copy(ROOT / "packaging/mosquitto/acl", self.folder)
         text = (ROOT / "packaging/mosquitto/va.conf").read_text()
-        for old, new in (("/etc/mosquitto/va/", f"{self.folder}/"),
-                         ("/var/lib/mosquitto/", f"{self.folder}/"),
-                         ("/usr/share/va/wall", f"{self.folder}/www"),
-                         ("8883", f"{self.port} 127.0.0.1"),
-                         ("8443", f"{self.web_port} 127.0.0.1"),
+        for old, new in (("/etc/mosquitto/va", self.folder), ("/var/lib/mosquitto", self.folder),
+                         ("/usr/share/va/wall", "www"), ("8883", f"{self.port} 127.0.0.1"),
+                         ("8443", f"{free_port()} 127.0.0.1"),
                          ("autosave_interval 60", "autosave_interval 1")):
             assert old in text
             text = text.replace(old, new)
@@ -182,16 +167,8 @@ class Lab:
         self.write("store", store)
         Path(self.folder, "run/ctrl").write_text("reconfig\n")
 
-    def capture(self, *records):  # as va_dump -w writes one: (milliseconds, stream, words)
-        data = b"va_dump\n" + struct.pack("=II", 1, 0x01020304)
-        for ms, stream, words in records:
-            head = (ms * 1000, stream.encode(), 4 * len(words))
-            data += struct.pack(f"=Q4sI{len(words)}I", *head, *words)
-        Path(self.folder, "capture").write_bytes(data)
-        return "capture"
-
     def start_publisher(self, *arguments, **environment):
-        settings = self.write("va_mqtt.conf", f"""
+        self.write("va_mqtt.conf", f"""
             host = localhost
             port = {self.port}
             cafile = ca.crt
@@ -200,5 +177,5 @@ class Lab:
             prefix = cameras/cam1
             discovery = homeassistant""")
         return Program(self, f"publisher{len(self.programs)}", self.bin / "va_mqtt", "--settings",
-                       settings, "--directory", "run", *arguments,
+                       "va_mqtt.conf", "--directory", "run", *arguments,
                        env=os.environ | environment)
