@@ -18,6 +18,7 @@ function setText(element, text) {
 
 // Who has the focus on what is hidden goes on at `next`.
 function setHidden(element, isHidden, next) {
+  if (element.hidden === isHidden) return;
   const hadFocus = isHidden && element === document.activeElement;
   element.hidden = isHidden;
   if (hadFocus) next.focus({ preventScroll: true });
@@ -96,7 +97,7 @@ class Picture {
   }
 
   showStill(url) {
-    this.still.hidden = !url;
+    if (this.still.hidden === Boolean(url)) this.still.hidden = !url;
     if (!url) this.still.removeAttribute("src");
     else if (this.still.getAttribute("src") !== url) this.still.src = url;
   }

@@ -58,8 +58,7 @@ class Card {
     const { camera, wall } = this;
     const { text, className, badges } = wall.stateOf(camera, now);
     if (this.article.className !== className) this.article.className = className;
-    setText(this.state, text);
-    this.state.title = text;
+    if (this.state.title !== text) this.state.title = this.state.textContent = text;
     setText(this.badges, badges);
     setText(this.alarms, camera.alarmsNow(now).map(alarm => `alarm: ${alarm}`).join(", "));
     const asks = wall.needsAcknowledging(camera);
@@ -77,6 +76,8 @@ class Wall {
     this.dirty = new Set();
     this.isLaidOut = true;
     this.scheduled = false;
+    this.drawnAt = 0;
+    this.inViewCount = 0;
     this.common = null;   // what all names begin with
     this.connected = false;
     this.lostAt = null;
@@ -116,6 +117,7 @@ class Wall {
   }
 
   remove(card) {
+    this.inViewCount -= card.inView;
     this.watch(card, false);
     card.article.remove();
     this.cards.delete(card.camera.name);
@@ -148,6 +150,7 @@ class Wall {
 
   forget() {
     for (const { article } of this.order) article.remove();
+    this.inViewCount = 0;
     this.cards.clear();
     this.order = [];
     this.common = null;
@@ -249,6 +252,7 @@ class Wall {
       const card = this.cards.get(target.dataset.camera);
       if (!card || card.article !== target || card.inView === isIntersecting) continue;
       card.inView = isIntersecting;
+      this.inViewCount += isIntersecting ? 1 : -1;
       this.watch(card, isIntersecting || this.single.camera === card.camera);
       if (!isIntersecting) card.picture.showStill(null);
       this.markDirty(card);
@@ -266,10 +270,15 @@ class Wall {
     this.dirty.add(card);
     if (this.scheduled) return;
     this.scheduled = true;
-    requestAnimationFrame(() => {
+    setTimeout(() => requestAnimationFrame(() => {
       this.scheduled = false;
       this.draw();
-    });
+    }), Math.max(this.drawnAt + this.drawInterval() - performance.now(), 0));
+  }
+
+  // Many cards are drawn together: what a browser does for each frame costs more than the cards.
+  drawInterval() {
+    return this.single.camera ? 0 : Math.min(4 * this.inViewCount, 100);
   }
 
   redraw() {
@@ -279,7 +288,7 @@ class Wall {
   // Cards out of view are drawn when they come into it, those below an open camera when it closes.
   // One that cannot be drawn stops no other.
   draw() {
-    const now = performance.now();
+    const now = this.drawnAt = performance.now();
     if (!this.isLaidOut) this.layOut();
     for (const card of this.dirty) {
       this.dirty.delete(card);
