@@ -119,6 +119,7 @@ class Wall {
   remove(card) {
     this.inViewCount -= card.inView;
     this.watch(card, false);
+    this.observer.unobserve(card.article);
     card.article.remove();
     this.cards.delete(card.camera.name);
     this.order.splice(this.order.indexOf(card), 1);
