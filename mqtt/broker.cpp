@@ -129,13 +129,14 @@ void Broker::state(const std::string &topic, const std::string &payload)
     send_waiting();
 }
 
-void Broker::frame(const std::string &topic, const std::string &payload,
+bool Broker::frame(const std::string &topic, const std::string &payload,
                    std::optional<std::uint32_t>)
 {
     const std::scoped_lock locked(lock_);
     const bool sent = report_.connected && frames_.size() < max_frames_in_flight &&
                       send_now({topic, payload}, 0, frames_);
     ++(sent ? report_.frames_sent : report_.frames_dropped);
+    return sent;
 }
 
 // Not before a message that takes the last one back.

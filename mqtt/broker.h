@@ -38,7 +38,7 @@ public:
 
     void event(const std::string &topic, const std::string &payload, bool retained) override;
     void state(const std::string &topic, const std::string &payload) override;
-    void frame(const std::string &topic, const std::string &payload,
+    bool frame(const std::string &topic, const std::string &payload,
                std::optional<std::uint32_t> picture) override;
 
     // Retained, but sent at once or not at all like a frame, and not counted. Whoever sets a state

@@ -107,7 +107,7 @@ void Publisher::publish_still(Elapsed now)
 
 void Publisher::report_losses(const Moment &now, const Broker::Report &broker)
 {
-    const Losses losses{broker.frames_dropped, broker.events_dropped, maker_.results_missed()};
+    const Losses losses{broker.frames_dropped, broker.events_dropped, maker_.results_missed(), 0};
     if (losses == reported_ || !broker.connected || now.at < losses_due_)
         return;
     reported_ = losses;

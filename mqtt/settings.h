@@ -27,6 +27,7 @@ struct Settings {
 
     CameraNames names;
     std::string discovery;   // prefix of Home Assistant's discovery topics; empty: none
+    bool reconfig = false;   // a message of its topic has the daemon read its settings
     int qos = 1;             // of events
     double rate = 5;         // frames a second and stream; 0: none
     std::size_t keep = 1000; // events, while the broker is away

@@ -36,6 +36,8 @@ MessageMaker::MessageMaker(const CameraNames &names, const Source &source, doubl
     set_rules({});
 }
 
+void MessageMaker::earlier_states(const std::map<std::string, std::string> &) {}
+
 void MessageMaker::record(const Record &record)
 {
     now_ = {record.time, record.at};

@@ -29,8 +29,9 @@ public:
     // A retained one changes a state.
     virtual void event(const std::string &topic, const std::string &payload, bool retained) = 0;
     virtual void state(const std::string &topic, const std::string &payload) = 0; // "": it has none
-    // `picture`: the one in which its objects were seen, where that is known.
-    virtual void frame(const std::string &topic, const std::string &payload,
+    // `picture`: the one in which its objects were seen, where that is known. Returns false when
+    // the frame was dropped.
+    virtual bool frame(const std::string &topic, const std::string &payload,
                        std::optional<std::uint32_t> picture) = 0;
 };
 
@@ -80,6 +81,11 @@ public:
     // the states that are known at once.
     MessageMaker(const CameraNames &names, const Source &source, double rate,
                  MessageTarget &target);
+
+    // What the target retains of an earlier run, by topic; empty where that cannot be known.
+    // Counters go on from there, and what is no longer in force is taken back. Until it is called
+    // no counter is published.
+    void earlier_states(const std::map<std::string, std::string> &retained);
 
     void record(const Record &record);
     void connection(const Connection &connection);

@@ -89,6 +89,7 @@ struct Losses {
     std::uint64_t frames = 0;  // the broker was away or slow
     std::uint64_t events = 0;  // the broker was away for too many
     std::uint64_t results = 0; // the daemon's own, missing in their numbers
+    std::uint64_t refused = 0; // by the broker: events and states
     bool operator==(const Losses &other) const = default;
 };
 std::string losses_message(const Losses &losses, SystemTime time);

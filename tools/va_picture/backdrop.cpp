@@ -40,7 +40,7 @@ void Backdrop::state(const std::string &topic, const std::string &payload)
     file_.state(topic, payload);
 }
 
-void Backdrop::frame(const std::string &topic, const std::string &payload,
+bool Backdrop::frame(const std::string &topic, const std::string &payload,
                      std::optional<std::uint32_t> picture)
 {
     if (picture && newest_ && is_before(*picture, *newest_)) {
@@ -49,13 +49,12 @@ void Backdrop::frame(const std::string &topic, const std::string &payload,
     }
     if (picture)
         newest_ = picture;
-    if (!picture || !holds_frames_) {
-        file_.frame(topic, payload, picture);
-        return;
-    }
+    if (!picture || !holds_frames_)
+        return file_.frame(topic, payload, picture);
     frames_.push_back({topic, payload, *picture});
     if (frames_.size() > max_frames) // whose stills are of much earlier pictures
         hand_on_frame();
+    return true;
 }
 
 void Backdrop::look(Elapsed now)

@@ -23,7 +23,7 @@ public:
 
     void event(const std::string &topic, const std::string &payload, bool retained) override;
     void state(const std::string &topic, const std::string &payload) override;
-    void frame(const std::string &topic, const std::string &payload,
+    bool frame(const std::string &topic, const std::string &payload,
                std::optional<std::uint32_t> picture) override;
 
     // Looks for a new still, and hands on what is due.

@@ -73,13 +73,14 @@ void MessageFile::state(const std::string &topic, const std::string &payload)
     set_state(topic, content);
 }
 
-void MessageFile::frame(const std::string &topic, const std::string &payload,
+bool MessageFile::frame(const std::string &topic, const std::string &payload,
                         std::optional<std::uint32_t>)
 {
     ++number_;
     frames_.push_back({message(topic, false, content_of(payload)), now_});
     frame_bytes_ += frames_.back().message.text.size();
     drop_old_frames();
+    return true;
 }
 
 void MessageFile::still(const std::string &topic, const std::string &jpeg)
