@@ -1,12 +1,10 @@
 #include "mqtt/broker.h"
 
+#include "mqtt/credentials.h"
 #include "tools/common/printing.h"
-#include "util/text.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <new>
-#include <random>
+#include <functional>
+#include <stdexcept>
 #include <thread>
 #include <utility>
 
@@ -18,102 +16,70 @@ namespace va::mqtt
 namespace
 {
 
-constexpr std::size_t max_events_in_flight = 20; // sent, and not yet acknowledged
-constexpr std::size_t max_frames_in_flight = 8;
-constexpr int loop_ms = 200; // the bound on noticing a stop; what is sent wakes the library
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
 
-// How long to wait before the next attempt: twice as long each time, from a second to half a
-// minute, less a random part, so that a thousand cameras do not reconnect in the same moment.
-class Backoff
-{
-public:
-    void reset() { longest_ = first; }
+constexpr std::size_t max_on_way = 20; // events and states, sent and not yet acknowledged
+constexpr std::size_t max_frames_on_way = 8;
+constexpr int max_unsent_bytes = 8192; // else a frame, and events behind it, would come late
+constexpr unsigned frame_expiry = 2;   // seconds
 
-    std::chrono::milliseconds next()
-    {
-        std::uniform_int_distribution<std::chrono::milliseconds::rep> part(longest_.count() / 2,
-                                                                           longest_.count());
-        longest_ = std::min(longest_ * 2, last);
-        return std::chrono::milliseconds(part(random_));
-    }
+// Nothing tells the end of what is retained.
+constexpr auto silence_after_retained = 1s;
+constexpr std::size_t max_retained = 1000; // messages
 
-private:
-    static constexpr std::chrono::milliseconds first{1000};
-    static constexpr std::chrono::milliseconds last{30000};
-
-    std::chrono::milliseconds longest_ = first;
-    std::minstd_rand random_{std::random_device{}()};
-};
-
-// "OpenSSL Error[0]: error:0A000086:SSL routines::certificate verify failed" from its last part on,
-// and "Error: Unable to load CA certificates, ..." without its first; no full stop.
-std::string shortened(std::string text)
-{
-    constexpr char colons[] = "::";
-    constexpr std::string_view error = "Error: ";
-    if (const std::size_t at = text.rfind(colons); at != std::string::npos)
-        text.erase(0, at + 2);
-    if (text.starts_with(error))
-        text.erase(0, error.size());
-    if (text.ends_with('.'))
-        text.pop_back();
-    return text;
-}
-
-// Whether each attempt will fail with it.
-bool is_permanent(const std::string &error)
-{
-    constexpr const char *parts[] = {"verify failed", "verification failed", "Unable to load",
-                                     "inconsistent"};
-    return std::ranges::any_of(
-        parts, [&](const char *part) { return error.find(part) != std::string::npos; });
-}
+constexpr auto spool_interval = 1s;
+constexpr auto to_disconnect = 1s;
+constexpr auto to_write_spool = 5s;
 
 } // namespace
 
-std::shared_ptr<Broker> Broker::open(const Settings &settings, const Message &last_will)
+std::shared_ptr<Broker> Broker::open(const Settings &settings, std::optional<Message> last_will,
+                                     Subscriptions subscriptions)
 {
-    std::shared_ptr<Broker> broker(new Broker(settings, last_will));
-    // A host or a name server that does not answer may let the thread outlive its user.
+    std::shared_ptr<Broker> broker(
+        new Broker(settings, std::move(last_will), std::move(subscriptions)));
+    // A name server that does not answer may let the thread outlive its user, as may a storage
+    // device.
     std::thread([broker] { broker->run(); }).detach();
+    if (broker->spool_)
+        std::thread([broker] { broker->run_spool(); }).detach();
     return broker;
 }
 
-Broker::Broker(const Settings &settings, const Message &last_will)
+Broker::Broker(const Settings &settings, std::optional<Message> last_will,
+               Subscriptions subscriptions)
     : settings_(settings),
-      address_(settings.host + ':' + std::to_string(settings.port)),
-      handle_(nullptr,
-              [](mosquitto *handle) {
-                  mosquitto_destroy(handle);
-                  mosquitto_lib_cleanup();
-              }),
+      last_will_(std::move(last_will)),
+      subscriptions_(std::move(subscriptions)),
+      // The cameras of a fleet are spread over the hosts.
+      host_(std::hash<std::string>()(settings.client_id) % settings.hosts.size()),
       outbox_(settings.keep),
-      report_{.status = "connecting to " + address_}
+      report_{.status = "not connected"}
 {
     mosquitto_lib_init();
-    handle_.reset(mosquitto_new(settings.client_id.c_str(), true, this));
-    mosquitto *const handle = handle_.get();
-    if (!handle)
-        throw std::bad_alloc();
-    mosquitto_threaded_set(handle, true);
-    mosquitto_int_option(handle, MOSQ_OPT_TCP_NODELAY, 1); // else what follows waits for 40 ms
-    mosquitto_max_inflight_messages_set(handle, max_events_in_flight);
-    mosquitto_will_set(handle, last_will.topic.c_str(), static_cast<int>(last_will.payload.size()),
-                       last_will.payload.data(), 1, last_will.retained);
-    set_credentials();
-    mosquitto_connect_callback_set(
-        handle, [](mosquitto *, void *broker, int answer) { of(broker).on_connect(answer); });
-    mosquitto_disconnect_callback_set(
-        handle, [](mosquitto *, void *broker, int) { of(broker).on_disconnect(); });
-    mosquitto_publish_callback_set(
-        handle, [](mosquitto *, void *broker, int number) { of(broker).on_publish(number); });
-    mosquitto_log_callback_set(handle, [](mosquitto *, void *broker, int level, const char *text) {
-        if (level == MOSQ_LOG_ERR)
-            of(broker).on_error(text);
-    });
+    // Throws what a later attempt only reports.
+    BrokerConnection(settings_, settings_.hosts[host_], Protocol::V5, last_will_, *this);
+    for (const std::string &host : settings_.hosts) {
+        if (shows_password(settings_, host))
+            say("the password goes to " + host + " as plain text: there is no --cafile");
+    }
+    if (settings.spool.empty())
+        return;
+    spool_.emplace(settings.spool);
+    spool_ended_ = false;
+    for (const Message &event : spool_->load()) {
+        if (event.retained)
+            retained_[event.topic] = event.payload;
+        outbox_.add(event);
+    }
+    spooled_ = outbox_.newest_event();
 }
 
-Broker::~Broker() = default;
+Broker::~Broker()
+{
+    mosquitto_lib_cleanup();
+}
 
 void Broker::event(const std::string &topic, const std::string &payload, bool retained)
 {
@@ -133,83 +99,103 @@ bool Broker::frame(const std::string &topic, const std::string &payload,
                    std::optional<std::uint32_t>)
 {
     const std::scoped_lock locked(lock_);
-    const bool sent = report_.connected && frames_.size() < max_frames_in_flight &&
-                      send_now({topic, payload}, 0, frames_);
+    const bool sent = send_frame({topic, payload, false, frame_expiry});
     ++(sent ? report_.frames_sent : report_.frames_dropped);
     return sent;
 }
 
 // Not before a message that takes the last one back.
-void Broker::send_still(const std::string &topic, const std::string &jpeg)
+void Broker::send_still(const std::string &topic, const std::string &jpeg, unsigned expiry)
 {
     const std::scoped_lock locked(lock_);
-    if (!report_.connected || !outbox_.is_empty() || frames_.size() >= max_frames_in_flight)
+    if (outbox_.size() > outbox_.on_way() || !send_frame({topic, jpeg, true, expiry}))
         return;
-    outbox_.forget(topic);
-    send_now({topic, jpeg, true}, 0, frames_);
+    outbox_.forget(topic); // that it was taken back
+}
+
+std::optional<std::map<std::string, std::string>> Broker::take_retained()
+{
+    const std::scoped_lock locked(lock_);
+    if (reading_ != Reading::Runs || !report_.connected || !subscribing_.empty() ||
+        Clock::now() < retained_at_ + silence_after_retained)
+        return std::nullopt;
+    reading_ = Reading::Done;
+    for (const std::string &filter : subscriptions_.retained)
+        connection_->unsubscribe(filter);
+    return std::exchange(retained_, {});
+}
+
+bool Broker::take_command()
+{
+    const std::scoped_lock locked(lock_);
+    return std::exchange(has_command_, false);
 }
 
 Broker::Report Broker::report() const
 {
     const std::scoped_lock locked(lock_);
     Report report = report_;
-    report.events_dropped += outbox_.dropped();
-    report.waiting = outbox_.size() + events_.size();
+    report.events_dropped = outbox_.dropped();
+    report.waiting = outbox_.size();
     return report;
 }
 
 void Broker::finish(std::chrono::milliseconds timeout)
 {
     std::unique_lock locked(lock_);
-    changed_.wait_for(locked, timeout,
-                      [&] { return (outbox_.is_empty() && events_.empty()) || report_.failure; });
+    changed_.wait_for(locked, timeout, [&] { return outbox_.size() == 0 || report_.failure; });
     if (report_.connected)
-        mosquitto_disconnect(handle_.get()); // ends the loop when it is sent
+        connection_->disconnect(); // ends the loop when it is sent
     stop_ = true;
     changed_.notify_all();
-    constexpr std::chrono::seconds to_disconnect{1};
     changed_.wait_for(locked, to_disconnect, [&] { return ended_; });
+    changed_.wait_for(locked, to_write_spool, [&] { return spool_ended_; });
+    if (outbox_.events() == 0)
+        return;
+    const bool is_spooled = spool_ && spooled_ == outbox_.newest_event();
+    say(std::to_string(outbox_.events()) +
+        (is_spooled ? " events wait in " + settings_.spool : " events were not sent and are lost"));
 }
 
-// The library has such a loop too, but it ends for good at some errors, and does not say at which.
 void Broker::run()
 {
-    Backoff backoff;
     std::unique_lock locked(lock_);
     while (!stop_ && !report_.failure) {
-        const std::uint64_t before = connections_;
         locked.unlock();
-        run_connection();
+        const std::string &host = settings_.hosts[host_];
+        const BrokerConnection::End end = run_connection(host);
         locked.lock();
-        if (connections_ != before)
-            backoff.reset();
-        changed_.wait_for(locked, backoff.next(), [&] { return stop_ || report_.failure; });
+        const auto wait = take_end(host, end);
+        changed_.wait_for(locked, wait, [&] { return stop_ || report_.failure; });
     }
     ended_ = true;
     changed_.notify_all();
 }
 
-void Broker::run_connection()
+BrokerConnection::End Broker::run_connection(const std::string &host)
 {
-    refused_ = false;
-    errno = 0;
-    // Waits, because with TLS the library's other way does not see that nobody listens.
-    int result = mosquitto_connect(handle_.get(), settings_.host.c_str(), settings_.port,
-                                   settings_.keep_alive);
-    while (result == MOSQ_ERR_SUCCESS && must_go_on()) {
-        errno = 0;
-        result = mosquitto_loop(handle_.get(), loop_ms, 1);
+    try {
+        const auto known = protocols_.find(host);
+        const Protocol protocol = known == protocols_.end() ? Protocol::V5 : known->second;
+        BrokerConnection connection(settings_, host, protocol, last_will_, *this);
+        std::unique_lock locked(lock_);
+        connection_ = &connection;
+        report_.status = "connecting to " + address(host);
+        if (said_.try_emplace(host, report_.status).second)
+            say("broker: " + report_.status);
+        locked.unlock();
+        const BrokerConnection::End end =
+            connection.run([this] { return must_go_on(); }, timeout());
+        locked.lock();
+        connection_ = nullptr;
+        report_.connected = false;
+        frames_.clear();
+        if (reading_ == Reading::Runs)
+            reading_ = Reading::NotYet;
+        return end;
+    } catch (const std::exception &error) { // a file of the settings, which may be back in a while
+        return {.why = error.what()};
     }
-    const std::string error = take_error(result, errno);
-    on_disconnect();
-    const std::scoped_lock locked(lock_);
-    if (stop_)
-        return;
-    if (connections_ == 0 && (refused_ || is_permanent(error)))
-        report_.failure = address_ + ": " + error;
-    else
-        set_status("waiting for " + address_ + ": " + error);
-    changed_.notify_all();
 }
 
 // A connection that was told to end ends by itself.
@@ -219,90 +205,168 @@ bool Broker::must_go_on() const
     return report_.connected || !stop_;
 }
 
-void Broker::on_connect(int answer)
+// How long to wait before the next attempt.
+std::chrono::milliseconds Broker::take_end(const std::string &host,
+                                           const BrokerConnection::End &end)
 {
-    constexpr int try_later = 3; // the broker is unavailable
-    if (answer != 0) {
-        on_error(mosquitto_connack_string(answer));
-        refused_ = answer != try_later;
-        return;
+    changed_.notify_all();
+    if (stop_)
+        return 0ms;
+    const bool was_connected = end.connected > 0ms;
+    if (end.is_protocol) {
+        protocols_[host] = Protocol::V3_1_1;
+        return 0ms;
     }
+    if (!was_connected)
+        protocols_.erase(host); // the next time there may be another broker
+    has_been_connected_ = has_been_connected_ || was_connected;
+    permanent_failures_ = end.is_permanent ? permanent_failures_ + 1 : 0;
+    if (!has_been_connected_ && permanent_failures_ >= settings_.hosts.size())
+        report_.failure = address(host) + ": " + end.why;
+    host_ = (host_ + 1) % settings_.hosts.size();
+    failed_hosts_ = was_connected ? 0 : failed_hosts_ + 1;
+    const bool has_next = !was_connected && failed_hosts_ % settings_.hosts.size() > 0;
+    const auto wait = has_next ? 0ms : backoff_.after(end.connected);
+    report_.status = "waiting for " + address(host) + ": " + end.why;
+    if (backoff_.is_flapping())
+        report_.status += "; has another client the id " + settings_.client_id + '?';
+    if (!report_.failure && std::exchange(said_[host], report_.status) != report_.status)
+        say("broker: " + report_.status);
+    return wait;
+}
+
+// With other hosts it is better to go on to them: one of a cluster without a leader never answers.
+// But a slow network needs its time.
+std::chrono::seconds Broker::timeout() const
+{
+    return settings_.hosts.size() > 1 && backoff_.is_quick() ? 2s : 15s;
+}
+
+void Broker::on_connect()
+{
     const std::scoped_lock locked(lock_);
-    ++connections_;
     report_.connected = true;
-    set_status("connected to " + address_);
-    outbox_.resend_states();
+    report_.status = "connected to " + address(settings_.hosts[host_]);
+    said_.clear();
+    say("broker: " + report_.status);
+    if (!subscriptions_.command.empty())
+        connection_->subscribe(subscriptions_.command);
+    if (reading_ == Reading::NotYet)
+        read_retained();
+    outbox_.resend();
     send_waiting();
 }
 
-void Broker::on_disconnect()
-{
-    const std::scoped_lock locked(lock_);
-    report_.connected = false;
-    frames_.clear();
-    if (settings_.qos == 0) { // the library forgets them; the others it sends again
-        report_.events_dropped += events_.size();
-        events_.clear();
-    }
-    changed_.notify_all();
-}
-
-void Broker::on_publish(int number)
+void Broker::on_publish(int number, const std::string &refusal)
 {
     const std::scoped_lock locked(lock_);
     if (frames_.erase(number) > 0)
         return;
-    report_.events_sent += events_.erase(number);
+    const auto topic = outbox_.acknowledge(number);
+    if (topic && refusal.empty())
+        ++report_.events_sent;
+    else if (topic)
+        count_refusal(*topic, refusal);
     send_waiting();
     changed_.notify_all();
 }
 
-// The first one says most.
-void Broker::on_error(const char *text)
+void Broker::on_subscribe(int number, bool is_granted)
 {
-    const std::scoped_lock locked(error_lock_);
-    if (error_.empty())
-        error_ = text;
+    const std::scoped_lock locked(lock_);
+    retained_at_ = Clock::now();
+    if (subscribing_.erase(number) > 0 && !is_granted && !std::exchange(report_.unreadable, true))
+        say("broker: what it retains of this camera may not be read");
 }
 
-// What ended the attempt.
-std::string Broker::take_error(int result, int error)
+void Broker::on_message(const Message &message)
 {
-    const std::scoped_lock locked(error_lock_);
-    if (!error_.empty())
-        return shortened(std::exchange(error_, ""));
-    if (result == MOSQ_ERR_EAI)
-        return "its name is not found";
-    if (result == MOSQ_ERR_KEEPALIVE)
-        return "it does not answer";
-    return shortened(result == MOSQ_ERR_ERRNO ? error_text(error) : mosquitto_strerror(result));
+    const std::scoped_lock locked(lock_);
+    if (message.topic == subscriptions_.command) {
+        has_command_ = has_command_ || !message.retained; // else each connect would be one
+    } else if (message.retained && reading_ == Reading::Runs && retained_.size() < max_retained) {
+        retained_[message.topic] = message.payload;
+        retained_at_ = Clock::now();
+    }
 }
 
-void Broker::set_status(const std::string &text)
+void Broker::run_spool()
 {
-    if (std::exchange(report_.status, text) != text)
-        say("broker: " + text);
+    std::unique_lock locked(lock_);
+    for (bool is_last = false; !is_last;) {
+        changed_.wait_for(locked, spool_interval, [&] { return stop_; });
+        is_last = stop_;
+        write_spool(locked, is_last);
+    }
+    spool_ended_ = true;
+    changed_.notify_all();
+}
+
+// What was sent leaves the file when nothing waits any more or, when it grows too large, before.
+void Broker::write_spool(std::unique_lock<std::mutex> &locked, bool is_last)
+{
+    const bool is_whole = is_last || spool_->size() > Spool::MAX_BYTES / 2;
+    const std::uint64_t newest = outbox_.newest_event();
+    const bool is_empty = outbox_.events() == 0;
+    const std::vector<Message> events = outbox_.events_after(is_whole ? 0 : spooled_);
+    locked.unlock();
+    bool is_written = true;
+    if (is_empty)
+        is_written = spool_->clear();
+    else if (!events.empty())
+        is_written = is_whole ? spool_->replace(events) : spool_->append(events);
+    locked.lock();
+    if (is_written)
+        spooled_ = newest;
+}
+
+void Broker::read_retained()
+{
+    reading_ = Reading::Runs;
+    subscribing_.clear();
+    for (const std::string &filter : subscriptions_.retained)
+        subscribing_.insert(connection_->subscribe(filter));
+    retained_at_ = Clock::now();
+}
+
+std::string Broker::address(const std::string &host) const
+{
+    return host + ':' + std::to_string(settings_.port);
 }
 
 void Broker::send_waiting()
 {
-    while (report_.connected && !outbox_.is_empty() && events_.size() < max_events_in_flight) {
-        if (!send_now(outbox_.pop(), settings_.qos, events_))
-            ++report_.events_dropped;
+    while (report_.connected && outbox_.on_way() < max_on_way) {
+        const auto message = outbox_.next();
+        if (!message)
+            return;
+        const BrokerConnection::Sending sending = connection_->publish(*message, settings_.qos);
+        if (sending.number > 0) {
+            outbox_.sent(sending.number);
+        } else if (!sending.refusal.empty()) {
+            outbox_.discard();
+            count_refusal(message->topic, sending.refusal);
+        } else {
+            return; // the connection has just gone
+        }
     }
 }
 
-// A message of quality 1 or 2 is the library's also when the connection has just gone.
-bool Broker::send_now(const Message &message, int qos, std::set<int> &in_flight)
+bool Broker::send_frame(const Message &message)
 {
-    int number = 0;
-    const int result = mosquitto_publish(handle_.get(), &number, message.topic.c_str(),
-                                         static_cast<int>(message.payload.size()),
-                                         message.payload.data(), qos, message.retained);
-    if (result != MOSQ_ERR_SUCCESS && (result != MOSQ_ERR_NO_CONN || qos == 0))
+    if (!report_.connected || frames_.size() >= max_frames_on_way ||
+        connection_->unsent_bytes() > max_unsent_bytes)
         return false;
-    in_flight.insert(number);
-    return true;
+    const BrokerConnection::Sending sending = connection_->publish(message, 0);
+    if (sending.number > 0)
+        frames_.insert(sending.number);
+    return sending.number > 0;
+}
+
+void Broker::count_refusal(const std::string &topic, const std::string &reason)
+{
+    if (report_.refused++ == 0)
+        say("broker: refuses " + topic + ": " + reason + "; all that it refuses is counted");
 }
 
 } // namespace va::mqtt

@@ -1,11 +1,12 @@
-#include "mqtt/broker.h"
-#include "tools/common/printing.h"
+#include "mqtt/credentials.h"
+
 #include "util/fd.h"
 #include "util/file.h"
 
 #include <algorithm>
 #include <stdexcept>
 
+#include <arpa/inet.h>
 #include <fcntl.h>
 #include <mosquitto.h>
 #include <sys/stat.h>
@@ -60,7 +61,10 @@ const char *or_none(const std::string &text)
 
 bool is_loopback(const std::string &host)
 {
-    return host == "localhost" || host == "::1" || host.starts_with("127.");
+    in_addr address;
+    const bool is_ipv4 = inet_pton(AF_INET, host.c_str(), &address) == 1;
+    return host == "localhost" || host == "::1" ||
+           (is_ipv4 && ntohl(address.s_addr) >> IN_CLASSA_NSHIFT == IN_LOOPBACKNET);
 }
 
 void set_user(mosquitto *handle, const Settings &settings)
@@ -69,8 +73,6 @@ void set_user(mosquitto *handle, const Settings &settings)
     if (!settings.password_file.empty())
         password = read_password(settings.password_file);
     mosquitto_username_pw_set(handle, settings.username.c_str(), or_none(password));
-    if (!password.empty() && settings.ca_file.empty() && !is_loopback(settings.host))
-        say("the password goes to " + settings.host + " as plain text: there is no --cafile");
 }
 
 void set_tls(mosquitto *handle, const Settings &settings)
@@ -87,12 +89,17 @@ void set_tls(mosquitto *handle, const Settings &settings)
 
 } // namespace
 
-void Broker::set_credentials()
+void set_credentials(mosquitto *handle, const Settings &settings)
 {
-    if (!settings_.username.empty())
-        set_user(handle_.get(), settings_);
-    if (!settings_.ca_file.empty())
-        set_tls(handle_.get(), settings_);
+    if (!settings.username.empty())
+        set_user(handle, settings);
+    if (!settings.ca_file.empty())
+        set_tls(handle, settings);
+}
+
+bool shows_password(const Settings &settings, const std::string &host)
+{
+    return !settings.password_file.empty() && settings.ca_file.empty() && !is_loopback(host);
 }
 
 } // namespace va::mqtt

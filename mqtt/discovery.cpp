@@ -66,6 +66,11 @@ std::string payload_of(const Entity &entity, const Settings &settings, const Top
 
 } // namespace
 
+std::string discovery_filter(const Settings &settings)
+{
+    return settings.discovery + "/+/" + node_of(settings) + "/+/config";
+}
+
 std::vector<std::pair<std::string, std::string>>
 discovery_states(std::span<const AlarmRule> rules, const Settings &settings, const Topics &topics)
 {

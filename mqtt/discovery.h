@@ -11,6 +11,9 @@
 namespace va::mqtt
 {
 
+// The topics of one camera's discovery, for a subscription.
+std::string discovery_filter(const Settings &settings);
+
 // What Home Assistant reads to show a camera's lines, areas and tamper alarm by itself: topics and
 // payloads, one for each line and area that a camera can have. The payload of one that is not in
 // force is empty, which removes it.

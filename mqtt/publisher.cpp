@@ -1,5 +1,6 @@
 #include "mqtt/publisher.h"
 
+#include "client/status.h"
 #include "mqtt/discovery.h"
 #include "tools/common/printing.h"
 #include "util/text.h"
@@ -18,30 +19,46 @@ using namespace std::chrono_literals;
 constexpr auto losses_interval = 10s;
 constexpr auto finish_timeout = 2s;
 
+std::chrono::seconds still_kept(const Settings &settings)
+{
+    return std::max<std::chrono::seconds>(1min, std::chrono::seconds(3 * settings.still_interval));
+}
+
 StillFile still_of(const Settings &settings)
 {
     const std::chrono::seconds interval(settings.still_interval);
     return {settings.still,
             {.poll = 200ms,
              .interval = interval,
-             .kept = std::max<Elapsed>(1min, 3 * interval),
+             .kept = still_kept(settings),
              .largest = settings.still_size}};
+}
+
+Message last_will(const CameraNames &names)
+{
+    return {Topics(names).available(),
+            available_message({.online = false, .why = "the connection was lost"}), true};
+}
+
+Broker::Subscriptions subscriptions(const Settings &settings)
+{
+    return {.retained = {settings.names.prefix + "/onvif-ej/#"},
+            .command = settings.reconfig ? Topics(settings.names).reconfig() : ""};
 }
 
 } // namespace
 
 Publisher::Publisher(const Settings &settings, const Source &source)
     : settings_(settings),
+      directory_(source.directory),
       notifier_([](const char *text) { say(text); }),
-      broker_(Broker::open(settings,
-                           {Topics(settings.names).available(),
-                            available_message({.online = false, .why = "the connection was lost"}),
-                            true})),
+      broker_(Broker::open(settings, last_will(settings.names), subscriptions(settings))),
       maker_(settings.names, source, settings.rate, *broker_),
       alive_due_(notifier_.interval() > 0us ? Elapsed() : Elapsed::max())
 {
-    if (!settings.still.empty())
-        still_.emplace(still_of(settings));
+    if (settings.still.empty())
+        return;
+    still_.emplace(still_of(settings));
     take_back_still(); // of an earlier run
 }
 
@@ -61,6 +78,10 @@ void Publisher::tick(const Moment &now)
 {
     maker_.tick(now);
     publish_still(now.at);
+    if (const auto retained = broker_->take_retained())
+        maker_.earlier_states(*retained);
+    if (broker_->take_command())
+        reload();
     const Broker::Report broker = broker_->report();
     if (broker.failure)
         throw std::runtime_error(*broker.failure);
@@ -80,9 +101,9 @@ void Publisher::report(const Moment &)
 {
     const Broker::Report broker = broker_->report();
     say(formatted("broker: %s; frames sent %" PRIu64 ", dropped %" PRIu64 "; events sent %" PRIu64
-                  ", dropped %" PRIu64 ", waiting %zu",
+                  ", dropped %" PRIu64 ", refused %" PRIu64 ", waiting %zu",
                   broker.status.c_str(), broker.frames_sent, broker.frames_dropped,
-                  broker.events_sent, broker.events_dropped, broker.waiting));
+                  broker.events_sent, broker.events_dropped, broker.refused, broker.waiting));
 }
 
 void Publisher::finish(const Moment &now)
@@ -102,20 +123,37 @@ void Publisher::publish_still(Elapsed now)
     if (still->jpeg.empty())
         take_back_still();
     else
-        broker_->send_still(maker_.topics().still(), still->jpeg);
+        broker_->send_still(maker_.topics().still(), still->jpeg,
+                            static_cast<unsigned>(still_kept(settings_).count()));
+}
+
+// Waits for the daemon in a thread of its own; one at a time.
+void Publisher::reload()
+{
+    if (reload_ && reload_->wait_for(0s) != std::future_status::ready)
+        return;
+    say("the daemon is asked to read its settings again");
+    reload_ = std::async(std::launch::async, [directory = directory_] {
+        const Verdict verdict = judge(reload_settings(directory));
+        say(verdict.status == IS_WELL ? "the daemon has read its settings again" : verdict.text);
+    });
 }
 
 void Publisher::report_losses(const Moment &now, const Broker::Report &broker)
 {
-    const Losses losses{broker.frames_dropped, broker.events_dropped, maker_.results_missed(), 0};
-    if (losses == reported_ || !broker.connected || now.at < losses_due_)
+    const Losses losses{.frames = broker.frames_dropped,
+                        .events = broker.events_dropped,
+                        .results = maker_.results_missed(),
+                        .refused = broker.refused};
+    if (losses == reported_ || (reported_ && now.at < losses_due_))
         return;
-    reported_ = losses;
+    broker_->state(maker_.topics().lost(), losses_message(losses, now.time));
     losses_due_ = now.at + losses_interval;
-    broker_->event(maker_.topics().lost(), losses_message(losses, now.time), false);
-    say(formatted("lost so far: %" PRIu64 " frames, %" PRIu64 " events, %" PRIu64
-                  " results of the daemon",
-                  losses.frames, losses.events, losses.results));
+    if (reported_)
+        say(formatted("lost so far: %" PRIu64 " frames, %" PRIu64 " events, %" PRIu64
+                      " results of the daemon, %" PRIu64 " refused",
+                      losses.frames, losses.events, losses.results, losses.refused));
+    reported_ = losses;
 }
 
 std::string Publisher::status_text(const Broker::Report &broker) const

@@ -6,6 +6,7 @@
 #include "tools/common/still_file.h"
 #include "util/notify.h"
 
+#include <future>
 #include <memory>
 #include <optional>
 #include <string>
@@ -39,15 +40,18 @@ public:
 private:
     void publish_still(Elapsed now);
     void take_back_still() { broker_->state(maker_.topics().still(), ""); }
+    void reload();
     void report_losses(const Moment &now, const Broker::Report &broker);
     std::string status_text(const Broker::Report &broker) const;
 
     const Settings settings_;
-    Notifier notifier_; // before the broker's thread, for the sake of the environment
+    const std::string directory_; // of the daemon
+    Notifier notifier_;           // before the broker's thread, for the sake of the environment
     std::shared_ptr<Broker> broker_;
     MessageMaker maker_;
     std::optional<StillFile> still_;
-    Losses reported_;
+    std::optional<std::future<void>> reload_;
+    std::optional<Losses> reported_;
     Elapsed losses_due_{};
     Elapsed alive_due_;
 };

@@ -1,10 +1,14 @@
 #include "mqtt/settings.h"
 
+#include "tools/common/printing.h"
 #include "tools/common/still_file.h"
 #include "util/file.h"
+#include "util/text.h"
 
 #include <algorithm>
+#include <cinttypes>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <set>
 #include <sstream>
@@ -51,11 +55,28 @@ auto number_into(int &target, int smallest, int largest, const char *what)
     };
 }
 
+std::string trimmed(const std::string &text)
+{
+    constexpr char blanks[] = " \t\r";
+    const std::size_t begin = text.find_first_not_of(blanks);
+    return begin == std::string::npos
+               ? ""
+               : text.substr(begin, text.find_last_not_of(blanks) + 1 - begin);
+}
+
+std::vector<std::string> names_in(const char *text)
+{
+    std::vector<std::string> names;
+    std::istringstream parts(text);
+    for (std::string name; std::getline(parts, name, ',');)
+        names.push_back(trimmed(name));
+    return names;
+}
+
 void choose_streams(const char *text, Source &source)
 {
     std::set<Stream> chosen;
-    std::istringstream names(text);
-    for (std::string name; std::getline(names, name, ',');) {
+    for (const std::string &name : names_in(text)) {
         const auto stream = find_stream(name);
         if (!stream)
             throw WrongUse("no stream is called " + name);
@@ -69,10 +90,11 @@ void choose_streams(const char *text, Source &source)
 OptionTable options_of(Settings &settings, Source &source)
 {
     OptionTable table = {
-        {broker, 0, "host", "HOST", "name or address, default localhost", text_into(settings.host)},
+        {broker, 0, "host", "HOSTS", "names or addresses, with commas; default localhost",
+         [&](const char *text) { settings.hosts = names_in(text); }},
         {broker, 0, "port", "PORT", "default 1883, with TLS 8883",
          number_into(settings.port, 1, 65535, "port")},
-        {broker, 0, "client-id", "TEXT", "default va_mqtt- and the prefix",
+        {broker, 0, "client-id", "TEXT", "default va_mqtt-, prefix, machine",
          text_into(settings.client_id)},
         {broker, 0, "keep-alive", "SECONDS", "default 15",
          number_into(settings.keep_alive, 5, 65535, "number of seconds from 5 on")},
@@ -101,6 +123,14 @@ OptionTable options_of(Settings &settings, Source &source)
          number_into(settings.qos, 0, 2, "quality of service")},
         {topics, 0, "keep", "NUMBER", "events while the broker is away, default 1000",
          [&](const char *text) { settings.keep = parse_count(text, "number of events"); }},
+        {topics, 0, "spool", "FILE", "those survive the end and a power cut in it",
+         text_into(settings.spool)},
+        {topics, 0, "allow", "reconfig", "let who may write its topic reload the settings",
+         [&](const char *text) {
+             settings.reconfig = std::string_view(text) == "reconfig";
+             if (!settings.reconfig)
+                 throw WrongUse(text + std::string(" is nothing that can be allowed"));
+         }},
         {topics, 0, "still", "FILE", "a JPEG of the video, as va_video keeps it up to date",
          text_into(settings.still)},
         {topics, 0, "still-interval", "SECONDS", "at least, between two stills, default 5",
@@ -126,15 +156,6 @@ OptionTable recording_use(OptionTable table, std::set<std::string> &used)
     return table;
 }
 
-std::string trimmed(const std::string &text)
-{
-    constexpr char blanks[] = " \t\r";
-    const std::size_t begin = text.find_first_not_of(blanks);
-    return begin == std::string::npos
-               ? ""
-               : text.substr(begin, text.find_last_not_of(blanks) + 1 - begin);
-}
-
 // Sets what a line of the file says unless the command line said it.
 void apply_line(const std::string &line, const OptionTable &table,
                 const std::set<std::string> &given, std::set<std::string> &read)
@@ -152,25 +173,40 @@ void apply_line(const std::string &line, const OptionTable &table,
         row->set(trimmed(line.substr(equals + 1)).c_str());
 }
 
+// A settings file is small: what is not is something else, such as a device that never ends.
+std::string read_small(const std::string &path)
+{
+    constexpr std::size_t largest = 1 << 16;
+    std::ifstream file(path);
+    std::string text(largest + 1, '\0');
+    file.read(text.data(), static_cast<std::streamsize>(text.size()));
+    if (file.bad() || (!file.eof() && file.gcount() == 0))
+        throw_file_error(path);
+    text.resize(static_cast<std::size_t>(file.gcount()));
+    if (text.size() > largest)
+        throw WrongUse(path + " is too large for a file of settings");
+    return text;
+}
+
 // Blank lines and those that begin with # say nothing; rows named in `given` stay as they are.
 void read_settings_file(const std::string &path, const OptionTable &table,
                         const std::set<std::string> &given)
 {
-    std::ifstream file(path);
+    std::istringstream lines(read_small(path));
     std::set<std::string> read;
     std::string line;
-    for (int number = 1; std::getline(file, line); ++number) {
+    for (int number = 1; std::getline(lines, line); ++number) {
         line = trimmed(line);
         if (line.empty() || line[0] == '#')
             continue;
         try {
+            if (line.find('\0') != line.npos)
+                throw WrongUse("holds a zero byte");
             apply_line(line, table, given, read);
         } catch (const WrongUse &wrong) {
             throw WrongUse(path + ':' + std::to_string(number) + ": " + wrong.what());
         }
     }
-    if (!file.eof())
-        throw_file_error(path);
 }
 
 bool is_utf8(const std::string &text)
@@ -203,9 +239,34 @@ void check_level(const std::string &name, const char *what)
         throw WrongUse(std::string(what) + " holds nothing that can stand in a topic");
 }
 
+// Brokers that have other separators of their own change these, or close the connection.
+void warn_of_names(const CameraNames &names)
+{
+    for (const std::string &name :
+         {names.prefix, names.video_source, names.analytics, names.profile}) {
+        if (name.find_first_of(". ") != name.npos)
+            say('"' + name + "\" has a dot or a blank, which some brokers do not take in a topic");
+    }
+}
+
+// Cameras that are copies of one another differ, also where nobody has given them names. The
+// machine's number itself is not for others.
+std::string default_client_id(const Settings &settings)
+{
+    std::ifstream file("/etc/machine-id");
+    std::string machine;
+    if (!std::getline(file, machine))
+        return "va_mqtt-" + settings.names.prefix;
+    const auto part = static_cast<std::uint32_t>(std::hash<std::string>()("va_mqtt " + machine));
+    return formatted("va_mqtt-%s-%08" PRIx32, settings.names.prefix.c_str(), part);
+}
+
 void check_settings(const Settings &settings)
 {
-    check_text(settings.host, "the host");
+    if (settings.hosts.empty())
+        throw WrongUse("no host is named");
+    for (const std::string &host : settings.hosts)
+        check_text(host, "a host");
     check_topic(settings.names.prefix, "prefix");
     if (!settings.discovery.empty())
         check_topic(settings.discovery, "prefix of discovery");
@@ -229,6 +290,9 @@ bool read_settings(std::span<char *> arguments, Settings &settings, Source &sour
     source = Source();
     const OptionTable table = options_of(settings, source);
     OptionTable options = table;
+    options.push_back({topics, 0, "forget", nullptr,
+                       "take back all that is retained of it, and end",
+                       [&](const char *) { settings.forget = true; }});
     options.push_back({files, 0, "settings", "FILE", "a file of settings, which options override",
                        text_into(settings.file)});
     std::set<std::string> given;
@@ -243,8 +307,9 @@ bool read_settings(std::span<char *> arguments, Settings &settings, Source &sour
     if (settings.port == 0)
         settings.port = settings.ca_file.empty() ? default_port : default_tls_port;
     if (settings.client_id.empty())
-        settings.client_id = "va_mqtt-" + settings.names.prefix;
+        settings.client_id = default_client_id(settings);
     check_settings(settings);
+    warn_of_names(settings.names);
     check(source);
     return true;
 }

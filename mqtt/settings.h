@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <span>
 #include <string>
+#include <vector>
 
 // The settings of va_mqtt: from its command line, and from a file whose keys are the names of the
 // long options. The command line overrides the file.
@@ -14,9 +15,10 @@ namespace va::mqtt
 
 struct Settings {
     std::string file;
+    bool forget = false; // take back what is retained, and end
 
-    std::string host = "localhost"; // of the broker
-    int port = 0;                   // 0: the default, with TLS another than without
+    std::vector<std::string> hosts = {"localhost"}; // of the broker; one or more
+    int port = 0;                                   // 0: the default, with TLS another than without
     std::string client_id;
     int keep_alive = 15; // seconds
     std::string username;
@@ -31,6 +33,7 @@ struct Settings {
     int qos = 1;             // of events
     double rate = 5;         // frames a second and stream; 0: none
     std::size_t keep = 1000; // events, while the broker is away
+    std::string spool;       // file of theirs; empty: none
 
     std::string still;           // file of a JPEG; empty: none
     int still_interval = 5;      // seconds from one to the next, at least

@@ -38,6 +38,7 @@ public:
     std::string still() const { return prefix_ + "/va/still"; }
     std::string scene() const { return prefix_ + "/va/scene"; }
     std::string lost() const { return prefix_ + "/va/lost"; }
+    std::string reconfig() const { return prefix_ + "/va/reconfig"; } // a command, to the camera
     std::string track(std::uint32_t number) const;
     std::string frames(Stream stream) const;
 
