@@ -89,7 +89,7 @@ private:
     static Settings settings_of(int port, int number)
     {
         Settings settings;
-        settings.host = "127.0.0.1";
+        settings.hosts = {"127.0.0.1"};
         settings.port = port;
         settings.names.prefix = "cameras/camera" + std::to_string(number);
         settings.client_id = settings.names.prefix;
