@@ -31,7 +31,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int loop_ms = 200; // the bound on noticing a stop; what is sent wakes the library
 
-constexpr std::chrono::milliseconds lost_after{15000}; // that packets were without an answer
+constexpr std::chrono::milliseconds lost_after{12000}; // a packet of data had no answer
 
 // How long a broker of MQTT 5 waits for a camera that has gone before it publishes the last will,
 // and keeps its session for that.
@@ -197,8 +197,9 @@ int BrokerConnection::connect(std::chrono::seconds timeout)
     const int result = mosquitto_connect_bind_v5(handle_.get(), host_.c_str(), settings_.port,
                                                  settings_.keep_alive, nullptr, expiry.get());
     const auto milliseconds = static_cast<unsigned>(lost_after.count());
-    setsockopt(mosquitto_socket(handle_.get()), IPPROTO_TCP, TCP_USER_TIMEOUT, &milliseconds,
-               sizeof milliseconds); // in vain where there is no socket
+    if (result == MOSQ_ERR_SUCCESS)
+        setsockopt(mosquitto_socket(handle_.get()), IPPROTO_TCP, TCP_USER_TIMEOUT, &milliseconds,
+                   sizeof milliseconds);
     return result;
 }
 
