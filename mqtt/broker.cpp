@@ -27,6 +27,7 @@ constexpr unsigned frame_expiry = 2;   // seconds
 // Nothing tells the end of what is retained.
 constexpr auto silence_after_retained = 1s;
 constexpr std::size_t max_retained = 1000; // messages
+constexpr int max_readings = 3;
 
 constexpr auto spool_interval = 1s;
 constexpr auto to_disconnect = 1s;
@@ -275,8 +276,8 @@ void Broker::on_subscribe(int number, bool is_granted)
 {
     const std::scoped_lock locked(lock_);
     retained_at_ = Clock::now();
-    if (subscribing_.erase(number) > 0 && !is_granted && !std::exchange(report_.unreadable, true))
-        say("broker: what it retains of this camera may not be read");
+    if (subscribing_.erase(number) > 0 && !is_granted)
+        say_unreadable();
 }
 
 void Broker::on_message(const Message &message)
@@ -324,9 +325,19 @@ void Broker::read_retained()
 {
     reading_ = Reading::Runs;
     subscribing_.clear();
+    retained_at_ = Clock::now();
+    if (++readings_ > max_readings) { // some brokers close the connection of who may not subscribe
+        say_unreadable();
+        return;
+    }
     for (const std::string &filter : subscriptions_.retained)
         subscribing_.insert(connection_->subscribe(filter));
-    retained_at_ = Clock::now();
+}
+
+void Broker::say_unreadable()
+{
+    if (!std::exchange(report_.unreadable, true))
+        say("broker: what it retains of this camera may not be read");
 }
 
 std::string Broker::address(const std::string &host) const

@@ -101,6 +101,7 @@ private:
     // With the lock.
     std::chrono::milliseconds take_end(const std::string &host, const BrokerConnection::End &end);
     void read_retained();
+    void say_unreadable();
     std::string address(const std::string &host) const;
     void send_waiting();
     bool send_frame(const Message &message);
@@ -134,7 +135,8 @@ private:
 
     // Reading what is retained.
     std::map<std::string, std::string> retained_;
-    std::set<int> subscribing_;                         // to it, not yet answered
+    int readings_ = 0;                                  // begun so far
+    std::set<int> subscribing_;                         // not yet answered
     std::chrono::steady_clock::time_point retained_at_; // when something of it came last
     enum class Reading { NotYet, Runs, Done } reading_ = Reading::NotYet;
 };

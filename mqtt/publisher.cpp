@@ -145,15 +145,17 @@ void Publisher::report_losses(const Moment &now, const Broker::Report &broker)
                         .events = broker.events_dropped,
                         .results = maker_.results_missed(),
                         .refused = broker.refused};
-    if (losses == reported_ || (reported_ && now.at < losses_due_))
+    if (losses == reported_ || (reported_ && (!broker.connected || now.at < losses_due_)))
         return;
-    broker_->state(maker_.topics().lost(), losses_message(losses, now.time));
+    const Losses before = std::exchange(reported_, losses).value_or(losses);
     losses_due_ = now.at + losses_interval;
-    if (reported_)
+    broker_->state(maker_.topics().lost(), losses_message(losses, now.time));
+    // What the broker refuses goes on; its beginning was reported.
+    if (before.frames + before.events + before.results <
+        losses.frames + losses.events + losses.results)
         say(formatted("lost so far: %" PRIu64 " frames, %" PRIu64 " events, %" PRIu64
-                      " results of the daemon, %" PRIu64 " refused",
-                      losses.frames, losses.events, losses.results, losses.refused));
-    reported_ = losses;
+                      " results of the daemon",
+                      losses.frames, losses.events, losses.results));
 }
 
 std::string Publisher::status_text(const Broker::Report &broker) const
