@@ -23,6 +23,7 @@ constexpr std::size_t max_on_way = 20; // events and states, sent and not yet ac
 constexpr std::size_t max_frames_on_way = 8;
 constexpr int max_unsent_bytes = 8192; // else a frame, and events behind it, would come late
 constexpr unsigned frame_expiry = 2;   // seconds
+constexpr int quick_attempts = 8;      // where a cluster elects its leaders, one after the other
 
 // Nothing tells the end of what is retained.
 constexpr auto silence_after_retained = 1s;
@@ -55,6 +56,7 @@ Broker::Broker(const Settings &settings, std::optional<Message> last_will,
       subscriptions_(std::move(subscriptions)),
       // The cameras of a fleet are spread over the hosts.
       host_(std::hash<std::string>()(settings.client_id) % settings.hosts.size()),
+      backoff_(settings.hosts.size() > 1 ? quick_attempts : 0),
       outbox_(settings.keep),
       report_{.status = "not connected"}
 {
@@ -203,7 +205,10 @@ BrokerConnection::End Broker::run_connection(const std::string &host)
 bool Broker::must_go_on() const
 {
     const std::scoped_lock locked(lock_);
-    return report_.connected || !stop_;
+    if (!report_.connected)
+        return !stop_;
+    const bool is_silent = outbox_.on_way() > 0 && Clock::now() > answered_at_ + timeout();
+    return !is_silent || connection_->unsent_bytes() > 0; // else the broker has all
 }
 
 // How long to wait before the next attempt.
@@ -236,11 +241,11 @@ std::chrono::milliseconds Broker::take_end(const std::string &host,
     return wait;
 }
 
-// With other hosts it is better to go on to them: one of a cluster without a leader never answers.
-// But a slow network needs its time.
+// For an answer of the broker. With other hosts it is better to go on to them: one of a cluster
+// that has no leader never answers. But a slow network needs its time.
 std::chrono::seconds Broker::timeout() const
 {
-    return settings_.hosts.size() > 1 && backoff_.is_quick() ? 2s : 15s;
+    return backoff_.is_quick() ? 2s : 15s;
 }
 
 void Broker::on_connect()
@@ -263,6 +268,7 @@ void Broker::on_publish(int number, const std::string &refusal)
     const std::scoped_lock locked(lock_);
     if (frames_.erase(number) > 0)
         return;
+    answered_at_ = Clock::now();
     const auto topic = outbox_.acknowledge(number);
     if (topic && refusal.empty())
         ++report_.events_sent;
@@ -353,6 +359,8 @@ void Broker::send_waiting()
             return;
         const BrokerConnection::Sending sending = connection_->publish(*message, settings_.qos);
         if (sending.number > 0) {
+            if (outbox_.on_way() == 0)
+                answered_at_ = Clock::now();
             outbox_.sent(sending.number);
         } else if (!sending.refusal.empty()) {
             outbox_.discard();

@@ -115,9 +115,9 @@ private:
     // Of the connecting thread.
     std::size_t host_;                          // the one that is tried, or connected
     std::map<std::string, Protocol> protocols_; // of hosts that speak another one than the newest
-    Backoff backoff_;
-    std::size_t failed_hosts_ = 0;       // attempts in a row that were not connected
-    std::size_t permanent_failures_ = 0; // in a row
+    Backoff backoff_;                           // quick with several hosts
+    std::size_t failed_hosts_ = 0;              // attempts in a row that were not connected
+    std::size_t permanent_failures_ = 0;        // in a row
     bool has_been_connected_ = false;
 
     mutable std::mutex lock_; // of all that follows; also held while the library is given a message
@@ -126,8 +126,9 @@ private:
     Outbox outbox_;
     std::set<int> frames_; // on their way, by the library's numbers
     Report report_;
-    std::map<std::string, std::string> said_; // of hosts, since the last connection
-    std::uint64_t spooled_ = 0;               // number of the newest event that the spool has
+    std::map<std::string, std::string> said_;           // of hosts, since the last connection
+    std::chrono::steady_clock::time_point answered_at_; // or the first on its way was sent
+    std::uint64_t spooled_ = 0; // number of the newest event that the spool has
     bool has_command_ = false;
     bool stop_ = false;
     bool ended_ = false; // the connecting thread has

@@ -184,7 +184,7 @@ BrokerConnection::End BrokerConnection::run(const std::function<bool()> &must_go
             std::chrono::ceil<std::chrono::milliseconds>(Clock::now() - *connected_since_);
     else if (protocol_ == Protocol::V5 && result == MOSQ_ERR_CONN_LOST)
         end_.is_protocol = true; // it may know no better answer
-    end_.why = take_error(result, errno);
+    end_.why = take_error(result == MOSQ_ERR_SUCCESS ? MOSQ_ERR_KEEPALIVE : result, errno);
     end_.is_permanent = end_.is_permanent || is_permanent(end_.why);
     return end_;
 }

@@ -130,26 +130,29 @@ TEST(Outbox, IsBounded)
 
 TEST(Backoff, GrowsUntilAConnectionHasLasted)
 {
+    using std::chrono::seconds;
     struct {
         Backoff::Time connected;
-        Backoff::Time longest;
-        bool is_quick;
+        int longest[2]; // seconds, without and with two quick ones
         bool is_flapping;
     } const steps[] = {
-        {0ms, 1s, true, false},  {0ms, 1s, true, false},  {0ms, 1s, false, false},
-        {0ms, 2s, false, false}, {0ms, 4s, false, false}, {1ms, 8s, true, false},
-        {0ms, 16s, true, false}, {59s, 16s, true, false}, {1ms, 30s, true, true},
-        {1ms, 30s, true, true},  {60s, 1s, true, false},  {1s, 2s, true, false},
+        {0ms, {1, 1}, false},  {0ms, {2, 1}, false}, {1ms, {4, 1}, false},  {59s, {8, 2}, false},
+        {0ms, {16, 4}, false}, {1ms, {30, 8}, true}, {0ms, {30, 16}, true}, {60s, {1, 1}, false},
+        {1s, {2, 1}, false},   {1s, {4, 1}, false},  {1s, {8, 2}, true},
     };
-    Backoff backoff;
-    for (const auto &step : steps) {
-        const auto wait = backoff.after(step.connected);
-        SCOPED_TRACE(&step - steps);
-        EXPECT_GE(wait, step.longest / 2);
-        EXPECT_LE(wait, step.longest);
-        EXPECT_EQ(backoff.is_quick(), step.is_quick);
-        EXPECT_EQ(backoff.is_flapping(), step.is_flapping);
+    for (const int quick : {0, 2}) {
+        Backoff backoff(quick);
+        for (const auto &step : steps) {
+            const auto wait = backoff.after(step.connected);
+            const seconds longest(step.longest[quick / 2]);
+            SCOPED_TRACE(testing::Message() << quick << ", step " << &step - steps);
+            EXPECT_GE(wait, longest / 2.0);
+            EXPECT_LE(wait, longest);
+            EXPECT_EQ(backoff.is_flapping(), step.is_flapping);
+        }
     }
+    EXPECT_TRUE(Backoff(1).is_quick());
+    EXPECT_FALSE(Backoff(0).is_quick());
 }
 
 class SpoolTest : public testing::Test
