@@ -21,6 +21,9 @@ struct Detection {
     std::int32_t y;
     std::int32_t width;
     std::int32_t height;
+    double centre_x; // as the chip has it; of a face the box's
+    double centre_y;
+    std::optional<double> score = {}; // how likely it is what it is said to be, 0..1
 };
 
 // "moving", "static" or "face".

@@ -33,12 +33,28 @@ Detection detection_of(const SimObjectEntry &object)
 {
     using enum Detection::Kind;
     const auto kind = object.kind == SimObjectKind::Stationary ? Static : Moving;
-    return {kind, object.id, object.x, object.y, object.width, object.height};
+    return {kind,
+            object.id,
+            object.x,
+            object.y,
+            object.width,
+            object.height,
+            static_cast<double>(object.centre_x),
+            static_cast<double>(object.centre_y)};
 }
 
 Detection detection_of(const SimFaceEntry &face)
 {
-    return {Detection::Kind::Face, face.id, face.x, face.y, face.width, face.height};
+    constexpr std::uint32_t certain = 100;
+    return {Detection::Kind::Face,
+            face.id,
+            face.x,
+            face.y,
+            face.width,
+            face.height,
+            face.x + face.width / 2.0,
+            face.y + face.height / 2.0,
+            std::min(face.score, certain) / double{certain}};
 }
 
 template <class Entry>
