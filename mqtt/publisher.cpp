@@ -70,7 +70,8 @@ void Publisher::status(const Moment &now, const DaemonStatus &status)
     maker_.status(now, *scene);
     if (settings_.discovery.empty())
         return;
-    for (const auto &[topic, payload] : discovery_states(scene->rules, settings_, maker_.topics()))
+    for (const auto &[topic, payload] :
+         discovery_states(scene->rules, settings_, maker_.topics(), discovered_))
         broker_->state(topic, payload);
 }
 

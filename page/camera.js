@@ -21,10 +21,10 @@ function splitTopic(topic) {
   return found && { camera: found[1], room: found[2], path: found[3].split("/") };
 }
 
-// "line 0" of "CrossLine.C0".
+// "line 0" of "CrossLine-C0".
 function ruleName(rule) {
-  const found = /^(CrossLine\.C|ObjectDetection\.O)(\d+)$/.exec(rule);
-  return found ? `${found[1] === "CrossLine.C" ? "line" : "area"} ${found[2]}` : rule.slice(0, 40);
+  const found = /^(CrossLine-C|ObjectDetection-O)(\d+)$/.exec(rule);
+  return found ? `${found[1] === "CrossLine-C" ? "line" : "area"} ${found[2]}` : rule.slice(0, 40);
 }
 
 function numberOf(value, least, most) {
@@ -61,17 +61,32 @@ function boxOf(box, width, height) {
   return { x, y, width: part("@right", width) - x, height: part("@bottom", height) - y };
 }
 
+// "face" of "HumanFace".
+function kindOf(word) {
+  const kind = textOf(word).toLowerCase();
+  return kind === "humanface" ? "face" : kind;
+}
+
+function idOf(value) {
+  return numberOf(value, 0, Number.MAX_SAFE_INTEGER);
+}
+
 function objectOf(object, width, height) {
   const { Shape, Class } = object.Appearance;
+  const type = listOf(Class.Type)[0];
   return {
-    kind: textOf(Class.Type).toLowerCase(),
-    number: numberOf(object["@ObjectId"], 0, 2 ** 32),
+    kind: kindOf(type?.["#text"] ?? type),
+    number: idOf(object["@ObjectId"]),
     box: boxOf(Shape.BoundingBox, width, height),
     centre: {
       x: numberOf(Shape.CenterOfGravity["@x"] / width, -1, 2),
       y: numberOf(Shape.CenterOfGravity["@y"] / height, -1, 2),
     },
   };
+}
+
+function sizeOf(scale) {
+  return { width: numberOf(2 / scale["@x"], 1, 1e5), height: numberOf(-2 / scale["@y"], 1, 1e5) };
 }
 
 function shapeOf(shape) {
@@ -88,7 +103,7 @@ function shapeOf(shape) {
 
 function participantText(data) {
   const names = listOf(data.Objects ?? []).slice(0, 5)
-    .map(({ Class, ObjectId }) => `${textOf(Class).toLowerCase()} ${numberOf(ObjectId, 0, 2 ** 32)}`);
+    .map(({ Class, ObjectId }) => `${kindOf(Class)} ${idOf(ObjectId)}`);
   const side = data.Objects?.[0]?.Crossing;
   return (names.length ? ` by ${names.join(", ")}` : "") +
     (side ? ` ${textOf(side).replace(/^to /, "to the ")}` : "");
@@ -153,11 +168,9 @@ class Camera {
   takeFrame(stream, { Frame }, now) {
     const frame = listOf(Frame)[0];
     const time = timeOf(frame["@UtcTime"]);
+    const all = listOf(frame.Object ?? []); // none: all are gone
     // Their own frame's size: a scene may come later, or be of other settings.
-    const scale = frame.Transformation.Scale;
-    const width = numberOf(2 / scale["@x"], 1, 1e5);
-    const height = numberOf(-2 / scale["@y"], 1, 1e5);
-    const all = listOf(frame.Object);
+    const { width, height } = all.length ? sizeOf(frame.Transformation.Scale) : this.frame;
     const objects = all.slice(0, OBJECTS_KEPT).map(object => objectOf(object, width, height));
     if (this.frames.size >= STREAMS_KEPT && !this.frames.has(stream))
       throw new Error("too many streams");
@@ -242,7 +255,7 @@ class Camera {
   }
 
   takeTrack(track, retained) {
-    const name = `${textOf(track.Class).toLowerCase()} ${numberOf(track.ObjectId, 0, 2 ** 32)}`;
+    const name = `${kindOf(track.Class)} ${idOf(track.ObjectId)}`;
     const isBegin = track.State === "Began";
     const time = timeOf((isBegin ? track.First : track.Last).UtcTime);
     const text = isBegin ? "appeared" : `left after ${numberOf(track.Seconds, 0, 1e9).toFixed(1)} s`;
@@ -338,9 +351,11 @@ class Camera {
     return this.still !== null && now - this.still.at < STILL_FRESH;
   }
 
-  // For how long no frame came, although they were asked for, in ms; 0 when none ever did.
+  // For how long no frame came, although they were asked for, in ms; 0 when none ever did, and when
+  // the last ones were empty, behind which none have to come.
   silence(now) {
-    return this.seenAt === -Infinity ? 0 : now - Math.max(this.seenAt, this.watchedAt);
+    const isEmpty = [...this.frames.values()].every(({ objects }) => !objects.length);
+    return isEmpty ? 0 : now - Math.max(this.seenAt, this.watchedAt);
   }
 
   // When it looks different although nothing arrives.

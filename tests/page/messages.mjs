@@ -1,8 +1,8 @@
 // What cameras publish: the ends of their topics, and messages.
 const RULES = "onvif-ej/RuleEngine/";
-export const LINE = `${RULES}LineDetector/Crossed/&V/A/CrossLine.C0`;
-export const COUNTER = `${RULES}CountAggregation/Counter/&V/A/CrossLine.C0`;
-export const AREA = `${RULES}FieldDetector/ObjectsInside/&V/A/ObjectDetection.O0`;
+export const LINE = `${RULES}LineDetector/Crossed/&V/A/CrossLine-C0`;
+export const COUNTER = `${RULES}CountAggregation/Counter/&V/A/CrossLine-C0`;
+export const AREA = `${RULES}FieldDetector/ObjectsInside/&V/A/ObjectDetection-O0`;
 export const TAMPER = "onvif-ej/VideoSource/GlobalSceneChange/AnalyticsService/&V";
 export const FRAME = "onvif-mj/VideoAnalytics/P/od";
 export const AVAILABLE = "va/available";
@@ -13,10 +13,10 @@ export const inside = (isInside, time) => event({ IsInside: isInside }, time);
 export const online = (time = Date.now()) => ({ State: "online", Since: utc(time), Version: "1" });
 
 export const line = (crossing, ...points) => ({
-  Kind: "line", Number: 0, Rule: "CrossLine.C0", Crossing: crossing, Direction: -1, Used: true,
+  Kind: "line", Number: 0, Rule: "CrossLine-C0", Crossing: crossing, Direction: -1, Used: true,
   Points: points });
 export const area = (left, top, right, bottom) => ({
-  Kind: "area", Number: 0, Rule: "ObjectDetection.O0", Type: 1, Used: true,
+  Kind: "area", Number: 0, Rule: "ObjectDetection-O0", Type: 1, Used: true,
   Points: [[left, top], [left, bottom], [right, bottom], [right, top]] });
 export const SCENE = {
   Frame: { Width: 1920, Height: 1080 }, Directions: { "to left": 2, "to right": 1, "both": 0 },
@@ -24,12 +24,12 @@ export const SCENE = {
 };
 
 export const object = (number, [left, top, right, bottom], type = "Moving") => ({
-  "@ObjectId": number, Appearance: { Class: { Type: type }, Shape: {
+  "@ObjectId": number, Appearance: { Class: { Type: [type] }, Shape: {
     BoundingBox: { "@left": left, "@top": top, "@right": right, "@bottom": bottom },
     CenterOfGravity: { "@x": (left + right) / 2, "@y": (top + bottom) / 2 } } },
 });
 export const frameOf = (objects, [width, height] = [1920, 1080], time = Date.now()) => ({ Frame: [{
-  "@UtcTime": utc(time), "@Source": "V", Object: objects,
+  "@UtcTime": utc(time), "@Source": "od", Object: objects,
   Transformation: { Translate: { "@x": -1, "@y": 1 },
                     Scale: { "@x": 2 / width, "@y": -2 / height } },
 }] });

@@ -1,9 +1,22 @@
 #include "tools/common/message_maker.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <utility>
 
 namespace va
 {
+
+namespace
+{
+
+// Whether the layout of its entries is.
+bool is_known(Stream stream)
+{
+    return !info_of(stream).fields.empty();
+}
+
+} // namespace
 
 MessageMaker::MessageMaker(const CameraNames &names, const Source &source, double rate,
                            MessageTarget &target)
@@ -18,8 +31,10 @@ MessageMaker::MessageMaker(const CameraNames &names, const Source &source, doubl
     };
     for (const Stream stream : {Stream::Od, Stream::Fd}) {
         if (rate > 0 && is_read(stream))
-            frames_.emplace(stream, rate);
+            frames_.try_emplace(stream, stream, rate);
     }
+    for (int number = 0; number < MAX_LINES; ++number)
+        counts_[topics_.counter({AlarmRule::Source::Line, 0, 0, number})] = 0;
     if (source.capture.empty()) {
         events_.expect_scene();
         set_available(false, "waiting for the daemon");
@@ -27,28 +42,35 @@ MessageMaker::MessageMaker(const CameraNames &names, const Source &source, doubl
         set_available(true, "from a capture");
     }
     if (TAMPER_RECORDS_ARE_ALARMS && is_read(Stream::Ta))
-        target_.state(topics_.tamper(), tamper_message(false, now_.time, names_));
-    // The states that an earlier run may have left behind.
-    for (int number = 0; number < MAX_LINES; ++number)
-        rule_topics_.insert(topics_.counter({AlarmRule::Source::Line, 0, 0, number}));
-    for (int number = 0; number < MAX_AREAS; ++number)
-        rule_topics_.insert(topics_.area({AlarmRule::Source::Area, 0, 0, number}));
-    set_rules({});
+        lasting_.insert(topics_.tamper());
+    if (is_known(Stream::Od) && is_read(Stream::Od))
+        lasting_.insert(topics_.motion());
+    for (const std::string &topic : lasting_)
+        set_state(topic, state_message(false, now_.time, names_));
 }
 
-void MessageMaker::earlier_states(const std::map<std::string, std::string> &) {}
+void MessageMaker::earlier_states(const std::map<std::string, std::string> &retained)
+{
+    for (const auto &[topic, payload] : retained) {
+        if (topic.starts_with(topics_.events()))
+            retained_.insert(topic);
+        const auto line = counts_.find(topic);
+        if (line != counts_.end() && !counts_are_known_)
+            line->second += count_in(payload).value_or(0);
+    }
+    if (!std::exchange(counts_are_known_, true)) {
+        for (const auto &[topic, rule] : rules_)
+            set_counter(rule, now_.time); // of an area it is none
+    }
+    take_back_old_states();
+}
 
 void MessageMaker::record(const Record &record)
 {
     now_ = {record.time, record.at};
+    ids_.forget_gone(now_.at);
     events_.take(record);
-    const auto limiter = frames_.find(record.stream);
-    if (!frame_size_ || limiter == frames_.end())
-        return;
-    std::vector<Detection> detections = detections_in(record);
-    if (!detections.empty()) // else their layout is not known
-        limiter->second.add(
-            {std::move(detections), record.time, *frame_size_, picture_number(record)});
+    add_frame(record);
     hand_on_frames();
 }
 
@@ -63,6 +85,7 @@ void MessageMaker::status(const Moment &now, const Scene &scene)
     now_ = now;
     events_.set_scene(scene);
     frame_size_ = scene.frame;
+    scene_is_known_ = true;
     set_rules(scene.rules);
     target_.state(topics_.scene(), scene_message(scene));
 }
@@ -123,8 +146,7 @@ void MessageMaker::take_event(const Event &event)
         break;
     case ObjectAppeared:
     case ObjectLeft:
-        target_.event(topics_.track(event.from.number),
-                      track_message(event, time_of(event.first), time_of(event.last)), false);
+        take_object(event);
         break;
     case LineCrossed:
         take_crossing(event, time);
@@ -135,7 +157,7 @@ void MessageMaker::take_event(const Event &event)
         break;
     case TamperBegan:
     case TamperEnded:
-        target_.event(topics_.tamper(), tamper_message(event.kind == TamperBegan, time, names_),
+        target_.event(topics_.tamper(), state_message(event.kind == TamperBegan, time, names_),
                       true);
         break;
     case ResultsMissed:
@@ -144,31 +166,73 @@ void MessageMaker::take_event(const Event &event)
     }
 }
 
+void MessageMaker::take_object(const Event &event)
+{
+    const Detection &object = event.from;
+    if (event.kind == Event::Kind::ObjectAppeared)
+        ids_.appear(object);
+    const ObjectId id = ids_.of(object.kind, object.number).value();
+    if (event.kind == Event::Kind::ObjectLeft)
+        ids_.leave(object, now_.at);
+    target_.event(topics_.track(id),
+                  track_message(event, id, time_of(event.first), time_of(event.last)), false);
+    set_motion();
+}
+
+void MessageMaker::set_motion()
+{
+    if (std::exchange(moving_, ids_.any_moving()) != moving_)
+        set_state(topics_.motion(), state_message(moving_, now_.time, names_));
+}
+
 void MessageMaker::take_crossing(const Event &event, SystemTime time)
 {
-    target_.event(topics_.line(event.rule), line_message(event, time, names_), false);
     const std::string topic = topics_.counter(event.rule);
-    crossings_[topic] = event.count;
-    if (rule_topics_.contains(topic))
-        target_.state(topic, counter_message(event.rule, event.count, time, names_));
+    const auto line = counts_.find(topic);
+    if (line != counts_.end())
+        ++line->second;
+    target_.event(topics_.line(event.rule),
+                  line_message(event, count_of(event.rule), time, names_, ids_), false);
+    if (rules_.contains(topic))
+        set_counter(event.rule, time);
 }
 
 // Retained only while the area is in force: nothing would remove it otherwise.
 void MessageMaker::take_area(const Event &event, SystemTime time)
 {
     const std::string topic = topics_.area(event.rule);
-    const bool inside = event.kind == Event::Kind::AreaEntered;
-    target_.event(topic, area_message(event.rule, inside, time, names_, event.participants),
-                  rule_topics_.contains(topic));
+    target_.event(topic, area_message(event, time, names_, ids_), rules_.contains(topic));
+}
+
+void MessageMaker::add_frame(const Record &record)
+{
+    const auto limiter = frames_.find(record.stream);
+    if (limiter == frames_.end() || !is_known(record.stream))
+        return;
+    ObjectFrame frame{.stream = record.stream,
+                      .time = record.time,
+                      .size = frame_size_.value_or(Size()),
+                      .picture = picture_number(record)};
+    std::set<ObjectId> ids; // each once
+    for (const Detection &seen : detections_in(record)) {
+        const ObjectId id = ids_.of(seen.kind, seen.number).value();
+        if (ids.insert(id).second)
+            frame.objects.push_back({id, seen});
+    }
+    if (frame_size_ || frame.objects.empty())
+        limiter->second.add(std::move(frame));
 }
 
 void MessageMaker::hand_on_frames()
 {
     for (auto &[stream, limiter] : frames_) {
-        if (const auto frame = limiter.next(now_.at))
-            target_.frame(topics_.frames(stream),
-                          frame_message(frame->detections, frame->time, frame->size, names_),
-                          frame->picture);
+        const auto frame = limiter.next(now_, ids_);
+        if (!frame)
+            continue;
+        if (target_.frame(topics_.frames(stream), frame_message(*frame), frame->picture))
+            limiter.was_sent(*frame);
+        else
+            limiter.was_dropped(now_.at);
     }
 }
 
@@ -176,20 +240,49 @@ void MessageMaker::hand_on_frames()
 // is no longer there has no state.
 void MessageMaker::set_rules(const std::vector<AlarmRule> &rules)
 {
-    const std::set<std::string> before = std::exchange(rule_topics_, {});
+    const std::map<std::string, AlarmRule> before = std::exchange(rules_, {});
     for (const AlarmRule &rule : rules) {
         const bool is_line = rule.source == AlarmRule::Source::Line;
         const std::string topic = is_line ? topics_.counter(rule) : topics_.area(rule);
-        rule_topics_.insert(topic);
+        rules_.emplace(topic, rule);
         if (before.contains(topic))
             continue;
-        target_.state(topic, is_line ? counter_message(rule, crossings_[topic], now_.time, names_)
-                                     : area_message(rule, false, now_.time, names_));
+        if (is_line)
+            set_counter(rule, now_.time);
+        else
+            set_state(topic, empty_area_message(rule, now_.time, names_));
     }
-    for (const std::string &topic : before) {
-        if (!rule_topics_.contains(topic))
-            target_.state(topic, "");
-    }
+    take_back_old_states();
+}
+
+std::optional<std::uint64_t> MessageMaker::count_of(const AlarmRule &line) const
+{
+    const auto found = counts_.find(topics_.counter(line));
+    return counts_are_known_ && found != counts_.end() ? std::optional(found->second)
+                                                       : std::nullopt;
+}
+
+void MessageMaker::set_counter(const AlarmRule &line, SystemTime time)
+{
+    if (const auto count = count_of(line))
+        set_state(topics_.counter(line), counter_message(line, *count, time, names_));
+}
+
+void MessageMaker::set_state(const std::string &topic, const std::string &payload)
+{
+    retained_.insert(topic);
+    target_.state(topic, payload);
+}
+
+void MessageMaker::take_back_old_states()
+{
+    std::erase_if(retained_, [this](const std::string &topic) {
+        const bool may_be_in_force = !scene_is_known_ && counts_.contains(topic);
+        if (may_be_in_force || rules_.contains(topic) || lasting_.contains(topic))
+            return false;
+        target_.state(topic, "");
+        return true;
+    });
 }
 
 } // namespace va

@@ -1,17 +1,17 @@
 #pragma once
 
 #include "client/events.h"
+#include "tools/common/frame_limiter.h"
 #include "tools/common/messages.h"
+#include "tools/common/object_ids.h"
 #include "tools/common/sink.h"
 #include "tools/common/source.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <optional>
 #include <set>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace va
@@ -35,45 +35,11 @@ public:
                        std::optional<std::uint32_t> picture) = 0;
 };
 
-// Lets through so many frames of a stream a second at most, evenly, also when they arrive somewhat
-// unevenly; of those in between the newest waits.
-class FrameLimiter
-{
-public:
-    struct Frame {
-        std::vector<Detection> detections;
-        SystemTime time;
-        Size size;
-        std::optional<std::uint32_t> picture;
-    };
-
-    explicit FrameLimiter(double per_second)
-        : interval_(
-              std::chrono::duration_cast<Elapsed>(std::chrono::duration<double>(1) / per_second))
-    {
-    }
-
-    void add(Frame frame) { newest_ = std::move(frame); }
-
-    // The frame to be sent now, if there is one.
-    std::optional<Frame> next(Elapsed now)
-    {
-        if (!newest_ || now + interval_ / 2 < due_)
-            return std::nullopt;
-        due_ = std::max(due_, now) + interval_;
-        return std::exchange(newest_, std::nullopt);
-    }
-
-private:
-    Elapsed interval_;
-    Elapsed due_{};
-    std::optional<Frame> newest_;
-};
-
 // Makes a camera's messages out of what a RecordSink is told. Frame size, lines and areas are those
 // that the daemon has in force, by its status; until it has answered there are no frames. The scene
 // is the last one known, also while the daemon is gone; an area's state and a line's counter are
-// there only while it is known to be in force. Used by one thread.
+// there only while it is known to be in force. A state is taken back only when the target has one.
+// Used by one thread.
 class MessageMaker
 {
 public:
@@ -83,7 +49,8 @@ public:
                  MessageTarget &target);
 
     // What the target retains of an earlier run, by topic; empty where that cannot be known.
-    // Counters go on from there, and what is no longer in force is taken back. Until it is called
+    // Counters go on from there (by the first call), and states of which this run knows nothing are
+    // taken back; a line's counter only when a scene is known without the line. Until it is called
     // no counter is published.
     void earlier_states(const std::map<std::string, std::string> &retained);
 
@@ -104,10 +71,17 @@ public:
 private:
     void set_available(bool online, const std::string &why);
     void take_event(const Event &event);
+    void take_object(const Event &event);
     void take_crossing(const Event &event, SystemTime time);
     void take_area(const Event &event, SystemTime time);
+    void add_frame(const Record &record);
     void hand_on_frames();
     void set_rules(const std::vector<AlarmRule> &rules);
+    void set_motion();
+    void set_counter(const AlarmRule &line, SystemTime time);
+    std::optional<std::uint64_t> count_of(const AlarmRule &line) const;
+    void set_state(const std::string &topic, const std::string &payload);
+    void take_back_old_states();
     SystemTime time_of(Elapsed at) const { return now_.time - (now_.at - at); }
 
     const CameraNames names_;
@@ -118,9 +92,15 @@ private:
 
     Moment now_;
     Availability availability_;
-    std::optional<Size> frame_size_;    // of the daemon that is here, once it has said it
-    std::set<std::string> rule_topics_; // those of the lines and areas that have a state
-    std::map<std::string, std::uint64_t> crossings_; // of lines, by their counters' topics
+    std::optional<Size> frame_size_; // of the daemon that is here, once it has said it
+    ObjectIds ids_;
+    bool moving_ = false;
+    std::set<std::string> lasting_; // topics of states that have nothing to do with a scene
+    std::map<std::string, AlarmRule> rules_; // in force, by the topics of their states
+    bool scene_is_known_ = false;
+    bool counts_are_known_ = false;
+    std::map<std::string, std::uint64_t> counts_; // of each possible line, by their topics
+    std::set<std::string> retained_;              // topics below onvif-ej, by the target
     std::uint64_t results_missed_ = 0;
 };
 

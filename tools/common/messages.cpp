@@ -2,8 +2,10 @@
 
 #include "tools/common/printing.h"
 
+#include <algorithm>
 #include <cmath>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 #include <unistd.h>
 
@@ -21,7 +23,7 @@ const char *class_of(Detection::Kind kind)
     case Detection::Kind::Static:
         return "Static";
     case Detection::Kind::Face:
-        return "Face";
+        return "HumanFace";
     }
     return "";
 }
@@ -62,6 +64,15 @@ const char *crossing_name(Crossing crossing)
     return "";
 }
 
+// A rule in topics and payloads. Brokers that map topics to names of their own take neither "." nor
+// " " in them.
+std::string plain_name(std::string name)
+{
+    std::ranges::replace_if(
+        name, [](char c) { return c == '.' || c == ' '; }, '-');
+    return name;
+}
+
 // A value as one level of a topic, without what has a meaning there.
 std::string level(std::string value)
 {
@@ -79,13 +90,23 @@ Json box_of(const Detection &seen)
             {"@bottom", top + seen.height}};
 }
 
-Json object_of(const Detection &seen)
+// An element that may repeat is an array, and a text without attributes stands for itself.
+Json types_of(const Detection &seen)
 {
-    const Json centre = {{"@x", seen.x + seen.width / 2.0}, {"@y", seen.y + seen.height / 2.0}};
+    const Json word = class_of(seen.kind);
+    if (!seen.score)
+        return Json::array({word});
+    return Json::array({Json{{"@Likelihood", *seen.score}, {"#text", word}}});
+}
+
+Json object_of(const ObjectFrame::Object &object)
+{
+    const Detection &seen = object.seen;
+    const Json centre = {{"@x", seen.centre_x}, {"@y", seen.centre_y}};
     const Json shape = {{"BoundingBox", box_of(seen)}, {"CenterOfGravity", centre}};
-    const Json type = {{"Type", class_of(seen.kind)}};
-    const Json appearance = {{"Shape", shape}, {"Class", type}};
-    return {{"@ObjectId", seen.number}, {"Appearance", appearance}};
+    const Json types = {{"Type", types_of(seen)}};
+    const Json appearance = {{"Shape", shape}, {"Class", types}};
+    return {{"@ObjectId", object.id}, {"Appearance", appearance}};
 }
 
 Json transformation_of(Size frame)
@@ -113,7 +134,7 @@ Json rule_source(const AlarmRule &rule, const CameraNames &names)
 {
     return {{"VideoSource", names.video_source},
             {"AnalyticsConfiguration", names.analytics},
-            {"Rule", name_of(rule)}};
+            {"Rule", plain_name(name_of(rule))}};
 }
 
 Json place_of(const Detection &seen, SystemTime time)
@@ -126,7 +147,7 @@ Json shape_of(const Shape &shape)
     const bool is_line = shape.kind == Shape::Kind::Line;
     Json json = {{"Kind", shape_name(shape.kind)}, {"Number", shape.number}};
     if (is_line || shape.kind == Shape::Kind::Area)
-        json["Rule"] = key_of(shape);
+        json["Rule"] = plain_name(key_of(shape));
     if (is_line) {
         json["Crossing"] = crossing_name(shape.crossing);
         json["Direction"] = shape.setting;
@@ -151,23 +172,28 @@ Json known_directions()
     return directions;
 }
 
-Json participant_of(const Participant &participant)
+// Adds who took part: the first of them and the classes as ONVIF has it, and all.
+void add_objects(Json &data, const Event &event, const ObjectIds &ids)
 {
-    Json json = {{"ObjectId", participant.number}, {"Class", class_of(participant.kind)}};
-    if (participant.side != Crossing::Unknown)
-        json["Crossing"] = crossing_name(participant.side);
-    return json;
-}
-
-// The first of them as ONVIF has it, and all.
-Json data_of(std::span<const Participant> participants)
-{
-    Json data = Json::object();
-    if (participants.empty())
-        return data;
-    data["ObjectId"] = participants.front().number;
-    data["Objects"] = list_of(participants, participant_of);
-    return data;
+    std::string classes;
+    Json objects = Json::array();
+    for (const Participant &each : event.participants) {
+        const auto id = ids.of(each.kind, each.number);
+        if (!id)
+            continue;
+        const std::string word = class_of(each.kind);
+        Json object = {{"ObjectId", *id}, {"Class", word}};
+        if (each.side != Crossing::Unknown)
+            object["Crossing"] = crossing_name(each.side);
+        objects.push_back(std::move(object));
+        if (classes.find(word) == std::string::npos)
+            classes += (classes.empty() ? "" : " ") + word;
+    }
+    if (objects.empty())
+        return;
+    data["ObjectId"] = objects.front()["ObjectId"];
+    data["ClassTypes"] = classes;
+    data["Objects"] = std::move(objects);
 }
 
 const char *event_name(Event::Kind kind)
@@ -260,9 +286,9 @@ Topics::Topics(const CameraNames &names)
 {
 }
 
-std::string Topics::track(std::uint32_t number) const
+std::string Topics::track(ObjectId id) const
 {
-    return prefix_ + "/va/track/" + std::to_string(number);
+    return prefix_ + "/va/track/" + std::to_string(id);
 }
 
 std::string Topics::frames(Stream stream) const
@@ -272,7 +298,7 @@ std::string Topics::frames(Stream stream) const
 
 std::string Topics::rule_topic(const char *name, const AlarmRule &rule) const
 {
-    return prefix_ + "/onvif-ej/RuleEngine/" + name + '/' + configuration_ + '/' + name_of(rule);
+    return events() + "RuleEngine/" + name + '/' + configuration_ + '/' + plain_name(name_of(rule));
 }
 
 std::string Topics::line(const AlarmRule &rule) const
@@ -292,7 +318,12 @@ std::string Topics::area(const AlarmRule &rule) const
 
 std::string Topics::tamper() const
 {
-    return prefix_ + "/onvif-ej/VideoSource/GlobalSceneChange/AnalyticsService/" + source_;
+    return events() + "VideoSource/GlobalSceneChange/AnalyticsService/" + source_;
+}
+
+std::string Topics::motion() const
+{
+    return events() + "VideoSource/MotionAlarm/" + source_;
 }
 
 std::string available_message(const Availability &availability)
@@ -306,20 +337,27 @@ std::string available_message(const Availability &availability)
     return text_of(json);
 }
 
-std::string frame_message(std::span<const Detection> detections, SystemTime time, Size frame,
-                          const CameraNames &names)
+std::string frame_message(const ObjectFrame &frame)
 {
-    const Json one = {{"@UtcTime", utc_text(time)},
-                      {"@Source", names.video_source},
-                      {"Transformation", transformation_of(frame)},
-                      {"Object", list_of(detections, object_of)}};
+    Json one = {{"@UtcTime", utc_text(frame.time)}, {"@Source", name_of(frame.stream)}};
+    if (!frame.objects.empty()) {
+        one["Transformation"] = transformation_of(frame.size);
+        one["Object"] = list_of(frame.objects, object_of);
+    }
+    if (!frame.gone.empty()) {
+        const auto entry = [](ObjectId id) { return Json{{"@ObjectId", id}}; };
+        one["ObjectTree"] = {{"Delete", list_of(frame.gone, entry)}};
+    }
     return text_of({{"Frame", Json::array({one})}});
 }
 
-std::string line_message(const Event &event, SystemTime time, const CameraNames &names)
+std::string line_message(const Event &event, std::optional<std::uint64_t> count, SystemTime time,
+                         const CameraNames &names, const ObjectIds &ids)
 {
-    Json data = data_of(event.participants);
-    data["Count"] = event.count;
+    Json data = Json::object();
+    add_objects(data, event, ids);
+    if (count)
+        data["Count"] = *count;
     return event_text(time, rule_source(event.rule, names), data);
 }
 
@@ -329,25 +367,45 @@ std::string counter_message(const AlarmRule &line, std::uint64_t count, SystemTi
     return event_text(time, rule_source(line, names), {{"Count", count}});
 }
 
-std::string area_message(const AlarmRule &rule, bool inside, SystemTime time,
-                         const CameraNames &names, std::span<const Participant> participants)
+std::optional<std::uint64_t> count_in(const std::string &counter_message)
 {
+    constexpr std::uint64_t largest = std::uint64_t{1}
+                                      << 53; // that all readers of JSON keep exactly
+    const Json json = Json::parse(counter_message, nullptr, false);
+    const auto data = json.is_object() ? json.find("Data") : json.end();
+    if (data == json.end() || !data->is_object())
+        return std::nullopt;
+    const auto count = data->find("Count");
+    if (count == data->end() || !count->is_number_unsigned() || *count > largest)
+        return std::nullopt;
+    return count->get<std::uint64_t>();
+}
+
+std::string area_message(const Event &event, SystemTime time, const CameraNames &names,
+                         const ObjectIds &ids)
+{
+    const bool inside = event.kind == Event::Kind::AreaEntered;
     Json data = {{"IsInside", inside}};
     if (inside)
-        data.update(data_of(participants));
-    return event_text(time, rule_source(rule, names), data);
+        add_objects(data, event, ids);
+    return event_text(time, rule_source(event.rule, names), data);
 }
 
-std::string tamper_message(bool tampered, SystemTime time, const CameraNames &names)
+std::string empty_area_message(const AlarmRule &area, SystemTime time, const CameraNames &names)
 {
-    return event_text(time, {{"Source", names.video_source}}, {{"State", tampered}});
+    return event_text(time, rule_source(area, names), {{"IsInside", false}});
 }
 
-std::string track_message(const Event &event, SystemTime first, SystemTime last)
+std::string state_message(bool state, SystemTime time, const CameraNames &names)
+{
+    return event_text(time, {{"Source", names.video_source}}, {{"State", state}});
+}
+
+std::string track_message(const Event &event, ObjectId id, SystemTime first, SystemTime last)
 {
     const bool ended = event.kind == Event::Kind::ObjectLeft;
     Json json = {{"State", ended ? "Ended" : "Began"},
-                 {"ObjectId", event.from.number},
+                 {"ObjectId", id},
                  {"Class", class_of(event.from.kind)},
                  {"First", place_of(event.from, first)}};
     if (ended) {
@@ -371,7 +429,8 @@ std::string losses_message(const Losses &losses, SystemTime time)
     return text_of({{"UtcTime", utc_text(time)},
                     {"Frames", losses.frames},
                     {"Events", losses.events},
-                    {"Results", losses.results}});
+                    {"Results", losses.results},
+                    {"Refused", losses.refused}});
 }
 
 Json event_json(const Event &event, SystemTime time)

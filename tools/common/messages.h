@@ -1,12 +1,13 @@
 #pragma once
 
 #include "client/events.h"
+#include "tools/common/object_ids.h"
 
 #include <cstdint>
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
-#include <span>
 #include <string>
+#include <vector>
 
 // What a camera publishes, as JSON, and the topics of a broker under which it does. Places are
 // pixels of the video frame, those of shapes ten-thousandths of it. All throw std::bad_alloc.
@@ -39,7 +40,7 @@ public:
     std::string scene() const { return prefix_ + "/va/scene"; }
     std::string lost() const { return prefix_ + "/va/lost"; }
     std::string reconfig() const { return prefix_ + "/va/reconfig"; } // a command, to the camera
-    std::string track(std::uint32_t number) const;
+    std::string track(ObjectId id) const;
     std::string frames(Stream stream) const;
 
     // Events by the names that ONVIF gives them.
@@ -47,6 +48,8 @@ public:
     std::string counter(const AlarmRule &rule) const; // of a line
     std::string area(const AlarmRule &rule) const;
     std::string tamper() const;
+    std::string motion() const;
+    std::string events() const { return prefix_ + "/onvif-ej/"; } // what all of them begin with
 
 private:
     std::string rule_topic(const char *name, const AlarmRule &rule) const;
@@ -65,22 +68,41 @@ struct Availability {
 };
 std::string available_message(const Availability &availability);
 
-// The detections of a result. Its transformation maps pixels to ONVIF's frame, which is 2 wide and
-// 2 high around the origin, y upwards.
-std::string frame_message(std::span<const Detection> detections, SystemTime time, Size frame,
-                          const CameraNames &names);
+// The objects of a result. The message's transformation maps pixels to ONVIF's frame, which is 2
+// wide and 2 high around the origin, y upwards.
+struct ObjectFrame {
+    struct Object {
+        ObjectId id;
+        Detection seen;
+    };
 
-std::string line_message(const Event &event, SystemTime time, const CameraNames &names);
+    Stream stream;
+    SystemTime time;
+    Size size{}; // of the video; of no account when there are no objects
+    std::optional<std::uint32_t> picture = {};
+    std::vector<Object> objects = {};
+    std::vector<ObjectId> gone = {}; // which will not appear again
+};
+std::string frame_message(const ObjectFrame &frame);
+
+// `count`: how often it was crossed so far, where that is known.
+std::string line_message(const Event &event, std::optional<std::uint64_t> count, SystemTime time,
+                         const CameraNames &names, const ObjectIds &ids);
 // How often a line was crossed so far, the last time at `time`.
 std::string counter_message(const AlarmRule &line, std::uint64_t count, SystemTime time,
                             const CameraNames &names);
-// `inside` is the area's state; `participants` are those who are or, when nobody is, were.
-std::string area_message(const AlarmRule &rule, bool inside, SystemTime time,
-                         const CameraNames &names, std::span<const Participant> participants = {});
-std::string tamper_message(bool tampered, SystemTime time, const CameraNames &names);
+// What such a message says; nothing for any other text.
+std::optional<std::uint64_t> count_in(const std::string &counter_message);
+
+std::string area_message(const Event &event, SystemTime time, const CameraNames &names,
+                         const ObjectIds &ids);
+std::string empty_area_message(const AlarmRule &area, SystemTime time, const CameraNames &names);
+
+// Of tampering, of motion.
+std::string state_message(bool state, SystemTime time, const CameraNames &names);
 
 // An object that appeared or left; `first` and `last` are when it was first and last seen.
-std::string track_message(const Event &event, SystemTime first, SystemTime last);
+std::string track_message(const Event &event, ObjectId id, SystemTime first, SystemTime last);
 
 // The frame's size, what is marked in it, and the directions that a line's setting can have.
 std::string scene_message(const Scene &scene);

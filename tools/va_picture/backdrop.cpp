@@ -49,8 +49,11 @@ bool Backdrop::frame(const std::string &topic, const std::string &payload,
     }
     if (picture)
         newest_ = picture;
-    if (!picture || !holds_frames_)
+    if (!picture || !holds_frames_) {
+        while (!frames_.empty() && frames_.front().topic == topic) // this empty one is behind them
+            hand_on_frame();
         return file_.frame(topic, payload, picture);
+    }
     frames_.push_back({topic, payload, *picture});
     if (frames_.size() > max_frames) // whose stills are of much earlier pictures
         hand_on_frame();

@@ -31,7 +31,8 @@ public:
             backdrop_.emplace(still, Topics(names).still(), file_);
         MessageTarget &target = backdrop_ ? static_cast<MessageTarget &>(*backdrop_) : file_;
         maker_.emplace(names, source, frames_per_second, target);
-        if (!is_live_) // nobody says its frame, which usually is this one
+        maker_->earlier_states({}); // a page begins anew
+        if (!is_live_)              // nobody says its frame, which usually is this one
             maker_->status({std::chrono::system_clock::now(), {}}, {{1920, 1080}, {}, {}});
         file_.write_whole();
     }
