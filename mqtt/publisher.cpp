@@ -42,8 +42,12 @@ Message last_will(const CameraNames &names)
 
 Broker::Subscriptions subscriptions(const Settings &settings)
 {
-    return {.retained = {settings.names.prefix + "/onvif-ej/#"},
-            .command = settings.reconfig ? Topics(settings.names).reconfig() : ""};
+    Broker::Subscriptions all{.retained = {Topics(settings.names).events() + '#'},
+                              .command =
+                                  settings.reconfig ? Topics(settings.names).reconfig() : ""};
+    if (!settings.discovery.empty())
+        all.retained.push_back(discovery_filter(settings));
+    return all;
 }
 
 } // namespace
@@ -68,10 +72,16 @@ void Publisher::status(const Moment &now, const DaemonStatus &status)
     if (!scene)
         return;
     maker_.status(now, *scene);
-    if (settings_.discovery.empty())
+    rules_ = scene->rules;
+    publish_discovery();
+}
+
+void Publisher::publish_discovery()
+{
+    if (settings_.discovery.empty() || !rules_)
         return;
     for (const auto &[topic, payload] :
-         discovery_states(scene->rules, settings_, maker_.topics(), discovered_))
+         discovery_states(*rules_, settings_, maker_.topics(), discovered_))
         broker_->state(topic, payload);
 }
 
@@ -79,8 +89,12 @@ void Publisher::tick(const Moment &now)
 {
     maker_.tick(now);
     publish_still(now.at);
-    if (const auto retained = broker_->take_retained())
+    if (const auto retained = broker_->take_retained()) {
         maker_.earlier_states(*retained);
+        for (const auto &[topic, payload] : *retained)
+            discovered_.insert(topic);
+        publish_discovery();
+    }
     if (broker_->take_command())
         reload();
     const Broker::Report broker = broker_->report();

@@ -9,7 +9,9 @@
 #include <future>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
+#include <vector>
 
 namespace va::mqtt
 {
@@ -40,6 +42,7 @@ public:
 private:
     void publish_still(Elapsed now);
     void take_back_still() { broker_->state(maker_.topics().still(), ""); }
+    void publish_discovery();
     void reload();
     void report_losses(const Moment &now, const Broker::Report &broker);
     std::string status_text(const Broker::Report &broker) const;
@@ -52,6 +55,8 @@ private:
     std::optional<StillFile> still_;
     std::optional<std::future<void>> reload_;
     std::optional<Losses> reported_;
+    std::optional<std::vector<AlarmRule>> rules_; // in force, once they are known
+    std::set<std::string> discovered_;            // topics that are retained
     Elapsed losses_due_{};
     Elapsed alive_due_;
 };

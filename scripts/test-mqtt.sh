@@ -9,7 +9,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
 (($# == 0)) || usage_error
 preset=${VA_PRESET:-host}
 
-require "${mqtt_packages[@]}" mosquitto mosquitto-clients openssl python3-jsonschema
+require "${mqtt_packages[@]}" mosquitto mosquitto-clients openssl python3-jinja2 python3-jsonschema
 configure "$preset" -DVA_MQTT=ON
 build "$preset" va_here va_mqtt make_firmware
 # Debian's, which sees Debian's packages.

@@ -11,15 +11,17 @@ import unittest
 from datetime import datetime, timedelta
 from pathlib import Path
 
+import jinja2
 import jsonschema
 from lab import AREA, MASK, PATIENCE, PERIOD, ROOT, STORE, Lab, Program, Subscriber, wait_for
 
 RULE = "&VideoSource0/Analytics0/"
 EVENTS = "cameras/cam1/onvif-ej/"
-AREA_TOPIC = EVENTS + "RuleEngine/FieldDetector/ObjectsInside/" + RULE + "ObjectDetection.O0"
-LINE_TOPIC = EVENTS + "RuleEngine/LineDetector/Crossed/" + RULE + "CrossLine.C0"
-COUNTER_TOPIC = EVENTS + "RuleEngine/CountAggregation/Counter/" + RULE + "CrossLine.C0"
+AREA_TOPIC = EVENTS + "RuleEngine/FieldDetector/ObjectsInside/" + RULE + "ObjectDetection-O0"
+LINE_TOPIC = EVENTS + "RuleEngine/LineDetector/Crossed/" + RULE + "CrossLine-C0"
+COUNTER_TOPIC = EVENTS + "RuleEngine/CountAggregation/Counter/" + RULE + "CrossLine-C0"
 TAMPER_TOPIC = EVENTS + "VideoSource/GlobalSceneChange/AnalyticsService/&VideoSource0"
+MOTION_TOPIC = EVENTS + "VideoSource/MotionAlarm/&VideoSource0"
 AVAILABLE = "cameras/cam1/va/available"
 SCENE = "cameras/cam1/va/scene"
 STILL = "cameras/cam1/va/still"
@@ -27,10 +29,11 @@ STILL = "cameras/cam1/va/still"
 # What begins a topic; which schema, whether it is retained.
 KINDS = (("cameras/cam1/onvif-mj/VideoAnalytics/Profile0/", "frame", False),
          (LINE_TOPIC[:-1], "line", False), (COUNTER_TOPIC[:-1], "counter", True),
-         (AREA_TOPIC[:-1], "area", True), (TAMPER_TOPIC, "tamper", True),
-         ("cameras/cam1/va/track/", "track", False), (SCENE, "scene", True),
-         ("cameras/cam1/va/lost", "lost", False), ("homeassistant/", "discovery", True),
-         (STILL, "still", True), (AVAILABLE, "available", True))
+         (AREA_TOPIC[:-1], "area", True), (TAMPER_TOPIC, "state", True),
+         (MOTION_TOPIC, "state", True), ("cameras/cam1/va/track/", "track", False),
+         (SCENE, "scene", True), ("cameras/cam1/va/lost", "lost", True),
+         *((f"homeassistant/{entity}/", f"discovery_{entity}", True)
+           for entity in ("event", "binary_sensor", "sensor", "button")), (STILL, "still", True), (AVAILABLE, "available", True))
 
 
 def kind_of(message):
@@ -54,6 +57,87 @@ def time_of(message):
     return datetime.fromisoformat(event.get("UtcTime", event.get("First", {}).get("UtcTime"))[:-1])
 
 
+def schema_of(name):
+    schema = json.loads((ROOT / "mqtt/topics.schema.json").read_text())
+    return schema | {"$ref": f"#/$defs/{name}"}
+
+
+class SchemaTest(unittest.TestCase):
+    """What is right, and what is wrong as soon as this is put in its place."""
+
+    TIME = "2026-01-01T00:00:00.000Z"
+    RULE = {"VideoSource": "V", "AnalyticsConfiguration": "A", "Rule": "CrossLine-C0"}
+    WHO = {"ObjectId": 7, "ClassTypes": "Moving HumanFace",
+           "Objects": [{"ObjectId": 7, "Class": "Moving"}]}
+    OBJECT = {"@ObjectId": 2 ** 40, "Appearance": {
+        "Shape": {"BoundingBox": {"@left": -1, "@top": 0, "@right": 5, "@bottom": 9},
+                  "CenterOfGravity": {"@x": 2.5, "@y": 4}},
+        "Class": {"Type": [{"@Likelihood": 0.87, "#text": "HumanFace"}]}}}
+    PLACES = {"Translate": {"@x": -1, "@y": 1}, "Scale": {"@x": 0.001, "@y": -0.002}}
+    EMPTY = {"@UtcTime": TIME, "@Source": "fd"}
+    TREE = {"Delete": [{"@ObjectId": 7}]}
+    ENTITY = {"name": "Line 0", "unique_id": "va_a_line_0", "availability_topic": "a/va/available",
+              "availability_template": "{{ value_json.State }}", "qos": 1,
+              "device": {"identifiers": ["va_a"], "name": "a", "model": "m", "sw_version": "1"},
+              "origin": {"name": "va_mqtt", "sw_version": "1"}}
+    READ = ENTITY | {"state_topic": "a/b", "value_template": "{{ value_json }}"}
+
+    TABLE = (
+        ("frame", {"Frame": [EMPTY | {"Object": [OBJECT], "Transformation": PLACES,
+                                      "ObjectTree": TREE}]},
+         ("Frame.0.@Source", "VideoSource0"), ("Frame.0.Object", []), ("Frame.0.Object", None),
+         ("Frame.0.Transformation", None), ("Frame.0.ObjectTree", []), ("Frame", []),
+         ("Frame.0.ObjectTree.Delete", [7]), ("Frame.0.Object.0.@ObjectId", "7"),
+         *(("Frame.0.Object.0.Appearance.Class.Type", wrong) for wrong in (
+             "Moving", [], ["Face"], [{"#text": "Moving"}], ["Moving", "Static"],
+             [{"@Likelihood": 87, "#text": "HumanFace"}], [{"Moving": 1}]))),
+        ("frame", {"Frame": [EMPTY]}, ("Frame.0.Transformation", PLACES)),
+        ("line", {"UtcTime": TIME, "Source": RULE, "Data": WHO | {
+            "Count": 1, "Objects": [{"ObjectId": 7, "Class": "Static", "Crossing": "to left"}]}},
+         ("Source.Rule", "CrossLine.C0"), ("Source.Rule", "event 1 bit 0"), ("Data.Count", "1"),
+         ("Data.ObjectId", None), ("Data.ClassTypes", None), ("Data.ClassTypes", ["Moving"]),
+         ("Data.ClassTypes", "Face"), ("Data.Objects", None), ("Data.Objects.0.Class", "Face"),
+         ("Data.Objects.0.Crossing", None), ("Data", None), ("PropertyOperation", "Changed")),
+        ("line", {"UtcTime": TIME, "Source": RULE | {"Rule": "event-1-bit-31"}, "Data": {}},
+         ("Source.Rule", "event-1-bit-32")),
+        ("counter", {"UtcTime": TIME, "Source": RULE, "Data": {"Count": 0}},
+         ("Data.Count", -1), ("Data.Count", 1.5), ("Data.Count", None), ("Data.ObjectId", 7)),
+        ("area", {"UtcTime": TIME, "Source": RULE, "Data": WHO | {"IsInside": True}},
+         ("Data.IsInside", "true"), ("Data.IsInside", False), ("Data.IsInside", None),
+         ("Data.ClassTypes", None), ("UtcTime", "2026-01-01T00:00:00Z")),
+        ("state", {"UtcTime": TIME, "Source": {"Source": "V"}, "Data": {"State": True}},
+         ("Data.State", "true"), ("Source.Source", None), ("Data.Rule", "x")),
+        ("track", {"State": "Began", "ObjectId": 7, "Class": "HumanFace", "First": {
+            "UtcTime": TIME, "BoundingBox": OBJECT["Appearance"]["Shape"]["BoundingBox"]}},
+         ("Class", "Face"), ("State", "Ended"), ("Seconds", 1), ("ObjectId", -1)),
+        ("lost", {"UtcTime": TIME, "Frames": 0, "Events": 0, "Results": 0, "Refused": 0},
+         ("Refused", None), ("Refused", -1)),
+        ("discovery_event", READ | {"event_types": ["crossed"]},
+         ("value_template", '{"event_type": "crossed"}'), ("origin", None), ("qos", None),
+         ("device.sw_version", None), ("event_types", None), ("state_topic", None),
+         ("state_topic", "a/#"), ("unique_id", "va.a")),
+        ("discovery_binary_sensor", READ | {"device_class": "motion"},
+         ("device_class", None), ("state_class", "total_increasing")),
+        ("discovery_sensor", READ | {"state_class": "total_increasing"},
+         ("state_class", None), ("device_class", "timestamp"), ("entity_category", "config")),
+        ("discovery_button", ENTITY | {"command_topic": "a/va/reconfig", "payload_press": "reconfig",
+                                       "entity_category": "config"},
+         ("command_topic", None), ("payload_press", ""), ("state_topic", "a")),
+    )
+
+    def test_refuses_what_is_wrong(self):
+        for name, right, *wrongs in self.TABLE:
+            validator = jsonschema.Draft202012Validator(schema_of(name))
+            validator.validate(right)
+            for path, value in wrongs:
+                wrong = part = json.loads(json.dumps(right))
+                *parents, last = [int(key) if key.isdigit() else key for key in path.split(".")]
+                for key in parents:
+                    part = part[key]
+                part.pop(last) if value is None else part.update({last: value})
+                self.assertFalse(validator.is_valid(wrong), f"{name} {path} {value}")
+
+
 class MqttTest(unittest.TestCase):
     def setUp(self):
         self.lab = Lab(BIN)
@@ -61,11 +145,10 @@ class MqttTest(unittest.TestCase):
         self.broker = self.lab.start_broker()
 
     def check_against_schema(self, messages):
-        schema = json.loads((ROOT / "mqtt/topics.schema.json").read_text())
         for message in messages:
             _, name, retained = kind_of(message)
             if message["payload"]:
-                jsonschema.validate(payload(message), schema | {"$ref": f"#/$defs/{name}"})
+                jsonschema.validate(payload(message), schema_of(name))
             self.assertEqual(message["qos"], 0 if name == "frame" else 1)
             self.assertLessEqual(message["retain"], retained)
 
@@ -89,8 +172,8 @@ class MqttTest(unittest.TestCase):
         # Who it was is found by results at most 150 ms apart, which a busy machine may not have.
         for topic, place in ((LINE_TOPIC, {"Crossing": "to left"}), (AREA_TOPIC, {})):
             data = payload(viewer.wait(topic, lambda m: "Objects" in str(m["payload"])))["Data"]
-            self.assertEqual(data["Objects"], [{"ObjectId": 7, "Class": "Moving"} | place])
-            self.assertEqual(data["ObjectId"], 7)
+            self.assertEqual(data["Objects"],
+                             [{"ObjectId": data["ObjectId"], "Class": "Moving"} | place])
         crossed = viewer.wait(LINE_TOPIC)
         inside = viewer.wait(AREA_TOPIC, lambda m: is_inside(m) and time_of(m) > time_of(crossed))
         viewer.wait(TAMPER_TOPIC, lambda m: payload(m)["Data"]["State"])
@@ -99,25 +182,34 @@ class MqttTest(unittest.TestCase):
         viewer.wait("track/3", says("State", "Ended"))
         self.assertLess(*(track[end]["BoundingBox"]["@left"] for end in ("First", "Last")))
         viewer.wait("onvif-mj/VideoAnalytics/Profile0/fd")
+        viewer.wait("/od", lambda m: "Object" not in payload(m)["Frame"][0])
+        for state in (True, False):
+            viewer.wait(MOTION_TOPIC, lambda m: payload(m)["Data"]["State"] is state, 1)
         frame = payload(viewer.wait("onvif-mj/VideoAnalytics/Profile0/od"))["Frame"][0]
         centre = frame["Object"][0]["Appearance"]["Shape"]["CenterOfGravity"]
         scale, shift = (frame["Transformation"][part] for part in ("Scale", "Translate"))
         x, y = (centre[axis] * scale[axis] + shift[axis] for axis in ("@x", "@y"))
         self.assertEqual((-1 < x < 1, round(y, 5)), (True, 0.5))  # a quarter from the top
 
-        self.wait_for_retained({AREA_TOPIC, COUNTER_TOPIC, TAMPER_TOPIC, SCENE, AVAILABLE})
+        self.wait_for_retained({AREA_TOPIC, COUNTER_TOPIC, TAMPER_TOPIC, MOTION_TOPIC, SCENE,
+                                AVAILABLE})
         wait_for(lambda: is_inside({"payload": self.retained_topics()[AREA_TOPIC]}), "inside")
-        home.wait("/tamper/config")  # the last one by name
-        entities = [m for m in home.messages() if m["payload"]]
-        self.assertEqual({m["topic"].split("/")[3]: payload(m)["state_topic"] for m in entities},
-                         {"area_0": AREA_TOPIC, "line_0": LINE_TOPIC, "tamper": TAMPER_TOPIC})
+        home.wait("/since/config")  # the last one by name
+        entities = {m["topic"].split("/")[3]: payload(m) for m in home.messages() if m["payload"]}
+        self.assertEqual({name: entity["state_topic"] for name, entity in entities.items()},
+                         {"area_0": AREA_TOPIC, "line_0": LINE_TOPIC, "tamper": TAMPER_TOPIC,
+                          "line_0_count": COUNTER_TOPIC, "motion": MOTION_TOPIC,
+                          "lost": "cameras/cam1/va/lost", "since": AVAILABLE})
+        self.assertEqual({entity["availability_topic"] for entity in entities.values()},
+                         {AVAILABLE})
+        self.check_templates(viewer, entities)
 
         # Another line, a mask and no area in the store, which the daemon has not read.
         store = STORE.replace("C0", "C1") + MASK
         self.lab.write("store", store)
         before = len(viewer.messages(LINE_TOPIC))
         wait_for(lambda: len(viewer.messages(LINE_TOPIC)) >= before + 2, "two more crossings")
-        told = [(m["topic"], payload(m)["Data"]["Count"]) for m in viewer.messages("CrossLine.C0")
+        told = [(m["topic"], payload(m)["Data"]["Count"]) for m in viewer.messages("CrossLine-C0")
                 if m["payload"]]
         self.assertEqual(told, [(topic, count) for count in range(len(told))
                                 for topic in (LINE_TOPIC, COUNTER_TOPIC)][1:len(told) + 1])
@@ -126,9 +218,10 @@ class MqttTest(unittest.TestCase):
         viewer.wait(SCENE, lambda m: "C1" in m["payload"] and "non-detection" in m["payload"]
                     and "area" not in m["payload"])
         viewer.wait(LINE_TOPIC[:-1] + "1")
-        for entity in ("area_0", "line_0"):
+        for entity in ("area_0", "line_0", "line_0_count"):
             home.wait(entity, lambda m: not m["payload"] and not m["retain"])
-        self.wait_for_retained({COUNTER_TOPIC[:-1] + "1", TAMPER_TOPIC, SCENE, AVAILABLE})
+        self.wait_for_retained({COUNTER_TOPIC[:-1] + "1", TAMPER_TOPIC, MOTION_TOPIC, SCENE,
+                                AVAILABLE})
         self.check_against_schema(viewer.messages() + home.messages())
 
         daemon.kill()
@@ -137,10 +230,10 @@ class MqttTest(unittest.TestCase):
         status = Path(self.lab.folder, "run/status")
         status.unlink(missing_ok=True)
         status.mkdir()
-        tracks, frames = (len(viewer.messages(part)) for part in ("track/7", "/od"))
+        tracks, frames = (len(viewer.messages(part)) for part in ("track/", "/od"))
         self.lab.write("store", "Properties.Image.ProfileMode=720P" + STORE + AREA)
         daemon = self.lab.start_daemon()
-        viewer.wait("track/7", begin=tracks + 1)
+        viewer.wait("track/", begin=tracks + 1)
         self.assertLess(len(viewer.messages("/od")), frames + 2)  # one of the last daemon's waited
         status.rmdir()
         viewer.wait("/od", lambda m: f'"@x":{2 / 1280}' in m["payload"])
@@ -155,6 +248,20 @@ class MqttTest(unittest.TestCase):
         self.lab.start_publisher()
         wait_for(lambda: AREA_TOPIC not in self.retained_topics(), "no area")
         self.assertIn("1280", self.retained_topics()[SCENE])
+
+    def check_templates(self, viewer, entities):
+        """By the engine of Home Assistant."""
+        def rendered(name, topic):
+            value = json.loads(viewer.messages(topic)[-1]["payload"])
+            return jinja2.Template(entities[name]["value_template"]).render(value_json=value)
+
+        event = json.loads(rendered("line_0", LINE_TOPIC))
+        self.assertEqual((event["event_type"], event["time"][-1]), ("crossed", "Z"))
+        self.assertIn("Count", event)
+        for name in ("area_0", "tamper", "motion"):
+            self.assertIn(rendered(name, entities[name]["state_topic"]), ("ON", "OFF"))
+        self.assertGreater(int(rendered("line_0_count", COUNTER_TOPIC)), 0)
+        datetime.fromisoformat(rendered("since", AVAILABLE)[:-1])
 
     def test_what_a_supervisor_is_told(self):
         self.lab.write("scene", "")  # nothing comes
@@ -208,7 +315,7 @@ class MqttTest(unittest.TestCase):
             self.lab.run("mosquitto_passwd", "-b", "passwords", "cam1", password)
             self.broker = self.lab.start_broker()
             publisher.wait_for(answer)
-        self.assertEqual(set(self.retained_topics()) - {STILL}, {TAMPER_TOPIC, AVAILABLE})
+        self.assertEqual(set(self.retained_topics()) - {STILL}, {TAMPER_TOPIC, MOTION_TOPIC, AVAILABLE})
         put(bytes(96))
         wait_for(lambda: retained() == ["ffd8" + 96 * "00" + "ffd9"], "the next still")
         self.assertNotIn(b"lay there".hex(), viewer.text())
@@ -240,10 +347,10 @@ class MqttTest(unittest.TestCase):
         viewer.wait("onvif-mj", lambda m: payload(m)["Frame"][0]["@UtcTime"] > back.isoformat())
         self.assertGreater(payload(viewer.wait("va/lost"))["Frames"], 0)
         viewer.wait(AVAILABLE, lambda m: not m["retain"])  # told again: it may have forgotten all
-        for part in (LINE_TOPIC, "track/7"):
+        for part in (LINE_TOPIC, "va/track"):
             viewer.wait(part, lambda m: time_of(m) > back)
-            times = sorted({time_of(m) for m in before + viewer.messages()
-                            if part in m["topic"]})  # twice is allowed
+            times = sorted({time_of(m) for m in before + viewer.messages() if part in m["topic"]
+                            and payload(m).get("Class") != "HumanFace"})  # twice is allowed
             gap = max(later - time for time, later in zip(times, times[1:]))
             self.assertLess(gap, timedelta(seconds=1.5 * PERIOD), (part, times))
         self.assertEqual(payload(viewer.messages("va/lost")[-1])["Events"], 0)
