@@ -13,6 +13,7 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
 PATIENCE = 30  # seconds that anything may take
+READERS = ("viewer", "homeassistant", "admin")  # accounts
 
 STORE = """
 Properties.ImageSource.Sensor=imx122
@@ -101,7 +102,8 @@ class Lab:
         self.bin = Path(bin_folder).resolve()
         self.folder = tempfile.mkdtemp()
         self.programs = []
-        self.port = free_port()
+        self.port, self.reader_port = free_port(), free_port()
+        self.passwords = {}  # others than "ACCOUNT secret"
         for name in ("run", "www"):
             Path(self.folder, name).mkdir()
         self.write("store", STORE + AREA)
@@ -132,25 +134,39 @@ class Lab:
         shutil.copy(f"{self.folder}/broker.crt", f"{self.folder}/ca.crt")  # signed by itself
 
     def _configure_broker(self):
-        """As packaged, but for places, ports, the user, and that all is saved at once."""
-        self.write("passwords", "")
-        for account in ("cam1", "viewer", "homeassistant"):
-            self.write(f"{account}.password", f"{account} secret\n")
-            self.run("mosquitto_passwd", "-b", "passwords", account, f"{account} secret")
-        shutil.copy(ROOT / "packaging/mosquitto/acl", self.folder)
-        text = (ROOT / "packaging/mosquitto/va.conf").read_text()
-        for old, new in (("/etc/mosquitto/va", self.folder), ("/var/lib/mosquitto", self.folder),
-                         ("/usr/share/va/wall", "www"), ("8883", f"{self.port} 127.0.0.1"),
-                         ("8443", f"{free_port()} 127.0.0.1"),
-                         ("autosave_interval 60", "autosave_interval 1")):
-            assert old in text
-            text = text.replace(old, new)
+        """As packaged, in Debian's own, but for places, ports, the user, and saving all at once."""
+        for kind, accounts in (("cameras", ["cam1"]), ("readers", READERS)):
+            self.write(f"passwords-{kind}", "")
+            for account in accounts:
+                self.write(f"{account}.password", f"{account} secret\n")
+                self.run("mosquitto_passwd", "-b", f"passwords-{kind}", account,
+                         f"{account} secret")
+            shutil.copy(ROOT / f"packaging/mosquitto/acl-{kind}", self.folder)
+        Path(self.folder, "conf.d").mkdir()
         user = subprocess.check_output(["id", "-un"], text=True)
-        self.write("mosquitto.conf", f"{text}\nautosave_on_changes true\nuser {user}")
+        self.write("conf.d/user.conf", f"user {user}")
+        self.write("conf.d/save.conf", "autosave_on_changes true")
+        self.adapt("packaging/mosquitto/va.conf", "conf.d/va.conf", {
+            "/etc/mosquitto/va": self.folder, "listener 8883": f"listener {self.port} 127.0.0.1",
+            "listener 8884": f"listener {self.reader_port} 127.0.0.1",
+            "listener 9001": f"listener {free_port()}",
+            "autosave_interval 30": "autosave_interval 1"})
+        self.adapt("/etc/mosquitto/mosquitto.conf", "mosquitto.conf", {
+            "/etc/mosquitto/conf.d": self.folder + "/conf.d", "/run/mosquitto": self.folder,
+            "/var/lib/mosquitto": self.folder,
+            "/var/log/mosquitto/mosquitto.log": self.folder + "/broker"})
+
+    def adapt(self, source, name, changes):
+        text = (ROOT / source).read_text()
+        for old, new in changes.items():
+            assert old in text, old
+            text = text.replace(old, new)
+        self.write(name, text)
 
     def tls(self, account):
-        return ["-h", "localhost", "-p", str(self.port), "--cafile", "ca.crt",
-                "-u", account, "-P", f"{account} secret"]
+        port = self.reader_port if account in READERS else self.port
+        return ["-h", "localhost", "-p", str(port), "--cafile", "ca.crt",
+                "-u", account, "-P", self.passwords.get(account, f"{account} secret")]
 
     def start_broker(self):
         broker = Program(self, "broker", "mosquitto", "-c", "mosquitto.conf")
