@@ -32,8 +32,9 @@ class BrokerSource {
   connect(account = {}) {
     byId("login").hidden = true;
     this.wall.setSource("connecting", true);
-    const scheme = location.protocol === "https:" ? "wss" : "ws";
-    const client = mqtt.connect(`${scheme}://${location.host}/`, {
+    const address = new URL("mqtt", location.href); // beside the page
+    address.protocol = location.protocol.replace("http", "ws");
+    const client = mqtt.connect(`${address.origin}${address.pathname}`, {
       keepalive: 5, connectTimeout: 5000, reconnectPeriod: 1000, resubscribe: false, ...account,
     });
     this.client = client;

@@ -22,7 +22,7 @@ export async function until(condition) {
   throw new Error(`not within 20 s: ${condition}`);
 }
 
-async function freePort() {
+export async function freePort() {
   const server = createServer();
   await new Promise(resolve => server.listen(0, "127.0.0.1", resolve));
   const { port } = server.address();
