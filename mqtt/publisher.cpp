@@ -126,7 +126,8 @@ void Publisher::finish(const Moment &now)
     notifier_.send("STOPPING=1\nSTATUS=sends what waits");
     maker_.finish(now);
     maker_.end();
-    take_back_still();
+    if (still_)
+        take_back_still();
     broker_->finish(finish_timeout);
 }
 

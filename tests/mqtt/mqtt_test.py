@@ -4,6 +4,7 @@ import json
 import re
 import signal
 import socket
+import ssl
 import struct
 import sys
 import time
@@ -24,20 +25,23 @@ TAMPER_TOPIC = EVENTS + "VideoSource/GlobalSceneChange/AnalyticsService/&VideoSo
 MOTION_TOPIC = EVENTS + "VideoSource/MotionAlarm/&VideoSource0"
 AVAILABLE = "cameras/cam1/va/available"
 SCENE = "cameras/cam1/va/scene"
+END = "cameras/end"
+LOST = "cameras/cam1/va/lost"
 STILL = "cameras/cam1/va/still"
 
-# What begins a topic; which schema, whether it is retained.
-KINDS = (("cameras/cam1/onvif-mj/VideoAnalytics/Profile0/", "frame", False),
-         (LINE_TOPIC[:-1], "line", False), (COUNTER_TOPIC[:-1], "counter", True),
-         (AREA_TOPIC[:-1], "area", True), (TAMPER_TOPIC, "state", True),
-         (MOTION_TOPIC, "state", True), ("cameras/cam1/va/track/", "track", False),
-         (SCENE, "scene", True), ("cameras/cam1/va/lost", "lost", True),
-         *((f"homeassistant/{entity}/", f"discovery_{entity}", True)
-           for entity in ("event", "binary_sensor", "sensor", "button")), (STILL, "still", True), (AVAILABLE, "available", True))
+# What begins a topic; which schema.
+KINDS = (("cameras/cam1/onvif-mj/VideoAnalytics/Profile0/", "frame"),
+         (LINE_TOPIC[:-1], "line"), (COUNTER_TOPIC[:-1], "counter"),
+         (AREA_TOPIC[:-1], "area"), (TAMPER_TOPIC, "state"),
+         (MOTION_TOPIC, "state"), ("cameras/cam1/va/track/", "track"),
+         (SCENE, "scene"), (LOST, "lost"),
+         *((f"homeassistant/{entity}/", f"discovery_{entity}")
+           for entity in ("event", "binary_sensor", "sensor", "button")),
+         (STILL, "still"), (AVAILABLE, "available"))
 
 
 def kind_of(message):
-    return next(kind for kind in KINDS if message["topic"].startswith(kind[0]))
+    return next(kind for topic, kind in KINDS if message["topic"].startswith(topic))
 
 
 def payload(message):
@@ -146,17 +150,25 @@ class MqttTest(unittest.TestCase):
 
     def check_against_schema(self, messages):
         for message in messages:
-            _, name, retained = kind_of(message)
+            if message["topic"] == END:
+                continue
+            name = kind_of(message)
             if message["payload"]:
                 jsonschema.validate(payload(message), schema_of(name))
             self.assertEqual(message["qos"], 0 if name == "frame" else 1)
-            self.assertLessEqual(message["retain"], retained)
 
-    def retained_topics(self):
-        late = Subscriber(self.lab, "viewer", "cameras/#")
-        late.wait(AVAILABLE)
+    def wait_until_it_hears(self, subscriber):  # behind all that is retained
+        tell = ("mosquitto_pub", *self.lab.tls("admin"), "-q", "1", "-t", END, "-m", "{}")
+        wait_for(lambda: self.lab.run(*tell) or subscriber.messages(END), "the end")
+
+    def retained_of(self, *filters):
+        late = Subscriber(self.lab, "admin", END, *filters)
+        self.wait_until_it_hears(late)
         late.kill()
         return {m["topic"]: m["payload"] for m in late.messages() if m["retain"]}
+
+    def retained_topics(self):
+        return self.retained_of("cameras/#")
 
     def wait_for_retained(self, topics):
         wait_for(lambda: set(self.retained_topics()) == topics, topics)
@@ -192,14 +204,14 @@ class MqttTest(unittest.TestCase):
         self.assertEqual((-1 < x < 1, round(y, 5)), (True, 0.5))  # a quarter from the top
 
         self.wait_for_retained({AREA_TOPIC, COUNTER_TOPIC, TAMPER_TOPIC, MOTION_TOPIC, SCENE,
-                                AVAILABLE})
+                                LOST, AVAILABLE})
         wait_for(lambda: is_inside({"payload": self.retained_topics()[AREA_TOPIC]}), "inside")
         home.wait("/since/config")  # the last one by name
         entities = {m["topic"].split("/")[3]: payload(m) for m in home.messages() if m["payload"]}
         self.assertEqual({name: entity["state_topic"] for name, entity in entities.items()},
                          {"area_0": AREA_TOPIC, "line_0": LINE_TOPIC, "tamper": TAMPER_TOPIC,
                           "line_0_count": COUNTER_TOPIC, "motion": MOTION_TOPIC,
-                          "lost": "cameras/cam1/va/lost", "since": AVAILABLE})
+                          "lost": LOST, "since": AVAILABLE})
         self.assertEqual({entity["availability_topic"] for entity in entities.values()},
                          {AVAILABLE})
         self.check_templates(viewer, entities)
@@ -210,8 +222,9 @@ class MqttTest(unittest.TestCase):
         before = len(viewer.messages(LINE_TOPIC))
         wait_for(lambda: len(viewer.messages(LINE_TOPIC)) >= before + 2, "two more crossings")
         told = [(m["topic"], payload(m)["Data"]["Count"]) for m in viewer.messages("CrossLine-C0")
-                if m["payload"]]
-        self.assertEqual(told, [(topic, count) for count in range(len(told))
+                if "Count" in m["payload"]]  # unknown until what is retained is read
+        first = told[0][1]
+        self.assertEqual(told, [(topic, count) for count in range(first, first + len(told))
                                 for topic in (LINE_TOPIC, COUNTER_TOPIC)][1:len(told) + 1])
         self.assertEqual(len(viewer.messages(SCENE)), 1)
         self.lab.reconfigure(store)
@@ -221,7 +234,7 @@ class MqttTest(unittest.TestCase):
         for entity in ("area_0", "line_0", "line_0_count"):
             home.wait(entity, lambda m: not m["payload"] and not m["retain"])
         self.wait_for_retained({COUNTER_TOPIC[:-1] + "1", TAMPER_TOPIC, MOTION_TOPIC, SCENE,
-                                AVAILABLE})
+                                LOST, AVAILABLE})
         self.check_against_schema(viewer.messages() + home.messages())
 
         daemon.kill()
@@ -244,10 +257,27 @@ class MqttTest(unittest.TestCase):
         will = viewer.wait(AVAILABLE, says("Why", "the connection was lost"))
         self.check_against_schema([will])
         self.assertEqual((payload(will)["State"], "Since" in payload(will)), ("offline", False))
-        self.assertEqual(self.retained_topics()[AVAILABLE], will["payload"])
-        self.lab.start_publisher()
+        left = self.retained_topics()
+        self.assertEqual(left[AVAILABLE], will["payload"])
+        publisher = self.lab.start_publisher()
         wait_for(lambda: AREA_TOPIC not in self.retained_topics(), "no area")
         self.assertIn("1280", self.retained_topics()[SCENE])
+        # Counters go on, also when the publisher ends before it knows the lines.
+        publisher.end()
+        count = payload({"payload": left[COUNTER_TOPIC]})["Data"]["Count"]
+        told = len(viewer.messages(LINE_TOPIC))
+        publisher = self.lab.start_publisher()
+        publisher.wait_for("broker: connected")
+        self.lab.start_daemon()
+        crossed = viewer.wait(LINE_TOPIC, lambda m: "Count" in payload(m)["Data"], told)
+        self.assertGreater(payload(crossed)["Data"]["Count"], count)
+        # What has been published, and nothing else, is taken back.
+        publisher.end()
+        self.assertEqual({m["topic"] for m in viewer.messages() if not m["payload"]},
+                         {COUNTER_TOPIC, AREA_TOPIC, COUNTER_TOPIC[:-1] + "1"})
+        self.lab.start_publisher("--forget", "--username", "admin", "--password-file",
+                                 "admin.password", "--port", str(self.lab.reader_port))
+        wait_for(lambda: not self.retained_of("cameras/#", "homeassistant/#"), "nothing")
 
     def check_templates(self, viewer, entities):
         """By the engine of Home Assistant."""
@@ -309,13 +339,15 @@ class MqttTest(unittest.TestCase):
         put(bytes(97))
         publisher.wait_for("still.jpg: larger than 100 bytes")
         self.assertEqual(retained(), ["ffd86f6e65ffd9"])
-        for password, answer in (("other", "waiting for .*not authorised"),  # ends it at its start
-                                 ("cam1 secret", r"(?s)broker: connected.*broker: connected")):
-            self.broker.kill()
-            self.lab.run("mosquitto_passwd", "-b", "passwords-cameras", "cam1", password)
-            self.broker = self.lab.start_broker()
-            publisher.wait_for(answer)
-        self.assertEqual(set(self.retained_topics()) - {STILL}, {TAMPER_TOPIC, MOTION_TOPIC, AVAILABLE})
+        self.broker.kill()
+        self.lab.run("mosquitto_passwd", "-b", "passwords-cameras", "cam1", "another one")
+        self.broker = self.lab.start_broker()
+        publisher.wait_for("waiting for .*Not authorized")  # which ends it at its start
+        self.lab.write("cam1.password", "another one\r\n")
+        publisher.wait_for(r"(?s)broker: connected.*broker: connected")
+        self.assertEqual(set(self.retained_topics()) - {STILL},
+                         {TAMPER_TOPIC, MOTION_TOPIC, LOST, AVAILABLE,
+                          COUNTER_TOPIC[:-1] + "2"})  # of which no daemon has said that it is none
         put(bytes(96))
         wait_for(lambda: retained() == ["ffd8" + 96 * "00" + "ffd9"], "the next still")
         self.assertNotIn(b"lay there".hex(), viewer.text())
@@ -345,7 +377,7 @@ class MqttTest(unittest.TestCase):
         viewer.kill()
         viewer = Subscriber(self.lab, "viewer", "cameras/#", session="keeper")
         viewer.wait("onvif-mj", lambda m: payload(m)["Frame"][0]["@UtcTime"] > back.isoformat())
-        self.assertGreater(payload(viewer.wait("va/lost"))["Frames"], 0)
+        viewer.wait(LOST, lambda m: payload(m)["Frames"] > 0)
         viewer.wait(AVAILABLE, lambda m: not m["retain"])  # told again: it may have forgotten all
         for part in (LINE_TOPIC, "va/track"):
             viewer.wait(part, lambda m: time_of(m) > back)
@@ -353,7 +385,7 @@ class MqttTest(unittest.TestCase):
                             and payload(m).get("Class") != "HumanFace"})  # twice is allowed
             gap = max(later - time for time, later in zip(times, times[1:]))
             self.assertLess(gap, timedelta(seconds=1.5 * PERIOD), (part, times))
-        self.assertEqual(payload(viewer.messages("va/lost")[-1])["Events"], 0)
+        self.assertEqual(payload(viewer.messages(LOST)[-1])["Events"], 0)
         wait_for(lambda: AREA_TOPIC not in self.retained_topics(), "no area")
 
     def test_the_newest_events_are_kept(self):
@@ -361,48 +393,103 @@ class MqttTest(unittest.TestCase):
         wait_for(lambda: "keeper" in self.broker.text(), "subscription")
         viewer.end()
         self.broker.kill()
-        # Thirty objects appear; two results are missing; tampering begins and lasts; they leave.
-        def objects(result):
-            return [word for i in range(1, 31) for word in (i, 3, 10, 5, 4, 4, 12, 7, result, 0)]
-
-        with open(self.lab.folder + "/capture", "wb") as capture:  # as va_dump -w writes one
-            capture.write(b"va_dump\n" + struct.pack("=II", 1, 0x01020304))
-            for ms, stream, words in ((0, b"od", objects(1)), (100, b"od", objects(4)),
-                                      *((1000 * i, b"ta", [1, 0, 0, 0]) for i in range(1, 9999))):
-                capture.write(struct.pack(f"=Q4sI{len(words)}I", ms * 1000, stream,
-                                          4 * len(words), *words))
+        self.write_capture()
         publisher = self.lab.start_publisher("--keep", "20", "-r", "capture", "--pace", "99")
         publisher.wait_for("broker: waiting")  # for half a second at least: 49 of the capture
         self.lab.start_broker()
         viewer = Subscriber(self.lab, "viewer", "cameras/#", session="keeper")
-        lost = payload(viewer.wait("va/lost"))
+        lost = payload(viewer.wait(LOST, lambda m: payload(m)["Events"] > 40))
         self.assertEqual([lost[name] for name in ("Frames", "Events", "Results")], [0, 41, 2])
+        viewer.wait("track/30")
         messages = [m for m in viewer.messages() if not m["retain"]]
         tracks = [payload(m) for m in messages if "track" in m["topic"]]
         kept = [(track["ObjectId"], track["State"]) for track in tracks]
         self.assertEqual(kept, [(number, "Ended") for number in range(11, 31)])
-        self.assertEqual(kind_of(messages[0])[2], True)  # states first
+        self.assertNotEqual(kind_of(messages[0]), "track")  # states first
         self.assertTrue(payload(viewer.messages(TAMPER_TOPIC)[-1])["Data"]["State"])
 
-    def test_the_broker_is_tried_less_and_less_often(self):
-        with socket.create_server(("127.0.0.1", 0)) as server:
+    def test_events_survive_in_a_spool(self):
+        self.broker.end()
+        self.write_capture()
+        spool = Path(self.lab.folder, "spool")
+        publisher = self.lab.start_publisher("--spool", "spool", "-r", "capture", "--pace", "99")
+        wait_for(lambda: spool.exists() and spool.read_text().count("Ended") == 30, "the spool")
+        publisher.kill()
+        publisher = self.lab.start_publisher("--spool", "spool")
+        publisher.wait_for("broker: waiting")
+        self.assertEqual(publisher.end(), 0)
+        publisher.wait_for("62 events wait in spool")  # with the state now, behind the alarm
+        self.lab.start_broker()
+        viewer = Subscriber(self.lab, "viewer", "cameras/#")
+        self.wait_until_it_hears(viewer)
+        publisher = self.lab.start_publisher("--spool", "spool")
+        viewer.wait("track/30", says("State", "Ended"))
+        tracks = [m["topic"].split("/")[-1] for m in viewer.messages("track/")]
+        self.assertEqual(tracks, [str(number) for number in range(1, 31)] * 2)
+        wait_for(lambda: spool.stat().st_size == 0, "an empty spool")
+        self.assertEqual(publisher.end(), 0)
+        self.assertNotIn("events", publisher.text())
+        self.assertFalse(payload(viewer.messages(TAMPER_TOPIC)[-1])["Data"]["State"])
+
+    def test_what_a_broker_says_is_reported(self):
+        context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+        context.load_cert_chain(self.lab.folder + "/broker.crt", self.lab.folder + "/broker.key")
+        with context.wrap_socket(socket.create_server(("127.0.0.1", 0)), True) as server:
             server.settimeout(PATIENCE)
-            self.lab.start_publisher("--port", str(server.getsockname()[1]))
-            attempts = [server.accept()[0].close() or time.monotonic() for _ in range(4)]
-        self.assertGreater(attempts[3] - attempts[2], 1.9)  # not sooner, however fast it is here
+            publisher = self.lab.start_publisher("--port", str(server.getsockname()[1]),
+                                                 "--client-id", "me", "--qos", "0")
+            for version, answer in ((5, b"\x20\3\0\0\0\xe0\1\x8e"), (5, b"\x20\3\0\x97\0"),
+                                    (5, b""), (4, b"\x20\2\0\0"), (4, b"\x20\2\0\0")):
+                with server.accept()[0] as client:
+                    request = client.recv(1) + client.recv(999)
+                    self.assertEqual(request[request.index(b"MQTT") + 4], version)
+                    client.sendall(answer)
+            publisher.wait_for(r"(?s)Session taken over\n.*Quota exceeded\n.*connected to "
+                               r".*connected to .*; has another client the id me\?\n")
+
+    def test_what_the_broker_refuses_is_counted(self):
+        admin = Subscriber(self.lab, "admin", "cameras/#")
+        publisher = self.lab.start_publisher("--host", "no.invalid, localhost",
+                                             "--prefix", "cameras/cam2", "--discovery", "")
+        publisher.wait_for("broker: refuses cameras/cam2/.*: Not authorized")
+        publisher.child.send_signal(signal.SIGUSR1)
+        publisher.wait_for("events sent 0, dropped 0, refused [1-9]")
+        publisher.wait_for("broker: connected to localhost")
+        self.assertEqual(publisher.end(), 0)
+        self.assertEqual(publisher.text().count("broker: refuses"), 1)
+        self.assertEqual(admin.messages(), [])
+
+    def test_the_daemon_reads_its_settings_when_it_may_be_told(self):
+        self.lab.start_daemon()
+        viewer = Subscriber(self.lab, "viewer", "cameras/#")
+        publisher = self.lab.start_publisher("--allow", "reconfig")
+        viewer.wait(SCENE)
+        self.lab.write("store", STORE)
+        tell = ("mosquitto_pub", *self.lab.tls("homeassistant"), "-q", "1", "-t",
+                "cameras/cam1/va/reconfig", "-m", "reconfig")
+        self.lab.run(*tell)
+        viewer.wait(SCENE, lambda m: "area" not in m["payload"])
+        publisher.wait_for("the daemon has read its settings again")
 
     def test_what_cannot_be_used_is_refused(self):
         self.lab.write("wrong.password", "wrong\n")
         self.lab.write("open.password", "cam1 secret\n", mode=0o644)
+        self.lab.write("group.password", "cam1 secret\n", mode=0o620)
         self.lab.write("strange.conf", "port = 1883\nports = 1883\n")
+        self.lab.write("zero.conf", "prefix = a\0b\n")
         table = (
-            (["--password-file", "wrong.password"], 1, "localhost:.*not authorised"),
+            (["--password-file", "wrong.password"], 1, "localhost:.*Not authorized"),
             (["--password-file", "open.password"], 1, "open to others"),
+            (["--password-file", "group.password"], 1, "open to others"),
             (["--password-file", "none"], 1, "none: No such file"),
             (["--cafile", "other.crt"], 1, "localhost:.*certificate verify failed"),
             (["--cafile", "cam1.password"], 1, "Unable to load CA"),
             (["--host", "127.0.0.1"], 1, "127.0.0.1:.*host name verification failed"),
             (["--settings", "strange.conf"], 2, "strange.conf:2: there is no setting ports"),
+            (["--settings", "zero.conf"], 2, "zero.conf:1: holds a zero byte"),
+            (["--settings", "/dev/zero"], 2, "too large"),
+            (["--host", "a,,b"], 2, "a host is empty"),
+            (["--spool", "/dev/null"], 1, "is no file"),
             (["--prefix", "a/#"], 2, "no prefix"),
             (["--rate", "x"], 2, "no number of frames"),
             (["--still-size", "4000001"], 2, "no number of bytes"),
@@ -412,6 +499,31 @@ class MqttTest(unittest.TestCase):
                 publisher = self.lab.start_publisher(*arguments)
                 publisher.wait_for(text)
                 self.assertEqual(publisher.child.wait(10), status)
+
+    def test_what_is_reported_at_the_start(self):
+        account = ("--username", "cam1", "--password-file", "cam1.password")
+        for arguments, text in (((), "connecting to localhost:1883"),
+                                (("--cafile", "ca.crt"), "connecting to localhost:8883"),
+                                (("--prefix", "a.b"), '"a.b" has a dot or a blank'),
+                                (("--host", "127.no.invalid", *account), "as plain text"),
+                                (("--host", "127.9.9.9", *account), "to 127.9.9.9:1883\n")):
+            publisher = Program(self.lab, "reports", self.lab.bin / "va_mqtt", *arguments)
+            publisher.wait_for(text)
+            self.assertEqual("plain text" in publisher.text(), "plain text" in text)
+            publisher.kill()
+
+    def write_capture(self):
+        """As va_dump -w writes one."""
+        # Thirty objects appear; two results are missing; tampering begins and lasts; they leave.
+        def objects(result):
+            return [word for i in range(1, 31) for word in (i, 3, 10, 5, 4, 4, 12, 7, result, 0)]
+
+        with open(self.lab.folder + "/capture", "wb") as capture:
+            capture.write(b"va_dump\n" + struct.pack("=II", 1, 0x01020304))
+            for ms, stream, words in ((0, b"od", objects(1)), (100, b"od", objects(4)),
+                                      *((1000 * i, b"ta", [1, 0, 0, 0]) for i in range(1, 9999))):
+                capture.write(struct.pack(f"=Q4sI{len(words)}I", ms * 1000, stream,
+                                          4 * len(words), *words))
 
     def wait_for_waiting(self, publisher, least):
         def reached():
