@@ -19,7 +19,7 @@ function configure(port, websockets) {
   }, readFileSync(source, "utf8"));
   const packaged = new URL("../../packaging/nginx/va.conf", import.meta.url);
   writeFileSync(`${folder}/va.conf`, adapt(packaged, [
-    ["[::]:443", `[::1]:${port}`], ["listen 443", `listen 127.0.0.1:${port}`],
+    ["listen [::]:443 ssl http2;", ""], ["listen 443", `listen 127.0.0.1:${port}`],
     ["/etc/mosquitto/va", folder], ["/usr/share/va/wall", www], [":9001", `:${websockets}`]]));
   writeFileSync(`${folder}/nginx.conf`, adapt("/etc/nginx/nginx.conf", [
     ["/etc/nginx/sites-enabled/*", `${folder}/va.conf`], ["/run/nginx.pid", `${folder}/nginx.pid`],
