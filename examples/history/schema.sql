@@ -12,7 +12,7 @@ CREATE TABLE events (
     data jsonb NOT NULL, -- the message's Data; of a track all of it
     PRIMARY KEY (camera, time, hash)
 );
--- Rows come nearly in the order of their time: 100 kB do for ten million of them.
+-- Rows come nearly in the order of their time: half a megabyte does for ten million of them.
 CREATE INDEX events_time ON events USING brin (time) WITH (pages_per_range = 32);
 
 -- What the counter of a line was at the first and the last message of an hour.

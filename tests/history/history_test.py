@@ -176,7 +176,8 @@ class HistoryTest(unittest.TestCase):
         wait_for(lambda: {kind for kind, in self.ask("SELECT kind FROM events")} >= {
             "LineDetector", "FieldDetector", "GlobalSceneChange", "TrackBegan", "TrackEnded"},
             "events of all kinds")
-        publisher.kill()
+        self.wait("SELECT DISTINCT rule FROM counts", ("CrossLine-C0",))
+        publisher.end()
         self.lab.start_publisher()
         self.wait("SELECT state FROM availability ORDER BY number",
                   ("online",), ("offline",), ("online",))
