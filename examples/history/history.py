@@ -43,8 +43,7 @@ def store(database, messages):
 
 def run(settings, database):
     """Until a connection is lost. What was not acknowledged comes again with the next one."""
-    batch = []
-    client = Client(settings.session, clean_session=False, userdata=settings)
+    client, batch = Client(settings.session, clean_session=False, userdata=settings), []
     client.on_message = lambda _client, _settings, message: batch.append(message)
     if settings.cafile:
         client.tls_set(settings.cafile)
@@ -65,16 +64,17 @@ def run(settings, database):
 parser = argparse.ArgumentParser(description=__doc__)
 parser.add_argument("prefix", nargs="+", help="of cameras, such as cameras/+")
 parser.add_argument("--host", default="localhost")
-parser.add_argument("--port", type=int, default=8883)
+parser.add_argument("--port", type=int, default=8884)
 parser.add_argument("--cafile")
 parser.add_argument("--username")
 parser.add_argument("--password-file", type=Path)
 parser.add_argument("--session", default="history", help="the client id")
+options = parser.parse_args()
 while True:
     try:
         with psycopg.connect(connect_timeout=15, keepalives_idle=15, tcp_user_timeout=15000,
                              autocommit=True) as connection:
-            run(parser.parse_args(), connection)
+            run(options, connection)
     except (OSError, psycopg.OperationalError) as lost:
         print(lost, file=sys.stderr)
     time.sleep(1)
