@@ -22,9 +22,7 @@ Settings settings_of(const char *prefix)
 
 TEST(DiscoveryTest, NoTwoCamerasAreOneDevice)
 {
-    const auto node_of = [](const char *prefix) {
-        return discovery_filter(settings_of(prefix));
-    };
+    const auto node_of = [](const char *prefix) { return discovery_filter(settings_of(prefix)); };
     EXPECT_EQ("ha/+/va_cameras_Hall-1/+/config", node_of("cameras/Hall-1"));
     EXPECT_EQ("ha/+/va_a_b_1ba46871/+/config", node_of("a_b")); // not that of a/b
     EXPECT_EQ("ha/+/va_a_b_108bf50c/+/config", node_of("a.b"));
