@@ -57,7 +57,7 @@ Broker::Broker(const Settings &settings, std::optional<Message> last_will,
       // The cameras of a fleet are spread over the hosts.
       host_(std::hash<std::string>()(settings.client_id) % settings.hosts.size()),
       backoff_(settings.hosts.size() > 1 ? quick_attempts : 0),
-      outbox_(settings.keep),
+      outbox_(static_cast<std::size_t>(settings.keep)),
       report_{.status = "not connected"}
 {
     mosquitto_lib_init();

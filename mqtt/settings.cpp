@@ -122,7 +122,7 @@ OptionTable options_of(Settings &settings, Source &source)
         {topics, 0, "qos", "NUMBER", "of events: 0, 1 (default) or 2",
          number_into(settings.qos, 0, 2, "quality of service")},
         {topics, 0, "keep", "NUMBER", "events while the broker is away, default 1000",
-         [&](const char *text) { settings.keep = parse_count(text, "number of events"); }},
+         number_into(settings.keep, 1, 1'000'000, "number of events up to 1000000")},
         {topics, 0, "spool", "FILE", "those survive the end and a power cut in it",
          text_into(settings.spool)},
         {topics, 0, "allow", "reconfig", "let who may write its topic reload the settings",

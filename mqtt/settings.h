@@ -28,12 +28,12 @@ struct Settings {
     std::string key;
 
     CameraNames names;
-    std::string discovery;   // prefix of Home Assistant's discovery topics; empty: none
-    bool reconfig = false;   // a message of its topic has the daemon read its settings
-    int qos = 1;             // of events
-    double rate = 5;         // frames a second and stream; 0: none
-    std::size_t keep = 1000; // events, while the broker is away
-    std::string spool;       // file of theirs; empty: none
+    std::string discovery; // prefix of Home Assistant's discovery topics; empty: none
+    bool reconfig = false; // a message of its topic has the daemon read its settings
+    int qos = 1;           // of events
+    double rate = 5;       // frames a second and stream; 0: none
+    int keep = 1000;       // events, while the broker is away
+    std::string spool;     // file of theirs; empty: none
 
     std::string still;           // file of a JPEG; empty: none
     int still_interval = 5;      // seconds from one to the next, at least
