@@ -314,7 +314,11 @@ void Broker::write_spool(std::unique_lock<std::mutex> &locked, bool is_last)
 {
     const bool is_whole = is_last || spool_->size() > Spool::MAX_BYTES / 2;
     const std::uint64_t newest = outbox_.newest_event();
-    const bool is_empty = outbox_.events() == 0;
+    const std::uint64_t oldest = outbox_.oldest_event();
+    const bool is_empty = oldest == 0;
+    const bool moves_on = std::exchange(oldest_, oldest) != oldest;
+    if (report_.connected && moves_on && !is_empty && !is_last)
+        return; // they wait for acknowledgements alone
     const std::vector<Message> events = outbox_.events_after(is_whole ? 0 : spooled_);
     locked.unlock();
     bool is_written = true;

@@ -27,7 +27,7 @@ namespace va::mqtt
 //
 // Events reach the broker in their order, once or, when the connection broke meanwhile, twice;
 // while it is away as many of the newest are kept as the settings say, in memory and, with a spool,
-// in its file, at most a second later. Of states, which the broker retains, it gets the newest:
+// in its file, at most two seconds later. Of states, which the broker retains, it gets the newest:
 // whenever one is set, and all of them after each connect, before the events that are left. Frames
 // are sent at once or not at all.
 class Broker : public MessageTarget, private BrokerConnection::User
@@ -128,6 +128,7 @@ private:
     Report report_;
     std::map<std::string, std::string> said_;           // of hosts, since the last connection
     std::chrono::steady_clock::time_point answered_at_; // or the first on its way was sent
+    std::uint64_t oldest_ = 0;  // number of the oldest event when the spool was written last
     std::uint64_t spooled_ = 0; // number of the newest event that the spool has
     bool has_command_ = false;
     bool stop_ = false;

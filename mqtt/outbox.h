@@ -51,9 +51,10 @@ public:
     std::size_t on_way() const { return on_way_.size(); }
     std::uint64_t dropped() const { return dropped_; }
 
-    // Of events, which are numbered from 1: those with a higher number than this, and the newest
-    // one's.
+    // Events are numbered from 1: those with a higher number than this; the numbers of the oldest
+    // one that is here, or 0, and of the newest one that was added.
     std::vector<Message> events_after(std::uint64_t number) const;
+    std::uint64_t oldest_event() const { return events_.empty() ? 0 : events_.front().number; }
     std::uint64_t newest_event() const { return newest_; }
     std::size_t events() const { return events_.size(); }
 

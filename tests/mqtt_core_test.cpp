@@ -126,6 +126,7 @@ TEST(Outbox, IsBounded)
     EXPECT_EQ(outbox.events(), 2U);
     EXPECT_EQ(outbox.events_after(outbox.newest_event() - 1).size(), 1U);
     EXPECT_EQ(outbox.events_after(0).size(), 2U);
+    EXPECT_EQ(outbox.oldest_event(), outbox.newest_event() - 1);
 }
 
 TEST(Backoff, GrowsUntilAConnectionHasLasted)
