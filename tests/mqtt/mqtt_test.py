@@ -416,7 +416,7 @@ class MqttTest(unittest.TestCase):
         wait_for(lambda: spool.exists() and spool.read_text().count("Ended") == 30, "the spool")
         publisher.kill()
         publisher = self.lab.start_publisher("--spool", "spool")
-        publisher.wait_for("broker: waiting")
+        publisher.wait_for("ta: waiting")
         self.assertEqual(publisher.end(), 0)
         publisher.wait_for("62 events wait in spool")  # with the state now, behind the alarm
         self.lab.start_broker()
