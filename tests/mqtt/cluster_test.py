@@ -1,0 +1,141 @@
+"""usage: cluster_test.py BIN [unittest argument...]: va_mqtt of BIN and three nats-server as
+packaging/nats/ sets them up, of which one is killed."""
+
+import json
+import re
+import shutil
+import struct
+import sys
+import unittest
+import urllib.request
+from collections import defaultdict
+
+from lab import ROOT, Lab, Program, free_port, wait_for
+
+NODES = {f"nats{i}": f"127.0.0.{i}" for i in (1, 2, 3)}
+CAMERAS = [f"camera{i}" for i in range(1, 21)]
+STEP = 0.25  # seconds from one event of a camera to the next
+EVENTS = 80
+
+
+class Cluster(Lab):
+    def _make_certificates(self):
+        names = ",".join(f"IP:{address}" for address in NODES.values())
+        self.run("openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2",
+                 "-subj", "/CN=nats", "-addext", f"subjectAltName={names}",
+                 "-keyout", "node.key", "-out", "node.crt")
+        shutil.copy(f"{self.folder}/node.crt", f"{self.folder}/ca.crt")  # signed by itself
+
+    def _configure_broker(self):
+        """As packaged, but for places, addresses and ports."""
+        packaged = ROOT / "packaging/nats"
+        self.http = free_port()
+        self.write("password", "PASSWORD\n")
+        users, camera, end = re.split(r"(  # A camera .*  }\n)", (packaged / "users.conf").read_text(),
+                                      flags=re.DOTALL)
+        self.write("users.conf", "".join(
+            [users, *(camera.replace("camera1", name) for name in CAMERAS), end]))
+        changes = [(f"//{name}:", f"//{address}:") for name, address in NODES.items()]
+        changes += [("include nats/", "include "), ("/etc/nats/", ""), ("8883", str(self.port)),
+                    ("4222", str(free_port())), ("6222", str(free_port())),
+                    ("8222", str(self.http))]
+        for name, address in NODES.items():
+            text = (packaged / "nats-server.conf").read_text()
+            for old, new in changes + [("/var/lib/nats", f"store-{name}"), ("localhost", address),
+                                       ("0.0.0.0", address), ("node.conf", f"{name}-node.conf")]:
+                assert old in text, old
+                text = text.replace(old, new)
+            self.write(f"{name}.conf", text)
+            self.write(f"{name}-node.conf", f"server_name: {name}\n")
+
+    def start_node(self, name):
+        return Program(self, f"{name}.log", "nats-server", "-c", f"{name}.conf")
+
+    def ask(self, name, what):
+        try:
+            with urllib.request.urlopen(f"http://{NODES[name]}:{self.http}/{what}") as answer:
+                return json.load(answer)
+        except OSError:
+            return {}
+
+    def wait_for_nodes(self, what="healthz"):
+        for name in NODES:
+            wait_for(lambda: self.ask(name, what).get("status") == "ok", f"{what} of {name}")
+
+    def sessions_leader(self):
+        state = self.ask("nats1", "jsz?streams=true")["account_details"][0]
+        return next((stream["cluster"].get("leader") for stream in state["stream_detail"]
+                     if stream["name"] == "$MQTT_sess"), None)
+
+    def start_reader(self, node):
+        reader = Program(self, f"reader{len(self.programs)}", "stdbuf", "-oL", "mosquitto_sub",
+                         "-d", "-h", NODES[node], *self.account("viewer"), "-i", "reader", "-c",
+                         "-q", "1", "-t", "cameras/#", "-F", "%U %t %p")
+        reader.wait_for("Subscribed")
+        return reader
+
+    def start_camera(self, name):
+        return Program(self, f"{name}.log", self.bin / "va_mqtt", "--host",
+                       ", ".join(NODES.values()), "--port", str(self.port), "--cafile", "ca.crt",
+                       "--username", name, "--password-file", "password",
+                       "--client-id", name, "--prefix", f"cameras/{name}", "-r", "capture",
+                       "--pace", "1")
+
+    def account(self, name):
+        return ["-p", str(self.port), "--cafile", "ca.crt", "-u", name, "-P", "PASSWORD"]
+
+
+class ClusterTest(unittest.TestCase):
+    def test_nothing_is_lost_when_a_node_is_killed(self):
+        self.lab = Cluster(BIN)
+        self.addCleanup(self.lab.close)
+        with open(f"{self.lab.folder}/capture", "wb") as capture:  # as va_dump -w writes one
+            capture.write(b"va_dump\n" + struct.pack("=II", 1, 0x01020304))
+            for i in range(1, EVENTS + 1):  # object i appears
+                capture.write(struct.pack("=Q4s11I", round(i * STEP * 1e6), b"od", 40,
+                                          i, 3, 10, 5, 4, 4, 12, 7, i, 0))
+        self.nodes = {name: self.lab.start_node(name) for name in NODES}
+        self.lab.wait_for_nodes()
+        self.lab.start_reader("nats1").end()  # with which the cluster makes its streams
+        victim = wait_for(self.lab.sessions_leader, "the sessions' leader")
+        for bound in (12, 3):  # when it is back it leads nothing
+            with self.subTest(bound):
+                self.check(victim, bound)
+            self.nodes[victim] = self.lab.start_node(victim)
+            self.lab.wait_for_nodes("healthz?js-server-only=true")
+
+    def check(self, victim, bound):
+        reader = self.lab.start_reader(next(name for name in NODES if name != victim))
+        self.lab.run("mosquitto_pub", "-h", NODES[victim], *self.lab.account("camera1"),
+                     "-t", "cameras/camera2/va/track/999", "-m", "Began")  # is not its place
+        cameras = {name: self.lab.start_camera(name) for name in CAMERAS}
+        wait_for(lambda: len(events(reader)) == len(CAMERAS), "all cameras")
+        self.lab.wait_for_nodes()  # what a node missed it gets with what comes
+        hosts = {re.findall(r"connected to ([\d.]+)", camera.text())[-1]
+                 for camera in cameras.values()}
+        self.assertEqual(hosts, set(NODES.values()))
+        self.nodes[victim].kill()
+        for camera in cameras.values():
+            camera.child.wait(2 * EVENTS * STEP)
+        wait_for(lambda: all(EVENTS in numbers for _, numbers in events(reader).values()),
+                 "the last event of each")
+        reader.end()
+        for name, (times, numbers) in events(reader).items():  # one may come twice
+            self.assertEqual(list(dict.fromkeys(numbers)), list(range(1, EVENTS + 1)), name)
+            gap = max(later - time for time, later in zip(times, times[1:]))
+            self.assertLess(gap - STEP, bound, name)
+
+
+def events(reader):
+    """Of each camera: when they came, and their numbers."""
+    found = defaultdict(lambda: ([], []))
+    for time, camera, number in re.findall(r"^([\d.]+) cameras/(\w+)/va/track/(\d+) .*Began",
+                                           reader.text(), re.MULTILINE):
+        found[camera][0].append(float(time))
+        found[camera][1].append(int(number))
+    return found
+
+
+if __name__ == "__main__":
+    BIN = sys.argv.pop(1)
+    unittest.main()
