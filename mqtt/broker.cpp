@@ -5,7 +5,6 @@
 
 #include <functional>
 #include <stdexcept>
-#include <thread>
 #include <utility>
 
 #include <mosquitto.h>
@@ -34,6 +33,17 @@ constexpr auto spool_interval = 1s;
 constexpr auto to_disconnect = 1s;
 constexpr auto to_write_spool = 5s;
 
+// One that has ended is waited for: what it frees last must not meet the program's end.
+void end(std::thread &thread, bool has_ended)
+{
+    if (!thread.joinable())
+        return;
+    if (has_ended)
+        thread.join();
+    else
+        thread.detach();
+}
+
 } // namespace
 
 std::shared_ptr<Broker> Broker::open(const Settings &settings, std::optional<Message> last_will,
@@ -41,11 +51,10 @@ std::shared_ptr<Broker> Broker::open(const Settings &settings, std::optional<Mes
 {
     std::shared_ptr<Broker> broker(
         new Broker(settings, std::move(last_will), std::move(subscriptions)));
-    // A name server that does not answer may let the thread outlive its user, as may a storage
-    // device.
-    std::thread([broker] { broker->run(); }).detach();
+    // They may outlive their user, when a name server or a storage device does not answer.
+    broker->thread_ = std::thread([broker] { broker->run(); });
     if (broker->spool_)
-        std::thread([broker] { broker->run_spool(); }).detach();
+        broker->spool_thread_ = std::thread([broker] { broker->run_spool(); });
     return broker;
 }
 
@@ -81,6 +90,8 @@ Broker::Broker(const Settings &settings, std::optional<Message> last_will,
 
 Broker::~Broker()
 {
+    end(thread_, false);
+    end(spool_thread_, false);
     mosquitto_lib_cleanup();
 }
 
@@ -153,11 +164,16 @@ void Broker::finish(std::chrono::milliseconds timeout)
     changed_.notify_all();
     changed_.wait_for(locked, to_disconnect, [&] { return ended_; });
     changed_.wait_for(locked, to_write_spool, [&] { return spool_ended_; });
-    if (outbox_.events() == 0)
-        return;
+    const std::size_t left = outbox_.events();
     const bool is_spooled = spool_ && spooled_ == outbox_.newest_event();
-    say(std::to_string(outbox_.events()) +
-        (is_spooled ? " events wait in " + settings_.spool : " events were not sent and are lost"));
+    const bool has_ended = ended_;
+    const bool spool_has_ended = spool_ended_;
+    locked.unlock();
+    end(thread_, has_ended);
+    end(spool_thread_, spool_has_ended);
+    if (left > 0)
+        say(std::to_string(left) + (is_spooled ? " events wait in " + settings_.spool
+                                               : " events were not sent and are lost"));
 }
 
 void Broker::run()

@@ -16,6 +16,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace va::mqtt
@@ -134,6 +135,9 @@ private:
     bool stop_ = false;
     bool ended_ = false; // the connecting thread has
     bool spool_ended_ = true;
+
+    std::thread thread_; // of its user
+    std::thread spool_thread_;
 
     // Reading what is retained.
     std::map<std::string, std::string> retained_;

@@ -47,6 +47,8 @@ class Cluster(Lab):
                 text = text.replace(old, new)
             self.write(f"{name}.conf", text)
             self.write(f"{name}-node.conf", f"server_name: {name}\n")
+        alone = text.replace("stream_replicas: 3", "stream_replicas: 1")
+        self.write("alone.conf", re.sub(r"cluster {.*?\n}\n", "", alone, flags=re.DOTALL))
 
     def start_node(self, name):
         return Program(self, f"{name}.log", "nats-server", "-c", f"{name}.conf")
@@ -74,12 +76,11 @@ class Cluster(Lab):
         reader.wait_for("Subscribed")
         return reader
 
-    def start_camera(self, name):
-        return Program(self, f"{name}.log", self.bin / "va_mqtt", "--host",
-                       ", ".join(NODES.values()), "--port", str(self.port), "--cafile", "ca.crt",
-                       "--username", name, "--password-file", "password",
-                       "--client-id", name, "--prefix", f"cameras/{name}", "-r", "capture",
-                       "--pace", "1")
+    def start_camera(self, name, hosts, *source):
+        return Program(self, f"{name}.log", self.bin / "va_mqtt", "--host", ", ".join(hosts),
+                       "--port", str(self.port), "--cafile", "ca.crt", "--username", name,
+                       "--password-file", "password", "--client-id", name,
+                       "--prefix", f"cameras/{name}", *source)
 
     def account(self, name):
         return ["-p", str(self.port), "--cafile", "ca.crt", "-u", name, "-P", "PASSWORD"]
@@ -104,11 +105,30 @@ class ClusterTest(unittest.TestCase):
             self.nodes[victim] = self.lab.start_node(victim)
             self.lab.wait_for_nodes("healthz?js-server-only=true")
 
+    def test_one_node_alone(self):
+        lab = Cluster(BIN)
+        self.addCleanup(lab.close)
+        lab.start_node("alone")
+        wait_for(lambda: lab.ask("nats3", "healthz").get("status") == "ok", "the node")
+        lab.start_daemon()
+        reader = lab.start_reader("nats3")
+
+        def counts():
+            return [int(count) for count in re.findall(r'Counter/.*"Count":(\d+)', reader.text())]
+
+        for more in (2, 4):
+            camera = lab.start_camera("camera1", [NODES["nats3"]], "--directory", "run")
+            wait_for(lambda: len(set(counts())) > more, "counts")
+            self.assertEqual(camera.end(), 0)
+            self.assertNotIn("waiting for 127", camera.text())
+        self.assertEqual(list(dict.fromkeys(counts())), list(range(counts()[0], counts()[-1] + 1)))
+
     def check(self, victim, bound):
         reader = self.lab.start_reader(next(name for name in NODES if name != victim))
         self.lab.run("mosquitto_pub", "-h", NODES[victim], *self.lab.account("camera1"),
                      "-t", "cameras/camera2/va/track/999", "-m", "Began")  # is not its place
-        cameras = {name: self.lab.start_camera(name) for name in CAMERAS}
+        cameras = {name: self.lab.start_camera(name, NODES.values(), "-r", "capture", "--pace", "1")
+                   for name in CAMERAS}
         wait_for(lambda: len(events(reader)) == len(CAMERAS), "all cameras")
         self.lab.wait_for_nodes()  # what a node missed it gets with what comes
         hosts = {re.findall(r"connected to ([\d.]+)", camera.text())[-1]
