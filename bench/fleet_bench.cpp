@@ -1,10 +1,11 @@
-// usage: fleet_bench publish PORT FIRST COUNT RATE SECONDS
-//        fleet_bench subscribe PORT COUNT
+// usage: fleet_bench publish PORT CAFILE FIRST COUNT RATE CROSSING SECONDS
+//        fleet_bench subscribe PORT CAFILE COUNT WINDOW
 // Cameras on one MQTT broker, simulated. `publish` is COUNT of them, each a publisher as va_mqtt
 // has one, fed with RATE records a second of eight objects and with a line that is crossed every
-// ten seconds; it begins when a line, or the end, comes on standard input. `subscribe` reads all
-// that they tell, says "here" when COUNT are, and prints its figures at SIGTERM. A process has 250
-// publishers at most: the library cannot wait for descriptors from 1024 on.
+// CROSSING seconds; it begins when a line, or the end, comes on standard input. `subscribe` reads
+// all that they tell, says "here" when COUNT are, and prints its figures at SIGTERM; it lets so
+// many messages be on their way to it (0: as many as the broker likes). An empty CAFILE: no TLS. A
+// process has 250 publishers at most: the library cannot wait for descriptors from 1024 on.
 
 #include "mqtt/publisher.h"
 #include "records/records.h"
@@ -21,6 +22,7 @@
 #include <vector>
 
 #include <mosquitto.h>
+#include <mqtt_protocol.h>
 #include <sys/resource.h>
 
 namespace
@@ -33,8 +35,12 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::microseconds;
 
 constexpr std::uint32_t objects = 8;
-constexpr double between_crossings = 10; // seconds
 const Clock::time_point start = Clock::now();
+
+struct Server {
+    int port;
+    std::string cafile;
+};
 
 std::uint32_t clock_us()
 {
@@ -51,7 +57,7 @@ Moment now()
 class Camera
 {
 public:
-    Camera(int port, int number) : publisher_(settings_of(port, number), Source())
+    Camera(const Server &server, int number) : publisher_(settings_of(server, number), Source())
     {
         const std::string connected = "connected";
         for (const Stream stream : STREAMS)
@@ -86,11 +92,12 @@ public:
     void finish() { publisher_.finish(now()); }
 
 private:
-    static Settings settings_of(int port, int number)
+    static Settings settings_of(const Server &server, int number)
     {
         Settings settings;
         settings.hosts = {"127.0.0.1"};
-        settings.port = port;
+        settings.port = server.port;
+        settings.ca_file = server.cafile;
         settings.names.prefix = "cameras/camera" + std::to_string(number);
         settings.client_id = settings.names.prefix;
         settings.rate = 1000;
@@ -120,15 +127,15 @@ double cpu_seconds()
 }
 
 // Each camera has a turn in each interval, and its crossings in a turn of its own.
-int publish(int port, int first, int count, double rate, double length)
+int publish(const Server &server, int first, int count, double rate, double crossing, double length)
 {
     std::vector<std::unique_ptr<Camera>> cameras;
     for (int i = 0; i < count; ++i)
-        cameras.push_back(std::make_unique<Camera>(port, first + i));
+        cameras.push_back(std::make_unique<Camera>(server, first + i));
     std::getchar();
     const double used = cpu_seconds();
     const long turns = std::lround(rate * length);
-    const long crossing_turns = std::lround(rate * between_crossings);
+    const long crossing_turns = std::max(1L, std::lround(rate * crossing));
     const std::chrono::duration<double> step(1 / rate / count);
     const Clock::time_point begin = Clock::now();
     long crossings = 0;
@@ -162,32 +169,58 @@ struct Reader {
             const std::uint32_t made = number("\"@left\":") | number("\"@top\":") << 16;
             delays.push_back(clock_us() - made);
         } else if (topic.find("/LineDetector/") != std::string_view::npos) {
-            ++crossings;
+            event_delays.push_back(since(payload));
         } else if (topic.ends_with("/va/available") &&
                    payload.find(R"("State":"online")") != payload.npos && ++here == count) {
             std::puts("here");
         }
     }
 
+    // Since the event's "UtcTime":"2026-11-26T06:42:23.123456Z".
+    static std::uint32_t since(const std::string &payload)
+    {
+        constexpr std::string_view name = "\"UtcTime\":\"";
+        std::tm time = {};
+        double seconds = 0;
+        const std::size_t at = payload.find(name);
+        if (at == payload.npos ||
+            std::sscanf(payload.c_str() + at + name.size(), "%d-%d-%dT%d:%d:%lf", &time.tm_year,
+                        &time.tm_mon, &time.tm_mday, &time.tm_hour, &time.tm_min, &seconds) != 6)
+            return 0;
+        time.tm_year -= 1900;
+        --time.tm_mon;
+        const auto now = std::chrono::system_clock::now().time_since_epoch();
+        const double then = static_cast<double>(timegm(&time)) + seconds;
+        return static_cast<std::uint32_t>(
+            std::max(0.0, std::chrono::duration<double>(now).count() - then) * 1e6);
+    }
+
     int count;
     int here = 0;
-    long crossings = 0;
     std::vector<std::uint32_t> delays = {}; // of frames, microseconds
+    std::vector<std::uint32_t> event_delays = {};
 };
 
-double milliseconds_at(const std::vector<std::uint32_t> &delays, double part)
+// Median, 99 of 100, the last.
+void print_delays(std::vector<std::uint32_t> &delays)
 {
-    return delays.empty()
-               ? 0
-               : delays[static_cast<std::size_t>(part * static_cast<double>(delays.size() - 1))] /
-                     1000.0;
+    std::ranges::sort(delays);
+    const auto at = [&](double part) {
+        const double place = part * static_cast<double>(delays.size() - 1);
+        return delays.empty() ? 0 : delays[static_cast<std::size_t>(place)] / 1000.0;
+    };
+    std::printf("%zu %.2f %.2f %.2f ", delays.size(), at(0.5), at(0.99), at(1));
 }
 
-int subscribe(int port, int count)
+int subscribe(const Server &server, int count, std::uint16_t window)
 {
     Reader reader{count};
     mosquitto_lib_init();
     mosquitto *const handle = mosquitto_new(nullptr, true, &reader);
+    mosquitto_int_option(handle, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
+    mosquitto_int_option(handle, MOSQ_OPT_TCP_NODELAY, 1);
+    if (!server.cafile.empty())
+        mosquitto_tls_set(handle, server.cafile.c_str(), nullptr, nullptr, nullptr, nullptr);
     mosquitto_message_callback_set(handle,
                                    [](mosquitto *, void *to, const mosquitto_message *message) {
                                        static_cast<Reader *>(to)->take(*message);
@@ -197,13 +230,16 @@ int subscribe(int port, int count)
     });
     static std::atomic<bool> stop{false};
     std::signal(SIGTERM, [](int) { stop = true; });
-    int result = mosquitto_connect(handle, "127.0.0.1", port, 60);
+    mosquitto_property *properties = nullptr;
+    if (window > 0)
+        mosquitto_property_add_int16(&properties, MQTT_PROP_RECEIVE_MAXIMUM, window);
+    int result =
+        mosquitto_connect_bind_v5(handle, "127.0.0.1", server.port, 60, nullptr, properties);
     while (result == MOSQ_ERR_SUCCESS && !stop)
         result = mosquitto_loop(handle, 100, 1);
-    std::ranges::sort(reader.delays);
-    std::printf("%zu %ld %.2f %.2f %.2f\n", reader.delays.size(), reader.crossings,
-                milliseconds_at(reader.delays, 0.5), milliseconds_at(reader.delays, 0.99),
-                milliseconds_at(reader.delays, 1));
+    print_delays(reader.delays);
+    print_delays(reader.event_delays);
+    std::puts("");
     return stop ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
@@ -211,15 +247,18 @@ int subscribe(int port, int count)
 
 int main(int argc, char **argv)
 {
+    std::signal(SIGPIPE, SIG_IGN); // of a broker that was killed
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     const std::string_view role = argc > 1 ? argv[1] : "";
-    if (role == "publish" && argc == 7)
-        return publish(std::atoi(argv[2]), std::atoi(argv[3]), std::atoi(argv[4]),
-                       std::atof(argv[5]), std::atof(argv[6]));
-    if (role == "subscribe" && argc == 4)
-        return subscribe(std::atoi(argv[2]), std::atoi(argv[3]));
-    std::fputs("usage: fleet_bench publish PORT FIRST COUNT RATE SECONDS\n"
-               "       fleet_bench subscribe PORT COUNT\n",
+    const Server server = argc > 3 ? Server{std::atoi(argv[2]), argv[3]} : Server{};
+    if (role == "publish" && argc == 9)
+        return publish(server, std::atoi(argv[4]), std::atoi(argv[5]), std::atof(argv[6]),
+                       std::atof(argv[7]), std::atof(argv[8]));
+    if (role == "subscribe" && argc == 6)
+        return subscribe(server, std::atoi(argv[4]),
+                         static_cast<std::uint16_t>(std::atoi(argv[5])));
+    std::fputs("usage: fleet_bench publish PORT CAFILE FIRST COUNT RATE CROSSING SECONDS\n"
+               "       fleet_bench subscribe PORT CAFILE COUNT WINDOW\n",
                stderr);
     return 2;
 }
