@@ -2,9 +2,11 @@
 
 #include "mqtt/credentials.h"
 #include "tools/common/printing.h"
+#include "util/text.h"
 
 #include <functional>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include <mosquitto.h>
@@ -27,9 +29,13 @@ constexpr int quick_attempts = 8;      // where a cluster elects its leaders, on
 // Nothing tells the end of what is retained.
 constexpr auto silence_after_retained = 1s;
 constexpr std::size_t max_retained = 1000; // messages
-constexpr int max_readings = 3;
+constexpr std::size_t largest_kept = 4096; // bytes; of a larger one it counts that it is there
+constexpr int max_cut_readings = 3;
+
+constexpr auto still_rest = 1h;
 
 constexpr auto spool_interval = 1s;
+constexpr std::chrono::seconds longest_silence = 15s; // of a broker that is to answer
 constexpr auto to_disconnect = 1s;
 constexpr auto to_write_spool = 5s;
 
@@ -76,16 +82,28 @@ Broker::Broker(const Settings &settings, std::optional<Message> last_will,
         if (shows_password(settings_, host))
             say("the password goes to " + host + " as plain text: there is no --cafile");
     }
-    if (settings.spool.empty())
+    if (!settings.spool.empty())
+        open_spool();
+}
+
+// A storage device that has failed takes the spool, not the camera.
+void Broker::open_spool()
+{
+    try {
+        spool_.emplace(settings_.spool);
+        for (const Message &event : spool_->load()) {
+            if (event.retained)
+                spooled_states_[event.topic] = event.payload;
+            outbox_.add(event);
+        }
+    } catch (const std::system_error &error) {
+        say(std::string(error.what()) + "; events wait in memory alone");
+        spool_.reset();
         return;
-    spool_.emplace(settings.spool);
-    spool_ended_ = false;
-    for (const Message &event : spool_->load()) {
-        if (event.retained)
-            retained_[event.topic] = event.payload;
-        outbox_.add(event);
     }
+    spool_ended_ = false;
     spooled_ = outbox_.newest_event();
+    retained_ = spooled_states_;
 }
 
 Broker::~Broker()
@@ -122,18 +140,24 @@ bool Broker::frame(const std::string &topic, const std::string &payload,
 void Broker::send_still(const std::string &topic, const std::string &jpeg, unsigned expiry)
 {
     const std::scoped_lock locked(lock_);
+    if (jpeg.size() > largest_still_ && Clock::now() < still_cut_at_ + still_rest)
+        return;
     if (outbox_.size() > outbox_.on_way() || !send_frame({topic, jpeg, true, expiry}))
         return;
     outbox_.forget(topic); // that it was taken back
+    still_on_way_ = jpeg.size();
 }
 
 std::optional<std::map<std::string, std::string>> Broker::take_retained()
 {
     const std::scoped_lock locked(lock_);
     if (reading_ != Reading::Runs || !report_.connected || !subscribing_.empty() ||
-        Clock::now() < retained_at_ + silence_after_retained)
+        !has_read_all_ || Clock::now() < retained_at_ + silence_after_retained)
         return std::nullopt;
     reading_ = Reading::Done;
+    // Some refuse a subscription, some grant it and send nothing, not even what has just been sent.
+    if (report_.unreadable || report_.unheard)
+        say("broker: nothing of this camera can be read there: counters begin at 0");
     for (const std::string &filter : subscriptions_.retained)
         connection_->unsubscribe(filter);
     return std::exchange(retained_, {});
@@ -194,36 +218,59 @@ void Broker::run()
 BrokerConnection::End Broker::run_connection(const std::string &host)
 {
     try {
-        const auto known = protocols_.find(host);
-        const Protocol protocol = known == protocols_.end() ? Protocol::V5 : known->second;
-        BrokerConnection connection(settings_, host, protocol, last_will_, *this);
-        std::unique_lock locked(lock_);
-        connection_ = &connection;
-        report_.status = "connecting to " + address(host);
-        if (said_.try_emplace(host, report_.status).second)
-            say("broker: " + report_.status);
-        locked.unlock();
-        const BrokerConnection::End end =
-            connection.run([this] { return must_go_on(); }, timeout());
-        locked.lock();
-        connection_ = nullptr;
-        report_.connected = false;
-        frames_.clear();
-        if (reading_ == Reading::Runs)
-            reading_ = Reading::NotYet;
-        return end;
+        const bool is_old = old_once_ || old_hosts_.contains(host);
+        old_once_ = false;
+        BrokerConnection connection(settings_, host, is_old ? Protocol::V3_1_1 : Protocol::V5,
+                                    last_will_, *this);
+        begin(connection, host);
+        const std::unique_ptr<Broker, void (*)(Broker *)> ending(
+            this, [](Broker *broker) { broker->end_connection(); });
+        return connection.run([this] { return must_go_on(); }, timeout());
     } catch (const std::exception &error) { // a file of the settings, which may be back in a while
         return {.why = error.what()};
     }
 }
 
+void Broker::begin(BrokerConnection &connection, const std::string &host)
+{
+    const std::scoped_lock locked(lock_);
+    connection_ = &connection;
+    report_.status = "connecting to " + address(host);
+    if (said_[host].empty() && said_[host].insert(report_.status).second)
+        say("broker: " + report_.status);
+}
+
+void Broker::end_connection()
+{
+    const std::scoped_lock locked(lock_);
+    connection_ = nullptr;
+    report_.connected = false;
+    frames_.clear();
+    if (const std::size_t size = std::exchange(still_on_way_, 0); size > 0 && !stop_) {
+        // On a line so slow that the broker cannot answer meanwhile each one would end like this.
+        largest_still_ = size / 2;
+        still_cut_at_ = Clock::now();
+        say(formatted("a still of %zu bytes was not through when the connection ended: for an hour "
+                      "none above %zu bytes is sent",
+                      size, largest_still_));
+    }
+    if (reading_ == Reading::Runs)
+        reading_ = Reading::NotYet;
+    if (reading_ == Reading::NotYet && !subscribing_.empty())
+        ++cut_readings_;
+}
+
 // A connection that was told to end ends by itself.
-bool Broker::must_go_on() const
+bool Broker::must_go_on()
 {
     const std::scoped_lock locked(lock_);
     if (!report_.connected)
         return !stop_;
-    const bool is_silent = outbox_.on_way() > 0 && Clock::now() > answered_at_ + timeout();
+    if (frames_.empty() && connection_->unsent_bytes() == 0)
+        still_on_way_ = 0;
+    const bool is_silent =
+        outbox_.on_way() > 0 &&
+        Clock::now() > answered_at_ + (has_answered_ ? longest_silence : timeout());
     return !is_silent || connection_->unsent_bytes() > 0; // else the broker has all
 }
 
@@ -235,12 +282,14 @@ std::chrono::milliseconds Broker::take_end(const std::string &host,
     if (stop_)
         return 0ms;
     const bool was_connected = end.connected > 0ms;
-    if (end.is_protocol) {
-        protocols_[host] = Protocol::V3_1_1;
+    if (end.is_protocol || end.is_unanswered) {
+        old_once_ = true;
+        if (end.is_protocol)
+            old_hosts_.insert(host);
         return 0ms;
     }
     if (!was_connected)
-        protocols_.erase(host); // the next time there may be another broker
+        old_hosts_.erase(host); // the next time there may be another broker
     has_been_connected_ = has_been_connected_ || was_connected;
     permanent_failures_ = end.is_permanent ? permanent_failures_ + 1 : 0;
     if (!has_been_connected_ && permanent_failures_ >= settings_.hosts.size())
@@ -252,7 +301,7 @@ std::chrono::milliseconds Broker::take_end(const std::string &host,
     report_.status = "waiting for " + address(host) + ": " + end.why;
     if (backoff_.is_flapping())
         report_.status += "; has another client the id " + settings_.client_id + '?';
-    if (!report_.failure && std::exchange(said_[host], report_.status) != report_.status)
+    if (!report_.failure && said_[host].insert(report_.status).second)
         say("broker: " + report_.status);
     return wait;
 }
@@ -261,14 +310,16 @@ std::chrono::milliseconds Broker::take_end(const std::string &host,
 // that has no leader never answers. But a slow network needs its time.
 std::chrono::seconds Broker::timeout() const
 {
-    return backoff_.is_quick() ? 2s : 15s;
+    return backoff_.is_quick() ? 2s : longest_silence;
 }
 
 void Broker::on_connect()
 {
     const std::scoped_lock locked(lock_);
     report_.connected = true;
-    report_.status = "connected to " + address(settings_.hosts[host_]);
+    has_answered_ = false;
+    report_.status = "connected to " + address(settings_.hosts[host_]) +
+                     (connection_->protocol() == Protocol::V5 ? "" : ", by MQTT 3.1.1");
     said_.clear();
     say("broker: " + report_.status);
     if (!subscriptions_.command.empty())
@@ -285,6 +336,7 @@ void Broker::on_publish(int number, const std::string &refusal)
     if (frames_.erase(number) > 0)
         return;
     answered_at_ = Clock::now();
+    has_answered_ = true;
     const auto topic = outbox_.acknowledge(number);
     if (topic && refusal.empty())
         ++report_.events_sent;
@@ -299,7 +351,7 @@ void Broker::on_subscribe(int number, bool is_granted)
     const std::scoped_lock locked(lock_);
     retained_at_ = Clock::now();
     if (subscribing_.erase(number) > 0 && !is_granted)
-        say_unreadable();
+        report_.unreadable = true;
 }
 
 void Broker::on_message(const Message &message)
@@ -307,8 +359,14 @@ void Broker::on_message(const Message &message)
     const std::scoped_lock locked(lock_);
     if (message.topic == subscriptions_.command) {
         has_command_ = has_command_ || !message.retained; // else each connect would be one
-    } else if (message.retained && reading_ == Reading::Runs && retained_.size() < max_retained) {
-        retained_[message.topic] = message.payload;
+        return;
+    }
+    report_.unheard = false;
+    has_read_all_ = has_read_all_ || message.topic == subscriptions_.end;
+    if (message.retained && reading_ == Reading::Runs && retained_.size() < max_retained) {
+        // What the spool has is newer.
+        retained_.try_emplace(message.topic,
+                              message.payload.size() > largest_kept ? "" : message.payload);
         retained_at_ = Clock::now();
     }
 }
@@ -350,20 +408,13 @@ void Broker::write_spool(std::unique_lock<std::mutex> &locked, bool is_last)
 void Broker::read_retained()
 {
     reading_ = Reading::Runs;
+    has_read_all_ = subscriptions_.end.empty();
     subscribing_.clear();
     retained_at_ = Clock::now();
-    if (++readings_ > max_readings) { // some brokers close the connection of who may not subscribe
-        say_unreadable();
+    if (cut_readings_ >= max_cut_readings) // as where who may not subscribe is disconnected
         return;
-    }
     for (const std::string &filter : subscriptions_.retained)
         subscribing_.insert(connection_->subscribe(filter));
-}
-
-void Broker::say_unreadable()
-{
-    if (!std::exchange(report_.unreadable, true))
-        say("broker: what it retains of this camera may not be read");
 }
 
 std::string Broker::address(const std::string &host) const

@@ -37,6 +37,7 @@ public:
     struct Subscriptions {
         std::vector<std::string> retained = {}; // read once; nothing of it is heard later
         std::string command = {};               // a topic; empty: none
+        std::string end = {}; // a topic whose message is behind all that is retained; empty: none
     };
 
     // `last_will` is what the broker publishes when the connection breaks. Throws
@@ -59,6 +60,8 @@ public:
     // Once: what the broker retains of what was subscribed to, when it has said that; nothing
     // before and after. Empty also where the account may not read it.
     std::optional<std::map<std::string, std::string>> take_retained();
+    // What the spool brought of those when it was opened, which the broker may not have yet.
+    const std::map<std::string, std::string> &spooled_states() const { return spooled_states_; }
     // Whether a command has come since this was asked last.
     bool take_command();
 
@@ -70,7 +73,8 @@ public:
         std::uint64_t refused = 0;        // events and states, by the broker
         std::size_t waiting = 0;          // events and states
         bool connected = false;
-        bool unreadable = false; // the account may not read what the broker retains
+        bool unreadable = false; // the broker refused to let what it retains be read
+        bool unheard = true;     // nothing of what was subscribed to has come
         std::string status = {}; // of the connection, for people
         // Why it will never be connected, such as a wrong password. Not once it has been
         // connected: then it is the broker that may be at fault.
@@ -86,10 +90,14 @@ public:
 private:
     Broker(const Settings &settings, std::optional<Message> last_will, Subscriptions subscriptions);
 
+    void open_spool();
+
     // The connecting thread's.
     void run();
     BrokerConnection::End run_connection(const std::string &host);
-    bool must_go_on() const;
+    void begin(BrokerConnection &connection, const std::string &host);
+    void end_connection();
+    bool must_go_on();
     std::chrono::seconds timeout() const;
     void on_connect() override;
     void on_publish(int number, const std::string &refusal) override;
@@ -102,7 +110,6 @@ private:
     // With the lock.
     std::chrono::milliseconds take_end(const std::string &host, const BrokerConnection::End &end);
     void read_retained();
-    void say_unreadable();
     std::string address(const std::string &host) const;
     void send_waiting();
     bool send_frame(const Message &message);
@@ -111,14 +118,16 @@ private:
     const Settings settings_;
     const std::optional<Message> last_will_;
     const Subscriptions subscriptions_;
+    std::map<std::string, std::string> spooled_states_;
     std::optional<Spool> spool_; // of its thread, once that runs
 
     // Of the connecting thread.
-    std::size_t host_;                          // the one that is tried, or connected
-    std::map<std::string, Protocol> protocols_; // of hosts that speak another one than the newest
-    Backoff backoff_;                           // quick with several hosts
-    std::size_t failed_hosts_ = 0;              // attempts in a row that were not connected
-    std::size_t permanent_failures_ = 0;        // in a row
+    std::size_t host_;                   // the one that is tried, or connected
+    std::set<std::string> old_hosts_;    // which do not speak MQTT 5
+    bool old_once_ = false;              // the next attempt is without it
+    Backoff backoff_;                    // quick with several hosts
+    std::size_t failed_hosts_ = 0;       // attempts in a row that were not connected
+    std::size_t permanent_failures_ = 0; // in a row
     bool has_been_connected_ = false;
 
     mutable std::mutex lock_; // of all that follows; also held while the library is given a message
@@ -127,8 +136,12 @@ private:
     Outbox outbox_;
     std::set<int> frames_; // on their way, by the library's numbers
     Report report_;
-    std::map<std::string, std::string> said_;           // of hosts, since the last connection
+    std::map<std::string, std::set<std::string>> said_; // of hosts, since the last connection
     std::chrono::steady_clock::time_point answered_at_; // or the first on its way was sent
+    std::size_t still_on_way_ = 0;                      // bytes
+    std::size_t largest_still_ = 0;
+    std::chrono::steady_clock::time_point still_cut_at_; // since then, for a while
+    bool has_answered_ = false;                          // to a message of this connection
     std::uint64_t oldest_ = 0;  // number of the oldest event when the spool was written last
     std::uint64_t spooled_ = 0; // number of the newest event that the spool has
     bool has_command_ = false;
@@ -141,7 +154,8 @@ private:
 
     // Reading what is retained.
     std::map<std::string, std::string> retained_;
-    int readings_ = 0;                                  // begun so far
+    bool has_read_all_ = false;
+    int cut_readings_ = 0;                              // connections that ended before an answer
     std::set<int> subscribing_;                         // not yet answered
     std::chrono::steady_clock::time_point retained_at_; // when something of it came last
     enum class Reading { NotYet, Runs, Done } reading_ = Reading::NotYet;

@@ -1,6 +1,7 @@
 #include "mqtt/connection.h"
 
 #include "mqtt/credentials.h"
+#include "tools/common/still_file.h"
 #include "util/text.h"
 
 #include <algorithm>
@@ -37,6 +38,9 @@ constexpr std::chrono::milliseconds lost_after{12000}; // a packet of data had n
 // and keeps its session for that.
 constexpr std::uint32_t will_delay = 10; // seconds
 
+// Of what the broker may send, bytes: a still, which --forget has to know of.
+constexpr std::uint32_t largest_packet = StillFile::LARGEST + 65536;
+
 // Interrupts what this thread waits for in a system call: the library has no timeout for connect(),
 // which else takes two minutes where packets vanish, for each address of a host.
 class CallTimeout
@@ -69,18 +73,21 @@ private:
     bool is_set_ = false;
 };
 
-// A single property of MQTT 5; none at all when its value is 0.
-class Property
+// Properties of MQTT 5; those whose value is 0 are not there.
+class Properties
 {
 public:
-    Property(int name, std::uint32_t value)
+    Properties() = default;
+    Properties(int name, std::uint32_t value) { add(name, value); }
+    Properties(const Properties &) = delete;
+    Properties &operator=(const Properties &) = delete;
+    ~Properties() { mosquitto_property_free_all(&list_); }
+
+    void add(int name, std::uint32_t value)
     {
         if (value > 0 && mosquitto_property_add_int32(&list_, name, value) != MOSQ_ERR_SUCCESS)
             throw std::bad_alloc();
     }
-    Property(const Property &) = delete;
-    Property &operator=(const Property &) = delete;
-    ~Property() { mosquitto_property_free_all(&list_); }
 
     const mosquitto_property *get() const { return list_; }
     mosquitto_property *release() { return std::exchange(list_, nullptr); }
@@ -183,7 +190,7 @@ BrokerConnection::End BrokerConnection::run(const std::function<bool()> &must_go
         end_.connected =
             std::chrono::ceil<std::chrono::milliseconds>(Clock::now() - *connected_since_);
     else if (protocol_ == Protocol::V5 && result == MOSQ_ERR_CONN_LOST)
-        end_.is_protocol = true; // it may know no better answer
+        end_.is_unanswered = true; // it may know no better answer to this protocol
     end_.why = take_error(result == MOSQ_ERR_SUCCESS ? MOSQ_ERR_KEEPALIVE : result, errno);
     end_.is_permanent = end_.is_permanent || is_permanent(end_.why);
     return end_;
@@ -191,11 +198,14 @@ BrokerConnection::End BrokerConnection::run(const std::function<bool()> &must_go
 
 int BrokerConnection::connect(std::chrono::seconds timeout)
 {
-    const Property expiry(MQTT_PROP_SESSION_EXPIRY_INTERVAL,
-                          keeps_session(settings_, protocol_) ? will_delay : 0);
+    Properties properties;
+    if (keeps_session(settings_, protocol_))
+        properties.add(MQTT_PROP_SESSION_EXPIRY_INTERVAL, will_delay);
+    if (protocol_ == Protocol::V5)
+        properties.add(MQTT_PROP_MAXIMUM_PACKET_SIZE, largest_packet);
     const CallTimeout call_timeout(timeout);
     const int result = mosquitto_connect_bind_v5(handle_.get(), host_.c_str(), settings_.port,
-                                                 settings_.keep_alive, nullptr, expiry.get());
+                                                 settings_.keep_alive, nullptr, properties.get());
     const auto milliseconds = static_cast<unsigned>(lost_after.count());
     if (result == MOSQ_ERR_SUCCESS)
         setsockopt(mosquitto_socket(handle_.get()), IPPROTO_TCP, TCP_USER_TIMEOUT, &milliseconds,
@@ -205,8 +215,8 @@ int BrokerConnection::connect(std::chrono::seconds timeout)
 
 BrokerConnection::Sending BrokerConnection::publish(const Message &message, int qos)
 {
-    const Property expiry(MQTT_PROP_MESSAGE_EXPIRY_INTERVAL,
-                          protocol_ == Protocol::V5 ? message.expiry : 0);
+    const Properties expiry(MQTT_PROP_MESSAGE_EXPIRY_INTERVAL,
+                            protocol_ == Protocol::V5 ? message.expiry : 0);
     int number = 0;
     const int result = mosquitto_publish_v5(
         handle_.get(), &number, message.topic.c_str(), static_cast<int>(message.payload.size()),
@@ -245,8 +255,8 @@ void BrokerConnection::disconnect()
 
 void BrokerConnection::set_last_will(const Message &message)
 {
-    Property delay(MQTT_PROP_WILL_DELAY_INTERVAL,
-                   keeps_session(settings_, protocol_) ? will_delay : 0);
+    Properties delay(MQTT_PROP_WILL_DELAY_INTERVAL,
+                     keeps_session(settings_, protocol_) ? will_delay : 0);
     mosquitto_property *const list = delay.release();
     if (mosquitto_will_set_v5(handle_.get(), message.topic.c_str(),
                               static_cast<int>(message.payload.size()), message.payload.data(), 1,

@@ -41,7 +41,8 @@ public:
         std::string why;                       // for people
         std::chrono::milliseconds connected{}; // for how long it was connected
         bool is_permanent = false;             // each attempt with these settings will end so
-        bool is_protocol = false; // the broker does not speak this one, or left it unanswered
+        bool is_protocol = false;              // the broker does not speak this one
+        bool is_unanswered = false;            // it was closed without an answer to MQTT 5
     };
 
     // `last_will` is what the broker publishes when the connection breaks. Throws
@@ -54,6 +55,8 @@ public:
     // answer, and then the broker. The library's own loop ends for good at some errors, and does
     // not say at which.
     End run(const std::function<bool()> &must_go_on, std::chrono::seconds timeout);
+
+    Protocol protocol() const { return protocol_; }
 
     // Any thread.
 

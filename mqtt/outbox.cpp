@@ -32,8 +32,7 @@ void Outbox::set_state(const std::string &topic, const std::string &payload)
     if (!is_new && state.payload == payload)
         return;
     state.payload = payload;
-    const auto is_of_topic = [&](const Event &event) { return event.message.topic == topic; };
-    if (std::ranges::any_of(events_, is_of_topic))
+    if (has_event_of(topic))
         add({topic, payload, true});
     else
         mark_pending(state);
@@ -131,15 +130,30 @@ std::string Outbox::remove_event(std::uint64_t number)
     bytes_ -= size_of(message);
     events_.erase(found);
     --sent_events_;
+    if (message.retained)
+        forget_empty(message.topic);
     return message.topic;
 }
 
 void Outbox::remove_state(const std::string &topic)
 {
     --states_on_way_;
+    forget_empty(topic);
+}
+
+// Once the broker has it, and nothing that would overwrite it is on its way.
+void Outbox::forget_empty(const std::string &topic)
+{
     const auto found = states_.find(topic);
-    if (found != states_.end() && found->second.payload.empty() && !found->second.pending)
+    if (found != states_.end() && found->second.payload.empty() && !found->second.pending &&
+        !has_event_of(topic))
         states_.erase(found);
+}
+
+bool Outbox::has_event_of(const std::string &topic) const
+{
+    return std::ranges::any_of(events_,
+                               [&](const Event &event) { return event.message.topic == topic; });
 }
 
 } // namespace va::mqtt

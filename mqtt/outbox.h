@@ -75,6 +75,8 @@ private:
     void mark_pending(State &state);
     void trim();
     void remove_state(const std::string &topic);
+    void forget_empty(const std::string &topic);
+    bool has_event_of(const std::string &topic) const;
     std::string remove_event(std::uint64_t number);
 
     std::size_t limit_;

@@ -60,6 +60,7 @@ Publisher::Publisher(const Settings &settings, const Source &source)
       maker_(settings.names, source, settings.rate, *broker_),
       alive_due_(notifier_.interval() > 0us ? Elapsed() : Elapsed::max())
 {
+    maker_.expect_states(broker_->spooled_states());
     if (settings.still.empty())
         return;
     still_.emplace(still_of(settings));
@@ -69,8 +70,13 @@ Publisher::Publisher(const Settings &settings, const Source &source)
 void Publisher::status(const Moment &now, const DaemonStatus &status)
 {
     const auto scene = scene_of(status);
-    if (!scene)
+    if (!scene) {
+        // Else nobody knows why there are no frames.
+        if (!status.reason.empty() && std::exchange(unanswered_, status.reason) != status.reason)
+            say("the daemon's settings are not known: " + status.reason);
         return;
+    }
+    unanswered_.clear();
     maker_.status(now, *scene);
     rules_ = scene->rules;
     publish_discovery();
@@ -98,8 +104,10 @@ void Publisher::tick(const Moment &now)
     if (broker_->take_command())
         reload();
     const Broker::Report broker = broker_->report();
-    if (broker.failure)
+    if (broker.failure) {
+        broker_->finish(0s);
         throw std::runtime_error(*broker.failure);
+    }
     report_losses(now, broker);
     const bool alive = now.at >= alive_due_;
     if (alive)

@@ -142,8 +142,11 @@ bool Spool::replace(std::span<const Message> events)
     const std::string path = path_ + ".new";
     try {
         Fd file = open_locked(path, O_APPEND | O_TRUNC);
-        if (!write_through(file, text) || rename(path.c_str(), path_.c_str()) == -1)
-            return failed(error_text(errno));
+        if (!write_through(file, text) || rename(path.c_str(), path_.c_str()) == -1) {
+            const bool failure = failed(error_text(errno));
+            unlink(path.c_str());
+            return failure;
+        }
         file_ = std::move(file);
         size_ = text.size();
         sync_folder_of(path_);

@@ -224,7 +224,7 @@ frame od 7 8
         "Source":{"VideoSource":"V","AnalyticsConfiguration":"A","Rule":"CrossLine-C1"},
         "Data":{"ObjectId":7,"ClassTypes":"Moving",
         "Objects":[{"ObjectId":7,"Class":"Moving","Crossing":"to right"}],"Count":1}}
-state onvif-ej/RuleEngine/CountAggregation/Counter/&V/A/CrossLine-C1 {
+retained onvif-ej/RuleEngine/CountAggregation/Counter/&V/A/CrossLine-C1 {
         "UtcTime":"1970-01-01T00:00:00.195Z",
         "Source":{"VideoSource":"V","AnalyticsConfiguration":"A","Rule":"CrossLine-C1"},
         "Data":{"Count":1}}

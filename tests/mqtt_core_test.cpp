@@ -86,6 +86,10 @@ TEST(Outbox, LeavesTheNewestStateWithTheBroker)
         EXPECT_EQ(sender.send(), on_way ? "s=! " : "s=began! s=! ");
         outbox.resend();
         EXPECT_EQ(sender.send(), "s=! s=began! s=! ");
+        for (int number = sender.number() - 2; number <= sender.number(); ++number)
+            outbox.acknowledge(number);
+        outbox.resend();
+        EXPECT_EQ(sender.send(), ""); // it is known that there is no state
     }
     Outbox outbox(1);
     Sender sender(outbox);

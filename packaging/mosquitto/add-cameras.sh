@@ -2,8 +2,9 @@
 # usage: add-cameras.sh [DIRECTORY] <LIST
 # Adds cameras' accounts to the broker whose files are in DIRECTORY, default /etc/mosquitto/va. A line of
 # LIST is `ACCOUNT`, whose camera has the prefix cameras/ACCOUNT, or `ACCOUNT PREFIX`, such as
-# `hall-1 cameras/hall/1`. The password goes to new/ACCOUNT, for the camera's /etc/va_mqtt.password; it
-# is on no command line. The broker has to reload: systemctl reload mosquitto.
+# `hall-1 cameras/hall/1` or, at a centre, of a site's bridge, `site1 sites/site1`. The password goes to
+# new/ACCOUNT, for the camera's /etc/va_mqtt.password; it is on no command line. The broker has to reload:
+# systemctl reload mosquitto.
 set -euo pipefail
 umask 077
 
@@ -27,10 +28,15 @@ while read -r account prefix; do
     ! { [[ " ${accounts[*]} " == *" $account "* ]] || grep -q "^$account:" passwords-cameras; } ||
         die "$account is there already"
     accounts+=("$account")
-    [[ -z $prefix ]] || blocks+=$(
+    case $prefix in
+    '') continue ;;
+    sites/*) rights=("write $prefix/#") ;;
+    *) rights=("readwrite $prefix/va/#" "write $prefix/onvif-mj/#" "readwrite $prefix/onvif-ej/#"
+        "readwrite homeassistant/+/va_${prefix//\//_}/+/config") ;;
+    esac
+    blocks+=$(
         printf '\nuser %s\n' "$account"
-        printf 'topic %s\n' "readwrite $prefix/va/#" "write $prefix/onvif-mj/#" \
-            "readwrite $prefix/onvif-ej/#" "readwrite homeassistant/+/va_${prefix//\//_}/+/config"
+        printf 'topic %s\n' "${rights[@]}"
     )$'\n'
 done
 ((${#accounts[@]})) || die "the list is empty"

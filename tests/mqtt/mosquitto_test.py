@@ -64,7 +64,7 @@ class MosquittoTest(unittest.TestCase):
         wait_for(lambda: "as cam1 " in broker.text(), "cam1")
         for account in writes:
             takes_over = ["-i", "cam1"] if account in ("cam2", "hall-1") else []
-            for topic in topics | {"cameras/cam2/x", "x"}:
+            for topic in topics | {"cameras/cam2/x", "sites/cam2/x", "x"}:
                 self.publish(lab, account, topic, "-r", "-m", account, *takes_over)
         for size in (1000001, 1000000):
             self.publish(lab, "admin", "cameras/cam1/va/still", "-s", input=b"x" * size)
@@ -82,7 +82,7 @@ class MosquittoTest(unittest.TestCase):
         self.assertNotEqual(self.publish(lab, "cam1", "x", "-m", "x", *elsewhere), 0)
 
     def test_a_bridge_keeps_what_the_centre_misses(self):
-        centre, site = self.lab("site1\n"), self.lab("cam2\n")
+        centre, site = self.lab("site1 sites/site1\n"), self.lab("cam2\n")
         shutil.copy(centre.folder + "/ca.crt", site.folder + "/centre.crt")
         site.adapt("packaging/mosquitto/bridge.conf", "conf.d/bridge.conf", {
             "centre.example:8883": f"localhost:{centre.port}", "/etc/mosquitto/va": site.folder,

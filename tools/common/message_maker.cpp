@@ -51,18 +51,29 @@ MessageMaker::MessageMaker(const CameraNames &names, const Source &source, doubl
 
 void MessageMaker::earlier_states(const std::map<std::string, std::string> &retained)
 {
-    for (const auto &[topic, payload] : retained) {
+    expect_states(retained);
+    for (const auto &[topic, count] : counts_) {
+        const auto rule = rules_.find(topic);
+        if (known_counts_.insert(topic).second && rule != rules_.end())
+            set_counter(rule->second, now_.time);
+    }
+    take_back_old_states();
+}
+
+void MessageMaker::expect_states(const std::map<std::string, std::string> &states)
+{
+    for (const auto &[topic, payload] : states) {
         if (topic.starts_with(topics_.events()))
             retained_.insert(topic);
         const auto line = counts_.find(topic);
-        if (line != counts_.end() && !counts_are_known_)
-            line->second += count_in(payload).value_or(0);
+        const auto count = count_in(payload);
+        if (line == counts_.end() || !count || known_counts_.contains(topic))
+            continue;
+        line->second += *count;
+        known_counts_.insert(topic);
+        if (const auto rule = rules_.find(topic); rule != rules_.end())
+            set_counter(rule->second, now_.time);
     }
-    if (!std::exchange(counts_are_known_, true)) {
-        for (const auto &[topic, rule] : rules_)
-            set_counter(rule, now_.time); // of an area it is none
-    }
-    take_back_old_states();
 }
 
 void MessageMaker::record(const Record &record)
@@ -189,12 +200,16 @@ void MessageMaker::take_crossing(const Event &event, SystemTime time)
 {
     const std::string topic = topics_.counter(event.rule);
     const auto line = counts_.find(topic);
-    if (line != counts_.end())
-        ++line->second;
+    if (line != counts_.end()) // objects are counted, where it is known how many
+        line->second += std::max<std::size_t>(event.participants.size(), 1);
     target_.event(topics_.line(event.rule),
                   line_message(event, count_of(event.rule), time, names_, ids_), false);
-    if (rules_.contains(topic))
-        set_counter(event.rule, time);
+    const auto count = count_of(event.rule);
+    if (!count || !rules_.contains(topic))
+        return;
+    // An event: where events outlive the program, so does the count that belongs to them.
+    retained_.insert(topic);
+    target_.event(topic, counter_message(event.rule, *count, time, names_), true);
 }
 
 // Retained only while the area is in force: nothing would remove it otherwise.
@@ -258,8 +273,9 @@ void MessageMaker::set_rules(const std::vector<AlarmRule> &rules)
 std::optional<std::uint64_t> MessageMaker::count_of(const AlarmRule &line) const
 {
     const auto found = counts_.find(topics_.counter(line));
-    return counts_are_known_ && found != counts_.end() ? std::optional(found->second)
-                                                       : std::nullopt;
+    return found != counts_.end() && known_counts_.contains(found->first)
+               ? std::optional(found->second)
+               : std::nullopt;
 }
 
 void MessageMaker::set_counter(const AlarmRule &line, SystemTime time)

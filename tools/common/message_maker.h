@@ -51,8 +51,11 @@ public:
     // What the target retains of an earlier run, by topic; empty where that cannot be known.
     // Counters go on from there (by the first call), and states of which this run knows nothing are
     // taken back; a line's counter only when a scene is known without the line. Until it is called
-    // no counter is published.
+    // no counter is published, but for lines of which expect_states() has known it.
     void earlier_states(const std::map<std::string, std::string> &retained);
+
+    // What the target is still to be told of an earlier run; call it first.
+    void expect_states(const std::map<std::string, std::string> &states);
 
     void record(const Record &record);
     void connection(const Connection &connection);
@@ -98,7 +101,7 @@ private:
     std::set<std::string> lasting_; // topics of states that have nothing to do with a scene
     std::map<std::string, AlarmRule> rules_; // in force, by the topics of their states
     bool scene_is_known_ = false;
-    bool counts_are_known_ = false;
+    std::set<std::string> known_counts_; // the topics of those that go on from what was there
     std::map<std::string, std::uint64_t> counts_; // of each possible line, by their topics
     std::set<std::string> retained_;              // topics below onvif-ej, by the target
     std::uint64_t results_missed_ = 0;

@@ -369,8 +369,7 @@ std::string counter_message(const AlarmRule &line, std::uint64_t count, SystemTi
 
 std::optional<std::uint64_t> count_in(const std::string &counter_message)
 {
-    constexpr std::uint64_t largest = std::uint64_t{1}
-                                      << 53; // that all readers of JSON keep exactly
+    constexpr std::uint64_t largest = 1'000'000'000'000'000; // all readers of JSON have more
     const Json json = Json::parse(counter_message, nullptr, false);
     const auto data = json.is_object() ? json.find("Data") : json.end();
     if (data == json.end() || !data->is_object())
