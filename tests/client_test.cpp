@@ -1,5 +1,4 @@
 #include "client/events.h"
-#include "client/frame_reader.h"
 #include "client/stream_client.h"
 #include "ipc/network/socket.h"
 #include "tests/support/client_data.h"
@@ -314,29 +313,6 @@ TEST(SceneTest, IsWhatTheStatusHasInForce)
     DaemonStatus gone = status_of(sensor);
     gone.answer = DaemonStatus::Answer::Gone;
     EXPECT_FALSE(scene_of(gone));
-}
-
-TEST(FrameReaderTest, ReadsFramesHoweverTheyAreCut)
-{
-    const std::string payloads[] = {"a", std::string(16, '\0'), std::string(300, 'x')};
-    std::string stream;
-    for (const std::string &payload : payloads)
-        stream += frame(payload);
-    stream += words({FrameReader::MAX_PAYLOAD + 1, 0});
-    for (const std::size_t piece : {std::size_t{1}, std::size_t{5}, stream.size()}) {
-        FrameReader reader;
-        std::span<const std::uint8_t> payload;
-        std::size_t count = 0;
-        for (std::size_t at = 0; at < stream.size(); at += piece) {
-            EXPECT_TRUE(reader.at_boundary() || (at != 0 && at != 5 && at != 25)) << at;
-            reader.append(bytes_of(stream.substr(at, piece)));
-            for (; reader.next(payload) == FrameReader::Result::Frame; ++count)
-                EXPECT_TRUE(payloads[count] == std::string(payload.begin(), payload.end()));
-        }
-        EXPECT_EQ(std::size(payloads), count);
-        EXPECT_EQ(FrameReader::Result::BadLength, reader.next(payload));
-        EXPECT_EQ(FrameReader::MAX_PAYLOAD + 1, reader.announced());
-    }
 }
 
 TEST(StreamClientTest, HandsOnWhatWasReadWhenTheEndComesAndTheSinkHasEnough)

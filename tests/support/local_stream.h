@@ -15,18 +15,20 @@ struct LocalStream {
     }
     ~LocalStream() { sck_svr_release(&server); }
 
-    // What the client has received since the last call, a record each.
+    // What the client has received since the last call, a record each. Its reader gets byte after
+    // byte, the worst that a stream may do to it.
     std::vector<std::string> records()
     {
-        do {
-            cycle();
-            const std::string bytes = arrived(client->fd);
-            reader.append({reinterpret_cast<const std::uint8_t *>(bytes.data()), bytes.size()});
-        } while (server->clients->send.count > 0);
         std::vector<std::string> all;
         std::span<const std::uint8_t> payload;
-        while (reader.next(payload) == va::FrameReader::Result::Frame)
-            all.emplace_back(payload.begin(), payload.end());
+        do {
+            cycle();
+            for (const std::uint8_t byte : arrived(client->fd)) {
+                reader.append({&byte, 1});
+                if (reader.next(payload) == va::FrameReader::Result::Frame)
+                    all.emplace_back(payload.begin(), payload.end());
+            }
+        } while (server->clients->send.count > 0);
         return all;
     }
 
