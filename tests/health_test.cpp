@@ -306,15 +306,6 @@ TEST_F(HealthTest, TellsItsStatusWhenAsked)
     EXPECT_FALSE(std::filesystem::exists(files.file("run/status")));
 }
 
-TEST_F(HealthTest, AnswersWhoWaitedForItAtTheFifo)
-{
-    mkfifo(files.file("run/ctrl").c_str(), 0600);
-    const Program writer("/bin/sh", files.path(), {"-c", "echo here; echo status > run/ctrl"}, "w");
-    EXPECT_TRUE(writer.wait_for_output("here"));
-    const Daemon daemon(files, {"-t"});
-    EXPECT_TRUE(wait_until([&] { return !read_status().empty(); }));
-}
-
 TEST_F(HealthTest, NamesTheSettingsThatAreLeftOut)
 {
     string store = window("VMDWindow.NonDetect.V1.", 0, 10000, 0, 5) +
