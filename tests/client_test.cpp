@@ -1,10 +1,8 @@
 #include "client/events.h"
 #include "client/stream_client.h"
-#include "ipc/network/socket.h"
 #include "tests/support/client_data.h"
 #include "tests/support/store_file.h"
 #include "tests/support/wait.h"
-#include "util/fd.h"
 
 #include <sstream>
 
@@ -318,16 +316,13 @@ TEST(SceneTest, IsWhatTheStatusHasInForce)
 TEST(StreamClientTest, HandsOnWhatWasReadWhenTheEndComesAndTheSinkHasEnough)
 {
     const TempDir dir;
-    int fd = -1;
-    ASSERT_EQ(0, unix_domain_socket_init(&fd, dir.file("od").c_str(), 5));
-    const Fd listener(fd);
+    const Listener listener(dir.file("od"));
     StreamClient client(dir.file("od"));
     client.connect();
     EXPECT_EQ(StreamClient::State::Connected, client.state());
-    ASSERT_EQ(1, unix_domain_socket_accept(listener.get(), &fd));
     const std::string sent = frame("a") + frame("b") + frame("c");
-    EXPECT_EQ(static_cast<ssize_t>(sent.size()), write(fd, sent.data(), sent.size()));
-    close(fd);
+    EXPECT_EQ(static_cast<ssize_t>(sent.size()),
+              write(listener.accept().get(), sent.data(), sent.size()));
     std::string got;
     for (int reads = 0; reads < 4; ++reads)
         client.receive(
@@ -336,8 +331,7 @@ TEST(StreamClientTest, HandsOnWhatWasReadWhenTheEndComesAndTheSinkHasEnough)
     EXPECT_EQ(StreamClient::State::Closed, client.state());
     client.connect();
     EXPECT_EQ(StreamClient::State::Connected, client.state()) << "the last one was of use";
-    ASSERT_EQ(1, unix_domain_socket_accept(listener.get(), &fd));
-    close(fd);
+    listener.accept();
     client.receive({});
     client.connect();
     EXPECT_TRUE(client.fd() >= 0 && client.state() == StreamClient::State::Closed)

@@ -1,7 +1,7 @@
-#include "ipc/network/socket.h"
 #include "platform/sim/feed.h"
 #include "platform/sim/feed_lines.h"
 #include "tests/support/capture.h"
+#include "tests/support/client_data.h"
 #include "tests/support/daemon.h"
 #include "tests/support/store_file.h"
 #include "tests/support/wait.h"
@@ -11,7 +11,6 @@
 #include <fstream>
 
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 
@@ -120,13 +119,6 @@ struct FeedTest : testing::Test {
     DaemonFiles files;
 };
 
-template <std::size_t count>
-void expect_next(Client &client, const std::uint32_t (&wanted)[count])
-{
-    const string bytes(reinterpret_cast<const char *>(wanted), sizeof wanted);
-    EXPECT_EQ(bytes, client.next()) << wanted[0];
-}
-
 TEST_F(FeedTest, MakesResultsOfWholePictures)
 {
     Daemon daemon(files, {"-of"});
@@ -139,22 +131,22 @@ TEST_F(FeedTest, MakesResultsOfWholePictures)
     {
         std::ofstream feed(files.file("feed"));
         feed << "object 6 3 0 0 24 24\npicture 5\n" << std::flush;
-        expect_next(od, {6, 3, 0, 0, 24, 24, 12, 12, 0, 5});
+        EXPECT_EQ(words({6, 3, 0, 0, 24, 24, 12, 12, 0, 5}), od.next());
         // Number 6 is another one behind the jump: the first alarm is that of the area.
         feed << "jump\nobject 6 3 1000 0 24 24\npicture\nobject 6 3 1000 600 24 24\npicture\n"
              << "object 6 3 0 600 24 24\npicture\nface 7 1 2 3 4\npicture\n"
              << "object 3 3 0 0 24 24\nobject 4 3 0 0 24 2" << std::flush;
-        expect_next(vmf, {1, 0, 0, 0});
-        expect_next(vmf, {0, 1, 0, 0});
-        expect_next(fd, {7, 1, 2, 3, 4, 100, 0});
+        EXPECT_EQ(words({1, 0, 0, 0}), vmf.next());
+        EXPECT_EQ(words({0, 1, 0, 0}), vmf.next());
+        EXPECT_EQ(words({7, 1, 2, 3, 4, 100, 0}), fd.next());
     }
     EXPECT_TRUE(daemon.wait_for_log("no writer\n", 2));
     std::ofstream feed(files.file("feed"));
     feed << "4\nobject 2 3 0 0 24 24\npicture\n" << std::flush; // of this writer alone
-    expect_next(od, {6, 3, 1000, 0, 24, 24, 1012, 12, 1, 0});
-    expect_next(od, {6, 3, 1000, 600, 24, 24, 1012, 612, 2, 0});
-    expect_next(od, {6, 3, 0, 600, 24, 24, 12, 612, 3, 0});
-    expect_next(od, {2, 3, 0, 0, 24, 24, 12, 12, 4, 0});
+    EXPECT_EQ(words({6, 3, 1000, 0, 24, 24, 1012, 12, 1, 0}), od.next());
+    EXPECT_EQ(words({6, 3, 1000, 600, 24, 24, 1012, 612, 2, 0}), od.next());
+    EXPECT_EQ(words({6, 3, 0, 600, 24, 24, 12, 612, 3, 0}), od.next());
+    EXPECT_EQ(words({2, 3, 0, 0, 24, 24, 12, 12, 4, 0}), od.next());
     EXPECT_TRUE(daemon.stop());
 }
 
@@ -165,17 +157,13 @@ TEST_F(FeedTest, ReadsASocketAgainAndAgain)
     Daemon daemon(files, {"-t"});
     Client ta(files.file("run/ta"));
     EXPECT_TRUE(daemon.wait_for_log("sim: feed feed: neither a FIFO nor a socket\n"));
-    int fd = -1;
-    ASSERT_EQ(0, unix_domain_socket_init(&fd, path.c_str(), 1));
-    const Fd listener(fd);
+    const Listener listener(path);
     for (std::uint32_t round = 0; round < 3; ++round) {
-        pollfd connecting{listener.get(), POLLIN, 0};
-        ASSERT_EQ(1, poll(&connecting, 1, 20'000));
-        const Fd writer(accept(listener.get(), nullptr, nullptr));
+        const Fd writer = listener.accept();
         const string text = "ta 1 2 3 " + std::to_string(round) + "\npicture\n";
         EXPECT_EQ(static_cast<ssize_t>(text.size()),
                   send(writer.get(), text.data(), text.size(), MSG_NOSIGNAL));
-        expect_next(ta, {1, 2, 3, round});
+        EXPECT_EQ(words({1, 2, 3, round}), ta.next());
     }
     EXPECT_TRUE(daemon.stop());
 }

@@ -2,6 +2,7 @@
 #include "ipc/msg/msg.h"
 #include "ipc/msg/msgcmd.h"
 #include "tests/support/capture.h"
+#include "tests/support/client_data.h"
 #include "tests/support/interleave.h"
 #include "tests/support/ipc_loop.h"
 #include "tests/support/temp_dir.h"
@@ -32,24 +33,6 @@ ssize_t send(int fd, const void *data, size_t size, int flags)
 
 namespace
 {
-
-// A bare listener, and its side of one connection.
-struct Peer {
-    explicit Peer(const std::string &path)
-    {
-        int fd = -1;
-        EXPECT_EQ(unix_domain_socket_init(&fd, path.c_str(), 100), 0);
-        listener = Fd(fd);
-    }
-    void accept()
-    {
-        int fd = -1;
-        EXPECT_EQ(unix_domain_socket_accept(listener.get(), &fd), 1);
-        connection = Fd(fd);
-    }
-    Fd listener;
-    Fd connection;
-};
 
 // A control-message server in the loop.
 struct Server {
@@ -118,18 +101,18 @@ struct Msgcmd : testing::Test {
 
 TEST_F(Msgcmd, QueuedBytesGoOutInChunksOrAreLostWithTheirConnection)
 {
-    Peer peer(path);
+    const Listener listener(path);
     make_client(20 * page - 1); // for 19 pages less a byte, more than a socket takes
     std::string bytes(19 * page - 1, '\0');
     std::iota(bytes.begin(), bytes.end(), '\0');
     EXPECT_EQ(write(bytes), 0);
     EXPECT_EQ(stdout_of([&] { EXPECT_EQ(write("x"), -1); }),
               "msgcmd_noblock_write: buffer size is not enough. data will be losed.\n");
-    peer.accept();
+    Fd connection = listener.accept();
     std::string received;
     for (std::size_t i = 0; i < bytes.size(); ++i) {
         cycle();
-        received += arrived(peer.connection, 1);
+        received += arrived(connection, 1);
     }
     EXPECT_TRUE(received == bytes);
     EXPECT_EQ(get_event_enabled(client->write_event), 0);
@@ -139,21 +122,21 @@ TEST_F(Msgcmd, QueuedBytesGoOutInChunksOrAreLostWithTheirConnection)
     send_limit = 10;
     const std::string lost = "data lose when write to " + path + "\n";
     EXPECT_EQ(stdout_of([] { cycle(), cycle(), cycle(); }), lost + lost);
-    EXPECT_EQ(arrived(peer.connection), "ccccccccccdddddddddd");
+    EXPECT_EQ(arrived(connection), "ccccccccccdddddddddd");
 
     send_limit = INT_MAX;
 
     EXPECT_EQ(write("dropped"), 0);
-    peer.connection.reset();
+    connection.reset();
     EXPECT_EQ(stdout_of(cycle), path + ": close or error.\n");
     EXPECT_TRUE(log.ends_with(" 1023 10 10 -1 "));
     EXPECT_EQ(write("dropped"), 0);
     msgcmd_close(client);
     EXPECT_EQ(write("new"), 0);
     cycle();
-    peer.accept(); // the closed one
-    peer.accept();
-    EXPECT_EQ(arrived(peer.connection), "new");
+    listener.accept(); // the closed one
+    connection = listener.accept();
+    EXPECT_EQ(arrived(connection), "new");
 }
 
 TEST_F(Msgcmd, ConnectsAgainForEveryItem)
@@ -189,13 +172,13 @@ TEST_F(Msgcmd, ConnectsAgainForEveryItem)
 
 TEST_F(Msgcmd, AnotherThreadMayComeInBetween)
 {
-    Peer peer(path);
+    const Listener listener(path);
     make_client(page);
     EXPECT_EQ(write("a"), 0);
-    peer.accept();
+    const Fd connection = listener.accept();
     for (int n = 0; interleave(n, cycle, [&] { EXPECT_EQ(write("b"), 0); }); ++n) {
         cycle(), cycle();
-        ASSERT_EQ(arrived(peer.connection), "ab") << "sent after unlock " << n;
+        ASSERT_EQ(arrived(connection), "ab") << "sent after unlock " << n;
         write("a");
     }
     cycle();

@@ -1,4 +1,3 @@
-#include "ipc/network/socket.h"
 #include "tests/support/client_data.h"
 #include "tests/support/daemon.h"
 #include "tests/support/store_file.h"
@@ -32,17 +31,11 @@ TEST(DumpTest, WaitsReconnectsAndStopsAfterTheCount)
     Program dump(VA_DUMP, dir.path(), {"-j", "-n", "2", "-d", dir.path(), "ta"});
     EXPECT_TRUE(
         dump.wait_for_log("va_dump: ta: waiting for " + dir.file("ta") + ": nobody listens\n"));
-    int fd = -1;
-    ASSERT_EQ(0, unix_domain_socket_init(&fd, dir.file("ta").c_str(), 5));
-    const Fd listener(fd);
+    const Listener listener(dir.file("ta"));
     const std::string alarm = frame(words({1, 2, 3, 0x80000000}));
-    for (const std::string &sent :
-         {alarm + words({0x00100001}), alarm.substr(0, 9), alarm + alarm}) {
-        ASSERT_TRUE(
-            wait_until([&] { return unix_domain_socket_accept(listener.get(), &fd) == 1; }));
-        EXPECT_EQ(static_cast<ssize_t>(sent.size()), write(fd, sent.data(), sent.size()));
-        close(fd);
-    }
+    for (const std::string &sent : {alarm + words({0x00100001}), alarm.substr(0, 9), alarm + alarm})
+        EXPECT_EQ(static_cast<ssize_t>(sent.size()),
+                  write(listener.accept().get(), sent.data(), sent.size()));
     EXPECT_TRUE(dump.wait_for_exit());
     const std::string record = R"(\{.*"length":16,"words":\[1,2,3,2147483648\]\}\n)";
     const std::string connected = R"(\{.*"connected":true,"status":"connected"\}\n)";

@@ -2,6 +2,8 @@
 
 #include "client/capture.h"
 #include "client/status.h"
+#include "ipc/network/socket.h"
+#include "util/fd.h"
 
 #include <chrono>
 #include <cstdint>
@@ -10,6 +12,9 @@
 #include <string>
 #include <tuple>
 #include <vector>
+
+#include <poll.h>
+#include <sys/socket.h>
 
 // What a client gets, made by hand.
 
@@ -27,6 +32,25 @@ inline std::string frame(const std::string &payload)
 {
     return words({static_cast<std::uint32_t>(payload.size())}) + payload;
 }
+
+// Where a client connects to; nobody is behind it.
+struct Listener {
+    explicit Listener(const std::string &path)
+    {
+        int made = -1;
+        unix_domain_socket_init(&made, path.c_str(), 100);
+        fd = Fd(made);
+    }
+    // The next connection; none when none comes in time.
+    Fd accept() const
+    {
+        pollfd connecting{fd.get(), POLLIN, 0};
+        poll(&connecting, 1, 20'000);
+        return Fd(accept4(fd.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    }
+
+    Fd fd;
+};
 
 // Two objects, a line's alarm, a tamper alarm with an odd byte whose clock was set back, and object
 // 7 alone two seconds later, in the result after the next.
