@@ -1,5 +1,6 @@
 #include "ipc/network/sck_svr.h"
 #include "ipc/network/serving.h"
+#include "tests/support/client_data.h"
 #include "tests/support/event_failing_new.h"
 #include "tests/support/interleave.h"
 #include "tests/support/ipc_loop.h"
@@ -16,17 +17,6 @@
 
 namespace
 {
-
-std::string frame(const std::string &payload)
-{
-    const auto length = static_cast<std::uint32_t>(payload.size());
-    return std::string(reinterpret_cast<const char *>(&length), sizeof length) + payload;
-}
-
-const std::uint8_t *as_bytes(const std::string &text)
-{
-    return reinterpret_cast<const std::uint8_t *>(text.data());
-}
 
 constexpr std::size_t frame_size = 4 + 7; // of a seven-digit number
 
@@ -104,13 +94,13 @@ TEST(SckBuf, IsAQueueOfWholeFrames)
                 const bool fits = queued.size() + frame(payload).size() < size;
                 ASSERT_EQ(sck_buf_has_room(ring, amount), fits);
                 if (fits) {
-                    sck_buf_put_frame(ring, {as_bytes(payload), amount});
+                    sck_buf_put_frame(ring, bytes_of(payload));
                     queued += frame(payload);
                 }
             } else {
                 const sck_bytes run = sck_buf_first_run(ring);
                 ASSERT_TRUE(run.size() == queued.size() || &run.back() == &ring.data[size - 1]);
-                ASSERT_TRUE(std::equal(run.begin(), run.end(), as_bytes(queued)));
+                ASSERT_TRUE(std::equal(run.begin(), run.end(), bytes_of(queued).begin()));
                 const std::size_t taken = std::min<std::size_t>(amount, run.size());
                 sck_buf_take_out(ring, static_cast<std::uint32_t>(taken));
                 queued.erase(0, taken);

@@ -1,3 +1,4 @@
+#include "tests/support/client_data.h"
 #include "tests/support/local_stream.h"
 #include "tests/support/store_file.h"
 #include "tests/support/va_fixture.h"
@@ -172,7 +173,7 @@ TEST_F(VaOdTest, SortsAlarmsByEventCode)
     const struct {
         std::vector<int> events; // of the filters
         std::uint32_t alarms;
-        std::array<std::uint32_t, 4> record;
+        std::vector<std::uint32_t> record;
     } cases[] = {
         {{1, 3, 3}, 1, {0, 1, 0, 0}}, {{1, 3, 3}, 7, {0, 1, 0, 3}}, {{1, 3, 3}, 4, {0, 0, 0, 2}},
         {{0, 2, 0}, 5, {3, 0, 0, 0}}, {{0, 2, 0}, 2, {0, 0, 1, 0}}, {{1, 1, 1}, 4, {0, 4, 0, 0}},
@@ -186,8 +187,7 @@ TEST_F(VaOdTest, SortsAlarmsByEventCode)
         ne3_val_od_result result{};
         result.vmfAlarms = test.alarms;
         EXPECT_EQ(0, va_od_processData(&context, &result));
-        const string record(reinterpret_cast<const char *>(test.record.data()), 16);
-        EXPECT_EQ(std::vector<string>{record}, vmf.records());
+        EXPECT_EQ(std::vector{words(test.record)}, vmf.records());
     }
     const ne3_val_od_result quiet{};
     va_od_processData(&context, &quiet);
