@@ -6,9 +6,7 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
-#include <iterator>
 #include <stdexcept>
-#include <string_view>
 #include <vector>
 
 namespace va

@@ -5,9 +5,7 @@
 #include "tests/support/temp_dir.h"
 #include "util/util.h"
 
-#include <algorithm>
 #include <fstream>
-#include <functional>
 
 #include <gtest/gtest.h>
 

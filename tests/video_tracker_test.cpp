@@ -1,9 +1,9 @@
 #include "video/tracker.h"
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <map>
-#include <optional>
 #include <random>
 #include <set>
 

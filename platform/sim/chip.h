@@ -11,7 +11,6 @@
 #include <mutex>
 #include <new>
 #include <optional>
-#include <string>
 #include <vector>
 
 // What the stand-in remembers, and the frame of every library call: the memory is locked in it, but

@@ -1,7 +1,6 @@
 #include "platform/sim/detection.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace va::sim
 {

@@ -1,7 +1,6 @@
 #include "tools/common/message_maker.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <utility>
 
 namespace va

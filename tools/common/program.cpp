@@ -8,7 +8,6 @@
 #include <csignal>
 #include <exception>
 #include <new>
-#include <stdexcept>
 #include <utility>
 
 namespace va

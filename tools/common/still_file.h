@@ -2,7 +2,6 @@
 
 #include "client/record.h"
 
-#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>

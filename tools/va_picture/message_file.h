@@ -6,7 +6,6 @@
 #include <deque>
 #include <map>
 #include <string>
-#include <vector>
 
 namespace va::picture
 {
