@@ -1,10 +1,10 @@
-#include "tests/support/client_data.h"
 #include "tests/support/daemon.h"
 #include "tests/support/store_file.h"
 #include "tests/support/wait.h"
 
 #include <algorithm>
 #include <csignal>
+#include <cstring>
 #include <deque>
 #include <set>
 
@@ -20,6 +20,7 @@ namespace
 
 using std::string;
 using Names = std::set<string>;
+using Words = std::vector<std::uint32_t>;
 
 const string all_modules = "EventDetection.CameraTampering=yes\nEventDetection.FaceDetection=1\n"
                            "ImageSource.I0.Sensor.DIS=on\n";
@@ -95,9 +96,11 @@ TEST_F(DaemonTest, RelaysAlarmsToEveryClientAndAppliesChanges)
     umask(mask);
     setrlimit(RLIMIT_NOFILE, &limit);
     Client clients[] = {Client(files.file("run/ta")), Client(files.file("run/ta"))};
+    const std::uint32_t alarm[] = {1, 0x20, 3, 0xffffffff};
     daemon.signal(SIGPIPE); // does nothing
     for (int count = 0; count < 4; ++count)
-        EXPECT_EQ(words({1, 0x20, 3, 0xffffffff}), clients[count % 2].next());
+        EXPECT_EQ(string(reinterpret_cast<const char *>(alarm), sizeof alarm),
+                  clients[count % 2].next());
     pipe_write_str(files.file("run/ctrl").c_str(), "status\n");
     EXPECT_TRUE(wait_until([&] { return made() == Names{"ctrl", "status", "ta"}; }));
     for (const string name : {"ctrl", "pid", "status", "ta"})
@@ -255,15 +258,41 @@ TEST_F(DaemonTest, StopsInEveryState)
     }
 }
 
-TEST_F(DaemonTest, EndsWithoutASensor)
+// Modules open in a fixed order. One that fails keeps the later ones closed and costs no socket.
+TEST_F(DaemonTest, GoesOnAfterAFailureUnlessItCannotStart)
 {
-    files.store("Properties.ImageSource.Sensor=nosuch\n");
-    Daemon daemon(files);
-    EXPECT_TRUE(daemon.wait_for_exit());
-    EXPECT_TRUE(daemon.log().starts_with("Unknow sensor type [nosuch]!\n"));
-    EXPECT_TRUE(daemon.log().ends_with("VA: Application quit.\n"));
-    EXPECT_EQ(string::npos, daemon.output().find("va_proc: end"));
-    EXPECT_FALSE(std::filesystem::exists(files.file("run/pid")));
+    const struct {
+        string scene, log, store;
+        string last_started; // nothing: the daemon ends
+        string not_started;
+    } cases[] = {
+        {"fail ne3_val_ta_start 1 5\n", "VA: start failed.\n", all_modules, "init ta\n",
+         "==>va_dis_set_ctrl"},
+        {"fail ne3_val_od_get_data 3 5\n", "VA: ne3_val_od_get_data failed.\n", all_modules,
+         "==>va_dis_set_ctrl", "va_init: fail."},
+        {"", "Unknow sensor type [nosuch]!\n", "Properties.ImageSource.Sensor=nosuch\n", "",
+         "va_proc: end"},
+    };
+    for (const auto &test : cases) {
+        SCOPED_TRACE(test.log);
+        files.write("scene", test.scene);
+        files.store(test.store);
+        Daemon daemon(files);
+        EXPECT_TRUE(daemon.wait_for_log(test.log));
+        EXPECT_TRUE(daemon.wait_for_output(test.last_started));
+        if (test.last_started.empty()) {
+            EXPECT_TRUE(daemon.wait_for_exit());
+            EXPECT_TRUE(daemon.log().ends_with("VA: Application quit.\n"));
+            EXPECT_FALSE(std::filesystem::exists(files.file("run/pid")));
+        } else {
+            for (const string stream : {"od", "vmf", "fd", "ta"}) {
+                const Client client(files.file("run/" + stream));
+                EXPECT_TRUE(daemon.wait_for_output("run/" + stream + ": accept client. previous "));
+            }
+            EXPECT_TRUE(daemon.stop());
+        }
+        EXPECT_EQ(string::npos, (daemon.output() + daemon.log()).find(test.not_started));
+    }
 }
 
 // What is in the way of the daemon's files costs that file, not the daemon; what others may change
@@ -313,33 +342,60 @@ TEST_F(DaemonTest, LivesWithABadRunDirectory)
     EXPECT_TRUE(daemon.stop());
 }
 
-TEST_F(DaemonTest, RelaysEachResultAtOnceAndAppliesAMask)
+// Reads on until a record is as wanted, of which every `step`th word is looked at.
+bool comes(Client &client, const Words &wanted, std::size_t step)
 {
-    constexpr std::size_t entry = 40; // the stand-in's
-    string scene = "od_interval 20\nperiod 400\n"
+    auto record = client.next();
+    for (int count = 0; record && count < 2000; ++count, record = client.next()) {
+        Words words(record->size() / sizeof(std::uint32_t));
+        std::memcpy(words.data(), record->data(), words.size() * sizeof(std::uint32_t));
+        Words found;
+        for (std::size_t i = 0; i < words.size(); i += step)
+            found.push_back(words[i]);
+        if (found == wanted)
+            return true;
+    }
+    return false;
+}
+
+TEST_F(DaemonTest, ShowsTheEffectOfEachChange)
+{
+    constexpr std::size_t object_words = 10; // the stand-in's, the number first
+    string scene = "od_interval 20\nperiod 400\nobject 7 dynamic 192x108 from 480,540 to 480,540 "
+                   "between 0 400\n"
                    "object 8 dynamic 384x216 from 1000,540 to 1400,540 between 0 400\n";
-    for (int count = 1; count < 50; ++count) // more than other streams' clients may have
+    Words numbers = {7, 8};
+    for (; numbers.size() < 50; numbers.push_back(9)) // more than other streams' clients may have
         scene += "object 9 dynamic 384x216 from 200,540 to 200,540 between 0 400\n";
     files.write("scene", scene);
     Daemon daemon(files, {"-o"});
     Client od(files.file("run/od"));
-    const auto bring = [&](std::size_t objects) {
-        return wait_until([&] { return od.next().value_or("").size() == entry * objects; });
+    Client vmf(files.file("run/vmf"));
+    const auto reconfigure = [&](const string &settings) {
+        files.store(settings);
+        files.reconfigure();
     };
-    EXPECT_TRUE(bring(50));
-    files.store(window("VMDWindow.NonDetect.V2.", 0, 4000, 0, 9999));
-    files.reconfigure();
-    EXPECT_TRUE(bring(1));
+    EXPECT_TRUE(comes(od, numbers, object_words));
+    reconfigure(window("VMDWindow.NonDetect.V2.", 0, 4000, 0, 9999));
+    EXPECT_TRUE(comes(od, {8}, object_words));
     // Each in its own read, an interval after the one before: of many three in a row.
     const Client another(files.file("run/od"));
-    std::vector<std::uint32_t> frame(100);
+    Words frame(100);
     int in_a_row = 0;
     for (int reads = 0; reads < 1000 && in_a_row < 3; ++reads) {
         const std::uint32_t next = frame[7] + 20; // the centre moves a pixel in a millisecond
         const ssize_t got = read(another.fd(), frame.data(), frame.size() * sizeof next);
-        in_a_row = got == 4 + entry && frame[7] == next ? in_a_row + 1 : 0;
+        in_a_row = got == 44 && frame[7] == next ? in_a_row + 1 : 0;
     }
     EXPECT_EQ(3, in_a_row);
+    reconfigure("VMDWindow.MaxDetectionSize=200x200\n");
+    EXPECT_TRUE(comes(od, {7}, object_words));
+    // The line is the first filter whatever the numbers, the area the only one of its code.
+    reconfigure(window("ObjectDetection.O0.", 1000, 4000, 1000, 9000) +
+                "ObjectDetection.O0.Type=1\n" +
+                lines("CrossLine.C2.", {"StartX=6250", "StartY=0", "EndX=6250", "EndY=9999"}));
+    EXPECT_TRUE(comes(vmf, {0, 0, 0, 1}, 1));
+    EXPECT_TRUE(comes(vmf, {0, 1, 0, 1}, 1));
     EXPECT_TRUE(daemon.stop());
 }
 
