@@ -347,4 +347,16 @@ TEST(MessagesTest, SaySinceWhenTheCameraIsThereAndWhyNot)
     EXPECT_EQ("offline.400Zthe daemon has gone", available());
 }
 
+TEST(MessagesTest, WhoHasGoneIsKnownForASecondMore)
+{
+    const Detection face{Detection::Kind::Face, 7, 0, 0, 0, 0, 0, 0};
+    ObjectIds ids;
+    ids.appear(face);
+    ids.leave(face, milliseconds(5000));
+    ids.forget_gone(milliseconds(5999));
+    EXPECT_EQ(7U, ids.of(face.kind, face.number));
+    ids.forget_gone(milliseconds(6000));
+    EXPECT_EQ(std::nullopt, ids.of(face.kind, face.number));
+}
+
 } // namespace

@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <fstream>
+#include <set>
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -156,6 +157,10 @@ TEST(Backoff, GrowsUntilAConnectionHasLasted)
             EXPECT_EQ(backoff.is_flapping(), step.is_flapping);
         }
     }
+    std::set<Backoff::Time> waits; // of a fleet
+    for (int camera = 0; camera < 20; ++camera)
+        waits.insert(Backoff(0).after(0ms));
+    EXPECT_GT(waits.size(), 1U);
     EXPECT_TRUE(Backoff(1).is_quick());
     EXPECT_FALSE(Backoff(0).is_quick());
 }

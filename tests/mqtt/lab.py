@@ -86,8 +86,8 @@ class Subscriber(Program):
     def __init__(self, lab, account, *topics, session=None):
         topics = [part for topic in topics for part in ("-t", topic)]
         keep = ["-i", session, "-c"] if session else []
-        super().__init__(lab, f"sub{len(lab.programs)}", "mosquitto_sub", "-q", "1", "-F", "%j",
-                         *lab.tls(account), *keep, *topics)
+        super().__init__(lab, f"sub{len(lab.programs)}", "mosquitto_sub", "-V", "5", "-q", "1",
+                         "-F", "%j", *lab.tls(account), *keep, *topics)
 
     def messages(self, part=""):
         lines = re.findall(r"^\{.*\n", self.text(), re.MULTILINE)  # whole ones
@@ -145,7 +145,7 @@ class Lab:
         Path(self.folder, "conf.d").mkdir()
         user = subprocess.check_output(["id", "-un"], text=True)
         self.write("conf.d/user.conf", f"user {user}")
-        self.write("conf.d/save.conf", "autosave_on_changes true")
+        self.write("conf.d/save.conf", "autosave_on_changes true\nlog_type all")
         self.adapt("packaging/mosquitto/va.conf", "conf.d/va.conf", {
             "/etc/mosquitto/va": self.folder, "listener 8883": f"listener {self.port} 127.0.0.1",
             "listener 8884": f"listener {self.reader_port} 127.0.0.1",

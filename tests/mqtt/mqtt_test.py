@@ -155,7 +155,8 @@ class MqttTest(unittest.TestCase):
             name = kind_of(message)
             if message["payload"]:
                 jsonschema.validate(payload(message), schema_of(name))
-            self.assertEqual(message["qos"], 0 if name == "frame" else 1)
+            self.assertEqual((message["qos"], "message-expiry-interval" in str(message)),
+                             (0, True) if name == "frame" else (1, False))
 
     def wait_until_it_hears(self, subscriber):  # behind all that is retained
         tell = ("mosquitto_pub", *self.lab.tls("admin"), "-q", "1", "-t", END, "-m", "{}")
@@ -226,7 +227,7 @@ class MqttTest(unittest.TestCase):
         first = told[0][1]
         self.assertEqual(told, [(topic, count) for count in range(first, first + len(told))
                                 for topic in (LINE_TOPIC, COUNTER_TOPIC)][1:len(told) + 1])
-        self.assertEqual(len(viewer.messages(SCENE)), 1)
+        self.assertFalse([m for m in viewer.messages(SCENE) if "C1" in m["payload"]])
         self.lab.reconfigure(store)
         viewer.wait(SCENE, lambda m: "C1" in m["payload"] and "non-detection" in m["payload"]
                     and "area" not in m["payload"])
@@ -303,7 +304,9 @@ class MqttTest(unittest.TestCase):
             publisher = self.lab.start_publisher(NOTIFY_SOCKET=address, WATCHDOG_USEC="60000000")
             publisher.wait_for("cannot write its status")
             wait_for(lambda: "online" in self.retained_topics().get(AVAILABLE, ""), "online")
+            self.broker.wait_for("Received UNSUBSCRIBE from cam1")  # else it hears itself
             self.assertEqual(publisher.end(), 0)
+            self.broker.wait_for(r"(?s)as cam1 \(p5, c0, k15, .*Client cam1 disconnected\.")
             told = [supervisor.recv(9999, socket.MSG_DONTWAIT)]
             while not told[-1].startswith(b"STOPPING=1\n"):
                 told.append(supervisor.recv(9999, socket.MSG_DONTWAIT))
@@ -354,7 +357,8 @@ class MqttTest(unittest.TestCase):
         self.assertEqual(publisher.end(), 0)
         self.assertEqual(retained(), [])
         self.assertEqual(publisher.text().count("larger"), 1)
-        self.lab.start_publisher(*options, "3600").wait_for("connected")
+        self.lab.start_publisher(*options, "3600", "--qos", "2").wait_for("connected")
+        self.broker.wait_for(r"as cam1 \(p5, c1,")  # a session would mistake new ones for old ones
         put(b"two")
         wait_for(lambda: retained() == ["ffd874776fffd9"], "one more")
         put(b"three")  # too soon
@@ -364,10 +368,12 @@ class MqttTest(unittest.TestCase):
     def test_no_event_is_lost_when_the_broker_goes(self):
         self.lab.start_daemon()
         viewer = Subscriber(self.lab, "viewer", "cameras/#", session="keeper")
-        publisher = self.lab.start_publisher()
+        publisher = self.lab.start_publisher("--host", "localhost, localhost",  # soon impatient
+                                             "--keep-alive", "60")
         viewer.wait(LINE_TOPIC)
+        self.broker.child.send_signal(signal.SIGSTOP)
+        publisher.wait_for("waiting for localhost:.* it does not answer")
         self.broker.kill()
-        publisher.wait_for("waiting for localhost:")
         self.wait_for_waiting(publisher, 8)
         self.lab.reconfigure(STORE)  # the area goes, whose events are kept
         self.wait_for_waiting(publisher, 20)
@@ -415,18 +421,21 @@ class MqttTest(unittest.TestCase):
         publisher = self.lab.start_publisher("--spool", "spool", "-r", "capture", "--pace", "99")
         wait_for(lambda: spool.exists() and spool.read_text().count("Ended") == 30, "the spool")
         publisher.kill()
-        publisher = self.lab.start_publisher("--spool", "spool")
+        publisher = self.lab.start_publisher("--spool", "spool", "--keep", "50")
         publisher.wait_for("ta: waiting")
         self.assertEqual(publisher.end(), 0)
-        publisher.wait_for("62 events wait in spool")  # with the state now, behind the alarm
+        publisher.wait_for("50 events wait in spool")  # with the state now, behind the alarm
+        with spool.open("a") as file:  # that somebody is in an area, which is no longer there
+            file.write(json.dumps({"topic": AREA_TOPIC, "payload": "{}", "retained": True}) + "\n")
         self.lab.start_broker()
         viewer = Subscriber(self.lab, "viewer", "cameras/#")
         self.wait_until_it_hears(viewer)
         publisher = self.lab.start_publisher("--spool", "spool")
         viewer.wait("track/30", says("State", "Ended"))
         tracks = [m["topic"].split("/")[-1] for m in viewer.messages("track/")]
-        self.assertEqual(tracks, [str(number) for number in range(1, 31)] * 2)
+        self.assertEqual(tracks, [str(number) for number in (*range(13, 31), *range(1, 31))])
         wait_for(lambda: spool.stat().st_size == 0, "an empty spool")
+        wait_for(lambda: AREA_TOPIC not in self.retained_topics(), "no area")
         self.assertEqual(publisher.end(), 0)
         self.assertNotIn("events", publisher.text())
         self.assertFalse(payload(viewer.messages(TAMPER_TOPIC)[-1])["Data"]["State"])
@@ -434,20 +443,52 @@ class MqttTest(unittest.TestCase):
     def test_what_a_broker_says_is_reported(self):
         context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
         context.load_cert_chain(self.lab.folder + "/broker.crt", self.lab.folder + "/broker.key")
+        context.load_verify_locations(self.lab.folder + "/broker.crt")
+        context.verify_mode = ssl.CERT_REQUIRED
+        machine = Path("/etc/machine-id")
+        part = r"-[0-9a-f]{8}" if machine.exists() and machine.read_text() else ""
         with context.wrap_socket(socket.create_server(("127.0.0.1", 0)), True) as server:
             server.settimeout(PATIENCE)
-            publisher = self.lab.start_publisher("--port", str(server.getsockname()[1]),
-                                                 "--client-id", "me", "--qos", "0")
-            # A version that is refused is not tried again; one that is not answered is.
-            for version, answer in ((5, b"\x20\3\0\x97\0"), (5, b"\x20\3\0\0\0\xe0\1\x8e"),
-                                    (5, b"\x20\2\0\1"), (4, b"\x20\2\0\0"), (4, b""),
-                                    (5, b""), (4, b"\x20\2\0\0")):
+            options = ("--port", str(server.getsockname()[1]), "--qos", "0",
+                       "--cert", "broker.crt", "--key", "broker.key")
+            publisher = self.lab.start_publisher(*options)
+            # A version that is refused is not tried again, one that is not answered is.
+            for version, answer in ((5, b"\x20\3\0\x97\0"), (5, b"\x20\2\0\1"),
+                                    (4, b"\x20\2\0\3"), (5, b"\x20\3\0\0\0\xe0\1\x8e"),
+                                    (5, b""), (4, b"\x20\2\0\0"),
+                                    (5, b"\x20\2\0\1"), (4, b"\x20\2\0\0")):
                 with server.accept()[0] as client:
                     request = client.recv(1) + client.recv(999)
                     self.assertEqual(request[request.index(b"MQTT") + 4], version)
                     client.sendall(answer)
+                    if version == 4 and answer[-1] == 0:  # what was not read to its end
+                        self.assertIn(b"onvif-ej/#", client.recv(999))
             publisher.wait_for(r"(?s)Quota exceeded\n.*Session taken over\n.*connected to "
-                               r".*by MQTT 3.1.1\n.*; has another client the id me\?\n")
+                               r".*by MQTT 3.1.1\n.*; has another client the id "
+                               rf"va_mqtt-cameras/cam1{part}\?\n")
+            publisher.kill()
+            forgetful = self.lab.start_publisher(*options, "--forget")
+            with server.accept()[0] as client:
+                client.sendall(b"\x20\3\0\0\0" +
+                               b"".join(b"\x90\4\0%c\0\x87" % number for number in range(1, 5)))
+                forgetful.wait_for("the account may not read what is retained")
+            self.assertEqual(forgetful.child.wait(PATIENCE), 1)
+
+    def test_frames_do_not_wait_in_a_slow_network(self):
+        def dropped():
+            publisher.child.send_signal(signal.SIGUSR1)
+            return re.search("broker: connected to .*; frames sent .*, dropped [1-9]",
+                             publisher.text())
+
+        with socket.create_server(("127.0.0.1", 0)) as server:
+            server.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 1)  # as little as possible
+            publisher = Program(self.lab, "slow", self.lab.bin / "va_mqtt", "--directory", "run",
+                                "--port", str(server.getsockname()[1]), "--rate", "100")
+            with server.accept()[0] as client:
+                client.sendall(b"\x20\3\0\0\0")
+                publisher.wait_for("connected to")
+                self.lab.start_daemon()
+                wait_for(dropped, "frames that are not sent")
 
     def test_what_the_broker_refuses_is_counted(self):
         admin = Subscriber(self.lab, "admin", "cameras/#")
@@ -462,16 +503,24 @@ class MqttTest(unittest.TestCase):
         self.assertEqual(admin.messages(), [])
 
     def test_the_daemon_reads_its_settings_when_it_may_be_told(self):
-        self.lab.start_daemon()
         viewer = Subscriber(self.lab, "viewer", "cameras/#")
+        old = "homeassistant/event/va_cameras_cam1/line_9/config"
+        tell = ("mosquitto_pub", *self.lab.tls("homeassistant"), "-q", "1", "-m", "reconfig", "-t")
+        for topic in (old, "cameras/cam1/va/reconfig"):  # a command that lay there is none
+            self.lab.run(*tell, topic, "-r")
+        first = self.lab.start_publisher()
+        first.wait_for("broker: connected")
+        first.kill()
         publisher = self.lab.start_publisher("--allow", "reconfig")
+        self.lab.start_daemon()
         viewer.wait(SCENE)
+        wait_for(lambda: old not in self.retained_of("homeassistant/#"), "the old line's end")
         self.lab.write("store", STORE)
-        tell = ("mosquitto_pub", *self.lab.tls("homeassistant"), "-q", "1", "-t",
-                "cameras/cam1/va/reconfig", "-m", "reconfig")
-        self.lab.run(*tell)
+        self.lab.run(*tell, "cameras/cam1/va/reconfig")
         viewer.wait(SCENE, lambda m: "area" not in m["payload"])
         publisher.wait_for("the daemon has read its settings again")
+        self.assertEqual(publisher.text().count("is asked"), 1)
+        self.assertNotIn("was lost", viewer.text())  # it was back soon enough
 
     def test_what_cannot_be_used_is_refused(self):
         self.lab.write("wrong.password", "wrong\n")
@@ -514,6 +563,13 @@ class MqttTest(unittest.TestCase):
             publisher.wait_for(text)
             self.assertEqual("plain text" in publisher.text(), "plain text" in text)
             publisher.kill()
+        # One connection is made by the system, to a program that does not answer; no other one.
+        with socket.create_server(("", 0), backlog=0) as server:
+            publisher = Program(self.lab, "silence", self.lab.bin / "va_mqtt", "--keep-alive", "60",
+                                "--host", "127.0.0.1, 127.0.0.2",
+                                "--port", str(server.getsockname()[1]))
+            for host in ("127.0.0.1", "127.0.0.2"):
+                publisher.wait_for(f"waiting for {host}:.* it does not answer")
 
     def write_capture(self):
         """As va_dump -w writes one."""
