@@ -254,10 +254,10 @@ void Broker::end_connection()
                       "none above %zu bytes is sent",
                       size, largest_still_));
     }
-    if (reading_ == Reading::Runs)
-        reading_ = Reading::NotYet;
-    if (reading_ == Reading::NotYet && !subscribing_.empty())
-        ++cut_readings_;
+    if (reading_ != Reading::Runs)
+        return;
+    reading_ = Reading::NotYet;
+    cut_readings_ += subscribing_.empty() ? 0 : 1;
 }
 
 // A connection that was told to end ends by itself.
