@@ -486,7 +486,8 @@ class MqttTest(unittest.TestCase):
                                 "--port", str(server.getsockname()[1]), "--rate", "100")
             with server.accept()[0] as client:
                 client.sendall(b"\x20\3\0\0\0")
-                publisher.wait_for("connected to")
+                for text in ("connected to", "ta: waiting"):
+                    publisher.wait_for(text)
                 self.lab.start_daemon()
                 wait_for(dropped, "frames that are not sent")
 
