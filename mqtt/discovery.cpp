@@ -153,7 +153,8 @@ std::vector<std::pair<std::string, std::string>> discovery_states(std::span<cons
     std::vector<std::pair<std::string, std::string>> states;
     std::set<std::string> known;
     for (const Entity &entity : entities_of(rules, settings, topics)) {
-        const std::string topic = beginning + entity.component + node + entity.id + "/config";
+        std::string topic = beginning + entity.component;
+        topic += node + entity.id + "/config";
         known.insert(topic);
         states.emplace_back(topic, payload_of(entity, settings, topics));
     }
