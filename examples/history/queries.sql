@@ -15,7 +15,8 @@ WITH rises AS (
     FROM counts WHERE camera = :'camera'
     WINDOW line AS (PARTITION BY camera, rule ORDER BY hour)
 ), stored AS (
-    SELECT rule, date_trunc('hour', time, 'UTC') AS hour, count(*) AS stored
+    SELECT rule, date_trunc('hour', time, 'UTC') AS hour,
+        sum(greatest(jsonb_array_length(data->'Objects'), 1)) AS stored -- one where nobody is known
     FROM events
     WHERE camera = :'camera' AND time >= :'begin' AND time < :'end' AND kind = 'LineDetector'
     GROUP BY rule, date_trunc('hour', time, 'UTC')

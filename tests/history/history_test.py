@@ -26,7 +26,7 @@ time,rule,object,class,crossing
 2026-03-01 08:59:59.999+00,CrossLine-C0,,,
 2026-03-01 10:00:00+00,CrossLine-C0,1,Moving,to left
 hour,rule,counted,stored
-2026-03-01 08:00:00+00,CrossLine-C0,2,2
+2026-03-01 08:00:00+00,CrossLine-C0,2,3
 2026-03-01 10:00:00+00,CrossLine-C0,7,1
 2026-03-01 11:00:00+00,CrossLine-C0,3,
 camera,hour,counted
