@@ -70,13 +70,8 @@ Publisher::Publisher(const Settings &settings, const Source &source)
 void Publisher::status(const Moment &now, const DaemonStatus &status)
 {
     const auto scene = scene_of(status);
-    if (!scene) {
-        // Else nobody knows why there are no frames.
-        if (!status.reason.empty() && std::exchange(unanswered_, status.reason) != status.reason)
-            say("the daemon's settings are not known: " + status.reason);
+    if (!scene)
         return;
-    }
-    unanswered_.clear();
     maker_.status(now, *scene);
     rules_ = scene->rules;
     publish_discovery();

@@ -53,7 +53,6 @@ private:
     std::shared_ptr<Broker> broker_;
     MessageMaker maker_;
     std::optional<StillFile> still_;
-    std::string unanswered_; // why the daemon gave no answer
     std::optional<std::future<void>> reload_;
     std::optional<Losses> reported_;
     std::optional<std::vector<AlarmRule>> rules_; // in force, once they are known

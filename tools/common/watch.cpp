@@ -148,6 +148,9 @@ private:
         using enum DaemonStatus::Answer;
         if (status.answer == Answered)
             sinks_.call(&RecordSink::status, now, status);
+        const bool was_refused = std::exchange(is_refused_, status.answer == Refused);
+        if (wanted_ && is_refused_ && !was_refused) // else nobody knows why there is no scene
+            say("the daemon's settings are not known: " + status.reason);
         if (verdict_ == NO_STATUS && status.answer == Answered)
             judge_as(now, judge(status));
         // Where records arrive nothing is wrong; and one that takes no requests may be quite well.
@@ -171,6 +174,7 @@ private:
     Elapsed heard_{};
     Elapsed due_{};
     bool was_silent_ = false; // when it was asked
+    bool is_refused_ = false; // to ask it
     std::optional<StatusQuery> query_;
     ExitStatus verdict_ = IS_WELL; // that was reported
 };
