@@ -149,7 +149,8 @@ TEST(SckSvr, AClientThatNeverReadsMissesRecordsAlone)
         while (stream.size() < 20'000 && !HasFailure())
             write();
     });
-    EXPECT_TRUE(output.ends_with(server.refused));
+    // Behind it there may be how many more there were in the last second.
+    EXPECT_NE(output.find(server.refused), std::string::npos);
     EXPECT_TRUE(cycle_until([&] { return stalled.receive(), queue.count == 0; }));
     const std::size_t got = stalled.receive().size();
     EXPECT_TRUE(got < stream.size() && got % frame_size == 0 &&
