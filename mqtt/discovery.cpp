@@ -34,7 +34,9 @@ std::uint32_t hash_of(const std::string &text)
 std::string node_of(const Settings &settings)
 {
     std::string node = "va_" + settings.names.prefix;
-    const auto is_plain = [](unsigned char c) { return std::isalnum(c) || c == '-'; };
+    const auto is_plain = [](char c) {
+        return std::isalnum(static_cast<unsigned char>(c)) || c == '-';
+    };
     const bool is_unlike = !std::ranges::all_of(settings.names.prefix,
                                                 [&](char c) { return is_plain(c) || c == '/'; });
     std::ranges::replace_if(
