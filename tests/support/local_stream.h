@@ -23,7 +23,8 @@ struct LocalStream {
         std::span<const std::uint8_t> payload;
         do {
             cycle();
-            for (const std::uint8_t byte : arrived(client->fd)) {
+            for (const char arriving : arrived(client->fd)) {
+                const auto byte = static_cast<std::uint8_t>(arriving);
                 reader.append({&byte, 1});
                 if (reader.next(payload) == va::FrameReader::Result::Frame)
                     all.emplace_back(payload.begin(), payload.end());
