@@ -77,7 +77,8 @@ Broker::Broker(const Settings &settings, std::optional<Message> last_will,
 {
     mosquitto_lib_init();
     // Throws what a later attempt only reports.
-    BrokerConnection(settings_, settings_.hosts[host_], Protocol::V5, last_will_, *this);
+    const BrokerConnection attempt(settings_, settings_.hosts[host_], Protocol::V5, last_will_,
+                                   *this);
     for (const std::string &host : settings_.hosts) {
         if (shows_password(settings_, host))
             say("the password goes to " + host + " as plain text: there is no --cafile");
