@@ -14,6 +14,14 @@ constexpr int widest = 640;      // pixels of the picture that is analysed, and 
 constexpr int face_widest = 400; // the same, for faces
 constexpr int half = 2;
 
+// A smaller shift of the camera makes no objects.
+constexpr float least_shift = 0.5F; // pixels
+
+cv::Size half_of(cv::Size size)
+{
+    return {std::max(size.width / half, 1), std::max(size.height / half, 1)};
+}
+
 cv::Size scaled_size(cv::Size image)
 {
     const double factor =
@@ -67,16 +75,26 @@ void Analysis::scale(const cv::Mat &image)
     cv::resize(image, picture_, size, 0, 0, interpolation(image.size(), size));
     cv::Mat grey;
     cv::cvtColor(picture_, grey, cv::COLOR_BGR2GRAY);
-    cv::resize(grey, grey_, grey.size() / half, 0, 0, cv::INTER_AREA);
-    cv::resize(grey_, thumb_, {TamperDetector::width, TamperDetector::height}, 0, 0,
-               cv::INTER_AREA);
+    cv::resize(grey, grey, {TamperDetector::width, TamperDetector::height}, 0, 0, cv::INTER_AREA);
+    grey.convertTo(thumb_, CV_32F);
+    cv::GaussianBlur(thumb_, thumb_, {3, 3}, 0);
 }
 
-void Analysis::correct_brightness(VideoTime time)
+// Undoes the trembling of the camera, and changes of the light.
+void Analysis::steady(VideoTime time)
 {
+    const Point shift = tamper_.view().empty() ? Point{} : shift_between(tamper_.view(), thumb_);
+    const Point scaled = {shift.x * static_cast<float>(picture_.cols) / TamperDetector::width,
+                          shift.y * static_cast<float>(picture_.rows) / TamperDetector::height};
     const double factor = brightness_.correction(thumb_, motion_.foreground(), time);
-    picture_.convertTo(even_, -1, factor);
-    grey_.convertTo(even_grey_, -1, factor);
+    if (length(scaled) < least_shift) {
+        picture_.convertTo(even_, -1, factor);
+        return;
+    }
+    shift_back(thumb_.clone(), shift, thumb_);
+    cv::Mat even;
+    picture_.convertTo(even, -1, factor);
+    shift_back(even, scaled, even_);
 }
 
 std::optional<int> Analysis::check_tamper(VideoTime time)
@@ -94,11 +112,15 @@ std::optional<int> Analysis::check_tamper(VideoTime time)
 
 std::vector<TrackedObject> Analysis::track_objects(VideoTime time)
 {
-    std::vector<Box> moving = motion_.detect(even_, time);
+    const cv::Mat lit = tamper_.view().empty() ? cv::Mat() : lit_otherwise(tamper_.view(), thumb_);
+    std::vector<Box> moving = motion_.detect(even_, lit, time);
     if (tamper_.is_doubtful())
         moving.clear();
     if (is_due(still_updated_, StillObjects::interval, time)) {
-        stationary_ = still_.update(even_grey_, time);
+        cv::Mat grey;
+        cv::cvtColor(even_, grey, cv::COLOR_BGR2GRAY);
+        cv::resize(grey, grey, half_of(grey.size()), 0, 0, cv::INTER_AREA);
+        stationary_ = still_.update(grey, time);
         for (StationaryBox &stationary : stationary_)
             stationary.box = stationary.box.scaled(half);
     }
@@ -138,8 +160,8 @@ Observations Analysis::analyse(const cv::Mat &image, VideoTime time)
     Observations observations{};
     observations.time = time;
     scale(image);
-    correct_brightness(time);
     observations.tamper = check_tamper(time);
+    steady(time);
     observations.objects = track_objects(time);
     observations.faces = detect_faces(time);
     observations.jump = std::exchange(jump_, false);

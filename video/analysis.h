@@ -4,6 +4,7 @@
 #include "video/motion.h"
 #include "video/still_objects.h"
 #include "video/tamper.h"
+#include "video/view.h"
 
 #include <opencv2/core.hpp>
 #include <optional>
@@ -42,7 +43,7 @@ public:
 
 private:
     void scale(const cv::Mat &image);
-    void correct_brightness(VideoTime time);
+    void steady(VideoTime time);
     std::optional<int> check_tamper(VideoTime time);
     std::vector<TrackedObject> track_objects(VideoTime time);
     std::vector<TrackedObject> detect_faces(VideoTime time);
@@ -60,10 +61,8 @@ private:
     Tracker tracker_{TRACK_OBJECTS};
 
     cv::Mat picture_; // the image, scaled
-    cv::Mat grey_;    // of half its size
-    cv::Mat thumb_;   // grey
-    cv::Mat even_;    // the picture, of the usual brightness
-    cv::Mat even_grey_;
+    cv::Mat thumb_;   // grey, small, 32-bit
+    cv::Mat even_;    // the picture, of the usual brightness, and where it usually is
     std::vector<StationaryBox> stationary_;
     std::optional<VideoTime> tamper_checked_;
     std::optional<VideoTime> still_updated_;

@@ -16,6 +16,9 @@ constexpr std::size_t most_boxes = 100;
 constexpr double absorbed_after = 5;
 constexpr double absorbed_after_first = 0.5;
 
+// More is no object, but the camera or its light.
+constexpr double most_foreground = 0.5; // of the picture
+
 constexpr double least_area = 0.0004; // of the picture
 
 // The learning rate at which a constant pixel is background after `seconds`: then its weight is
@@ -57,7 +60,8 @@ std::vector<Box> boxes_of(const cv::Mat &mask)
 
 } // namespace
 
-std::vector<Box> MotionDetector::detect(const cv::Mat &picture, VideoTime time)
+std::vector<Box> MotionDetector::detect(const cv::Mat &picture, const cv::Mat &ignored,
+                                        VideoTime time)
 {
     if (fresh_)
         begin_ = last_ = time;
@@ -68,7 +72,14 @@ std::vector<Box> MotionDetector::detect(const cv::Mat &picture, VideoTime time)
     fresh_ = false;
     last_ = time;
     background_->apply(picture, foreground_, rate);
+    if (!ignored.empty()) {
+        cv::Mat mask;
+        cv::resize(ignored, mask, foreground_.size(), 0, 0, cv::INTER_NEAREST);
+        foreground_.setTo(0, mask);
+    }
     clean(foreground_);
+    if (cv::countNonZero(foreground_) > most_foreground * static_cast<double>(foreground_.total()))
+        return {};
     return boxes_of(foreground_);
 }
 
@@ -84,7 +95,7 @@ double BrightnessLevel::correction(const cv::Mat &grey, const cv::Mat &foregroun
     constexpr double least_share = 0.1;
     constexpr double limit = 2;
     if (usual_.empty())
-        grey.convertTo(usual_, CV_32F);
+        grey.copyTo(usual_);
     cv::Mat background(grey.size(), CV_8U, cv::Scalar(255));
     if (!foreground.empty()) {
         cv::resize(foreground, background, grey.size(), 0, 0, cv::INTER_NEAREST);

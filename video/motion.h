@@ -15,8 +15,9 @@ class MotionDetector
 {
 public:
     // The boxes around what differs from the background, the largest ones when there are very many.
-    // `picture` always has the same size, `time` grows.
-    std::vector<Box> detect(const cv::Mat &picture, VideoTime time);
+    // `picture` always has the same size, `time` grows. `ignored`, of any size, is 255 where
+    // nothing is to be found, else 0, and may be empty.
+    std::vector<Box> detect(const cv::Mat &picture, const cv::Mat &ignored, VideoTime time);
 
     // Takes the next picture as the background.
     void reset();
@@ -26,7 +27,7 @@ public:
 
 private:
     cv::Ptr<cv::BackgroundSubtractorMOG2> background_ =
-        cv::createBackgroundSubtractorMOG2(500, 16, true);
+        cv::createBackgroundSubtractorMOG2(500, 16, false);
     cv::Mat foreground_;
     VideoTime begin_ = 0;
     VideoTime last_ = 0;
@@ -39,8 +40,8 @@ class BrightnessLevel
 {
 public:
     // The factor that makes the picture as bright as the mean of about the last half minute. `grey`
-    // always has the same size; `foreground`, of any size, is 255 where it is not to be compared,
-    // else 0, and may be empty. `time` grows.
+    // is 32-bit and always has the same size; `foreground`, of any size, is 255 where it is not to
+    // be compared, else 0, and may be empty. `time` grows.
     double correction(const cv::Mat &grey, const cv::Mat &foreground, VideoTime time);
 
     // Begins again with the next picture.

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <opencv2/imgproc.hpp>
-#include <vector>
 
 namespace va::video
 {
@@ -22,64 +21,103 @@ constexpr VideoTime longest_recovery = 8000;
 constexpr double time_constant = 10; // seconds, of the view
 constexpr double settling_constant = 0.5;
 
-constexpr double textured = 4;     // grey levels, the deviation within a cell
-constexpr int least_cells = 8;     // with texture, to be compared
-constexpr double alike = 0.4;      // correlation of a cell
-constexpr double lost_share = 0.3; // the view is lost when fewer of the cells are alike
-constexpr double found_share = 0.6;
-constexpr double little_detail = 0.35; // of the view's: covered
-constexpr double calm = 3;             // grey levels, the mean change from check to check
+constexpr double textured = 4;      // grey levels, the deviation within a cell
+constexpr double noise_factor = 3;  // what deviates by less than so much of the noise is flat, too
+constexpr int least_textured = 8;   // cells, to be compared
+constexpr double alike = 0.4;       // correlation of a cell
+constexpr double lost_share = 0.3;  // the view is lost when fewer of its textured cells are alike
+constexpr double found_share = 0.6; // and is there again when more are
+constexpr double changed_share = 0.4;      // of all cells, in a view that is lost: a person is less
+constexpr double flat_changed_share = 0.5; // the same, where nothing has texture
+constexpr double proportional = 0.8;       // correlation of the cells' means in another light
+constexpr double as_shaded = 2;            // their contrast there, at most so many times another
+constexpr double least_shading = 0.5;      // grey levels, their deviation
+constexpr double covered_share = 0.15;     // of the cells; where fewer have texture: covered
+constexpr double calm = 3;                 // grey levels, the mean change from check to check
 
 constexpr double light_step = 18;   // grey levels of a cell
 constexpr double light_share = 0.7; // of the cells, all in the same direction
 
-const std::vector<cv::Rect> cells = [] {
-    std::vector<cv::Rect> all;
-    for (int y = 0; y < TamperDetector::height; y += cell) {
-        for (int x = 0; x < TamperDetector::width; x += cell)
-            all.emplace_back(x, y, cell, cell);
-    }
-    return all;
-}();
+// The mean of each cell.
+cv::Mat means_of(const cv::Mat &picture)
+{
+    cv::Mat means;
+    cv::resize(picture, means, picture.size() / cell, 0, 0, cv::INTER_AREA);
+    return means;
+}
 
-struct Statistics {
-    double mean;
-    double deviation;
+// The covariance of two pictures in each cell.
+cv::Mat covariances_of(const cv::Mat &a, const cv::Mat &b)
+{
+    return means_of(a.mul(b)) - means_of(a).mul(means_of(b));
+}
+
+double share_of(const cv::Mat &mask)
+{
+    return cv::countNonZero(mask) / static_cast<double>(mask.total());
+}
+
+double mean_change(const cv::Mat &a, const cv::Mat &b)
+{
+    return cv::norm(a, b, cv::NORM_L1) / static_cast<double>(a.total());
+}
+
+// The variance of the noise: of what changes from one picture to the next in half of the cells.
+double noise_variance(const cv::Mat &now, const cv::Mat &last)
+{
+    const cv::Mat change = now - last;
+    cv::Mat variances = covariances_of(change, change) / 2;
+    auto *const begin = variances.ptr<float>();
+    auto *const median = begin + variances.total() / 2;
+    std::nth_element(begin, median, begin + variances.total());
+    return *median;
+}
+
+// The cells with texture.
+cv::Mat has_texture(const cv::Mat &picture)
+{
+    return covariances_of(picture, picture) > textured * textured;
+}
+
+// What is left of a view.
+struct Remains {
+    bool has_texture; // of the view: in enough cells
+    double alike;     // share of those that are alike whatever the light
+    double changed;   // share of all cells that neither are, nor were flat and as bright as now
 };
 
-Statistics statistics_of(const cv::Mat &picture)
+// `noise`: its variance. `brightness`: the mean that each cell should have.
+Remains remains_of(const cv::Mat &view, const cv::Mat &now, const cv::Mat &brightness, double noise)
+{
+    const cv::Mat variances = covariances_of(view, view);
+    const cv::Mat variances_now = covariances_of(now, now);
+    cv::Mat deviations = cv::max(variances.mul(variances_now), 1);
+    cv::sqrt(deviations, deviations);
+    const cv::Mat has_texture = variances > textured * textured;
+    const cv::Mat is_alike = has_texture & (covariances_of(view, now) > alike * deviations);
+    const double flat = std::max(textured * textured, noise_factor * noise_factor * noise);
+    const cv::Mat stays_flat =
+        ~has_texture & (variances_now < flat) & (cv::abs(means_of(now) - brightness) < light_step);
+    const int count = cv::countNonZero(has_texture);
+    return {count >= least_textured, cv::countNonZero(is_alike) / std::max<double>(count, 1),
+            1 - share_of(is_alike | stays_flat)};
+}
+
+// In another light what is brighter stays brighter, by as much in proportion.
+bool is_in_another_light(const cv::Mat &view, const cv::Mat &now)
 {
     cv::Scalar mean;
     cv::Scalar deviation;
-    cv::meanStdDev(picture, mean, deviation);
-    return {mean[0], deviation[0]};
-}
-
-// The share of the cells with texture, in either picture, that are alike in both whatever the
-// light; 1 when too few have any.
-double common_share(const cv::Mat &a, const cv::Mat &b)
-{
-    int counted = 0;
-    int common = 0;
-    for (const cv::Rect &place : cells) {
-        const cv::Mat first = a(place);
-        const cv::Mat second = b(place);
-        const Statistics x = statistics_of(first);
-        const Statistics y = statistics_of(second);
-        if (std::max(x.deviation, y.deviation) < textured)
-            continue;
-        const double covariance = first.dot(second) / (cell * cell) - x.mean * y.mean;
-        ++counted;
-        common += covariance > alike * std::max(x.deviation * y.deviation, 1.);
-    }
-    return counted < least_cells ? 1 : static_cast<double>(common) / counted;
-}
-
-double detail_of(const cv::Mat &picture)
-{
-    cv::Mat edges;
-    cv::Laplacian(picture, edges, CV_32F);
-    return statistics_of(edges).deviation;
+    cv::Scalar mean_now;
+    cv::Scalar deviation_now;
+    const cv::Mat means = means_of(view);
+    const cv::Mat means_now = means_of(now);
+    cv::meanStdDev(means, mean, deviation);
+    cv::meanStdDev(means_now, mean_now, deviation_now);
+    const double covariance = cv::mean(means.mul(means_now))[0] - mean[0] * mean_now[0];
+    const double contrast = deviation_now[0] * mean[0] / (deviation[0] * mean_now[0]);
+    return deviation_now[0] > least_shading && contrast > 1 / as_shaded && contrast < as_shaded &&
+           covariance > proportional * deviation[0] * deviation_now[0];
 }
 
 } // namespace
@@ -92,15 +130,10 @@ void TamperDetector::reset()
     recovering_since_.reset();
 }
 
-std::optional<TamperDetector::Cause> TamperDetector::check(const cv::Mat &grey, VideoTime time)
+std::optional<TamperDetector::Cause> TamperDetector::check(const cv::Mat &now, VideoTime time)
 {
-    cv::Mat now;
-    grey.convertTo(now, CV_32F);
-    cv::GaussianBlur(now, now, {3, 3}, 0);
-    cv::Mat brightness;
-    cv::resize(now, brightness, now.size() / cell, 0, 0, cv::INTER_AREA);
-    moments_.push_back({time, brightness});
-    while (time - moments_.front().time > switching_time)
+    moments_.push_back({time, means_of(now)});
+    while (!unfamiliar_ && time - moments_.front().time > switching_time)
         moments_.pop_front();
     std::optional<Cause> cause;
     if (view_.empty())
@@ -109,53 +142,69 @@ std::optional<TamperDetector::Cause> TamperDetector::check(const cv::Mat &grey, 
         recover(now, time);
     else
         cause = compare(now, time);
-    last_ = now;
+    now.copyTo(last_);
     last_time_ = time;
     return cause;
 }
 
-std::optional<TamperDetector::Cause> TamperDetector::compare(const cv::Mat &grey, VideoTime time)
+// Is the view gone, but for what a person hides, who is never all of it?
+bool TamperDetector::is_view_lost(const cv::Mat &now) const
 {
-    const bool unfamiliar = common_share(view_, grey) < lost_share;
+    const auto [has_texture, alike_share, changed] =
+        remains_of(view_, now, moments_.front().brightness, noise_variance(now, last_));
+    if (has_texture)
+        return alike_share < lost_share && changed > changed_share;
+    return changed > flat_changed_share && !is_in_another_light(view_, now);
+}
+
+// Is it the view that was lost before?
+bool TamperDetector::is_found_again(const cv::Mat &now) const
+{
+    if (lost_.empty())
+        return false;
+    const auto [has_texture, alike_share, changed] =
+        remains_of(lost_, now, means_of(lost_), noise_variance(now, last_));
+    if (has_texture)
+        return alike_share > found_share;
+    return changed < flat_changed_share || is_in_another_light(lost_, now);
+}
+
+std::optional<TamperDetector::Cause> TamperDetector::compare(const cv::Mat &now, VideoTime time)
+{
     const bool settled = time >= settled_;
+    const bool lost = is_view_lost(now);
+    const bool switched = !lost && is_light_switched();
     if (!unfamiliar_)
         unfamiliar_since_ = time;
-    unfamiliar_ = unfamiliar && settled;
-    if (!settled || (!unfamiliar && !is_light_switched())) {
+    unfamiliar_ = lost && settled;
+    if (!settled || (!lost && !switched)) {
         const double passed = static_cast<double>(time - last_time_) / 1000;
         const double constant = settled ? time_constant : settling_constant;
-        cv::accumulateWeighted(grey, view_, 1 - std::exp(-passed / constant));
+        cv::accumulateWeighted(now, view_, 1 - std::exp(-passed / constant));
         return {};
     }
-    if (!unfamiliar) {
-        begin_recovery(time);
-        return Cause::Light;
-    }
-    if (time - unfamiliar_since_ < unfamiliar_limit)
+    if (!switched && time - unfamiliar_since_ < unfamiliar_limit)
         return {};
     begin_recovery(time);
-    if (!lost_.empty() && common_share(lost_, grey) > found_share) {
+    if (is_found_again(now)) {
         lost_.release();
         return {};
     }
+    if (switched)
+        return Cause::Light;
     lost_ = view_.clone();
-    return detail_of(grey) < little_detail * detail_of(view_) ? Cause::Covered : Cause::Turned;
+    return share_of(has_texture(now)) < covered_share ? Cause::Covered : Cause::Turned;
 }
 
-// Nearly everything has become brighter, or darker, within moments, and stays so in the last two.
+// Nearly everything has become brighter, or darker, within moments, and stays so.
 bool TamperDetector::is_light_switched() const
 {
     if (moments_.size() < 3)
         return false;
-    const auto has_changed = [&](const Moment &now, double sign) {
-        const cv::Mat change = sign * (now.brightness - moments_.front().brightness);
-        return cv::countNonZero(change > light_step) >
-               light_share * static_cast<double>(change.total());
-    };
-    const Moment &now = moments_.back();
-    const Moment &before = moments_[moments_.size() - 2];
-    return (has_changed(now, 1) && has_changed(before, 1)) ||
-           (has_changed(now, -1) && has_changed(before, -1));
+    const cv::Mat &now = moments_.back().brightness;
+    const cv::Mat change = now - moments_.front().brightness;
+    return std::max(share_of(change > light_step), share_of(change < -light_step)) > light_share &&
+           mean_change(now, moments_[moments_.size() - 2].brightness) < calm;
 }
 
 void TamperDetector::begin_recovery(VideoTime time)
@@ -165,19 +214,17 @@ void TamperDetector::begin_recovery(VideoTime time)
     unfamiliar_ = false;
 }
 
-void TamperDetector::recover(const cv::Mat &grey, VideoTime time)
+void TamperDetector::recover(const cv::Mat &now, VideoTime time)
 {
-    cv::Mat change;
-    cv::absdiff(grey, last_, change);
-    if (cv::mean(change)[0] > calm)
+    if (mean_change(now, last_) > calm)
         restless_ = time;
     if (time - restless_ >= calm_for || time - *recovering_since_ >= longest_recovery)
-        set_view(grey, time + resettling);
+        set_view(now, time + resettling);
 }
 
-void TamperDetector::set_view(const cv::Mat &grey, VideoTime settled)
+void TamperDetector::set_view(const cv::Mat &now, VideoTime settled)
 {
-    view_ = grey.clone();
+    view_ = now.clone();
     settled_ = settled;
     unfamiliar_ = false;
     recovering_since_.reset();

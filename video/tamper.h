@@ -23,16 +23,20 @@ public:
     // How often a check is worth its time.
     static constexpr VideoTime interval = 80;
 
-    // Checks a grey picture; `time` grows. The result is what has just happened to the camera, if
-    // anything. Then, and also when a view returns that was lost before, recovery begins; it ends
-    // when the picture is calm, whose view is the one to compare with from then on.
-    std::optional<Cause> check(const cv::Mat &grey, VideoTime time);
+    // Checks a picture, grey and 32-bit, a little blurred; `time` grows. The result is what has
+    // just happened to the camera, if anything. Then, and also when a view returns that was lost
+    // before, recovery begins; it ends when the picture is calm, whose view is the one to compare
+    // with from then on.
+    std::optional<Cause> check(const cv::Mat &now, VideoTime time);
 
     // The view seems to be lost, for a moment or for longer.
     bool is_doubtful() const { return unfamiliar_ || is_recovering(); }
 
     // Nothing in the picture can be trusted.
     bool is_recovering() const { return recovering_since_.has_value(); }
+
+    // The view that is compared with; empty before the first check.
+    const cv::Mat &view() const { return view_; }
 
     // Forgets the view, as for another source.
     void reset();
@@ -43,11 +47,13 @@ private:
         cv::Mat brightness; // of each cell
     };
 
+    bool is_view_lost(const cv::Mat &now) const;
+    bool is_found_again(const cv::Mat &now) const;
     bool is_light_switched() const;
-    std::optional<Cause> compare(const cv::Mat &grey, VideoTime time);
-    void recover(const cv::Mat &grey, VideoTime time);
+    std::optional<Cause> compare(const cv::Mat &now, VideoTime time);
+    void recover(const cv::Mat &now, VideoTime time);
     void begin_recovery(VideoTime time);
-    void set_view(const cv::Mat &grey, VideoTime settled);
+    void set_view(const cv::Mat &now, VideoTime settled);
 
     cv::Mat view_; // what should be visible; 32-bit
     cv::Mat lost_; // what should have been before the last recovery
