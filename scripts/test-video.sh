@@ -15,10 +15,10 @@ photographs=python3-skimage # a package that has one of a face
 judge() {
     local name=$1 verdict
     shift
-    "$bin/make_clip" "$name.avi" "$@" >"$name.truth"
+    "$root/tests/video/make_clip.py" "$name.avi" "$@" >"$name.truth"
     "$bin/va_video" --fast "$name.avi" - >"$name.lines" 2>"$name.log" || die "$(cat "$name.log")"
-    verdict=$(python3 "$root/video/truth/judge.py" "$name.truth" "$name.lines") || die "$name: $verdict"
-    say "$name: $verdict"
+    verdict=$("$root/tests/video/judge.py" "$name.truth" "$name.lines") || die "$verdict"
+    say "$verdict"
 }
 
 get_face() {
@@ -51,10 +51,10 @@ $(cat alarms "$name.truth")"
     say "$name: $alarms alarms of $crossings crossings"
 }
 
-require "${video_packages[@]}" python3
+require "${video_packages[@]}" python3-opencv
 say "packages are installed after $SECONDS s"
 configure "$preset" -DVA_VIDEO=ON
-build "$preset" va_here va_dump va_video make_clip make_firmware
+build "$preset" va_here va_dump va_video make_firmware
 enter_folder
 get_face
 for seed; do
