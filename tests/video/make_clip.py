@@ -342,6 +342,9 @@ class Clip:
             say("allow objects", moving / 5)
         if self.set["night"]:
             say("allow objects", (self.seconds + 3) // 5)
+        if self.set["covered"] and self.set["cover"] == 2:  # it moves, too
+            say("allow false", 2)
+            say("allow objects", 2)
 
 
 def texture(size, rough):
