@@ -4,7 +4,7 @@ Makes a clip with known content, to judge what was detected in it. Walkers cross
 middle of a textured ground with noise, changing light and a swaying strip.
     seed=1 seconds=10 rate=25 width=640 height=0 (9/16 of the width) light=0.1
     noise=4 (11 at night)  sway=4 (0 with shake)  grain=1 (6 with shake): how rough the ground is
-    walkers=0  who cross the line      tall=0   their height, as a share of the picture's
+    walkers=0  who cross the line      tall=0   their height, as a share of the picture's (any)
     pairs=0    of them meet on it      stand=0  besides: who stop near it for some seconds
     standing=0 objects left behind     cloud=0  patches of shadow or light that pass
     shake=0    pixels of 640, at 3 to 5 Hz      night=1  dark, noisy, with headlights
@@ -150,14 +150,14 @@ class Clip:
             strong = between(0, 1) < 0.5
             step = between(60, 110) if strong else between(30, 50)
             sign = -1 if level > 100 and between(0, 1) < 0.6 else 1
-            return [tuple((level + sign * step + between(-8, 8, 3)).clip(0, 255))
+            return [tuple((level + sign * step + between(5, 30) * between(-1, 1, 3)).clip(0, 255))
                     for _ in range(2)]
         if between(0, 1) < 0.6:
             return tuple(between(0, 50, 3)), tuple(between(10, 60, 3))
         return tuple(between(190, 255, 3)), tuple(between(180, 230, 3))
 
     def make_walker(self, begin, to_right, **more):
-        tall = self.set["tall"] or between(0.2, 0.32)
+        tall = self.set["tall"] or between(*((0.35, 0.75) if self.set["wall"] else (0.2, 0.32)))
         speed = between(0.18, 0.32) * (1 if to_right else -1)
         return Walker(begin, speed, between(max(0.62, tall + 0.05), 0.95), tall, *self.clothes(),
                       **more)
