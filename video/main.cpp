@@ -40,13 +40,6 @@ FrameSize parse_frame(const std::string &text)
     return {parse_side(text.substr(0, cross)), parse_side(text.substr(cross + 1))};
 }
 
-std::string parse_still(const char *path)
-{
-    if (!*path)
-        throw WrongUse("a still needs a file");
-    return path;
-}
-
 OptionTable table_of(Options &options)
 {
     constexpr char source[] = "Source:";
@@ -65,7 +58,7 @@ OptionTable table_of(Options &options)
         {analysis, 'n', "no-faces", nullptr, "no detection of faces",
          [&](const char *) { options.faces = false; }},
         {analysis, 's', "still", "FILE", "keeps a JPEG of the analysed picture up to date",
-         [&](const char *path) { options.still = parse_still(path); }},
+         [&](const char *path) { options.still = path; }},
         {analysis, 'F', "frame", "WxH", "the frame of the reported boxes; default 1920x1080",
          [&](const char *text) { options.frame = parse_frame(text); }},
     };

@@ -29,7 +29,6 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds frame_timeout{100}; // bounds the delay of a stop request
 constexpr milliseconds end_timeout{500};   // of the read in progress
-constexpr VideoTime still_interval = 60;
 
 std::unique_ptr<FaceDetector> start_faces(bool wanted)
 {
@@ -111,10 +110,9 @@ public:
           feed_(options.feed, options.frame),
           faces_(start_faces(options.faces)),
           analysis_(options.frame, faces_.get(), options.reader.fast),
-          reader_(options.reader)
+          reader_(options.reader),
+          still_(options.still, options.frame)
     {
-        if (!options.still.empty())
-            still_.emplace(options.still, options.frame);
     }
 
     int run();
@@ -128,9 +126,8 @@ private:
     std::unique_ptr<FaceDetector> faces_;
     Analysis analysis_;
     Reader reader_;
-    std::optional<StillFile> still_;
+    StillFile still_;
     Progress progress_;
-    VideoTime still_written_ = -still_interval;
     bool was_connected_ = false;
 };
 
@@ -142,10 +139,7 @@ void Session::process(const Frame &frame)
     if (feed_.connect())
         feed_.send(lines_of(observations));
     progress_.add(Clock::now() - frame.arrival);
-    if (still_ && frame.time - still_written_ >= still_interval) {
-        still_->write(analysis_.picture(), picture_number(frame.time));
-        still_written_ = frame.time;
-    }
+    still_.update(analysis_.picture(), frame.time);
 }
 
 // Nothing of a video is lost to a reader that is not there yet, nor to one that is away for a while

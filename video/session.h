@@ -3,6 +3,7 @@
 #include "video/box.h"
 #include "video/reader.h"
 
+#include <optional>
 #include <string>
 
 namespace va::video
@@ -12,7 +13,7 @@ struct Options {
     ReaderOptions reader;
     std::string feed;
     bool faces = true;
-    std::string still;              // a file, or empty
+    std::optional<std::string> still;
     FrameSize frame = {1920, 1080}; // that boxes are reported in
 };
 

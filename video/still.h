@@ -2,8 +2,8 @@
 
 #include "video/box.h"
 
-#include <cstdint>
 #include <opencv2/core.hpp>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -15,16 +15,22 @@ namespace va::video
 class StillFile
 {
 public:
-    // The image has the shape of `frame`.
-    StillFile(std::string path, FrameSize frame) : path_(std::move(path)), frame_(frame) {}
+    static constexpr VideoTime interval = 60; // at least, between two of them
 
-    // `number` is in the file, as a comment "picture NUMBER".
-    void write(const cv::Mat &picture, std::uint32_t number);
+    // Without a path there is none. The image has the shape of `frame`.
+    StillFile(std::optional<std::string> path, FrameSize frame)
+        : path_(std::move(path)), frame_(frame)
+    {
+    }
+
+    // Writes the picture, when one is due. Its number is in the file, as a comment "picture
+    // NUMBER".
+    void update(const cv::Mat &picture, VideoTime time);
 
 private:
-    std::string path_;
+    std::optional<std::string> path_;
     FrameSize frame_;
-    cv::Mat canvas_;
+    VideoTime due_ = 0;
     bool failed_ = false;
 };
 
