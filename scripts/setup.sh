@@ -31,7 +31,7 @@ bench_packages=(libbenchmark-dev libevent-dev pkg-config)
 # shellcheck disable=SC2034 # of scripts that build with VA_MQTT
 mqtt_packages=(libmosquitto-dev)
 # shellcheck disable=SC2034 # of scripts that build with VA_VIDEO
-video_packages=(libopencv-{core,imgcodecs,imgproc,objdetect,video,videoio}-dev opencv-data)
+video_packages=(libopencv-{core,imgcodecs,imgproc,objdetect,video,videoio}-dev libavutil-dev opencv-data)
 
 say() {
     printf '%s: %s\n' "${0##*/}" "$*"
@@ -79,9 +79,9 @@ require() {
         die "could not install; run as root: apt-get update && apt-get install ${missing[*]}"
 }
 
-# video_source ARGUMENT: a URL as it stands, of a file or device the whole path.
+# video_source ARGUMENT: a URL or a device as it stands, of a file the whole path.
 video_source() {
-    if [[ $1 == *://* ]]; then
+    if [[ $1 == *://* || $1 == /dev/* ]]; then
         echo "$1"
     else
         [[ -e $1 ]] || die "there is no $1"

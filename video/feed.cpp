@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cmath>
+#include <stdexcept>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -49,27 +50,10 @@ std::string lines_of(const Observations &observations)
     return lines + formatted("picture %u\n", picture_number(observations.time));
 }
 
-void Feed::say_once(const std::string &text)
+void Feed::report(const std::string &fault)
 {
-    if (text != said_)
-        say(text);
-    said_ = text;
-}
-
-bool Feed::open()
-{
-    if (path_ == standard_output) {
-        fd_ = Fd(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0));
-        return static_cast<bool>(fd_);
-    }
-    // Fails with ENXIO while nobody reads the FIFO.
-    fd_ = Fd(::open(path_.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
-    struct stat status = {};
-    hopeless_ = (!fd_ && errno == EISDIR) ||
-                (fd_ && fstat(fd_.get(), &status) == 0 && !S_ISFIFO(status.st_mode));
-    if (hopeless_)
-        fd_.reset();
-    return static_cast<bool>(fd_);
+    if (std::exchange(reported_, fault) != fault)
+        say(fault);
 }
 
 bool Feed::connect()
@@ -79,29 +63,34 @@ bool Feed::connect()
     if (Clock::now() - tried_ < connect_interval)
         return false;
     tried_ = Clock::now();
-    if (open()) {
-        if (!said_.empty())
-            say_once(path_ + " is read");
-        return send(formatted("frame %d %d\n", frame_.width, frame_.height));
+    struct stat status = {};
+    if (path_ == standard_output) {
+        fd_ = Fd(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0));
+    } else if (stat(path_.c_str(), &status) == 0 && !S_ISFIFO(status.st_mode)) {
+        throw std::runtime_error(path_ + " is not a FIFO");
+    } else {
+        fd_ = Fd(open(path_.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
     }
-    if (hopeless_)
-        say_once(path_ + " is not a FIFO");
-    else if (errno == ENOENT || errno == ENXIO)
-        say_once("nobody reads " + path_ + " yet");
-    else
-        say_once("cannot open " + path_ + ": " + error_text(errno));
-    return false;
+    if (!fd_) {
+        report(errno == ENOENT || errno == ENXIO
+                   ? "nobody reads " + path_
+                   : "cannot open " + path_ + ": " + error_text(errno));
+        return false;
+    }
+    if (!std::exchange(reported_, "").empty())
+        say(path_ + " is read");
+    return send(formatted("frame %d %d\n", frame_.width, frame_.height));
 }
 
 bool Feed::send(const std::string &text)
 {
     if (write_all(fd_.get(), text) == 0)
         return true;
-    if (!must_stop()) {
-        say_once("nobody reads " + path_ + " any more");
-        hopeless_ = path_ == standard_output;
-    }
     fd_.reset();
+    if (!must_stop() && path_ == standard_output)
+        throw std::runtime_error("nobody reads standard output any more");
+    if (!must_stop())
+        report("nobody reads " + path_);
     return false;
 }
 

@@ -29,26 +29,21 @@ public:
     Feed(std::string path, FrameSize frame) : path_(std::move(path)), frame_(frame) {}
 
     // Tries every 200 ms, unless connected; true when it is. Prints why not, whenever the reason
-    // changes.
+    // changes. Throws std::runtime_error when what is at the path is of no use.
     bool connect();
 
     // Sends `text` whole, however long the reader takes; false, and no longer connected, when the
-    // reader has gone, or must_stop().
+    // reader has gone, or must_stop(). Throws std::runtime_error when standard output has.
     bool send(const std::string &text);
 
-    // It will never be connected: what is at the path is of no use.
-    bool is_hopeless() const { return hopeless_; }
-
 private:
-    bool open();
-    void say_once(const std::string &text);
+    void report(const std::string &fault);
 
     std::string path_;
     FrameSize frame_;
     Clock::time_point tried_; // to connect
     Fd fd_;
-    std::string said_;
-    bool hopeless_ = false;
+    std::string reported_; // what is wrong with it
 };
 
 } // namespace va::video

@@ -1,8 +1,11 @@
 #include "tools/common/options.h"
 #include "tools/common/program.h"
 #include "tools/common/stop.h"
+#include "util/text.h"
 #include "video/session.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 
 namespace va::video
@@ -19,25 +22,18 @@ constexpr Manual manual = {
     "    FEED    the FIFO that the stand-in reads; - for standard output\n"
     "\n",
     "\n"
-    "A live source that is lost is opened again each second. SIGINT and SIGTERM end the program,\n"
-    "with status 0. It ends with 1 when the source or the feed cannot be used, 2 when it is used\n"
-    "wrongly.\n"};
-
-int parse_side(const std::string &text)
-{
-    constexpr std::uint64_t most = 65535;
-    const std::uint64_t side = parse_count(text.c_str(), "width or height");
-    if (side > most)
-        throw WrongUse(text + " is more than a frame can have");
-    return static_cast<int>(side);
-}
+    "A live source that is not there, or is lost, is opened again each second. SIGINT and SIGTERM\n"
+    "end the program, with status 0. It ends with 1 when the source or the feed cannot be used, 2\n"
+    "when it is used wrongly.\n"};
 
 FrameSize parse_frame(const std::string &text)
 {
-    const std::size_t cross = text.find('x');
-    if (cross == std::string::npos)
+    const std::size_t cross = std::min(text.find('x'), text.size() - 1);
+    const auto width = number_in<std::uint16_t>(text.substr(0, cross));
+    const auto height = number_in<std::uint16_t>(text.substr(cross + 1));
+    if (!width || !height || *width == 0 || *height == 0)
         throw WrongUse(text + " is no frame size");
-    return {parse_side(text.substr(0, cross)), parse_side(text.substr(cross + 1))};
+    return {*width, *height};
 }
 
 OptionTable table_of(Options &options)
@@ -51,7 +47,7 @@ OptionTable table_of(Options &options)
          [&](const char *) { options.reader.fast = true; }},
         {source, 'l', "loop", nullptr, "a file again and again",
          [&](const char *) { options.reader.loop = true; }},
-        {source, 'r', "rate", "NUMBER", "frames a second, at most; default 30",
+        {source, 'r', "rate", "NUMBER", "frames a second, at most; default 30, with -f all of them",
          [&](const char *text) {
              options.reader.rate = parse_decimal(text, slowest, fastest, "rate from 0.1 to 240");
          }},
@@ -64,36 +60,19 @@ OptionTable table_of(Options &options)
     };
 }
 
-bool parse_options(std::span<char *> arguments, Options &options)
+int run(std::span<char *> arguments)
 {
+    Options options;
     std::span<char *> operands;
     if (!parse_command_line(arguments, table_of(options), manual, operands))
-        return false;
+        return EXIT_SUCCESS;
     if (operands.size() != 2)
         throw WrongUse("a source and a feed are needed");
     options.reader.source = operands[0];
     options.feed = operands[1];
     if (is_live(options.reader.source) && (options.reader.fast || options.reader.loop))
         throw WrongUse("-f and -l are for files");
-    return true;
-}
-
-// Suppresses the messages of the library and its decoders, unless they are asked for.
-void silence_libraries()
-{
-    constexpr int keep = 0;
-    setenv("OPENCV_LOG_LEVEL", "SILENT", keep);
-    setenv("OPENCV_FFMPEG_DEBUG", "1", keep);
-    setenv("OPENCV_FFMPEG_LOGLEVEL", "-8", keep);
-}
-
-int run(std::span<char *> arguments)
-{
-    Options options;
-    if (!parse_options(arguments, options))
-        return EXIT_SUCCESS;
     prepare_stop(std::nullopt);
-    silence_libraries();
     return run_session(options);
 }
 
