@@ -84,13 +84,15 @@ bool Feed::connect()
 
 bool Feed::send(const std::string &text)
 {
-    if (write_all(fd_.get(), text) == 0)
+    const int error = write_all(fd_.get(), text);
+    if (error == 0)
         return true;
     fd_.reset();
-    if (!must_stop() && path_ == standard_output)
-        throw std::runtime_error("nobody reads standard output any more");
-    if (!must_stop())
-        report("nobody reads " + path_);
+    if (must_stop())
+        return false;
+    if (path_ == standard_output)
+        throw std::runtime_error("cannot write to standard output: " + error_text(error));
+    report("nobody reads " + path_);
     return false;
 }
 
