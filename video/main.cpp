@@ -40,8 +40,6 @@ OptionTable table_of(Options &options)
 {
     constexpr char source[] = "Source:";
     constexpr char analysis[] = "Analysis:";
-    constexpr double slowest = 0.1;
-    constexpr double fastest = 240;
     return {
         {source, 'f', "fast", nullptr, "a file as fast as it can be analysed, not by its own clock",
          [&](const char *) { options.reader.fast = true; }},
@@ -49,7 +47,7 @@ OptionTable table_of(Options &options)
          [&](const char *) { options.reader.loop = true; }},
         {source, 'r', "rate", "NUMBER", "frames a second, at most; default 30, with -f all of them",
          [&](const char *text) {
-             options.reader.rate = parse_decimal(text, slowest, fastest, "rate from 0.1 to 240");
+             options.reader.rate = parse_decimal(text, 0.1, 240, "rate from 0.1 to 240");
          }},
         {analysis, 'n', "no-faces", nullptr, "no detection of faces",
          [&](const char *) { options.faces = false; }},

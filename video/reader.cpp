@@ -53,7 +53,8 @@ std::mutex log_mutex;
 std::string decoder_error VA_GUARDED_BY(log_mutex); // the last one
 
 // Called by any thread of a decoder.
-void log_decoder(void * /*decoder*/, int level, const char *format, std::va_list arguments)
+[[gnu::format(printf, 3, 0)]] void log_decoder(void * /*decoder*/, int level, const char *format,
+                                               std::va_list arguments)
 {
     // The status of a web server is a mere warning.
     if (level > AV_LOG_ERROR && !std::string_view(format).starts_with("HTTP error"))
@@ -198,11 +199,10 @@ bool Reader::open()
 
 void Reader::print_progress(int count)
 {
-    const Clock::time_point now = Clock::now();
-    if (total_ <= 0 || options_.loop || now - printed_ < progress_interval)
+    if (total_ <= 0 || options_.loop || Clock::now() - printed_ < progress_interval)
         return;
     say(formatted("frame %d of %.0f", count, total_));
-    printed_ = now;
+    printed_ = Clock::now();
 }
 
 // Reads to the end, or until the source is lost. Returns the number of frames.
