@@ -29,6 +29,7 @@ public:
     void update_in_group(const Box &group, Edges own, VideoTime time);
 
     const Box &box() const { return box_; }
+    const Box &first() const { return first_; }
     Point velocity() const { return velocity_; } // pixels a second
     VideoTime first_detected() const { return begin_; }
     VideoTime last_detected() const { return time_; }

@@ -14,8 +14,15 @@ constexpr VideoTime duplicate_limit = 600; // the same, of one within the other,
 constexpr float duplicate_share = 0.7F;    // of the smaller one
 constexpr float duplicate_speed = 25;      // pixels a second, between the two
 
-constexpr float stationary_overlap = 0.4F;
-constexpr float stationary_speed = 15; // pixels a second, at most
+constexpr float resting_speed = 15;         // pixels a second, at most
+constexpr float resting_share = 0.5F;       // of the smaller one of two boxes, at one place
+constexpr float resting_ratio = 4;          // between the sizes of one that rests and goes on
+constexpr VideoTime resting_limit = 10'000; // how long one that is not seen is remembered
+
+bool are_at_one_place(const Box &a, const Box &b)
+{
+    return intersection_area(a, b) > resting_share * std::min(a.area(), b.area());
+}
 
 } // namespace
 
@@ -57,14 +64,20 @@ void Tracker::associate(std::span<const Box> boxes, const Box &picture, VideoTim
         moving_.push_back({Track(box, time), 0, time, 0});
 }
 
-// What has left the picture does not return; whatever enters there is another object.
+// What has left the picture does not return; whatever enters there is another object. What was lost
+// at rest may go on.
 void Tracker::drop_lost(const Box &picture, VideoTime time)
 {
     std::erase_if(moving_, [&](const MovingObject &object) {
-        const VideoTime lost = time - object.track.last_detected();
-        const bool outside = !picture.contains(object.track.predicted(time).centre());
-        return lost > (object.id ? settings_.missing : unconfirmed_missing) ||
-               (lost > 0 && outside);
+        const Track &track = object.track;
+        const VideoTime lost = time - track.last_detected();
+        const bool outside = !picture.contains(track.predicted(time).centre());
+        if (lost <= (object.id ? settings_.missing : unconfirmed_missing) &&
+            (lost == 0 || !outside))
+            return false;
+        if (object.id && !outside && length(track.velocity()) < resting_speed)
+            resting_.push_back({0, object.id, track.box(), true, track.last_detected()});
+        return true;
     });
 }
 
@@ -96,45 +109,75 @@ void Tracker::drop_duplicates(VideoTime time)
     });
 }
 
-// That of the moving object that has stopped there, which is then no moving one any more; or a new
-// one.
-std::uint32_t Tracker::number_of_stationary(const Box &box)
+Tracker::MovingObject *Tracker::moving_with(std::uint32_t id)
 {
-    const auto found = std::ranges::find_if(moving_, [&](const MovingObject &object) {
-        return object.id && length(object.track.velocity()) < stationary_speed &&
-               overlap(object.track.box(), box) > stationary_overlap;
-    });
-    if (found == moving_.end())
-        return ++last_id_;
-    const std::uint32_t id = found->id;
-    moving_.erase(found);
-    return id;
+    const auto found = std::ranges::find(moving_, id, &MovingObject::id);
+    return found == moving_.end() ? nullptr : &*found;
 }
 
-void Tracker::update_stationary(std::span<const StationaryBox> boxes)
+// What a detector of stationary objects has found: one that has stopped there, or a new one.
+Tracker::RestingObject Tracker::rest(const StationaryBox &stationary, VideoTime time)
 {
-    std::vector<StationaryObject> now;
-    for (const auto &[key, box] : boxes) {
-        const auto known = std::ranges::find(stationary_, key, &StationaryObject::key);
-        now.push_back(
-            {key, known != stationary_.end() ? known->id : number_of_stationary(box), box});
+    const auto &[key, box] = stationary;
+    for (const auto &[track, id, alone, missed] : moving_) {
+        if (id && length(track.velocity()) < resting_speed && are_at_one_place(track.box(), box))
+            return {key, id, box, true, time};
     }
-    stationary_ = std::move(now);
+    for (RestingObject &object : resting_) {
+        if (object.key == 0 && are_at_one_place(object.box, box))
+            return {key, object.id, box, true, time};
+    }
+    return {key, ++last_id_, box, false, time};
 }
 
-std::vector<TrackedObject> Tracker::report()
+void Tracker::update_resting(std::span<const StationaryBox> boxes, VideoTime time)
+{
+    for (RestingObject &object : resting_) {
+        if (std::ranges::find(boxes, object.key, &StationaryBox::key) == boxes.end())
+            object.key = 0;
+    }
+    for (const StationaryBox &stationary : boxes) {
+        const auto known = std::ranges::find(resting_, stationary.key, &RestingObject::key);
+        if (known == resting_.end())
+            resting_.push_back(rest(stationary, time));
+        else
+            *known = {known->key, known->id, stationary.box, known->has_moved, time};
+    }
+    std::erase_if(resting_, [&](const RestingObject &object) {
+        return object.key == 0 && (!object.has_moved || time - object.seen > resting_limit);
+    });
+}
+
+// That of the object that rested where this one has begun, or a new one.
+std::uint32_t Tracker::number_of(const Track &track)
+{
+    for (const auto &[key, id, box, has_moved, seen] : resting_) {
+        const float ratio = track.box().area() / box.area();
+        if (has_moved && !moving_with(id) && are_at_one_place(track.first(), box) &&
+            ratio > 1 / resting_ratio && ratio < resting_ratio)
+            return id;
+    }
+    return ++last_id_;
+}
+
+std::vector<TrackedObject> Tracker::report(VideoTime time)
 {
     std::vector<TrackedObject> objects;
     for (MovingObject &object : moving_) {
         if (object.id)
             object.track.settle();
         else if (is_confirmed(object))
-            object.id = ++last_id_;
-        if (object.id)
+            object.id = number_of(object.track);
+        const auto is_same = [&](const RestingObject &resting) {
+            return resting.key && resting.id == object.id && object.track.last_detected() < time;
+        };
+        if (object.id && std::ranges::none_of(resting_, is_same))
             objects.push_back({object.id, false, object.track.steady()});
     }
-    for (const StationaryObject &object : stationary_)
-        objects.push_back({object.id, true, object.box});
+    for (const auto &[key, id, box, has_moved, seen] : resting_) {
+        if (key && std::ranges::find(objects, id, &TrackedObject::id) == objects.end())
+            objects.push_back({id, true, box});
+    }
     return objects;
 }
 
@@ -145,14 +188,14 @@ std::vector<TrackedObject> Tracker::update(std::span<const Box> moving,
     associate(moving, picture, time);
     drop_lost(picture, time);
     drop_duplicates(time);
-    update_stationary(stationary);
-    return report();
+    update_resting(stationary, time);
+    return report(time);
 }
 
 void Tracker::reset()
 {
     moving_.clear();
-    stationary_.clear();
+    resting_.clear();
 }
 
 } // namespace va::video

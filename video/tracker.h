@@ -47,7 +47,7 @@ public:
     //
     // An object is reported once its track is confirmed; at first where it was detected first, so
     // that a line that it crossed meanwhile is crossed from one result to the next. A moving object
-    // that becomes stationary keeps its number.
+    // that becomes stationary keeps its number, also when it goes on.
     std::vector<TrackedObject> update(std::span<const Box> moving,
                                       std::span<const StationaryBox> stationary, const Box &picture,
                                       VideoTime time);
@@ -62,23 +62,28 @@ private:
         VideoTime alone = 0;  // when it was last detected by itself
         int missed = 0;       // frames in which it was not detected
     };
-    struct StationaryObject {
+    // One that rests: at a box of its detector, or where it was lost (key 0).
+    struct RestingObject {
         std::uint32_t key;
         std::uint32_t id;
         Box box;
+        bool has_moved;
+        VideoTime seen; // when last
     };
 
     void associate(std::span<const Box> boxes, const Box &picture, VideoTime time);
     void drop_lost(const Box &picture, VideoTime time);
     void drop_duplicates(VideoTime time);
-    void update_stationary(std::span<const StationaryBox> boxes);
-    std::uint32_t number_of_stationary(const Box &box);
+    void update_resting(std::span<const StationaryBox> boxes, VideoTime time);
+    RestingObject rest(const StationaryBox &stationary, VideoTime time);
+    std::uint32_t number_of(const Track &track);
+    MovingObject *moving_with(std::uint32_t id);
     bool is_confirmed(const MovingObject &object) const;
-    std::vector<TrackedObject> report();
+    std::vector<TrackedObject> report(VideoTime time);
 
     TrackerSettings settings_;
     std::vector<MovingObject> moving_;
-    std::vector<StationaryObject> stationary_;
+    std::vector<RestingObject> resting_;
     std::uint32_t last_id_ = 0;
 };
 
