@@ -103,6 +103,7 @@ std::optional<int> Analysis::check_tamper(VideoTime time)
         return {};
     const bool was_recovering = tamper_.is_recovering();
     const std::optional<TamperDetector::Cause> cause = tamper_.check(thumb_, time);
+    motion_.ignore_shadows(!tamper_.is_plain());
     if (!was_recovering && tamper_.is_recovering())
         reset_scene();
     else if (was_recovering && !tamper_.is_recovering())

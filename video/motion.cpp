@@ -16,10 +16,15 @@ constexpr std::size_t most_boxes = 100;
 constexpr double absorbed_after = 5;
 constexpr double absorbed_after_first = 0.5;
 
+// What is darker than so much of the background is no shadow, but a grey coat.
+constexpr double shadow_threshold = 0.7;
+
 // More is no object, but the camera or its light.
 constexpr double most_foreground = 0.5; // of the picture
 
-constexpr double least_area = 0.0004; // of the picture
+// Of the picture; more when there are more fragments than objects make, as of a cloud's edge.
+constexpr double least_area = 0.0004;
+constexpr double usual_fragments = 8;
 
 // The learning rate at which a constant pixel is background after `seconds`: then its weight is
 // more than 0.1, which is what the model leaves to the foreground.
@@ -43,7 +48,8 @@ std::vector<Box> boxes_of(const cv::Mat &mask)
 {
     std::vector<std::vector<cv::Point>> contours;
     cv::findContours(mask, contours, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_SIMPLE);
-    const double least = least_area * static_cast<double>(mask.total());
+    const double excess = std::max(1., static_cast<double>(contours.size()) / usual_fragments);
+    const double least = excess * least_area * static_cast<double>(mask.total());
     std::vector<Box> boxes;
     for (const auto &contour : contours) {
         if (cv::contourArea(contour) < least)
@@ -81,6 +87,11 @@ std::vector<Box> MotionDetector::detect(const cv::Mat &picture, const cv::Mat &i
     if (cv::countNonZero(foreground_) > most_foreground * static_cast<double>(foreground_.total()))
         return {};
     return boxes_of(foreground_);
+}
+
+MotionDetector::MotionDetector()
+{
+    background_->setShadowThreshold(shadow_threshold);
 }
 
 void MotionDetector::reset()

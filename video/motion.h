@@ -14,6 +14,11 @@ namespace va::video
 class MotionDetector
 {
 public:
+    MotionDetector();
+
+    // Whether what is darker than the background, but of its colour, is taken for a shadow.
+    void ignore_shadows(bool ignores) { background_->setDetectShadows(ignores); }
+
     // The boxes around what differs from the background, the largest ones when there are very many.
     // `picture` always has the same size, `time` grows. `ignored`, of any size, is 255 where
     // nothing is to be found, else 0, and may be empty.
@@ -27,7 +32,7 @@ public:
 
 private:
     cv::Ptr<cv::BackgroundSubtractorMOG2> background_ =
-        cv::createBackgroundSubtractorMOG2(500, 16, false);
+        cv::createBackgroundSubtractorMOG2(500, 16, true);
     cv::Mat foreground_;
     VideoTime begin_ = 0;
     VideoTime last_ = 0;

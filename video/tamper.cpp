@@ -32,8 +32,9 @@ constexpr double flat_changed_share = 0.5; // the same, where nothing has textur
 constexpr double proportional = 0.8;       // correlation of the cells' means in another light
 constexpr double as_shaded = 2;            // their contrast there, at most so many times another
 constexpr double least_shading = 0.5;      // grey levels, their deviation
-constexpr double covered_share = 0.15;     // of the cells; where fewer have texture: covered
-constexpr double calm = 3;                 // grey levels, the mean change from check to check
+constexpr double plain_share =
+    0.15;                  // of the cells; where fewer have texture, there is a wall, or a hand
+constexpr double calm = 3; // grey levels, the mean change from check to check
 
 constexpr double light_step = 18;   // grey levels of a cell
 constexpr double light_share = 0.7; // of the cells, all in the same direction
@@ -157,6 +158,11 @@ bool TamperDetector::is_view_lost(const cv::Mat &now) const
     return changed > flat_changed_share && !is_in_another_light(view_, now);
 }
 
+bool TamperDetector::is_plain() const
+{
+    return share_of(has_texture(view_)) < plain_share;
+}
+
 // Is it the view that was lost before?
 bool TamperDetector::is_found_again(const cv::Mat &now) const
 {
@@ -193,7 +199,7 @@ std::optional<TamperDetector::Cause> TamperDetector::compare(const cv::Mat &now,
     if (switched)
         return Cause::Light;
     lost_ = view_.clone();
-    return share_of(has_texture(now)) < covered_share ? Cause::Covered : Cause::Turned;
+    return share_of(has_texture(now)) < plain_share ? Cause::Covered : Cause::Turned;
 }
 
 // Nearly everything has become brighter, or darker, within moments, and stays so.

@@ -35,6 +35,9 @@ public:
     // Nothing in the picture can be trusted.
     bool is_recovering() const { return recovering_since_.has_value(); }
 
+    // The view has hardly any texture: a plain wall.
+    bool is_plain() const;
+
     // The view that is compared with; empty before the first check.
     const cv::Mat &view() const { return view_; }
 

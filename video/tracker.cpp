@@ -14,6 +14,8 @@ constexpr VideoTime duplicate_limit = 600; // the same, of one within the other,
 constexpr float duplicate_share = 0.7F;    // of the smaller one
 constexpr float duplicate_speed = 25;      // pixels a second, between the two
 
+constexpr float part_speed = 80; // pixels a second, at most, between two parts of one object
+
 constexpr float resting_speed = 15;         // pixels a second, at most
 constexpr float resting_share = 0.5F;       // of the smaller one of two boxes, at one place
 constexpr float resting_ratio = 4;          // between the sizes of one that rests and goes on
@@ -148,6 +150,15 @@ void Tracker::update_resting(std::span<const StationaryBox> boxes, VideoTime tim
     });
 }
 
+// Two that are as a head and a body, and move together, are one object.
+bool Tracker::is_part(const MovingObject &object) const
+{
+    return settings_.in_parts && std::ranges::any_of(moving_, [&](const MovingObject &other) {
+               return other.id && are_fragments(object.track.box(), other.track.box()) &&
+                      length(object.track.velocity() - other.track.velocity()) < part_speed;
+           });
+}
+
 // That of the object that rested where this one has begun, or a new one.
 std::uint32_t Tracker::number_of(const Track &track)
 {
@@ -166,7 +177,7 @@ std::vector<TrackedObject> Tracker::report(VideoTime time)
     for (MovingObject &object : moving_) {
         if (object.id)
             object.track.settle();
-        else if (is_confirmed(object))
+        else if (is_confirmed(object) && !is_part(object))
             object.id = number_of(object.track);
         const auto is_same = [&](const RestingObject &resting) {
             return resting.key && resting.id == object.id && object.track.last_detected() < time;

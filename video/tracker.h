@@ -79,6 +79,7 @@ private:
     std::uint32_t number_of(const Track &track);
     MovingObject *moving_with(std::uint32_t id);
     bool is_confirmed(const MovingObject &object) const;
+    bool is_part(const MovingObject &object) const;
     std::vector<TrackedObject> report(VideoTime time);
 
     TrackerSettings settings_;
