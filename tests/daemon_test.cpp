@@ -1,3 +1,4 @@
+#include "tests/support/client_data.h"
 #include "tests/support/daemon.h"
 #include "tests/support/store_file.h"
 #include "tests/support/wait.h"
@@ -96,11 +97,9 @@ TEST_F(DaemonTest, RelaysAlarmsToEveryClientAndAppliesChanges)
     umask(mask);
     setrlimit(RLIMIT_NOFILE, &limit);
     Client clients[] = {Client(files.file("run/ta")), Client(files.file("run/ta"))};
-    const std::uint32_t alarm[] = {1, 0x20, 3, 0xffffffff};
     daemon.signal(SIGPIPE); // does nothing
     for (int count = 0; count < 4; ++count)
-        EXPECT_EQ(string(reinterpret_cast<const char *>(alarm), sizeof alarm),
-                  clients[count % 2].next());
+        EXPECT_EQ(words({1, 0x20, 3, 0xffffffff}), clients[count % 2].next());
     pipe_write_str(files.file("run/ctrl").c_str(), "status\n");
     EXPECT_TRUE(wait_until([&] { return made() == Names{"ctrl", "status", "ta"}; }));
     for (const string name : {"ctrl", "pid", "status", "ta"})
@@ -111,8 +110,7 @@ TEST_F(DaemonTest, RelaysAlarmsToEveryClientAndAppliesChanges)
     prlimit(daemon.pid(), RLIMIT_NOFILE, nullptr, &limit);
     EXPECT_EQ(std::min<rlim_t>(1024 + 64, limit.rlim_max), limit.rlim_cur);
 
-    files.store("CameraTampering.T0.gcRegionSens=51\n");
-    files.reconfigure();
+    files.reconfigure("CameraTampering.T0.gcRegionSens=51\n");
     EXPECT_TRUE(daemon.wait_for_log("gcRegionSens=51"));
     files.store("CameraTampering.T0.gcRegionSens=52\n");
     daemon.signal(SIGHUP);
@@ -371,12 +369,8 @@ TEST_F(DaemonTest, ShowsTheEffectOfEachChange)
     Daemon daemon(files, {"-o"});
     Client od(files.file("run/od"));
     Client vmf(files.file("run/vmf"));
-    const auto reconfigure = [&](const string &settings) {
-        files.store(settings);
-        files.reconfigure();
-    };
     EXPECT_TRUE(comes(od, numbers, object_words));
-    reconfigure(window("VMDWindow.NonDetect.V2.", 0, 4000, 0, 9999));
+    files.reconfigure(window("VMDWindow.NonDetect.V2.", 0, 4000, 0, 9999));
     EXPECT_TRUE(comes(od, {8}, object_words));
     // Each in its own read, an interval after the one before: of many three in a row.
     const Client another(files.file("run/od"));
@@ -388,12 +382,12 @@ TEST_F(DaemonTest, ShowsTheEffectOfEachChange)
         in_a_row = got == 44 && frame[7] == next ? in_a_row + 1 : 0;
     }
     EXPECT_EQ(3, in_a_row);
-    reconfigure("VMDWindow.MaxDetectionSize=200x200\n");
+    files.reconfigure("VMDWindow.MaxDetectionSize=200x200\n");
     EXPECT_TRUE(comes(od, {7}, object_words));
     // The line is the first filter whatever the numbers, the area the only one of its code.
-    reconfigure(window("ObjectDetection.O0.", 1000, 4000, 1000, 9000) +
-                "ObjectDetection.O0.Type=1\n" +
-                lines("CrossLine.C2.", {"StartX=6250", "StartY=0", "EndX=6250", "EndY=9999"}));
+    files.reconfigure(
+        window("ObjectDetection.O0.", 1000, 4000, 1000, 9000) + "ObjectDetection.O0.Type=1\n" +
+        lines("CrossLine.C2.", {"StartX=6250", "StartY=0", "EndX=6250", "EndY=9999"}));
     EXPECT_TRUE(comes(vmf, {0, 0, 0, 1}, 1));
     EXPECT_TRUE(comes(vmf, {0, 1, 0, 1}, 1));
     EXPECT_TRUE(daemon.stop());

@@ -89,9 +89,7 @@ class Supervisor
 public:
     explicit Supervisor(const string &name) : socket_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0))
     {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        name.copy(address.sun_path, name.size());
+        sockaddr_un address = address_of(name);
         if (name.starts_with('@'))
             address.sun_path[0] = '\0';
         const auto length = offsetof(sockaddr_un, sun_path) + name.size();
@@ -345,8 +343,7 @@ TEST_F(HealthTest, NamesTheSettingsThatAreLeftOut)
     EXPECT_EQ("CrossLine.C2/1/2", status["filter.2.name"] + '/' + status["filter.2.event"] + '/' +
                                       status["filter.2.bit"]);
     EXPECT_FALSE(status.contains("left_out.ObjectDetection.O1.SlowSpeed")); // a default
-    files.store("");
-    files.reconfigure();
+    files.reconfigure("");
     EXPECT_TRUE(says("settings.reloads", "1"));
     status = ask();
     EXPECT_FALSE(status.contains("filter.0.name"));
@@ -387,8 +384,7 @@ TEST_F(HealthTest, TellsWhatFailed)
         EXPECT_TRUE(status["analytics.why"].empty() ||
                     daemon.wait_for_log("VA: Analytics have ended: " + status["analytics.why"]));
         if (status.contains("module.od.settings")) {
-            files.store("VMDWindow.Sensitivity=26\n");
-            files.reconfigure();
+            files.reconfigure("VMDWindow.Sensitivity=26\n");
             EXPECT_TRUE(says("settings.reloads", "1") && !ask().contains("module.od.settings"));
         }
         EXPECT_TRUE(daemon.stop());
@@ -403,8 +399,7 @@ TEST_F(HealthTest, TellsThatItHangs)
     EXPECT_TRUE(daemon.wait_for_output("init od."));
     EXPECT_TRUE(says("analytics.state", "hang")); // in opening a module
     EXPECT_TRUE(says("analytics.state", "run"));
-    files.store("VMDWindow.Sensitivity=26\n");
-    files.reconfigure();
+    files.reconfigure("VMDWindow.Sensitivity=26\n");
     EXPECT_TRUE(supervisor.hears("STATUS=Analytics hang"));
     EXPECT_TRUE(supervisor.hears_nothing());
     EXPECT_EQ("0", ask()["settings.reloads"]);
@@ -421,8 +416,7 @@ TEST_F(HealthTest, ReadsLaterWhatIsToBeReadTooSoon)
     EXPECT_TRUE(daemon.wait_for_output("init od."));
     const auto start = steady_clock::now();
     for (const string count : {"1", "2"}) {
-        files.store("VMDWindow.Sensitivity=2" + count + "\n");
-        files.reconfigure();
+        files.reconfigure("VMDWindow.Sensitivity=2" + count + "\n");
         EXPECT_TRUE(says("settings.reloads", count));
     }
     EXPECT_LE(5 * milliseconds(300), steady_clock::now() - start);

@@ -23,8 +23,12 @@ public:
 
     // Replaces the store: a supported sensor and `lines`.
     void store(const std::string &lines) const;
-    // Has a running daemon read the store again; does not wait for one that has died.
-    void reconfigure() const { pipe_write_str(file("run/ctrl").c_str(), "reconfig\n"); }
+    // Has a running daemon read these settings; does not wait for one that has died.
+    void reconfigure(const std::string &lines) const
+    {
+        store(lines);
+        pipe_write_str(file("run/ctrl").c_str(), "reconfig\n");
+    }
 };
 
 // The real daemon on the stand-in. Its working directory, and so all it touches, is that of
