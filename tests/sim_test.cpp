@@ -50,11 +50,6 @@ TEST_F(SimTest, LinesAlarmInTheirDirectionBetweenTheirEnds)
     }
 }
 
-ne3_val_od_polygon box(int left, int top, int right, int bottom)
-{
-    return {4, {{left, top}, {left, bottom}, {right, bottom}, {right, top}}};
-}
-
 TEST_F(SimTest, MasksLimitsAndFiltersActOnTheirObjects)
 {
     constexpr Size frame{1600, 900}; // a cell is 10x10

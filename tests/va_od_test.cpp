@@ -34,11 +34,6 @@ protected:
     }
 };
 
-ne3_val_od_polygon polygon(int left, int top, int right, int bottom) // pixels
-{
-    return {4, {{left, top}, {left, bottom}, {right, bottom}, {right, top}}};
-}
-
 template <class Block>
 void expect_block(const char *name, const std::optional<Block> &wanted,
                   const std::optional<Block> &block)
@@ -72,11 +67,10 @@ TEST_F(VaOdTest, TranslatesEveryBlock)
     EXPECT_EQ("", log);
     EXPECT_TRUE(sent.ctrl.library == 0xdeadbeef && sent.ctrl.flags == 0xa0a7);
     EXPECT_TRUE(sent.ctrl.resolution == 1 && sent.ctrl.interval == 7 && sent.ctrl.diffImgNum == 9);
-    expect_block<ne3_val_od_masks>("nonDetMasks",
-                                   {{2, {polygon(64, 0, 128, 1023), polygon(0, 256, 1279, 512)}}},
-                                   sent.nonDetMasks);
     expect_block<ne3_val_od_masks>(
-        "detMasks", {{2, {polygon(0, 0, 640, 512), polygon(640, 0, 1279, 256)}}}, sent.detMasks);
+        "nonDetMasks", {{2, {box(64, 0, 128, 1023), box(0, 256, 1279, 512)}}}, sent.nonDetMasks);
+    expect_block<ne3_val_od_masks>("detMasks", {{2, {box(0, 0, 640, 512), box(640, 0, 1279, 256)}}},
+                                   sent.detMasks);
     expect_block<ne3_val_od_obj_init>("doInit", {{10}}, sent.doInit);
     expect_block<ne3_val_od_obj_set>("doSet", {{30, 80, 56, 10, 7}}, sent.doSet);
     expect_block<ne3_val_od_obj_init>("soInit", {{20}}, sent.soInit);
@@ -85,8 +79,7 @@ TEST_F(VaOdTest, TranslatesEveryBlock)
     const ne3_val_od_filter area{
         3, 4, {{320, 256}, {320, 768}, {960, 768}, {960, 256}}, 12, 240, 12, 126, 0, 158, 0, {}};
     expect_block<ne3_val_od_vmf>(
-        "vmf",
-        {{2, 45, {line, area}, 1, {polygon(0, 921, 1280, 1024)}, 1, {0, 1, -1}, {}, {5000, 0}}},
+        "vmf", {{2, 45, {line, area}, 1, {box(0, 921, 1280, 1024)}, 1, {0, 1, -1}, {}, {5000, 0}}},
         sent.vmf);
     const auto prm = sim_state().od_prm;
     EXPECT_TRUE(prm->prm0 == 4 && prm->prm1 == 1 && prm->prm2 == 0 && prm->prm3 == 1);

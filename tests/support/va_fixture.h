@@ -14,6 +14,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+inline ne3_val_od_polygon box(int left, int top, int right, int bottom)
+{
+    return {4, {{left, top}, {left, bottom}, {right, bottom}, {right, top}}};
+}
+
 // The daemon's parts in this process: a working directory as the daemon's, a stand-in with an open
 // library, a full-HD sensor, the log on standard error.
 class VaTest : public testing::Test
