@@ -4,7 +4,6 @@ packaging/nats/ sets them up, of which one is killed."""
 import json
 import re
 import shutil
-import struct
 import sys
 import unittest
 import urllib.request
@@ -35,17 +34,13 @@ class Cluster(Lab):
                                       flags=re.DOTALL)
         self.write("users.conf", "".join(
             [users, *(camera.replace("camera1", name) for name in CAMERAS), end]))
-        changes = [(f"//{name}:", f"//{address}:") for name, address in NODES.items()]
-        changes += [("include nats/", "include "), ("/etc/nats/", ""), ("8883", str(self.port)),
-                    ("4222", str(free_port())), ("6222", str(free_port())),
-                    ("8222", str(self.http))]
+        changes = {f"//{name}:": f"//{address}:" for name, address in NODES.items()}
+        changes |= {"include nats/": "include ", "/etc/nats/": "", "8883": str(self.port),
+                    "4222": str(free_port()), "6222": str(free_port()), "8222": str(self.http)}
         for name, address in NODES.items():
-            text = (packaged / "nats-server.conf").read_text()
-            for old, new in changes + [("/var/lib/nats", f"store-{name}"), ("localhost", address),
-                                       ("0.0.0.0", address), ("node.conf", f"{name}-node.conf")]:
-                assert old in text, old
-                text = text.replace(old, new)
-            self.write(f"{name}.conf", text)
+            text = self.adapt("packaging/nats/nats-server.conf", f"{name}.conf", changes | {
+                "/var/lib/nats": f"store-{name}", "localhost": address, "0.0.0.0": address,
+                "node.conf": f"{name}-node.conf"})
             self.write(f"{name}-node.conf", f"server_name: {name}\n")
         alone = text.replace("stream_replicas: 3", "stream_replicas: 1")
         self.write("alone.conf", re.sub(r"cluster {.*?\n}\n", "", alone, flags=re.DOTALL))
@@ -90,11 +85,8 @@ class ClusterTest(unittest.TestCase):
     def test_nothing_is_lost_when_a_node_is_killed(self):
         self.lab = Cluster(BIN)
         self.addCleanup(self.lab.close)
-        with open(f"{self.lab.folder}/capture", "wb") as capture:  # as va_dump -w writes one
-            capture.write(b"va_dump\n" + struct.pack("=II", 1, 0x01020304))
-            for i in range(1, EVENTS + 1):  # object i appears
-                capture.write(struct.pack("=Q4s11I", round(i * STEP * 1e6), b"od", 40,
-                                          i, 3, 10, 5, 4, 4, 12, 7, i, 0))
+        self.lab.write_capture((round(i * STEP * 1e3), b"od", (i, 3, 10, 5, 4, 4, 12, 7, i, 0))
+                               for i in range(1, EVENTS + 1))  # object i appears
         self.nodes = {name: self.lab.start_node(name) for name in NODES}
         self.lab.wait_for_nodes()
         self.lab.start_reader("nats1").end()  # with which the cluster makes its streams

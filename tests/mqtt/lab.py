@@ -6,6 +6,7 @@ import re
 import shutil
 import signal
 import socket
+import struct
 import subprocess
 import tempfile
 import time
@@ -123,6 +124,14 @@ class Lab:
         path.write_text(text)
         path.chmod(mode)
 
+    def write_capture(self, records):
+        """As va_dump -w writes one, of (milliseconds, stream, words)."""
+        with open(self.folder + "/capture", "wb") as capture:
+            capture.write(b"va_dump\n" + struct.pack("=II", 1, 0x01020304))
+            for ms, stream, words in records:
+                capture.write(struct.pack(f"=Q4sI{len(words)}I", ms * 1000, stream,
+                                          4 * len(words), *words))
+
     def run(self, *command):
         subprocess.run(command, cwd=self.folder, check=True, capture_output=True)
 
@@ -162,6 +171,7 @@ class Lab:
             assert old in text, old
             text = text.replace(old, new)
         self.write(name, text)
+        return text
 
     def tls(self, account):
         port = self.reader_port if account in READERS else self.port

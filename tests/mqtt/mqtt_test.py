@@ -5,7 +5,6 @@ import re
 import signal
 import socket
 import ssl
-import struct
 import sys
 import time
 import unittest
@@ -573,17 +572,12 @@ class MqttTest(unittest.TestCase):
                 publisher.wait_for(f"waiting for {host}:.* it does not answer")
 
     def write_capture(self):
-        """As va_dump -w writes one."""
         # Thirty objects appear; two results are missing; tampering begins and lasts; they leave.
         def objects(result):
             return [word for i in range(1, 31) for word in (i, 3, 10, 5, 4, 4, 12, 7, result, 0)]
 
-        with open(self.lab.folder + "/capture", "wb") as capture:
-            capture.write(b"va_dump\n" + struct.pack("=II", 1, 0x01020304))
-            for ms, stream, words in ((0, b"od", objects(1)), (100, b"od", objects(4)),
-                                      *((1000 * i, b"ta", [1, 0, 0, 0]) for i in range(1, 9999))):
-                capture.write(struct.pack(f"=Q4sI{len(words)}I", ms * 1000, stream,
-                                          4 * len(words), *words))
+        self.lab.write_capture([(0, b"od", objects(1)), (100, b"od", objects(4)),
+                                *((1000 * i, b"ta", [1, 0, 0, 0]) for i in range(1, 9999))])
 
     def wait_for_waiting(self, publisher, least):
         def reached():
