@@ -13,19 +13,32 @@ namespace
 {
 
 constexpr double scale_factor = 1.2;
-constexpr int least_neighbours = 3; // detections that agree
-constexpr int least_side = 25;      // pixels
+constexpr int least_side = 25; // pixels
 
-std::vector<Box> faces_in(cv::CascadeClassifier &classifier, const cv::Mat &grey)
+// Detections that agree: what looks like a face to fewer, such as a tower, must move to be one.
+constexpr int least_neighbours = 3;
+constexpr int sure_neighbours = 5;
+constexpr float moved_share = 0.5F; // of its width
+
+struct Detections {
+    std::vector<Box> all;
+    std::vector<Box> sure;
+};
+
+Detections faces_in(cv::CascadeClassifier &classifier, const cv::Mat &grey)
 {
     std::vector<cv::Rect> found;
-    classifier.detectMultiScale(grey, found, scale_factor, least_neighbours, 0,
+    std::vector<int> neighbours;
+    classifier.detectMultiScale(grey, found, neighbours, scale_factor, least_neighbours, 0,
                                 {least_side, least_side});
-    std::vector<Box> boxes;
-    boxes.reserve(found.size());
-    for (const cv::Rect2f rect : found)
-        boxes.push_back({rect.x, rect.y, rect.width, rect.height});
-    return boxes;
+    Detections detections;
+    for (std::size_t i = 0; i < found.size(); ++i) {
+        const cv::Rect2f rect = found[i];
+        detections.all.push_back({rect.x, rect.y, rect.width, rect.height});
+        if (neighbours[i] >= sure_neighbours)
+            detections.sure.push_back(detections.all.back());
+    }
+    return detections;
 }
 
 } // namespace
@@ -70,6 +83,24 @@ void FaceDetector::reset()
     faces_.clear();
 }
 
+// Keeps what was surely a face once, or has moved.
+void FaceDetector::drop_doubtful(std::span<const Box> sure)
+{
+    std::map<std::uint32_t, Candidate> known;
+    for (const TrackedObject &face : faces_) {
+        const auto before = candidates_.find(face.id);
+        Candidate candidate =
+            before == candidates_.end() ? Candidate{face.box, false} : before->second;
+        candidate.is_face |=
+            length(face.box.centre() - candidate.first.centre()) > moved_share * face.box.width ||
+            std::ranges::any_of(
+                sure, [&](const Box &box) { return intersection_area(box, face.box) > 0; });
+        known[face.id] = candidate;
+    }
+    candidates_ = std::move(known);
+    std::erase_if(faces_, [&](const TrackedObject &face) { return !candidates_[face.id].is_face; });
+}
+
 void FaceDetector::detect_until_end()
 {
     UniqueLock lock(mutex_);
@@ -80,10 +111,12 @@ void FaceDetector::detect_until_end()
         const Task task = *task_;
         lock.unlock();
         const Box extent = FrameSize{task.picture.cols, task.picture.rows}.extent();
-        const std::vector<Box> boxes = faces_in(classifier_, task.picture);
+        const auto [boxes, sure] = faces_in(classifier_, task.picture);
         lock.lock();
-        if (task.epoch == epoch_)
+        if (task.epoch == epoch_) {
             faces_ = tracker_.update(boxes, {}, extent, task.time);
+            drop_doubtful(sure);
+        }
         task_.reset();
         changed_.notify_all();
     }

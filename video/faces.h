@@ -4,10 +4,12 @@
 #include "video/tracker.h"
 
 #include <condition_variable>
+#include <map>
 #include <mutex>
 #include <opencv2/core.hpp>
 #include <opencv2/objdetect.hpp>
 #include <optional>
+#include <span>
 #include <thread>
 
 namespace va::video
@@ -43,6 +45,13 @@ private:
         int epoch;
     };
 
+    // What may be a face.
+    struct Candidate {
+        Box first; // where it was first
+        bool is_face;
+    };
+
+    void drop_doubtful(std::span<const Box> sure) VA_REQUIRES(mutex_);
     void run();
     void detect_until_end();
 
@@ -52,7 +61,8 @@ private:
     std::optional<Task> task_ VA_GUARDED_BY(mutex_); // until it is done
     Tracker tracker_ VA_GUARDED_BY(mutex_){TRACK_FACES};
     std::vector<TrackedObject> faces_ VA_GUARDED_BY(mutex_);
-    int epoch_ VA_GUARDED_BY(mutex_) = 0; // counts resets
+    std::map<std::uint32_t, Candidate> candidates_ VA_GUARDED_BY(mutex_); // by number
+    int epoch_ VA_GUARDED_BY(mutex_) = 0;                                 // counts resets
     bool ends_ VA_GUARDED_BY(mutex_) = false;
     std::thread thread_;
 };
