@@ -50,6 +50,16 @@ bool is_possible(const Prediction &track, const Box &box)
     return intersection_area(track.box.expanded(track.gate, track.gate), box) > 0;
 }
 
+bool are_fragments(const Box &a, const Box &b)
+{
+    const float across = std::min(a.right(), b.right()) - std::max(a.x, b.x);
+    const float gap = std::max(a.y, b.y) - std::min(a.bottom(), b.bottom());
+    if (across >= -adjacent && gap <= adjacent)
+        return true;
+    return across >= stacked_overlap * std::min(a.width, b.width) &&
+           gap <= stacked_gap * std::max(a.height, b.height);
+}
+
 bool is_part_of(const Prediction &track, const Box &box)
 {
     const Box extent = track.box.expanded(growth * track.box.width + track.gate,
@@ -145,16 +155,6 @@ bool join_one(std::vector<Box> &boxes)
 }
 
 } // namespace
-
-bool are_fragments(const Box &a, const Box &b)
-{
-    const float across = std::min(a.right(), b.right()) - std::max(a.x, b.x);
-    const float gap = std::max(a.y, b.y) - std::min(a.bottom(), b.bottom());
-    if (across >= -adjacent && gap <= adjacent)
-        return true;
-    return across >= stacked_overlap * std::min(a.width, b.width) &&
-           gap <= stacked_gap * std::max(a.height, b.height);
-}
 
 Matches match(std::span<const Prediction> tracks, std::span<const Box> boxes)
 {

@@ -43,11 +43,8 @@ struct Matches {
 // it.
 Matches match(std::span<const Prediction> tracks, std::span<const Box> boxes);
 
-// Whether two boxes are likely to be parts of one object: they touch or nearly do, or lie above
-// each other as a head, a body and legs do.
-bool are_fragments(const Box &a, const Box &b);
-
-// Joins those that are. The order of the result is unspecified.
+// Joins boxes that are likely to be parts of one object: they touch or nearly do, or lie above each
+// other as a head, a body and legs do. The order of the result is unspecified.
 std::vector<Box> join_fragments(std::vector<Box> boxes);
 
 } // namespace va::video

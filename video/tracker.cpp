@@ -14,7 +14,8 @@ constexpr VideoTime duplicate_limit = 600; // the same, of one within the other,
 constexpr float duplicate_share = 0.7F;    // of the smaller one
 constexpr float duplicate_speed = 25;      // pixels a second, between the two
 
-constexpr float part_speed = 80; // pixels a second, at most, between two parts of one object
+constexpr float part_overlap = 0.5F; // of the narrower one's width, of two parts of one object
+constexpr float part_gap = 0.8F;     // of the taller one's height, at most
 
 constexpr float resting_speed = 15;         // pixels a second, at most
 constexpr float resting_share = 0.5F;       // of the smaller one of two boxes, at one place
@@ -150,12 +151,21 @@ void Tracker::update_resting(std::span<const StationaryBox> boxes, VideoTime tim
     });
 }
 
-// Two that are as a head and a body, and move together, are one object.
+// Is it, as a head or a leg, above or below another, and on the same way?
 bool Tracker::is_part(const MovingObject &object) const
 {
+    const Box &part = object.track.box();
+    const Point way = part.centre() - object.track.first().centre();
     return settings_.in_parts && std::ranges::any_of(moving_, [&](const MovingObject &other) {
-               return other.id && are_fragments(object.track.box(), other.track.box()) &&
-                      length(object.track.velocity() - other.track.velocity()) < part_speed;
+               const Box &whole = other.track.box();
+               const float across =
+                   std::min(part.right(), whole.right()) - std::max(part.x, whole.x);
+               const float gap =
+                   std::max(part.y, whole.y) - std::min(part.bottom(), whole.bottom());
+               const Point velocity = other.track.velocity();
+               return other.id && across > part_overlap * std::min(part.width, whole.width) &&
+                      gap < part_gap * std::max(part.height, whole.height) &&
+                      way.x * velocity.x + way.y * velocity.y > 0;
            });
 }
 
@@ -177,7 +187,9 @@ std::vector<TrackedObject> Tracker::report(VideoTime time)
     for (MovingObject &object : moving_) {
         if (object.id)
             object.track.settle();
-        else if (is_confirmed(object) && !is_part(object))
+        else if (is_confirmed(object) && is_part(object))
+            object.track = Track(object.track.box(), time); // to be confirmed when it is alone
+        else if (is_confirmed(object))
             object.id = number_of(object.track);
         const auto is_same = [&](const RestingObject &resting) {
             return resting.key && resting.id == object.id && object.track.last_detected() < time;
