@@ -170,10 +170,11 @@ class Clip:
         spacing = max(moments // max(pairs, 1), 1)  # of pairs
         first = 3
         gap = (self.seconds - first - 0.5) / max(moments, 1)
+        wall = self.set["wall"]  # there all walk the same way: the tall would hide each other
         walkers = []
         for i in range(moments):
             crosses = first + gap * (i + between(0, 0.3))
-            walkers.append(self.make_walker(crosses, i % 2 == 0))
+            walkers.append(self.make_walker(crosses, (self.set["seed"] if wall else i) % 2 == 0))
             if i % spacing == 0 and i // spacing < pairs:
                 other = self.make_walker(crosses + 0.3, i % 2 == 1)
                 other.feet = walkers[-1].feet + 0.01
