@@ -58,7 +58,6 @@ void Analysis::reset_scene()
 {
     motion_.reset();
     still_.reset();
-    brightness_.reset();
     tracker_.reset();
     stationary_.clear();
     if (faces_)
@@ -80,21 +79,18 @@ void Analysis::scale(const cv::Mat &image)
     cv::GaussianBlur(thumb_, thumb_, {3, 3}, 0);
 }
 
-// Undoes the trembling of the camera, and changes of the light.
-void Analysis::steady(VideoTime time)
+// Undoes the trembling of the camera.
+void Analysis::steady()
 {
     const Point shift = tamper_.view().empty() ? Point{} : shift_between(tamper_.view(), thumb_);
     const Point scaled = {shift.x * static_cast<float>(picture_.cols) / TamperDetector::width,
                           shift.y * static_cast<float>(picture_.rows) / TamperDetector::height};
-    const double factor = brightness_.correction(thumb_, motion_.foreground(), time);
     if (length(scaled) < least_shift) {
-        picture_.convertTo(even_, -1, factor);
+        picture_.copyTo(steady_);
         return;
     }
     shift_back(thumb_.clone(), shift, thumb_);
-    cv::Mat even;
-    picture_.convertTo(even, -1, factor);
-    shift_back(even, scaled, even_);
+    shift_back(picture_, scaled, steady_);
 }
 
 std::optional<int> Analysis::check_tamper(VideoTime time)
@@ -114,12 +110,12 @@ std::optional<int> Analysis::check_tamper(VideoTime time)
 std::vector<TrackedObject> Analysis::track_objects(VideoTime time)
 {
     const cv::Mat lit = tamper_.view().empty() ? cv::Mat() : lit_otherwise(tamper_.view(), thumb_);
-    std::vector<Box> moving = motion_.detect(even_, lit, time);
+    std::vector<Box> moving = motion_.detect(steady_, lit, time);
     if (tamper_.is_doubtful())
         moving.clear();
     if (is_due(still_updated_, StillObjects::interval, time)) {
         cv::Mat grey;
-        cv::cvtColor(even_, grey, cv::COLOR_BGR2GRAY);
+        cv::cvtColor(steady_, grey, cv::COLOR_BGR2GRAY);
         cv::resize(grey, grey, half_of(grey.size()), 0, 0, cv::INTER_AREA);
         stationary_ = still_.update(grey, time);
         for (StationaryBox &stationary : stationary_)
@@ -162,7 +158,7 @@ Observations Analysis::analyse(const cv::Mat &image, VideoTime time)
     observations.time = time;
     scale(image);
     observations.tamper = check_tamper(time);
-    steady(time);
+    steady();
     observations.objects = track_objects(time);
     observations.faces = detect_faces(time);
     observations.jump = std::exchange(jump_, false);

@@ -43,7 +43,7 @@ public:
 
 private:
     void scale(const cv::Mat &image);
-    void steady(VideoTime time);
+    void steady();
     std::optional<int> check_tamper(VideoTime time);
     std::vector<TrackedObject> track_objects(VideoTime time);
     std::vector<TrackedObject> detect_faces(VideoTime time);
@@ -55,14 +55,13 @@ private:
     bool wait_for_faces_;
 
     TamperDetector tamper_;
-    BrightnessLevel brightness_;
     MotionDetector motion_;
     StillObjects still_;
     Tracker tracker_{TRACK_OBJECTS};
 
     cv::Mat picture_; // the image, scaled
     cv::Mat thumb_;   // grey, small, 32-bit
-    cv::Mat even_;    // the picture, of the usual brightness, and where it usually is
+    cv::Mat steady_;  // the picture, where it usually is
     std::vector<StationaryBox> stationary_;
     std::optional<VideoTime> tamper_checked_;
     std::optional<VideoTime> still_updated_;

@@ -100,27 +100,4 @@ void MotionDetector::reset()
     foreground_.release();
 }
 
-double BrightnessLevel::correction(const cv::Mat &grey, const cv::Mat &foreground, VideoTime time)
-{
-    constexpr double time_constant = 30; // seconds
-    constexpr double least_share = 0.1;
-    constexpr double limit = 2;
-    if (usual_.empty())
-        grey.copyTo(usual_);
-    cv::Mat background(grey.size(), CV_8U, cv::Scalar(255));
-    if (!foreground.empty()) {
-        cv::resize(foreground, background, grey.size(), 0, 0, cv::INTER_NEAREST);
-        background = ~background;
-    }
-    const double passed = static_cast<double>(time - last_) / 1000;
-    last_ = time;
-    const double now = cv::mean(grey, background)[0];
-    const double usual = cv::mean(usual_, background)[0];
-    cv::accumulateWeighted(grey, usual_, 1 - std::exp(-passed / time_constant), background);
-    const double share = least_share * static_cast<double>(background.total());
-    if (cv::countNonZero(background) < share || now < 1)
-        return 1;
-    return std::clamp(usual / now, 1 / limit, limit);
-}
-
 } // namespace va::video

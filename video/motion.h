@@ -27,9 +27,6 @@ public:
     // Takes the next picture as the background.
     void reset();
 
-    // Where the last picture differs: 255, else 0. Empty before the first one.
-    const cv::Mat &foreground() const { return foreground_; }
-
 private:
     cv::Ptr<cv::BackgroundSubtractorMOG2> background_ =
         cv::createBackgroundSubtractorMOG2(500, 16, true);
@@ -37,24 +34,6 @@ private:
     VideoTime begin_ = 0;
     VideoTime last_ = 0;
     bool fresh_ = true;
-};
-
-// Follows the usual brightness of the pictures, so that clouds and a camera that adjusts its
-// exposure can be compensated. One thread at a time.
-class BrightnessLevel
-{
-public:
-    // The factor that makes the picture as bright as the mean of about the last half minute. `grey`
-    // is 32-bit and always has the same size; `foreground`, of any size, is 255 where it is not to
-    // be compared, else 0, and may be empty. `time` grows.
-    double correction(const cv::Mat &grey, const cv::Mat &foreground, VideoTime time);
-
-    // Begins again with the next picture.
-    void reset() { usual_.release(); }
-
-private:
-    cv::Mat usual_; // 32-bit
-    VideoTime last_ = 0;
 };
 
 } // namespace va::video

@@ -1,5 +1,7 @@
 #include "video/tamper.h"
 
+#include "video/view.h"
+
 #include <algorithm>
 #include <cmath>
 #include <opencv2/imgproc.hpp>
@@ -222,7 +224,9 @@ void TamperDetector::begin_recovery(VideoTime time)
 
 void TamperDetector::recover(const cv::Mat &now, VideoTime time)
 {
-    if (mean_change(now, last_) > calm)
+    cv::Mat steady = now.clone(); // on a pole in the wind nothing else is calm
+    shift_back(now, shift_between(last_, now), steady);
+    if (mean_change(steady, last_) > calm)
         restless_ = time;
     if (time - restless_ >= calm_for || time - *recovering_since_ >= longest_recovery)
         set_view(now, time + resettling);
