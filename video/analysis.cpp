@@ -1,6 +1,7 @@
 #include "video/analysis.h"
 
 #include <algorithm>
+#include <cmath>
 #include <opencv2/imgproc.hpp>
 #include <utility>
 
@@ -16,6 +17,9 @@ constexpr int half = 2;
 
 // A smaller shift of the camera makes no objects.
 constexpr float least_shift = 0.5F; // pixels
+
+constexpr double most_light = 2;      // times the usual one
+constexpr double light_constant = 30; // seconds
 
 cv::Size half_of(cv::Size size)
 {
@@ -57,6 +61,7 @@ void Analysis::reset()
 void Analysis::reset_scene()
 {
     motion_.reset();
+    usual_light_ = 0;
     still_.reset();
     tracker_.reset();
     stationary_.clear();
@@ -79,18 +84,35 @@ void Analysis::scale(const cv::Mat &image)
     cv::GaussianBlur(thumb_, thumb_, {3, 3}, 0);
 }
 
-// Undoes the trembling of the camera.
-void Analysis::steady()
+// What makes the picture as bright as the view, and that as it was in about the last half minute.
+double Analysis::light_factor(VideoTime time)
 {
-    const Point shift = tamper_.view().empty() ? Point{} : shift_between(tamper_.view(), thumb_);
+    const double view = cv::mean(tamper_.view())[0];
+    const double passed = static_cast<double>(time - light_time_) / 1000;
+    usual_light_ =
+        usual_light_ > 0 ? view + (usual_light_ - view) * std::exp(-passed / light_constant) : view;
+    light_time_ = time;
+    const double now = cv::mean(thumb_, lit_)[0];
+    const double factor = cv::mean(tamper_.view(), lit_)[0] / now * usual_light_ / view;
+    return now > 0 && view > 0 ? std::clamp(factor, 1 / most_light, most_light) : 1;
+}
+
+// Undoes the trembling of the camera, and changes of the light.
+void Analysis::steady(VideoTime time)
+{
+    const cv::Mat &view = tamper_.view();
+    const Point shift = shift_between(view, thumb_);
     const Point scaled = {shift.x * static_cast<float>(picture_.cols) / TamperDetector::width,
                           shift.y * static_cast<float>(picture_.rows) / TamperDetector::height};
-    if (length(scaled) < least_shift) {
-        picture_.copyTo(steady_);
-        return;
-    }
-    shift_back(thumb_.clone(), shift, thumb_);
-    shift_back(picture_, scaled, steady_);
+    const bool trembles = length(scaled) > least_shift;
+    if (trembles)
+        shift_back(thumb_.clone(), shift, thumb_);
+    lit_ = lit_otherwise(view, thumb_);
+    const double factor = light_factor(time);
+    cv::Mat even;
+    picture_.convertTo(trembles ? even : steady_, -1, factor);
+    if (trembles)
+        shift_back(even, scaled, steady_);
 }
 
 std::optional<int> Analysis::check_tamper(VideoTime time)
@@ -109,8 +131,7 @@ std::optional<int> Analysis::check_tamper(VideoTime time)
 
 std::vector<TrackedObject> Analysis::track_objects(VideoTime time)
 {
-    const cv::Mat lit = tamper_.view().empty() ? cv::Mat() : lit_otherwise(tamper_.view(), thumb_);
-    std::vector<Box> moving = motion_.detect(steady_, lit, time);
+    std::vector<Box> moving = motion_.detect(steady_, lit_, time);
     if (tamper_.is_doubtful())
         moving.clear();
     if (is_due(still_updated_, StillObjects::interval, time)) {
@@ -158,7 +179,7 @@ Observations Analysis::analyse(const cv::Mat &image, VideoTime time)
     observations.time = time;
     scale(image);
     observations.tamper = check_tamper(time);
-    steady();
+    steady(time);
     observations.objects = track_objects(time);
     observations.faces = detect_faces(time);
     observations.jump = std::exchange(jump_, false);

@@ -43,7 +43,8 @@ public:
 
 private:
     void scale(const cv::Mat &image);
-    void steady();
+    void steady(VideoTime time);
+    double light_factor(VideoTime time);
     std::optional<int> check_tamper(VideoTime time);
     std::vector<TrackedObject> track_objects(VideoTime time);
     std::vector<TrackedObject> detect_faces(VideoTime time);
@@ -59,9 +60,12 @@ private:
     StillObjects still_;
     Tracker tracker_{TRACK_OBJECTS};
 
-    cv::Mat picture_; // the image, scaled
-    cv::Mat thumb_;   // grey, small, 32-bit
-    cv::Mat steady_;  // the picture, where it usually is
+    cv::Mat picture_;        // the image, scaled
+    cv::Mat thumb_;          // grey, small, 32-bit
+    cv::Mat lit_;            // where the thumb differs from the view by the light alone: 255
+    cv::Mat steady_;         // the picture, where and as bright as it usually is
+    double usual_light_ = 0; // mean of the view; 0: not known
+    VideoTime light_time_ = 0;
     std::vector<StationaryBox> stationary_;
     std::optional<VideoTime> tamper_checked_;
     std::optional<VideoTime> still_updated_;
