@@ -99,7 +99,7 @@ std::vector<std::size_t> members_of(std::size_t box, std::span<const std::size_t
     std::vector<std::size_t> members;
     for (std::size_t i = 0; i < tracks.size(); ++i) {
         const Box &own = tracks[i].box;
-        const bool hidden = tracks[i].confirmed && !contains(owners, i) &&
+        const bool hidden = tracks[i].confirmed && !tracks[i].leaving && !contains(owners, i) &&
                             intersection_area(own, boxes[box]) > hidden_share * own.area();
         if (owners[box] == i || hidden)
             members.push_back(i);
