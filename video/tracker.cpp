@@ -17,6 +17,8 @@ constexpr float duplicate_speed = 25;      // pixels a second, between the two
 constexpr float part_overlap = 0.5F; // of the narrower one's width, of two parts of one object
 constexpr float part_gap = 0.8F;     // of the taller one's height, at most
 
+constexpr VideoTime part_limit = 500; // two that have moved together for so long
+
 constexpr float resting_speed = 15;         // pixels a second, at most
 constexpr float resting_share = 0.5F;       // of the smaller one of two boxes, at one place
 constexpr float resting_ratio = 4;          // between the sizes of one that rests and goes on
@@ -25,6 +27,15 @@ constexpr VideoTime resting_limit = 10'000; // how long one that is not seen is 
 bool are_at_one_place(const Box &a, const Box &b)
 {
     return intersection_area(a, b) > resting_share * std::min(a.area(), b.area());
+}
+
+// As a head, a body and a leg are.
+bool are_stacked(const Box &a, const Box &b)
+{
+    const float across = std::min(a.right(), b.right()) - std::max(a.x, b.x);
+    const float gap = std::max(a.y, b.y) - std::min(a.bottom(), b.bottom());
+    return across > part_overlap * std::min(a.width, b.width) &&
+           gap < part_gap * std::max(a.height, b.height);
 }
 
 } // namespace
@@ -84,8 +95,8 @@ void Tracker::drop_lost(const Box &picture, VideoTime time)
     });
 }
 
-// Two tracks of one object are always detected in one box. The larger one stays, or the older one
-// of two that are about as large.
+// Two tracks of one object are always detected in one box, or one above the other. The larger one
+// stays, or the older one of two that are about as large.
 void Tracker::drop_duplicates(VideoTime time)
 {
     const auto is_lesser = [](const MovingObject &a, const MovingObject &b) {
@@ -96,6 +107,9 @@ void Tracker::drop_duplicates(VideoTime time)
         const float common = intersection_area(a.track.box(), b.track.box());
         const float smaller = std::min(a.track.box().area(), b.track.box().area());
         const VideoTime together = time - std::max(a.alone, b.alone);
+        const VideoTime age = time - std::max(a.track.first_detected(), b.track.first_detected());
+        if (common == 0 && age > part_limit && are_stacked(a.track.box(), b.track.box()))
+            return length(a.track.velocity() - b.track.velocity()) < duplicate_speed;
         return (together > together_limit && common > 0) ||
                (together > duplicate_limit && common > duplicate_share * smaller &&
                 length(a.track.velocity() - b.track.velocity()) < duplicate_speed);
@@ -151,20 +165,13 @@ void Tracker::update_resting(std::span<const StationaryBox> boxes, VideoTime tim
     });
 }
 
-// Is it, as a head or a leg, above or below another, and on the same way?
+// Is it above or below another, and on the same way?
 bool Tracker::is_part(const MovingObject &object) const
 {
-    const Box &part = object.track.box();
-    const Point way = part.centre() - object.track.first().centre();
+    const Point way = object.track.box().centre() - object.track.first().centre();
     return settings_.in_parts && std::ranges::any_of(moving_, [&](const MovingObject &other) {
-               const Box &whole = other.track.box();
-               const float across =
-                   std::min(part.right(), whole.right()) - std::max(part.x, whole.x);
-               const float gap =
-                   std::max(part.y, whole.y) - std::min(part.bottom(), whole.bottom());
                const Point velocity = other.track.velocity();
-               return other.id && across > part_overlap * std::min(part.width, whole.width) &&
-                      gap < part_gap * std::max(part.height, whole.height) &&
+               return other.id && are_stacked(object.track.box(), other.track.box()) &&
                       way.x * velocity.x + way.y * velocity.y > 0;
            });
 }
