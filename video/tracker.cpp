@@ -188,7 +188,7 @@ std::uint32_t Tracker::number_of(const Track &track)
     return ++last_id_;
 }
 
-std::vector<TrackedObject> Tracker::report(VideoTime time)
+std::vector<TrackedObject> Tracker::report(const Box &picture, VideoTime time)
 {
     std::vector<TrackedObject> objects;
     for (MovingObject &object : moving_) {
@@ -196,7 +196,7 @@ std::vector<TrackedObject> Tracker::report(VideoTime time)
             object.track.settle();
         else if (is_confirmed(object) && is_part(object))
             object.track = Track(object.track.box(), time); // to be confirmed when it is alone
-        else if (is_confirmed(object))
+        else if (is_confirmed(object) && !object.track.is_leaving(picture, time))
             object.id = number_of(object.track);
         const auto is_same = [&](const RestingObject &resting) {
             return resting.key && resting.id == object.id && object.track.last_detected() < time;
@@ -219,7 +219,7 @@ std::vector<TrackedObject> Tracker::update(std::span<const Box> moving,
     drop_lost(picture, time);
     drop_duplicates(time);
     update_resting(stationary, time);
-    return report(time);
+    return report(picture, time);
 }
 
 void Tracker::reset()

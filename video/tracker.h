@@ -80,7 +80,7 @@ private:
     MovingObject *moving_with(std::uint32_t id);
     bool is_confirmed(const MovingObject &object) const;
     bool is_part(const MovingObject &object) const;
-    std::vector<TrackedObject> report(VideoTime time);
+    std::vector<TrackedObject> report(const Box &picture, VideoTime time);
 
     TrackerSettings settings_;
     std::vector<MovingObject> moving_;

@@ -12,7 +12,7 @@ LATE = 1000  # ms, at most
 
 
 def read_pictures(path):
-    """Yields (time, {id: (kind, box)}, {id: box}, [cause of tampering])."""
+    """Yields (time, {id: (kind, box)}, {id: box}, [cause of tampering; 0: a jump])."""
     objects, faces, tampers = {}, {}, []
     for line in open(path):
         word, *values = line.split()
@@ -23,6 +23,8 @@ def read_pictures(path):
             faces[values[0]] = values[1:]
         elif word == "ta":
             tampers.append(values[1])
+        elif word == "jump":
+            tampers.append(0)
         elif word == "picture":
             yield values[0], objects, faces, tampers
             objects, faces, tampers = {}, {}, []
@@ -147,7 +149,9 @@ class Judge:
     def judge_tampers(self):
         expected = self.of("tamper")
         found, false = self.pair("tampering", expected, [
-            (time, cause) for time, _, _, tampers in self.pictures for cause in tampers])
+            (time, cause) for time, _, _, tampers in self.pictures for cause in tampers if cause])
+        self.failures += [f"no jump with the tampering at {time} ms"
+                          for time, _, _, tampers in self.pictures if any(tampers) and 0 not in tampers]
         return f"{found} of {len(expected)} tampers, {false} false"
 
 

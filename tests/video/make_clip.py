@@ -341,6 +341,8 @@ class Clip:
         if self.set["shake"]:
             say("allow false", moving / 5)
             say("allow objects", moving / 5)
+        if self.set["cloud"]:
+            say("allow objects", (self.set["cloud"] + 1) // 2)
         if self.set["night"]:
             say("allow objects", (self.seconds + 3) // 5)
         if self.set["covered"] and self.set["cover"] == 2:  # it moves, too
