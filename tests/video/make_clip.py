@@ -341,6 +341,8 @@ class Clip:
         if self.set["shake"]:
             say("allow false", moving / 5)
             say("allow objects", moving / 5)
+        if self.set["wall"] or (self.set["stand"] and self.set["walkers"]):
+            say("allow objects", moving / 5)  # legs before a wall; who passes one that stands
         if self.set["cloud"]:
             say("allow objects", (self.set["cloud"] + 1) // 2)
         if self.set["night"]:
