@@ -34,11 +34,11 @@ cv::Size scaled_size(cv::Size image)
             std::max(cvRound(image.height * factor), 1)};
 }
 
-// For whole factors the mean over an area is cheap.
+// The mean over an area is cheap for halves, and worth its time only where most pixels would be
+// left out.
 int interpolation(cv::Size from, cv::Size to)
 {
-    const bool whole = from.width % to.width == 0 && from.height % to.height == 0;
-    return whole || from.width > 2 * to.width ? cv::INTER_AREA : cv::INTER_LINEAR;
+    return from == to * half || from.width > 3 * to.width ? cv::INTER_AREA : cv::INTER_LINEAR;
 }
 
 bool is_due(std::optional<VideoTime> &last, VideoTime interval, VideoTime time)

@@ -10,7 +10,7 @@ namespace
 
 constexpr int most_steps = 5;
 constexpr float small_step = 0.04F; // pixels
-constexpr int row_step = 2;         // the rows between are left out to save time
+constexpr int row_step = 3;         // the rows between are left out to save time
 constexpr int border = 4;           // pixels, which may be invalid
 
 // The difference at which a pixel counts half: less than an object's, more than the noise's.
