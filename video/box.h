@@ -9,15 +9,11 @@ namespace va::video
 {
 
 struct Point {
-    float x = 0;
-    float y = 0;
+    float x = 0, y = 0;
 
     friend Point operator+(Point a, Point b) { return {a.x + b.x, a.y + b.y}; }
     friend Point operator-(Point a, Point b) { return {a.x - b.x, a.y - b.y}; }
-    friend Point operator*(Point point, float factor)
-    {
-        return {point.x * factor, point.y * factor};
-    }
+    friend Point operator*(Point a, float factor) { return {a.x * factor, a.y * factor}; }
 };
 
 inline float length(Point vector)
@@ -25,33 +21,31 @@ inline float length(Point vector)
     return std::hypot(vector.x, vector.y);
 }
 
+// One dimension of a box.
+struct Interval {
+    float begin, end;
+
+    float size() const { return end - begin; }
+};
+
 struct Box {
-    float x = 0; // its left edge
-    float y = 0; // its top edge
-    float width = 0;
-    float height = 0;
+    float x = 0, y = 0; // its left and its top edge
+    float width = 0, height = 0;
 
     float right() const { return x + width; }
     float bottom() const { return y + height; }
     float area() const { return width * height; }
     Point centre() const { return {x + width / 2, y + height / 2}; }
+    Interval horizontal() const { return {x, right()}; }
+    Interval vertical() const { return {y, bottom()}; }
 
-    bool contains(Point point) const
+    bool contains(Point a) const { return x <= a.x && a.x < right() && y <= a.y && a.y < bottom(); }
+    Box centred_at(Point a) const { return {a.x - width / 2, a.y - height / 2, width, height}; }
+    Box scaled(float by) const { return {by * x, by * y, by * width, by * height}; }
+    // By so much at each side.
+    Box expanded(float across, float down) const
     {
-        return x <= point.x && point.x < right() && y <= point.y && point.y < bottom();
-    }
-    Box centred_at(Point centre) const
-    {
-        return {centre.x - width / 2, centre.y - height / 2, width, height};
-    }
-    Box scaled(float factor) const
-    {
-        return {factor * x, factor * y, factor * width, factor * height};
-    }
-    Box expanded(float horizontally, float vertically) const
-    {
-        return {x - horizontally, y - vertically, width + 2 * horizontally,
-                height + 2 * vertically};
+        return {x - across, y - down, width + 2 * across, height + 2 * down};
     }
 };
 
@@ -78,8 +72,7 @@ inline Box enclosing(const Box &a, const Box &b)
 }
 
 struct FrameSize {
-    int width; // pixels, 1..65535
-    int height;
+    int width, height; // pixels, 1..65535
 
     Box extent() const { return {0, 0, static_cast<float>(width), static_cast<float>(height)}; }
 };
@@ -88,12 +81,10 @@ struct FrameSize {
 // or above and below.
 inline Box in_frame(const Box &box, FrameSize frame, FrameSize video)
 {
-    const Box outer = frame.extent();
-    const Box inner = video.extent();
+    const Box outer = frame.extent(), inner = video.extent();
     const float scale = std::min(outer.width / inner.width, outer.height / inner.height);
-    return {(outer.width - scale * inner.width) / 2 + scale * box.x,
-            (outer.height - scale * inner.height) / 2 + scale * box.y, scale * box.width,
-            scale * box.height};
+    const Box picture = inner.scaled(scale).centred_at(outer.centre()), inside = box.scaled(scale);
+    return {picture.x + inside.x, picture.y + inside.y, inside.width, inside.height};
 }
 
 // Milliseconds of the video, or of the clock for a source without times of its own.

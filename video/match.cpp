@@ -1,7 +1,6 @@
 #include "video/match.h"
 
 #include <algorithm>
-#include <limits>
 
 namespace va::video
 {
@@ -21,16 +20,10 @@ constexpr float adjacent = 3;           // pixels
 constexpr float stacked_gap = 0.3F;     // of the taller one's height
 constexpr float stacked_overlap = 0.6F; // of the narrower one's width
 
-constexpr std::size_t none = std::numeric_limits<std::size_t>::max();
-
-bool contains(std::span<const std::size_t> numbers, std::size_t number)
-{
-    return std::ranges::find(numbers, number) != numbers.end();
-}
+constexpr std::size_t none = SIZE_MAX;
 
 struct Pair {
-    std::size_t track;
-    std::size_t box;
+    std::size_t track, box;
     float score;
 };
 
@@ -54,10 +47,9 @@ bool are_fragments(const Box &a, const Box &b)
 {
     const float across = std::min(a.right(), b.right()) - std::max(a.x, b.x);
     const float gap = std::max(a.y, b.y) - std::min(a.bottom(), b.bottom());
-    if (across >= -adjacent && gap <= adjacent)
-        return true;
-    return across >= stacked_overlap * std::min(a.width, b.width) &&
-           gap <= stacked_gap * std::max(a.height, b.height);
+    return (across >= -adjacent && gap <= adjacent) ||
+           (across >= stacked_overlap * std::min(a.width, b.width) &&
+            gap <= stacked_gap * std::max(a.height, b.height));
 }
 
 bool is_part_of(const Prediction &track, const Box &box)
@@ -86,7 +78,7 @@ std::vector<std::size_t> owners_of(std::span<const Pair> pairs, std::size_t boxe
 {
     std::vector<std::size_t> owners(boxes, none);
     for (const Pair &pair : pairs) {
-        if (owners[pair.box] == none && !contains(owners, pair.track))
+        if (owners[pair.box] == none && std::ranges::count(owners, pair.track) == 0)
             owners[pair.box] = pair.track;
     }
     return owners;
@@ -99,7 +91,8 @@ std::vector<std::size_t> members_of(std::size_t box, std::span<const std::size_t
     std::vector<std::size_t> members;
     for (std::size_t i = 0; i < tracks.size(); ++i) {
         const Box &own = tracks[i].box;
-        const bool hidden = tracks[i].confirmed && !tracks[i].leaving && !contains(owners, i) &&
+        const bool hidden = tracks[i].confirmed && !tracks[i].leaving &&
+                            std::ranges::count(owners, i) == 0 &&
                             intersection_area(own, boxes[box]) > hidden_share * own.area();
         if (owners[box] == i || hidden)
             members.push_back(i);
@@ -138,30 +131,13 @@ bool add_part(std::size_t box, std::span<const Pair> pairs, std::span<const Pred
     return false;
 }
 
-// Joins one pair; false when there is none.
-bool join_one(std::vector<Box> &boxes)
-{
-    for (std::size_t i = 0; i < boxes.size(); ++i) {
-        for (std::size_t j = i + 1; j < boxes.size(); ++j) {
-            if (!are_fragments(boxes[i], boxes[j]))
-                continue;
-            boxes[i] = enclosing(boxes[i], boxes[j]);
-            boxes[j] = boxes.back();
-            boxes.pop_back();
-            return true;
-        }
-    }
-    return false;
-}
-
 } // namespace
 
 Matches match(std::span<const Prediction> tracks, std::span<const Box> boxes)
 {
     const std::vector<Pair> pairs = possible_pairs(tracks, boxes);
     const std::vector<std::size_t> owners = owners_of(pairs, boxes.size());
-    Matches result;
-    result.matches.resize(tracks.size());
+    Matches result{std::vector<Match>(tracks.size()), {}};
     for (std::size_t j = 0; j < boxes.size(); ++j) {
         if (owners[j] == none)
             continue;
@@ -179,7 +155,16 @@ Matches match(std::span<const Prediction> tracks, std::span<const Box> boxes)
 
 std::vector<Box> join_fragments(std::vector<Box> boxes)
 {
-    while (join_one(boxes)) {
+    for (std::size_t i = 0; i < boxes.size(); ++i) {
+        const auto other = std::find_if(boxes.begin() + i + 1, boxes.end(), [&](const Box &box) {
+            return are_fragments(boxes[i], box);
+        });
+        if (other == boxes.end())
+            continue;
+        boxes[i] = enclosing(boxes[i], *other);
+        *other = boxes.back();
+        boxes.pop_back();
+        i = none; // the larger box may touch any other: from the first one again
     }
     return boxes;
 }

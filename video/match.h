@@ -2,7 +2,6 @@
 
 #include "video/box.h"
 
-#include <cstddef>
 #include <span>
 #include <vector>
 
@@ -19,10 +18,7 @@ struct Prediction {
 };
 
 struct Edges {
-    bool left;
-    bool right;
-    bool top;
-    bool bottom;
+    bool left, right, top, bottom;
 };
 
 // What was detected of one track.

@@ -35,24 +35,6 @@ bool is_part(const Box &part, const Box &whole)
            intersection_area(part, whole) > part_inside * part.area();
 }
 
-// One dimension of a box.
-struct Interval {
-    float begin;
-    float end;
-
-    float size() const { return end - begin; }
-};
-
-Interval horizontal(const Box &box)
-{
-    return {box.x, box.right()};
-}
-
-Interval vertical(const Box &box)
-{
-    return {box.y, box.bottom()};
-}
-
 // Where the picture cuts a side off, its known size counts.
 Interval completed(Interval detected, Interval known, Interval picture)
 {
@@ -67,8 +49,8 @@ Interval completed(Interval detected, Interval known, Interval picture)
 
 Box completed(const Box &detected, const Box &known, const Box &picture)
 {
-    const Interval x = completed(horizontal(detected), horizontal(known), horizontal(picture));
-    const Interval y = completed(vertical(detected), vertical(known), vertical(picture));
+    const auto x = completed(detected.horizontal(), known.horizontal(), picture.horizontal());
+    const auto y = completed(detected.vertical(), known.vertical(), picture.vertical());
     return {x.begin, y.begin, x.size(), y.size()};
 }
 
@@ -76,8 +58,7 @@ Box completed(const Box &detected, const Box &known, const Box &picture)
 // the picture's edge only one end counts.
 float travel_between(Interval first, Interval now, Interval picture)
 {
-    const float begin = now.begin - first.begin;
-    const float end = now.end - first.end;
+    const float begin = now.begin - first.begin, end = now.end - first.end;
     if (now.begin <= picture.begin)
         return std::abs(end);
     if (now.end >= picture.end)
@@ -87,24 +68,22 @@ float travel_between(Interval first, Interval now, Interval picture)
 
 float travel_between(const Box &first, const Box &now, const Box &picture)
 {
-    return std::hypot(travel_between(horizontal(first), horizontal(now), horizontal(picture)),
-                      travel_between(vertical(first), vertical(now), vertical(picture)));
+    return std::hypot(travel_between(first.horizontal(), now.horizontal(), picture.horizontal()),
+                      travel_between(first.vertical(), now.vertical(), picture.vertical()));
 }
 
 // The nearest centre at which a box of `size` contains all of `extent`, or lies within it when it
 // is the smaller one.
-float fitted(float centre, float size, float begin, float extent)
+float fitted(float centre, float size, Interval extent)
 {
-    const float a = begin + size / 2;
-    const float b = begin + extent - size / 2;
+    const float a = extent.begin + size / 2, b = extent.end - size / 2;
     return std::clamp(centre, std::min(a, b), std::max(a, b));
 }
 
 Point fitted(const Box &box, const Box &into)
 {
-    const Point centre = box.centre();
-    return {fitted(centre.x, box.width, into.x, into.width),
-            fitted(centre.y, box.height, into.y, into.height)};
+    const auto [x, y] = box.centre();
+    return {fitted(x, box.width, into.horizontal()), fitted(y, box.height, into.vertical())};
 }
 
 } // namespace
@@ -132,8 +111,7 @@ bool Track::is_leaving(const Box &picture, VideoTime time) const
 float Track::gate(VideoTime time) const
 {
     constexpr float least = 3;
-    constexpr float known = 60; // pixels a second
-    constexpr float unknown = 300;
+    constexpr float known = 60, unknown = 300; // pixels a second
     const float uncertainty = detections_ < 3 ? unknown : known;
     return least + uncertainty * seconds(std::min<VideoTime>(time - time_, 500));
 }
@@ -162,10 +140,8 @@ void Track::update_in_group(const Box &group, Edges own, VideoTime time)
 {
     Box moved = predicted(time);
     const auto correction = [](bool low, float to_low, bool high, float to_high) {
-        return edge_gain * (low && high ? (to_low + to_high) / 2
-                            : low       ? to_low
-                            : high      ? to_high
-                                        : 0);
+        const float sum = (low ? to_low : 0) + (high ? to_high : 0);
+        return edge_gain * (low && high ? sum / 2 : sum);
     };
     moved.x += correction(own.left, group.x - moved.x, own.right, group.right() - moved.right());
     moved.y += correction(own.top, group.y - moved.y, own.bottom, group.bottom() - moved.bottom());

@@ -43,13 +43,11 @@ public:
     void settle(); // once for each frame in which it is reported
 
 private:
-    Box box_;
+    Box box_, first_;
     Point velocity_; // pixels a second
-    Box first_;
     Point steady_;
     float travel_ = 0;
-    VideoTime begin_;
-    VideoTime time_; // of the box
+    VideoTime begin_, time_; // of the first box and of the last
     int detections_ = 1;
 };
 
