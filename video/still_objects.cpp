@@ -16,60 +16,40 @@ constexpr VideoTime longest_gap = 500;
 constexpr VideoTime hidden_limit = 10'000;
 constexpr VideoTime background_after = 300'000;
 
-constexpr VideoTime settling = 2000;      // at first the background is learnt fast
-constexpr double settling_constant = 0.5; // time constants of the background, seconds
-constexpr double time_constant = 20;
+constexpr VideoTime settling = 2000; // at first the background is learnt fast
+constexpr double settling_constant = 0.5, time_constant = 20; // of the background, seconds
 
-constexpr double changed_by = 22; // grey levels
-constexpr double same_within = 16;
-constexpr double least_area = 0.0006; // of the picture
-constexpr double present_share = 0.5; // of an object's pixels
+constexpr double changed_by = 22, same_within = 16; // grey levels
+constexpr double least_area = 0.0006;               // of the picture
+constexpr double present_share = 0.5;               // of an object's pixels
 
 const cv::Mat small_ellipse = cv::getStructuringElement(cv::MORPH_ELLIPSE, {3, 3});
 const cv::Mat large_ellipse = cv::getStructuringElement(cv::MORPH_ELLIPSE, {5, 5});
 
+// 255 where it is.
 cv::Mat difference_over(const cv::Mat &a, const cv::Mat &b, double limit)
 {
-    cv::Mat mask;
-    cv::absdiff(a, b, mask);
-    cv::threshold(mask, mask, limit, 255, cv::THRESH_BINARY);
-    return mask;
+    return cv::abs(a - b) > limit;
 }
 
 // The mean gradient of the picture along the edge of `mask`.
 double edge_strength(const cv::Mat &picture, const cv::Mat &mask)
 {
-    cv::Mat outer;
-    cv::Mat inner;
-    cv::dilate(mask, outer, small_ellipse);
-    cv::erode(mask, inner, small_ellipse);
-    cv::Mat across;
-    cv::Mat down;
+    cv::Mat edge, across, down;
+    cv::morphologyEx(mask, edge, cv::MORPH_GRADIENT, small_ellipse);
     cv::Sobel(picture, across, CV_16S, 1, 0);
     cv::Sobel(picture, down, CV_16S, 0, 1);
-    const cv::Mat gradient = cv::abs(across) + cv::abs(down);
-    return cv::mean(gradient, outer - inner)[0];
+    return cv::mean(cv::abs(across) + cv::abs(down), edge)[0];
 }
 
 // Whether two pictures are the same in enough of the pixels that `mask` shows.
 bool are_alike(const cv::Mat &a, const cv::Mat &b, const cv::Mat &mask)
 {
-    cv::Mat same;
-    cv::bitwise_and(~difference_over(a, b, same_within), mask, same);
+    const cv::Mat same = mask & ~difference_over(a, b, same_within);
     return cv::countNonZero(same) >= present_share * std::max(cv::countNonZero(mask), 1);
 }
 
 } // namespace
-
-void StillObjects::begin(const cv::Mat &grey, VideoTime time)
-{
-    grey.convertTo(background_, CV_32F);
-    grey.copyTo(expected_);
-    grey.copyTo(reference_);
-    unchanged_ = cv::Mat::zeros(grey.size(), CV_8U);
-    objects_.clear();
-    begin_ = last_ = time;
-}
 
 void StillObjects::reset()
 {
@@ -81,8 +61,13 @@ std::vector<StationaryBox> StillObjects::update(const cv::Mat &picture, VideoTim
 {
     cv::Mat grey;
     cv::GaussianBlur(picture, grey, {5, 5}, 0);
-    if (background_.empty())
-        begin(grey, time);
+    if (background_.empty()) {
+        grey.convertTo(background_, CV_32F);
+        grey.copyTo(expected_);
+        grey.copyTo(reference_);
+        unchanged_ = cv::Mat::zeros(grey.size(), CV_8U);
+        begin_ = last_ = time;
+    }
     cv::Mat changed = difference_over(grey, expected_, changed_by);
     cv::morphologyEx(changed, changed, cv::MORPH_OPEN, small_ellipse);
     drop_gone(grey, time);
@@ -115,31 +100,25 @@ cv::Mat StillObjects::long_unchanged(const cv::Mat &grey, const cv::Mat &changed
     unchanged_ += static_cast<int>(uncounted_ / count_ms);
     uncounted_ %= count_ms; // updates may follow each other faster
     unchanged_.setTo(0, moved | ~changed);
-    cv::Mat unchanged;
-    constexpr int counts = still_after / count_ms;
-    cv::threshold(unchanged_, unchanged, counts, 255, cv::THRESH_BINARY);
+    cv::Mat unchanged = unchanged_ > still_after / count_ms;
     cv::morphologyEx(unchanged, unchanged, cv::MORPH_CLOSE, large_ellipse);
     return unchanged;
-}
-
-bool StillObjects::is_there(Object &object, const cv::Mat &grey, VideoTime time) const
-{
-    const cv::Mat now = grey(object.box);
-    if (are_alike(now, object.image, object.mask)) {
-        cv::addWeighted(object.image, 0.9, now, 0.1, 0, object.image);
-        object.visible = time;
-        return true;
-    }
-    return !are_alike(now, expected_(object.box), object.mask) &&
-           time - object.visible < hidden_limit;
 }
 
 void StillObjects::drop_gone(const cv::Mat &grey, VideoTime time)
 {
     std::erase_if(objects_, [&](Object &object) {
-        if (is_there(object, grey, time) && time - object.found < background_after)
+        const cv::Mat now = grey(object.box);
+        const bool visible = are_alike(now, object.image, object.mask);
+        const bool background = are_alike(now, expected_(object.box), object.mask);
+        if (visible) {
+            cv::addWeighted(object.image, 0.9, now, 0.1, 0, object.image);
+            object.visible = time;
+        }
+        if ((visible || !background) && time - object.visible < hidden_limit &&
+            time - object.found < background_after)
             return false;
-        if (!are_alike(grey(object.box), expected_(object.box), object.mask))
+        if (!background)
             absorb(grey, object.box);
         return true;
     });

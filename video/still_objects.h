@@ -2,9 +2,7 @@
 
 #include "video/tracker.h"
 
-#include <cstdint>
 #include <opencv2/core.hpp>
-#include <vector>
 
 namespace va::video
 {
@@ -30,17 +28,13 @@ private:
     struct Object {
         std::uint32_t key;
         cv::Rect box;
-        cv::Mat mask;  // of the box: 255 where the object is
-        cv::Mat image; // of the box
-        VideoTime found;
-        VideoTime visible; // when last
+        cv::Mat mask, image;      // of the box; the mask is 255 where the object is
+        VideoTime found, visible; // when first, when last
     };
 
-    void begin(const cv::Mat &grey, VideoTime time);
     void learn(const cv::Mat &grey, const cv::Mat &changed, VideoTime time);
     cv::Mat long_unchanged(const cv::Mat &grey, const cv::Mat &changed, VideoTime time);
     void drop_gone(const cv::Mat &grey, VideoTime time);
-    bool is_there(Object &object, const cv::Mat &grey, VideoTime time) const;
     void find(const cv::Mat &grey, const cv::Mat &unchanged, VideoTime time);
     void absorb(const cv::Mat &grey, const cv::Rect &box);
 
@@ -50,8 +44,7 @@ private:
     cv::Mat unchanged_;       // for how long, in counts
     VideoTime uncounted_ = 0; // of that
     std::vector<Object> objects_;
-    VideoTime begin_ = 0;
-    VideoTime last_ = 0;
+    VideoTime begin_ = 0, last_ = 0;
     std::uint32_t last_key_ = 0;
 };
 
