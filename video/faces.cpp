@@ -3,9 +3,6 @@
 #include "tools/common/printing.h"
 #include "util/text.h"
 
-#include <opencv2/imgproc.hpp>
-#include <vector>
-
 namespace va::video
 {
 
@@ -16,13 +13,11 @@ constexpr double scale_factor = 1.2;
 constexpr int least_side = 25; // pixels
 
 // Detections that agree: what looks like a face to fewer, such as a tower, must move to be one.
-constexpr int least_neighbours = 3;
-constexpr int sure_neighbours = 5;
+constexpr int least_neighbours = 3, sure_neighbours = 5;
 constexpr float moved_share = 0.5F; // of its width
 
 struct Detections {
-    std::vector<Box> all;
-    std::vector<Box> sure;
+    std::vector<Box> all, sure;
 };
 
 Detections faces_in(cv::CascadeClassifier &classifier, const cv::Mat &grey)
@@ -44,28 +39,19 @@ Detections faces_in(cv::CascadeClassifier &classifier, const cv::Mat &grey)
 } // namespace
 
 FaceDetector::FaceDetector(const cv::CascadeClassifier &cascade)
-    : classifier_(cascade), thread_([this] { run(); })
+    : classifier_(cascade), thread_([this](const std::stop_token &stop) { run(stop); })
 {
-}
-
-FaceDetector::~FaceDetector()
-{
-    {
-        const ScopedLock lock(mutex_);
-        ends_ = true;
-    }
-    changed_.notify_all();
-    thread_.join();
 }
 
 void FaceDetector::offer(const cv::Mat &grey, VideoTime time, bool wait)
 {
+    const std::stop_token stop = thread_.get_stop_token();
     UniqueLock lock(mutex_);
     if (wait)
-        changed_.wait(lock, [this]() VA_REQUIRES(mutex_) { return !task_ || ends_; });
-    if (task_ || ends_)
+        changed_.wait(lock, stop, [this]() VA_REQUIRES(mutex_) { return !task_; });
+    if (task_ || stop.stop_requested())
         return;
-    task_ = Task{grey, time, epoch_};
+    task_ = Task{grey, time};
     changed_.notify_all();
 }
 
@@ -78,7 +64,8 @@ std::vector<TrackedObject> FaceDetector::faces()
 void FaceDetector::reset()
 {
     const ScopedLock lock(mutex_);
-    ++epoch_;
+    if (task_)
+        task_->dropped = true;
     tracker_.reset();
     faces_.clear();
 }
@@ -86,34 +73,29 @@ void FaceDetector::reset()
 // Keeps what was surely a face once, or has moved.
 void FaceDetector::drop_doubtful(std::span<const Box> sure)
 {
-    std::map<std::uint32_t, Candidate> known;
-    for (const TrackedObject &face : faces_) {
-        const auto before = candidates_.find(face.id);
-        Candidate candidate =
-            before == candidates_.end() ? Candidate{face.box, false} : before->second;
+    auto before = std::exchange(candidates_, {});
+    std::erase_if(faces_, [&](const TrackedObject &face) VA_REQUIRES(mutex_) {
+        Candidate &candidate = candidates_[face.id];
+        candidate = before.try_emplace(face.id, Candidate{face.box, false}).first->second;
         candidate.is_face |=
             length(face.box.centre() - candidate.first.centre()) > moved_share * face.box.width ||
             std::ranges::any_of(
                 sure, [&](const Box &box) { return intersection_area(box, face.box) > 0; });
-        known[face.id] = candidate;
-    }
-    candidates_ = std::move(known);
-    std::erase_if(faces_, [&](const TrackedObject &face) { return !candidates_[face.id].is_face; });
+        return !candidate.is_face;
+    });
 }
 
-void FaceDetector::detect_until_end()
+void FaceDetector::detect_until_end(const std::stop_token &stop)
 {
     UniqueLock lock(mutex_);
-    for (;;) {
-        changed_.wait(lock, [this]() VA_REQUIRES(mutex_) { return task_ || ends_; });
-        if (ends_)
-            return;
+    const auto has_task = [this]() VA_REQUIRES(mutex_) { return task_.has_value(); };
+    while (changed_.wait(lock, stop, has_task) && !stop.stop_requested()) {
         const Task task = *task_;
         lock.unlock();
         const Box extent = FrameSize{task.picture.cols, task.picture.rows}.extent();
         const auto [boxes, sure] = faces_in(classifier_, task.picture);
         lock.lock();
-        if (task.epoch == epoch_) {
+        if (!task_->dropped) {
             faces_ = tracker_.update(boxes, {}, extent, task.time);
             drop_doubtful(sure);
         }
@@ -122,16 +104,15 @@ void FaceDetector::detect_until_end()
     }
 }
 
-void FaceDetector::run()
+void FaceDetector::run(const std::stop_token &stop)
 {
     try {
-        detect_until_end();
+        detect_until_end(stop);
     } catch (const std::exception &error) {
         say(formatted("face detection fails: %s", error.what()));
         const ScopedLock lock(mutex_);
-        ends_ = true;
         faces_.clear();
-        changed_.notify_all();
+        thread_.request_stop(); // complete by now: it has had a task
     }
 }
 

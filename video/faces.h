@@ -5,11 +5,9 @@
 
 #include <condition_variable>
 #include <map>
-#include <mutex>
-#include <opencv2/core.hpp>
 #include <opencv2/objdetect.hpp>
 #include <optional>
-#include <span>
+#include <stop_token>
 #include <thread>
 
 namespace va::video
@@ -24,9 +22,6 @@ public:
 
     // `cascade` is loaded.
     explicit FaceDetector(const cv::CascadeClassifier &cascade);
-    ~FaceDetector();
-    FaceDetector(const FaceDetector &) = delete;
-    FaceDetector &operator=(const FaceDetector &) = delete;
 
     // Hands over a grey picture, which must not change any more. While it is busy with the last one
     // this waits, if `wait`, or ignores the new one.
@@ -42,7 +37,7 @@ private:
     struct Task {
         cv::Mat picture;
         VideoTime time;
-        int epoch;
+        bool dropped = false;
     };
 
     // What may be a face.
@@ -52,19 +47,17 @@ private:
     };
 
     void drop_doubtful(std::span<const Box> sure) VA_REQUIRES(mutex_);
-    void run();
-    void detect_until_end();
+    void run(const std::stop_token &stop);
+    void detect_until_end(const std::stop_token &stop);
 
     cv::CascadeClassifier classifier_; // of the thread
     std::mutex mutex_;
-    std::condition_variable changed_;
+    std::condition_variable_any changed_;
     std::optional<Task> task_ VA_GUARDED_BY(mutex_); // until it is done
     Tracker tracker_ VA_GUARDED_BY(mutex_){TRACK_FACES};
     std::vector<TrackedObject> faces_ VA_GUARDED_BY(mutex_);
     std::map<std::uint32_t, Candidate> candidates_ VA_GUARDED_BY(mutex_); // by number
-    int epoch_ VA_GUARDED_BY(mutex_) = 0;                                 // counts resets
-    bool ends_ VA_GUARDED_BY(mutex_) = false;
-    std::thread thread_;
+    std::jthread thread_; // requested to stop when it has failed, too
 };
 
 } // namespace va::video
