@@ -6,7 +6,6 @@
 #include "video/feed.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
@@ -23,10 +22,9 @@ void StillFile::update(const cv::Mat &picture, VideoTime time)
                           std::max(frame_.width, frame_.height);
     const cv::Size size(std::max(cvRound(frame_.width * shrink), 1),
                         std::max(cvRound(frame_.height * shrink), 1));
-    const double scale = std::min(static_cast<double>(size.width) / picture.cols,
-                                  static_cast<double>(size.height) / picture.rows);
-    const cv::Matx23d place(scale, 0, (size.width - scale * picture.cols) / 2, //
-                            0, scale, (size.height - scale * picture.rows) / 2);
+    const Box pixel =
+        in_frame({0, 0, 1, 1}, {size.width, size.height}, {picture.cols, picture.rows});
+    const cv::Matx23d place(pixel.width, 0, pixel.x, 0, pixel.height, pixel.y);
     cv::Mat framed = picture;
     if (size != picture.size())
         cv::warpAffine(picture, framed, place, size);

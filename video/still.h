@@ -5,7 +5,6 @@
 #include <opencv2/core.hpp>
 #include <optional>
 #include <string>
-#include <utility>
 
 namespace va::video
 {
