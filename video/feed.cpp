@@ -3,14 +3,8 @@
 #include "tools/common/printing.h"
 #include "util/text.h"
 
-#include <cerrno>
-#include <chrono>
 #include <cmath>
 #include <stdexcept>
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace va::video
 {
@@ -23,14 +17,12 @@ constexpr char standard_output[] = "-";
 constexpr std::chrono::milliseconds connect_interval{200};
 
 // As the entries of results have them.
-constexpr int kind_moving = 3;
-constexpr int kind_stationary = 19;
+constexpr int kind_moving = 3, kind_stationary = 19;
 
 // "LEFT TOP WIDTH HEIGHT", at least a pixel.
 std::string text_of(const Box &box)
 {
-    const long left = std::lround(box.x);
-    const long top = std::lround(box.y);
+    const long left = std::lround(box.x), top = std::lround(box.y);
     return formatted("%ld %ld %ld %ld", left, top, std::max(std::lround(box.right()) - left, 1L),
                      std::max(std::lround(box.bottom()) - top, 1L));
 }

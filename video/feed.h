@@ -4,9 +4,7 @@
 #include "util/fd.h"
 #include "video/analysis.h"
 
-#include <cstdint>
 #include <string>
-#include <utility>
 
 // What the stand-in of the chip reads: lines for each picture, through a FIFO.
 namespace va::video

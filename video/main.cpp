@@ -38,8 +38,7 @@ FrameSize parse_frame(const std::string &text)
 
 OptionTable table_of(Options &options)
 {
-    constexpr char source[] = "Source:";
-    constexpr char analysis[] = "Analysis:";
+    constexpr char source[] = "Source:", analysis[] = "Analysis:";
     return {
         {source, 'f', "fast", nullptr, "a file as fast as it can be analysed, not by its own clock",
          [&](const char *) { options.reader.fast = true; }},

@@ -10,9 +10,6 @@
 #include <filesystem>
 #include <opencv2/core/utils/logger.hpp>
 #include <stdexcept>
-#include <string_view>
-#include <utility>
-#include <vector>
 
 extern "C" {
 #include <libavutil/log.h>
@@ -25,14 +22,11 @@ namespace
 {
 
 using std::chrono::milliseconds;
-using std::chrono::seconds;
 
-constexpr seconds reopen_interval{1};
-constexpr seconds progress_interval{10};
+constexpr milliseconds reopen_interval{1000}, progress_interval{10'000};
 constexpr double complete = 0.95; // of the frames that a file states, which may be an estimate
 
-constexpr int open_timeout_ms = 10'000; // of a URL
-constexpr int read_timeout_ms = 5'000;
+constexpr int open_timeout_ms = 10'000, read_timeout_ms = 5'000; // of a URL
 
 constexpr double default_rate = 25; // of a video that states none
 constexpr double highest_rate = 240;
@@ -59,26 +53,15 @@ std::string decoder_error VA_GUARDED_BY(log_mutex); // the last one
     // The status of a web server is a mere warning.
     if (level > AV_LOG_ERROR && !std::string_view(format).starts_with("HTTP error"))
         return;
-    std::string text = formatted_list(format, arguments);
-    std::erase(text, '\n');
     const ScopedLock lock(log_mutex);
-    decoder_error = std::move(text);
+    decoder_error = formatted_list(format, arguments);
+    std::erase(decoder_error, '\n');
 }
 
 std::string take_decoder_error()
 {
     const ScopedLock lock(log_mutex);
     return std::exchange(decoder_error, "");
-}
-
-// What the libraries print is not for the terminal, unless the user's environment asks for it. Of
-// that, OpenCV itself heeds OPENCV_FFMPEG_DEBUG and OPENCV_FFMPEG_LOGLEVEL: when it opens a video
-// it replaces this callback.
-void silence_libraries()
-{
-    if (!std::getenv("OPENCV_LOG_LEVEL"))
-        cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
-    av_log_set_callback(log_decoder);
 }
 
 // Why the system does not let anybody read it; empty when it does.
@@ -262,7 +245,12 @@ void Reader::read()
 void Reader::run(std::stop_token stop)
 {
     stop_ = std::move(stop);
-    silence_libraries();
+    // What the libraries print is not for the terminal, unless the user's environment asks for it.
+    // Of that, OpenCV itself heeds OPENCV_FFMPEG_DEBUG and OPENCV_FFMPEG_LOGLEVEL: when it opens a
+    // video it replaces this callback.
+    if (!std::getenv("OPENCV_LOG_LEVEL"))
+        cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
+    av_log_set_callback(log_decoder);
     try {
         read();
     } catch (...) {

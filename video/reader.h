@@ -4,10 +4,8 @@
 #include "util/guarded.h"
 #include "video/box.h"
 
-#include <chrono>
 #include <condition_variable>
 #include <exception>
-#include <mutex>
 #include <opencv2/videoio.hpp>
 #include <optional>
 #include <stop_token>

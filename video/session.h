@@ -1,10 +1,6 @@
 #pragma once
 
-#include "video/box.h"
 #include "video/reader.h"
-
-#include <optional>
-#include <string>
 
 namespace va::video
 {
