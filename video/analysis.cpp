@@ -61,7 +61,7 @@ void Analysis::reset()
 void Analysis::reset_scene()
 {
     motion_.reset();
-    usual_light_ = 0;
+    usual_.release();
     still_.reset();
     tracker_.reset();
     stationary_.clear();
@@ -84,17 +84,18 @@ void Analysis::scale(const cv::Mat &image)
     cv::GaussianBlur(thumb_, thumb_, {3, 3}, 0);
 }
 
-// What makes the picture as bright as the view, and that as it was in about the last half minute.
+// What makes the picture as bright as it was in about the last half minute, whoever stands before
+// it.
 double Analysis::light_factor(VideoTime time)
 {
-    const double view = cv::mean(tamper_.view())[0];
+    if (usual_.empty())
+        thumb_.copyTo(usual_);
     const double passed = static_cast<double>(time - light_time_) / 1000;
-    usual_light_ =
-        usual_light_ > 0 ? view + (usual_light_ - view) * std::exp(-passed / light_constant) : view;
-    light_time_ = time;
     const double now = cv::mean(thumb_, lit_)[0];
-    const double factor = cv::mean(tamper_.view(), lit_)[0] / now * usual_light_ / view;
-    return now > 0 && view > 0 ? std::clamp(factor, 1 / most_light, most_light) : 1;
+    const double factor = now > 0 ? cv::mean(usual_, lit_)[0] / now : 1;
+    cv::accumulateWeighted(thumb_, usual_, 1 - std::exp(-passed / light_constant), lit_);
+    light_time_ = time;
+    return std::clamp(factor, 1 / most_light, most_light);
 }
 
 // Undoes the trembling of the camera, and changes of the light.

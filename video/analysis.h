@@ -60,11 +60,11 @@ private:
     StillObjects still_;
     Tracker tracker_{TRACK_OBJECTS};
 
-    cv::Mat picture_;        // the image, scaled
-    cv::Mat thumb_;          // grey, small, 32-bit
-    cv::Mat lit_;            // where the thumb differs from the view by the light alone: 255
-    cv::Mat steady_;         // the picture, where and as bright as it usually is
-    double usual_light_ = 0; // mean of the view; 0: not known
+    cv::Mat picture_; // the image, scaled
+    cv::Mat thumb_;   // grey, small, 32-bit
+    cv::Mat usual_;   // the thumb as bright as usual
+    cv::Mat lit_;     // where the thumb differs from the view by the light alone: 255
+    cv::Mat steady_;  // the picture, where and as bright as it usually is
     VideoTime light_time_ = 0;
     std::vector<StationaryBox> stationary_;
     std::optional<VideoTime> tamper_checked_;

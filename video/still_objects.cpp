@@ -21,6 +21,7 @@ constexpr double settling_constant = 0.5, time_constant = 20; // of the backgrou
 
 constexpr double changed_by = 22, same_within = 16; // grey levels
 constexpr double least_area = 0.0006;               // of the picture
+constexpr double most_area = 0.3;                   // the same: more is another view
 constexpr double present_share = 0.5;               // of an object's pixels
 
 const cv::Mat small_ellipse = cv::getStructuringElement(cv::MORPH_ELLIPSE, {3, 3});
@@ -137,8 +138,9 @@ void StillObjects::find(const cv::Mat &grey, const cv::Mat &unchanged, VideoTime
         if (known || cv::contourArea(contour) < least_area * static_cast<double>(grey.total()))
             continue;
         const cv::Rect wide = cv::Rect(box.tl() - margin, box.br() + margin) & whole;
-        if (edge_strength(grey(wide), unchanged(wide)) <
-            edge_strength(expected_(wide), unchanged(wide)))
+        if (box.area() > most_area * static_cast<double>(grey.total()) ||
+            edge_strength(grey(wide), unchanged(wide)) <
+                edge_strength(expected_(wide), unchanged(wide)))
             absorb(grey, box);
         else
             objects_.push_back(

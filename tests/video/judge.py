@@ -164,6 +164,8 @@ def main():
     judge = Judge(read_truth(sys.argv[1]), list(read_pictures(sys.argv[2])))
     figures = [judge.judge_crossings(), judge.judge_objects(), judge.judge_tampers(),
                judge.judge_faces()]
+    if [[len(judge.pictures)]] != judge.of("frames"):
+        judge.failures.append("not each frame was looked at")
     name = pathlib.Path(sys.argv[1]).stem
     print(f"{name}: {len(judge.pictures)} frames, {', '.join(figures)}")
     for failure in judge.failures:

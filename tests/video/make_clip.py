@@ -13,6 +13,7 @@ middle of a textured ground with noise, changing light and a swaying strip.
     cover=1    with: 1 a dark cloth, 2 a bright hand
 What happens is written on standard output, a line each, times in ms, places in pixels:
     size WIDTH HEIGHT
+    frames COUNT
     cross TIME 1|2           a walker's centre crosses the line to the right, to the left
     moving COUNT
     standing FROM TO X Y WIDTH HEIGHT
@@ -321,6 +322,7 @@ class Clip:
 
         moving = len(self.walkers) + (self.face is not None)
         say("size", *SIZE)
+        say("frames", self.seconds * self.set["rate"])
         for crossing in sorted(sum((one.crossings(self.seconds) for one in self.walkers), [])):
             say("cross", *crossing)
         say("moving", moving)
