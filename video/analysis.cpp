@@ -18,8 +18,8 @@ constexpr int half = 2;
 // A smaller shift of the camera makes no objects.
 constexpr float least_shift = 0.5F; // pixels
 
-constexpr double most_light = 2;      // times the usual one
-constexpr double light_constant = 30; // seconds
+constexpr double most_light = 2;          // times the usual one
+constexpr double light_constant = 30'000; // ms
 
 cv::Size half_of(cv::Size size)
 {
@@ -90,10 +90,11 @@ double Analysis::light_factor(VideoTime time)
 {
     if (usual_.empty())
         thumb_.copyTo(usual_);
-    const double passed = static_cast<double>(time - light_time_) / 1000;
     const double now = cv::mean(thumb_, lit_)[0];
     const double factor = now > 0 ? cv::mean(usual_, lit_)[0] / now : 1;
-    cv::accumulateWeighted(thumb_, usual_, 1 - std::exp(-passed / light_constant), lit_);
+    cv::accumulateWeighted(thumb_, usual_,
+                           1 - std::exp(static_cast<double>(light_time_ - time) / light_constant),
+                           lit_);
     light_time_ = time;
     return std::clamp(factor, 1 / most_light, most_light);
 }

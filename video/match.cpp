@@ -156,9 +156,9 @@ Matches match(std::span<const Prediction> tracks, std::span<const Box> boxes)
 std::vector<Box> join_fragments(std::vector<Box> boxes)
 {
     for (std::size_t i = 0; i < boxes.size(); ++i) {
-        const auto other = std::find_if(boxes.begin() + i + 1, boxes.end(), [&](const Box &box) {
-            return are_fragments(boxes[i], box);
-        });
+        const auto other =
+            std::find_if(boxes.begin() + static_cast<std::ptrdiff_t>(i) + 1, boxes.end(),
+                         [&](const Box &box) { return are_fragments(boxes[i], box); });
         if (other == boxes.end())
             continue;
         boxes[i] = enclosing(boxes[i], *other);

@@ -11,6 +11,7 @@ namespace
 
 constexpr VideoTime still_after = 3000;
 constexpr VideoTime count_ms = 20; // that is counted in these, at most 255 of them
+constexpr int least_count = still_after / count_ms;
 // What an update counts for, at most: the source may have been away.
 constexpr VideoTime longest_gap = 500;
 constexpr VideoTime hidden_limit = 10'000;
@@ -19,10 +20,9 @@ constexpr VideoTime background_after = 300'000;
 constexpr VideoTime settling = 2000; // at first the background is learnt fast
 constexpr double settling_constant = 0.5, time_constant = 20; // of the background, seconds
 
-constexpr double changed_by = 22, same_within = 16; // grey levels
-constexpr double least_area = 0.0006;               // of the picture
-constexpr double most_area = 0.3;                   // the same: more is another view
-constexpr double present_share = 0.5;               // of an object's pixels
+constexpr double changed_by = 22, same_within = 16;    // grey levels
+constexpr double least_area = 0.0006, most_area = 0.3; // of the picture; more is another view
+constexpr double present_share = 0.5;                  // of an object's pixels
 
 const cv::Mat small_ellipse = cv::getStructuringElement(cv::MORPH_ELLIPSE, {3, 3});
 const cv::Mat large_ellipse = cv::getStructuringElement(cv::MORPH_ELLIPSE, {5, 5});
@@ -101,7 +101,7 @@ cv::Mat StillObjects::long_unchanged(const cv::Mat &grey, const cv::Mat &changed
     unchanged_ += static_cast<int>(uncounted_ / count_ms);
     uncounted_ %= count_ms; // updates may follow each other faster
     unchanged_.setTo(0, moved | ~changed);
-    cv::Mat unchanged = unchanged_ > still_after / count_ms;
+    cv::Mat unchanged = unchanged_ > least_count;
     cv::morphologyEx(unchanged, unchanged, cv::MORPH_CLOSE, large_ellipse);
     return unchanged;
 }

@@ -109,10 +109,7 @@ Remains remains_of(const cv::Mat &view, const cv::Mat &now, const cv::Mat &brigh
 // In another light what is brighter stays brighter, by as much in proportion.
 bool is_in_another_light(const cv::Mat &view, const cv::Mat &now)
 {
-    cv::Scalar mean;
-    cv::Scalar deviation;
-    cv::Scalar mean_now;
-    cv::Scalar deviation_now;
+    cv::Scalar mean, deviation, mean_now, deviation_now;
     const cv::Mat means = means_of(view);
     const cv::Mat means_now = means_of(now);
     cv::meanStdDev(means, mean, deviation);
