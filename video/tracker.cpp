@@ -17,7 +17,7 @@ constexpr float duplicate_speed = 25;      // pixels a second, between the two
 constexpr float part_overlap = 0.5F; // of the narrower one's width, of two parts of one object
 constexpr float part_gap = 0.8F;     // of the taller one's height, at most
 
-constexpr VideoTime part_limit = 500; // two that have moved together for so long
+constexpr VideoTime part_limit = 500; // two that came within so long, and have stayed together
 
 constexpr float resting_speed = 15;         // pixels a second, at most
 constexpr float resting_share = 0.5F;       // of the smaller one of two boxes, at one place
@@ -107,8 +107,10 @@ void Tracker::drop_duplicates(VideoTime time)
         const float common = intersection_area(a.track.box(), b.track.box());
         const float smaller = std::min(a.track.box().area(), b.track.box().area());
         const VideoTime together = time - std::max(a.alone, b.alone);
-        const VideoTime age = time - std::max(a.track.first_detected(), b.track.first_detected());
-        if (common == 0 && age > part_limit && are_stacked(a.track.box(), b.track.box()))
+        const auto [first, second] =
+            std::minmax({a.track.first_detected(), b.track.first_detected()});
+        if (settings_.in_parts && common == 0 && second - first < part_limit &&
+            time - second > part_limit && are_stacked(a.track.box(), b.track.box()))
             return length(a.track.velocity() - b.track.velocity()) < duplicate_speed;
         return (together > together_limit && common > 0) ||
                (together > duplicate_limit && common > duplicate_share * smaller &&

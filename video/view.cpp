@@ -25,14 +25,9 @@ constexpr double different_variance = 6; // and in any case: noise
 
 // The sums of a least-squares fit of the shift, weighted.
 struct Sums {
-    float xx = 0;
-    float xy = 0;
-    float yy = 0;
-    float xe = 0;
-    float ye = 0;
-    float e = 0;
-    float ee = 0;
-    float weight = 0;
+    float xx = 0, xy = 0, yy = 0;
+    float xe = 0, ye = 0;
+    float e = 0, ee = 0, weight = 0;
 };
 
 Sums sums_of(const cv::Mat &error, const cv::Mat &across, const cv::Mat &down, float offset)
