@@ -55,7 +55,7 @@ public:
         event.sigev_notify = SIGEV_THREAD_ID;
         event.sigev_signo = SIGALRM;
         event._sigev_un._tid = gettid();
-        const timespec time{timeout.count(), 0};
+        const timespec time{static_cast<time_t>(timeout.count()), 0};
         const itimerspec times{time, time};
         is_set_ = timer_create(CLOCK_MONOTONIC, &event, &timer_) == 0 &&
                   timer_settime(timer_, 0, &times, nullptr) == 0;
