@@ -24,6 +24,19 @@ expect() {
     ((status == $1)) || fail "$2 ended with $status, not with $1"
 }
 
+# expect_run STATUS SIGNAL SECONDS: `run` (to end in order) or else its daemon gets the signal.
+expect_run() {
+    local -x VA_CHECK_SECONDS=$3.$$
+    local process status=0 sleeps="grep -qsxz '$3[.]$$' /proc/[0-9]*/cmdline"
+    "${init[@]}" run >>output 2>&1 &
+    process=$!
+    timeout 20 sh -c "until $sleeps; do sleep 0.1; done" || fail "run does not supervise"
+    (($1 == 0)) || process=$(<run/pid)
+    kill "-$2" "$process"
+    wait $! || status=$?
+    ((status == $1)) || fail "run ended with $status, not with $1"
+}
+
 # expect_log PATTERN: within twenty seconds.
 expect_log() {
     timeout 20 sh -c "until grep --quiet '$1' log; do sleep 0.1; done" || fail "not logged: $1"
@@ -31,7 +44,7 @@ expect_log() {
 
 folder=$(mktemp --directory)
 cd "$folder"
-trap '"${init[@]}" stop; rm -r "$folder"' EXIT
+trap 'kill $(jobs -p) 2>/dev/null || true; "${init[@]}" stop; rm -r "$folder"' EXIT
 umask 022
 "${@:6}" "$make_firmware" firmware
 printf '#!/bin/sh\nexec %s "$@"\n' "${*:6} $dump" >dump
@@ -41,10 +54,12 @@ echo Properties.ImageSource.Sensor=imx122 >store
 
 expect 3 status
 expect 1 reload
-expect 0 start
+setsid --wait sh -c 'trap : HUP; "$@" && kill -HUP 0' sh "${init[@]}" start >>output 2>&1 || fail "not started"
 expect 0 status
 [[ $(stat --format=%A run run/ctrl run/ta) == drwxr-s---*prwxrwx---*srwxrwx--- ]] || fail "$(ls -la run)"
 first=$(<run/pid)
+score=$(echo -500 2>/dev/null >/proc/self/oom_score_adj || true; cat /proc/self/oom_score_adj)
+[[ $(<"/proc/$first/oom_score_adj") == "$score" ]] || fail "dies for another's memory"
 expect 0 start
 [[ $(<run/pid) == "$first" ]] || fail "started twice"
 echo CameraTampering.T0.dfThreshold=41 >>store
@@ -65,11 +80,21 @@ expect_log 'Application quit'
 echo 'fail ne3_val_ta_get_data 1 5' >scene
 expect 0 start
 expect 150 status
-expect 0 stop
+expect_run 1 CONT 1
+expect 3 status
 echo $$ >run/pid # of no daemon
 expect 0 stop
-echo 99999999 >run/pid
+: >scene
+expect_run 0 TERM 1000
+expect 3 status
+expect_run 1 STOP 1
+expect_log 'no answer.*restarting'
+expect 3 status
+seq 2000 >>log
+expect 0 start
+expect_run 1 KILL 1 # takes it over
 expect 1 status
+[[ -e log.1 ]] || fail "the log has no limit"
 rm -r run
 ln -s "$folder" run
 expect 1 start
