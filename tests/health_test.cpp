@@ -538,8 +538,10 @@ TEST_F(HealthTest, RunsWithoutRoomForWhatItWrites)
     const string cannot_write = "VA: Can't write run/status: File too large.\n";
     EXPECT_TRUE(tries_in_vain() && tries_in_vain());
     prlimit(daemon.pid(), RLIMIT_FSIZE, &limit, nullptr);
+    EXPECT_TRUE(wait_until([&] { return files.read("run/pid") == std::to_string(daemon.pid()); }));
     Status status = ask();
     EXPECT_TRUE(status.contains("va.process") && status["va.lost_lines"] == "0");
+    EXPECT_EQ("", status["va.run_dir"]);
     EXPECT_TRUE(told_once(cannot_write));
     const string filling(4096, '.');
     while (write(output.get(), filling.data(), filling.size()) > 0) {

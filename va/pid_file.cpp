@@ -13,10 +13,12 @@
 #include <csignal>
 #include <cstdlib>
 #include <string_view>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace
@@ -138,6 +140,8 @@ bool remove_if_stale(const Recorded &old)
 
 enum class Claim { Written, Taken, Failed };
 
+bool did_not_fit; // the last claim's file
+
 // Makes the PID file, unless there is one.
 Claim claim_pid_file()
 {
@@ -148,12 +152,13 @@ Claim claim_pid_file()
     const Fd file(open(va_pid_path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
     if (!file && errno == EEXIST)
         return Claim::Taken;
+    const bool no_room = !file && (errno == ENOSPC || errno == EDQUOT);
     if (file_printf(va_pid_path, "%d", getpid()) == 0)
         return Claim::Written;
-    if (file) {
+    if (file)
         unlink(va_pid_path);
+    if ((file || no_room) && !std::exchange(did_not_fit, true))
         va::log_error("%s cannot be written whole: there is no PID file.", va_pid_path);
-    }
     return Claim::Failed;
 }
 
@@ -181,6 +186,18 @@ namespace va
 bool is_own_pid_file()
 {
     return recorded().process == getpid();
+}
+
+bool retry_pid_file()
+{
+    struct statvfs room;
+    const bool is_full =
+        statvfs(va_run_dir, &room) == 0 && (room.f_bavail == 0 || room.f_favail == 0);
+    if (!did_not_fit || is_full || claim_pid_file() != Claim::Written)
+        return false;
+    did_not_fit = false;
+    log_error("%s is there now.", va_pid_path);
+    return true;
 }
 
 void remove_own_pid_file()

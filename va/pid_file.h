@@ -20,7 +20,11 @@ namespace va
 // Whether the PID file names this process.
 bool is_own_pid_file();
 
-// Removes it then.
+// Writes the file that did not fit into the run directory at the start, when there is room by now,
+// and another instance has none there. True, after a message, when it has.
+bool retry_pid_file();
+
+// Removes it if it names this process.
 void remove_own_pid_file();
 
 } // namespace va

@@ -100,7 +100,7 @@ struct Made {
 };
 
 std::array<Made, 3 + std::size(va_streams)> all_made;
-bool has_pid_file;
+Made &pid_file = all_made[1]; // behind the directory
 char fault[160];
 
 // Null when all stand where they were made.
@@ -117,10 +117,12 @@ std::int32_t check_again(event_info *, void *)
 {
     const bool is_logged = *fault != '\0';
     fault[0] = '\0';
+    if (retry_pid_file())
+        pid_file.identity = identity_of(va_pid_path);
     if (const Made *const missing = first_missing())
         std::snprintf(fault, sizeof fault, "%s %s", missing->path,
                       identity_of(missing->path) ? "is another one" : "is gone");
-    else if (has_pid_file && !is_own_pid_file())
+    else if (pid_file.identity && !is_own_pid_file())
         std::snprintf(fault, sizeof fault, "%s names another process", va_pid_path);
     if (*fault && !is_logged)
         log_error("%s: clients do not find this daemon any more. Start it again.", fault);
@@ -164,9 +166,9 @@ bool watch_run_dir(const VaContext &context)
     auto *made = all_made.begin();
     const auto add = [&](const char *path) { *made++ = {path, identity_of(path)}; };
     add(va_run_dir);
-    has_pid_file = is_own_pid_file();
-    if (has_pid_file)
-        add(va_pid_path);
+    add(va_pid_path);
+    if (!is_own_pid_file())
+        pid_file.identity.reset();
     struct stat status;
     if (lstat(va_ctrl_path, &status) == 0 && S_ISFIFO(status.st_mode))
         add(va_ctrl_path);
