@@ -30,6 +30,9 @@ base_packages=(g++ cmake ninja-build googletest nlohmann-json3-dev)
 bench_packages=(libbenchmark-dev libevent-dev pkg-config)
 # shellcheck disable=SC2034 # of scripts that build with VA_MQTT
 mqtt_packages=(libmosquitto-dev)
+# shellcheck disable=SC2034 # of scripts that boot the emulated camera
+camera_packages=(g++-arm-linux-gnueabihf qemu-system-arm qemu-user qemu-user-static mmdebstrap arch-test e2fsprogs
+    cpio libmosquitto-dev mosquitto mosquitto-clients socat iproute2)
 # shellcheck disable=SC2034 # of scripts that build with VA_VIDEO
 video_packages=(libopencv-{core,imgcodecs,imgproc,objdetect,video,videoio}-dev libavutil-dev opencv-data)
 
