@@ -62,8 +62,11 @@ existing "${sources[@]}" |
     xargs --null --no-run-if-empty --max-args=1 --max-procs="$jobs" clang-tidy -p "build/$preset" --quiet
 
 say "shell scripts"
-scripts=(scripts/*.sh .ci/run tests/boot/*.sh)
-shellcheck --external-sources "${scripts[@]}" bench/*.sh examples/*.sh
+scripts=(scripts/*.sh .ci/run tests/boot/*.sh tests/camera/*.sh)
+shellcheck --external-sources "${scripts[@]}" bench/*.sh examples/*.sh tests/camera/init
+# What is set in one, others use.
+shellcheck --exclude=SC1091,SC2034,SC2154 tests/camera/steps/*.sh
+shellcheck --exclude=SC2013,SC2046 tests/camera/image/usr/share/camera/{run-steps,sysinit}
 shellcheck --shell=sh packaging/va.init.in packaging/postinst.in packaging/prerm.in
 for file in "${scripts[@]}"; do
     [[ ! -x $file || $(sed -n 2p "$file") == "# usage: "* ]] || die "$file: its second line is no usage, for --help"
