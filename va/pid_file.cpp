@@ -190,10 +190,13 @@ bool is_own_pid_file()
 
 bool retry_pid_file()
 {
+    if (!did_not_fit)
+        return false;
+    // Each try would write. Inodes do not tell: some file systems count none.
     struct statvfs room;
-    const bool is_full =
-        statvfs(va_run_dir, &room) == 0 && (room.f_bavail == 0 || room.f_favail == 0);
-    if (!did_not_fit || is_full || claim_pid_file() != Claim::Written)
+    if (statvfs(va_run_dir, &room) == 0 && room.f_bavail == 0)
+        return false;
+    if (claim_pid_file() != Claim::Written)
         return false;
     did_not_fit = false;
     log_error("%s is there now.", va_pid_path);
