@@ -60,10 +60,15 @@ as_root() {
     fi
 }
 
+# No two at a time, where scripts run side by side.
 apt_install() {
-    as_root apt-get update &&
-        as_root env DEBIAN_FRONTEND=noninteractive apt-get install --yes --no-remove \
-            --no-install-recommends "$@"
+    mkdir -p "$root/build"
+    {
+        flock 9
+        as_root apt-get update &&
+            as_root env DEBIAN_FRONTEND=noninteractive apt-get install --yes --no-remove \
+                --no-install-recommends "$@"
+    } 9>"$root/build/apt.lock"
 }
 
 # require PACKAGE...: installs the Debian packages that are missing.
