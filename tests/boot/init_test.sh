@@ -24,13 +24,13 @@ expect() {
     ((status == $1)) || fail "$2 ended with $status, not with $1"
 }
 
-# expect_run STATUS SIGNAL SECONDS: `run` (to end in order) or else its daemon gets the signal.
+# expect_run STATUS SIGNAL SECONDS [CONDITION]: `run` (to end in order) or else its daemon gets the signal.
 expect_run() {
     local -x VA_CHECK_SECONDS=$3.$$
     local process status=0 sleeps="grep -qsxz '$3[.]$$' /proc/[0-9]*/cmdline"
     "${init[@]}" run >>output 2>&1 &
     process=$!
-    timeout 20 sh -c "until $sleeps; do sleep 0.1; done" || fail "run does not supervise"
+    timeout 20 sh -c "until $sleeps && ${4-true}; do sleep 0.1; done" || fail "run does not supervise"
     (($1 == 0)) || process=$(<run/pid)
     kill "-$2" "$process"
     wait $! || status=$?
@@ -47,7 +47,7 @@ cd "$folder"
 trap 'kill $(jobs -p) 2>/dev/null || true; "${init[@]}" stop; rm -r "$folder"' EXIT
 umask 022
 "${@:6}" "$make_firmware" firmware
-printf '#!/bin/sh\nexec %s "$@"\n' "${*:6} $dump" >dump
+printf '#!/bin/sh\n[ ! -e asked ] || . ./asked\nexec %s "$@"\n' "${*:6} $dump" >dump
 chmod +x dump
 touch scene
 echo Properties.ImageSource.Sensor=imx122 >store
@@ -90,6 +90,16 @@ expect 3 status
 expect_run 1 STOP 1
 expect_log 'no answer.*restarting'
 expect 3 status
+echo "rm asked; kill \$(cat running)" >asked # while it starts
+timeout --foreground 20 "${init[@]}" run >>output 2>&1 &
+echo $! >running
+wait $! || fail "interrupted, run ended with $?"
+expect 3 status
+expect 0 start
+echo "echo >>answers; [ \$(wc -l <answers) -gt 1 ] || exit 5" >asked # none, once
+: >answers
+expect_run 0 TERM 1 "[ \$(wc -l <answers) -gt 2 ]"
+rm asked
 seq 2000 >>log
 expect 0 start
 expect_run 1 KILL 1 # takes it over
