@@ -12,13 +12,18 @@ ends_with() {
     [ "$status" -eq "$1" ] || fail "$2 ends with $status: $said"
 }
 
-# killed SIGNAL: waits for another daemon.
-killed() {
+# replaced WHAT: waits until another daemon runs than `old`.
+replaced() {
     start=$(now)
+    wait_until 90 is_another "$old" || fail "not back after $1"
+    seen="$seen, $1 $(seconds $(($(now) - start))) s"
+}
+
+# killed SIGNAL
+killed() {
     old=$(process)
     kill "-$1" "$old"
-    wait_until 90 is_another "$old" || fail "not back after SIG$1"
-    seen="$seen, $1 $(seconds $(($(now) - start))) s"
+    replaced "SIG$1"
 }
 
 wait_until 60 is_well || fail "the inittab line did not start it"
@@ -42,6 +47,10 @@ sleep 5
 seen=
 killed KILL
 killed STOP
+if [ -w "$VA_SCENE" ]; then
+    play "hang ne3_val_od_get_data 20 100000" # which does not end by SIGTERM
+    replaced "a hanging read"
+fi
 ends_with 0 reload
 old=$(process)
 ends_with 0 restart
