@@ -71,7 +71,8 @@ make_initrd() {
 
 install_packages() {
     cp "$folder"/packages/0.1/*.deb "$root"
-    chroot "$root" sh -c 'dpkg --install /va_*.deb /va-mqtt_*.deb' >"$folder/dpkg.log" 2>&1 ||
+    # A camera has no use for va_picture, but can run it.
+    chroot "$root" sh -c 'dpkg --install /*.deb && va_picture -h && dpkg --purge va-picture' >"$folder/dpkg.log" 2>&1 ||
         { cat "$folder/dpkg.log" && exit 1; }
     rm "$root"/*.deb
 }
