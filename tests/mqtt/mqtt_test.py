@@ -284,6 +284,8 @@ class MqttTest(unittest.TestCase):
             value = json.loads(viewer.messages(topic)[-1]["payload"])
             return jinja2.Template(entities[name]["value_template"]).render(value_json=value)
 
+        for topic in (LINE_TOPIC, COUNTER_TOPIC):  # unknown until what is retained is read
+            viewer.wait(topic, lambda m: payload(m)["Data"].get("Count", 0) > 0)
         event = json.loads(rendered("line_0", LINE_TOPIC))
         self.assertEqual((event["event_type"], event["time"][-1]), ("crossed", "Z"))
         self.assertIn("Count", event)
@@ -323,7 +325,7 @@ class MqttTest(unittest.TestCase):
                            *self.lab.tls("viewer"), "-F", "%q %r %x", "-t", STILL, *more)
 
         def retained():
-            late = subscribe("-W", "1")
+            late = subscribe("-C", "1", "-W", "5")
             late.child.wait(PATIENCE)
             return re.findall(r"^\d 1 (\w+)$", late.text(), re.MULTILINE)
 
@@ -331,6 +333,7 @@ class MqttTest(unittest.TestCase):
             self.lab.run("mosquitto_pub", *self.lab.tls("cam1"), "-r", "-t", topic, "-m", "earlier")
         put(b"lay there")
         viewer = subscribe()
+        viewer.wait_for(r"\d 1 \w+\n")
         options = ("--still", "still.jpg", "--still-size", "100", "--still-interval")
         publisher = self.lab.start_publisher(*options, "1")
         viewer.wait_for(r"\d 0 \n")  # that of an earlier run is taken back
