@@ -2,6 +2,7 @@
 #include "tests/support/daemon.h"
 #include "tests/support/store_file.h"
 #include "tests/support/wait.h"
+#include "va/health.h"
 #include "va/log.h"
 #include "va/run_dir.h"
 #include "va/va.h"
@@ -37,6 +38,7 @@ namespace
 
 bool wait_for_bytes = false; // before they are counted
 string log_socket;           // in the system log's place
+std::time_t set_back = 0;    // seconds by which the clock was
 
 sockaddr_un address_of(const string &path)
 {
@@ -53,7 +55,14 @@ int connect_to(int fd, const sockaddr *address, socklen_t length)
 
 } // namespace
 
-// These two stand in front of the C library's.
+// These three stand in front of the C library's.
+extern "C" int clock_gettime(clockid_t clock, timespec *time) noexcept
+{
+    const auto result = static_cast<int>(syscall(SYS_clock_gettime, clock, time));
+    time->tv_sec -= clock == CLOCK_REALTIME ? set_back : 0;
+    return result;
+}
+
 extern "C" int connect(int fd, const sockaddr *address, socklen_t length)
 {
     const auto *const path = reinterpret_cast<const sockaddr_un *>(address)->sun_path;
@@ -408,6 +417,15 @@ TEST_F(HealthTest, TellsThatItHangs)
     EXPECT_TRUE(daemon.stop());
 }
 
+TEST(Stamp, AgesWhateverTheClockIsSetTo)
+{
+    va::Stamp stamp;
+    stamp.set();
+    set_back = 3600;
+    EXPECT_TRUE(wait_until([&] { return stamp.age() > va::Stamp::Age(0); }));
+    set_back = 0;
+}
+
 // It reads for a fifth of the time at most, and forgets no request over that.
 TEST_F(HealthTest, ReadsLaterWhatIsToBeReadTooSoon)
 {
@@ -429,7 +447,8 @@ TEST_F(HealthTest, SaysWhyItDidNotStart)
     std::filesystem::remove(files.file("firmware/vanafw.bin"));
     Daemon daemon(files, {"-t"});
     const string why = "firmware/vanafw.bin: No such file or directory";
-    EXPECT_TRUE(supervisor.hears("STATUS=Did not start: " + why + ".") && daemon.wait_for_exit());
+    EXPECT_EQ("STATUS=Did not start: " + why + ".", supervisor.next()); // and no READY before
+    EXPECT_TRUE(daemon.wait_for_exit());
     EXPECT_TRUE(daemon.log().ends_with("VA: va_init: fail.\n" + why + "\nVA: Application quit.\n"));
     EXPECT_TRUE(once(why, daemon.log()));
 }
