@@ -29,10 +29,23 @@ kill -STOP "$old"
 restarted stopped
 # It was asked to, not killed.
 journalctl --no-pager _PID="$old" | grep -q "Application quit" || fail "a stopped daemon does not end in good order"
+if [ "$clients" != va_dump ]; then
+    kill -KILL "$(pidof va_mqtt)"
+    # shellcheck disable=SC2086
+    wait_until 60 has_clients $clients || fail "killed, va_mqtt does not come back"
+fi
 if [ -w "$VA_SCENE" ]; then
     play "fail ne3_val_od_get_data 20 5"
     restarted "failing read"
     play "hang ne3_val_od_get_data 20 100000"
     restarted "hanging read"
+    # Each start takes a second to fail: not so often in a row that the supervisor gives up.
+    firmware=/mnt/ubifs_fw/vanafw
+    mount -o bind "$work" $firmware
+    systemctl restart va 2>/dev/null
+    sleep 20
+    umount $firmware
+    wait_until 20 is_well || fail "the supervisor has given up: $(systemctl show --property Result va)"
+    seen="$seen, without firmware for 20 s"
 fi
 echo "back with $clients: $seen"
