@@ -28,9 +28,6 @@ mode=$(stat -c %a "$VA_RUN_DIR")
 [ "$mode" = 2750 ] || fail "$VA_RUN_DIR has the mode $mode"
 reloads=$(value settings.reloads)
 service reload || fail "reload ends with $?"
-has_reloaded() {
-    [ "$(value settings.reloads)" -gt "$reloads" ]
-}
 wait_until 10 has_reloaded || fail "does not read its settings again"
 resident=$(sed -n 's/^VmRSS:[^0-9]*\([0-9]*\).*/\1/p' "/proc/$(process)/status")
 [ "$resident" -lt 6000 ] || fail "resident $resident kB"

@@ -29,6 +29,13 @@ more=$(($(value va.uptime) - uptime))
 passed=$((($(now) - start) / 100))
 off=$((more > passed ? more - passed : passed - more))
 [ "$off" -le 5 ] || fail "uptime grew by $more s in $passed s"
+for time in "$today" "$((today - 3600))"; do
+    date -u -s "@$time" >/dev/null
+    reloads=$(value settings.reloads)
+    service reload
+    wait_until 8 has_reloaded || fail "at $time the settings are not read again"
+    is_well || fail "at $time it does not tell its status"
+done
 pause=$(sed -n 's/^od  *//p' "$work/figures" | tr -s ' ' | cut -d ' ' -f 4)
 [ "$pause" ] || fail "no figures: $(cat "$work/figures")"
 # The ninth word of the stand-in's objects counts results.

@@ -92,6 +92,11 @@ is_well() {
     va_dump -d "$VA_RUN_DIR" --status >/dev/null 2>&1
 }
 
+# Whether the settings have been read more often than `reloads` says.
+has_reloaded() {
+    [ "$(value settings.reloads)" -gt "$reloads" ]
+}
+
 process() {
     cat "$VA_RUN_DIR/pid" 2>/dev/null
 }
