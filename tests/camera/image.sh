@@ -95,7 +95,8 @@ furnish() {
         ln -sf /dev/null "$root/etc/systemd/system/$unit"
     done
     ln -sf /lib/systemd/system/multi-user.target "$root/etc/systemd/system/default.target"
-    for unit in camera-steps camera-console va va_mqtt; do
+    chroot "$root" systemctl enable --quiet va va_mqtt
+    for unit in camera-steps camera-console; do
         ln -s "/lib/systemd/system/$unit.service" "$root/etc/systemd/system/multi-user.target.wants"
     done
 }

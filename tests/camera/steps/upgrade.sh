@@ -12,6 +12,7 @@ seen=
 # install PACKAGE: sets `seen`; the running daemon is replaced, and the client returns.
 install() {
     old=$(process)
+    by_systemd || kill -STOP "$old" # does not answer
     /usr/bin/dpkg --install "$1" >"$work/dpkg" 2>&1 || fail "$1: $(cat "$work/dpkg")"
     wait_until 20 is_another "$old" || fail "$1: not restarted"
     case $(readlink "/proc/$(process)/exe") in
@@ -23,6 +24,8 @@ install() {
 
 mode=$(stat -c %U:%a /var/lib/va_mqtt)
 [ "$mode" = va_mqtt:700 ] || fail "/var/lib/va_mqtt has owner and mode $mode"
+/usr/bin/dpkg-query --show --showformat '${Conffiles}' va-mqtt | grep -q /etc/va_mqtt.conf ||
+    fail "an upgrade overwrites the settings of va_mqtt"
 install "$VA_NEW"
 install "$VA_OLD"
 /usr/bin/dpkg --purge va-mqtt va >"$work/dpkg" 2>&1 || fail "$(cat "$work/dpkg")"
@@ -41,5 +44,11 @@ if by_systemd; then
     rm -r "$VA_RUN_DIR"
     systemctl start va || fail "does not start without the run directory"
     wait_until 20 is_well || fail "not well without the run directory"
+    systemctl stop va
+    # Without settings it may fail, but for a reason of its own.
+    mv /etc/default/va "$work"
+    systemctl start va 2>/dev/null || [ "$(systemctl show --property Result --value va)" != resources ] ||
+        fail "not started without /etc/default/va"
+    mv "$work/va" /etc/default
 fi
 echo "versions$seen; the removal leaves no file"
